@@ -1,0 +1,33 @@
+# Install rules: the shared library with its SONAME, the public headers under
+# include/parameterparser/, a CMake package config and a pkg-config file.
+include(CMakePackageConfigHelpers)
+
+# The public API: every header a client may include. Headers not listed here are internal.
+set(PARAM_PUBLIC_HEADER_DIRS parameterparser)
+set(PARAM_PLATFORM_HEADERS platform/vornalloc.h platform/vornlog.h platform/vornosutils.h
+    platform/vornhashmap.h platform/vornplatformconstants.h)
+
+install(TARGETS parameterparser EXPORT ParameterParserTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} ${CMAKE_INSTALL_INCLUDEDIR}/parameterparser)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/parameterparser/
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/parameterparser
+    FILES_MATCHING PATTERN "*.h")
+install(FILES ${PARAM_PLATFORM_HEADERS}
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/parameterparser/platform)
+
+install(EXPORT ParameterParserTargets NAMESPACE ParameterParser::
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/ParameterParser)
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/ParameterParserConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/ParameterParserConfig.cmake
+    INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/ParameterParser)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/ParameterParserConfigVersion.cmake
+    COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/ParameterParserConfig.cmake
+    ${PROJECT_BINARY_DIR}/ParameterParserConfigVersion.cmake
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/ParameterParser)
+
+configure_file(${PROJECT_SOURCE_DIR}/cmake/parameterparser.pc.in
+    ${PROJECT_BINARY_DIR}/parameterparser.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/parameterparser.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

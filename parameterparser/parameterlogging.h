@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+// The framework's log writer and the interface through which an owner names and gates its lines.
+#pragma once
+
+#include "parameterparser/parameterexport.h"
+
+class IParameterLoggingAPI;
+
+class PARAMETERPARSER_API ParameterLogging
+{
+public:
+    /// Levels of the framework's messages; any other value logs as verbose.
+    enum ParameterLogLevel
+    {
+        LogVerbose = 0,
+        LogWarning = 1,
+        LogError = 2,
+    };
+
+    /// Formats one message (cut at 4095 characters) and hands it to the platform log with group
+    /// 0x1000, tagged with the level, the thread and the api's identity. With a non-null api whose
+    /// LoggingEnabled(level) is false nothing is logged; a null api logs everything. Messages
+    /// bring their own line end.
+    static void Write(IParameterLoggingAPI* api, ParameterLogLevel level, char const* format, ...)
+        __attribute__((format(printf, 3, 4)));
+};
+
+/// Who is logging: a name for the line and per-level switches.
+class PARAMETERPARSER_API IParameterLoggingAPI
+{
+public:
+    /// A name for the log line; may be null.
+    virtual char const* GetLoggingIdentifier() = 0;
+
+    virtual bool LoggingEnabled(ParameterLogging::ParameterLogLevel level) = 0;
+
+    // Declared after the two operations so that they keep the first two slots of the table.
+    virtual ~IParameterLoggingAPI() = default;
+};

@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: Apache-2.0
+// The platform stand-ins: allocator seam and accounting, log sink and masks, string helpers, map.
+#include <cstring>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "platform/vornalloc.h"
+#include "platform/vornhashmap.h"
+#include "platform/vornlog.h"
+#include "platform/vornosutils.h"
+
+#include "tests/common/logcapture.h"
+
+namespace {
+
+TEST(VornAllocTest, BlocksAreZeroFilledAndCounted)
+{
+    size_t const before = Vorn::Testing::AllocatedBytes();
+    auto* block = static_cast<unsigned char*>(VornCalloc(100, VornTagAllocData));
+    ASSERT_NE(block, nullptr);
+    for (int i = 0; i < 100; ++i)
+        EXPECT_EQ(block[i], 0) << "byte " << i;
+    EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before + 100);
+    EXPECT_GE(Vorn::Testing::PeakAllocatedBytes(), before + 100);
+    VornFree(block, VornTagRelease);
+    EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before);
+}
+
+TEST(VornAllocTest, FailureSeamFailsAfterTheGivenSuccesses)
+{
+    Vorn::Testing::FailAllocationsAfter(2);
+    void* first = VornCalloc(8, VornTagAllocObject);
+    void* second = VornCalloc(8, VornTagAllocObject);
+    void* third = VornCalloc(8, VornTagAllocObject);
+    Vorn::Testing::ResetAllocationFailure();
+    void* fourth = VornCalloc(8, VornTagAllocObject);
+    EXPECT_NE(first, nullptr);
+    EXPECT_NE(second, nullptr);
+    EXPECT_EQ(third, nullptr);
+    EXPECT_NE(fourth, nullptr);
+    for (void* block : {first, second, fourth})
+        VornFree(block, VornTagRelease);
+}
+
+TEST(VornLogTest, SinkReceivesFormattedLineWithGroupSeverityAndLevel)
+{
+    ParamTest::LogCapture capture;
+    Vorn::Log::LogSystem(Vorn::Log::GroupStats, 'I', Vorn::Log::LevelInfo, "value %d of %s\n", 7,
+                         "x");
+    auto const lines = capture.Lines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].group, Vorn::Log::GroupStats);
+    EXPECT_EQ(lines[0].severity, 'I');
+    EXPECT_EQ(lines[0].level, 4u);
+    EXPECT_EQ(lines[0].text, "value 7 of x\n");
+}
+
+TEST(VornLogTest, LongLinesAreCutAt4095Characters)
+{
+    ParamTest::LogCapture capture;
+    std::string const longText(5000, 'a');
+    Vorn::Log::LogSystem(Vorn::Log::GroupStats, 'E', Vorn::Log::LevelError, "%s", longText.c_str());
+    ASSERT_EQ(capture.Lines().size(), 1u);
+    EXPECT_EQ(capture.Lines()[0].text.size(), 4095u);
+}
+
+TEST(VornLogTest, FileNameAndGroupNames)
+{
+    EXPECT_STREQ(Vorn::Log::GetFileName("/a/b/vornstatsroiprocessor.cpp"),
+                 "vornstatsroiprocessor.cpp");
+    EXPECT_STREQ(Vorn::Log::GetFileName("plain.cpp"), "plain.cpp");
+    EXPECT_STREQ(Vorn::Log::GetFileName(nullptr), "");
+    EXPECT_STREQ(Vorn::Log::GroupToString(Vorn::Log::GroupParameterParser), "PARAMPARSER");
+    EXPECT_STREQ(Vorn::Log::GroupToString(0x40000000), "UNKNOWN");
+}
+
+TEST(VornOsUtilsTest, BoundedCopyAndConcatenateTerminateAndReportWantedLength)
+{
+    char text[6];
+    EXPECT_EQ(Vorn::OsUtils::StrLCpy(text, "abcdefgh", sizeof(text)), 8u);
+    EXPECT_STREQ(text, "abcde");
+    EXPECT_EQ(Vorn::OsUtils::StrLCpy(text, "ab", sizeof(text)), 2u);
+    EXPECT_EQ(Vorn::OsUtils::StrLCat(text, "cdefg", sizeof(text)), 7u);
+    EXPECT_STREQ(text, "abcde");
+}
+
+TEST(VornOsUtilsTest, TokenizerSkipsEmptyPieces)
+{
+    char line[] = "a==5";
+    char* context = nullptr;
+    char* first = Vorn::OsUtils::StrTokReentrant(line, "=", &context);
+    char* second = Vorn::OsUtils::StrTokReentrant(nullptr, "=", &context);
+    ASSERT_NE(first, nullptr);
+    ASSERT_NE(second, nullptr);
+    EXPECT_STREQ(first, "a");
+    EXPECT_STREQ(second, "5");
+    EXPECT_EQ(Vorn::OsUtils::StrTokReentrant(nullptr, "=", &context), nullptr);
+    EXPECT_EQ(Vorn::OsUtils::StrNICmp("Usecase", "USECASE", 7), 0);
+}
+
+void CountEntry(void const*, void* value, void* context)
+{
+    *static_cast<int*>(context) += *static_cast<int*>(value);
+}
+
+TEST(VornHashmapTest, FixedSizeKeysFindPutAndVisit)
+{
+    Vorn::Hashmap::Handle map = nullptr;
+    ASSERT_EQ(Vorn::Hashmap::Create(&map, 4, 0, 0), Vorn::Hashmap::Ok);
+    uint32_t keyA = 0x1234, keyB = 0x5678;
+    int valueA = 3, valueB = 4;
+    EXPECT_EQ(Vorn::Hashmap::Put(map, &keyA, &valueA), Vorn::Hashmap::Ok);
+    EXPECT_EQ(Vorn::Hashmap::Put(map, &keyB, &valueB), Vorn::Hashmap::Ok);
+    void* found = nullptr;
+    EXPECT_EQ(Vorn::Hashmap::Get(map, &keyB, &found), Vorn::Hashmap::Ok);
+    EXPECT_EQ(found, &valueB);
+    uint32_t missing = 1;
+    EXPECT_EQ(Vorn::Hashmap::Get(map, &missing, &found), Vorn::Hashmap::NotFound);
+
+    int sum = 0;
+    EXPECT_EQ(Vorn::Hashmap::Foreach(map, CountEntry, &sum, false), Vorn::Hashmap::Ok);
+    EXPECT_EQ(sum, 7);
+    EXPECT_EQ(Vorn::Hashmap::Foreach(map, CountEntry, &sum, true), Vorn::Hashmap::Ok);
+    EXPECT_EQ(Vorn::Hashmap::Get(map, &keyA, &found), Vorn::Hashmap::NotFound);
+    Vorn::Hashmap::Destroy(map);
+}
+
+} // namespace

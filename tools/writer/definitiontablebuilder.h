@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: Apache-2.0
+// DefinitionTableBuilder: lays out the schema section of a tuning file from descriptions.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace TuningWriter {
+
+/// Element codes of the file's schema (the reader's ParameterDefinitionType values).
+enum class ElementType : uint8_t
+{
+    Structure = 5,
+    Int8 = 8,
+    UInt8 = 9,
+    Int16 = 10,
+    UInt16 = 11,
+    Int32 = 12,
+    UInt32 = 13,
+    Int64 = 14,
+    UInt64 = 15,
+    Float = 16,
+    Double = 17,
+    ByteLike = 18,
+    ShortLike = 19,
+    UIntLike = 20,
+    LongLike = 21,
+    IntLike = 22,
+    UIntLike2 = 23,
+    String = 24,
+};
+
+/// Element flag bit 0: each element takes four bytes in the file whatever its type.
+constexpr uint16_t ElementFourByte = 0x1;
+
+/// One member of a structure record.
+struct DefinitionElement
+{
+    std::string name;
+    ElementType type = ElementType::UInt32;
+    uint32_t id = 0; ///< the structure's ID for a Structure element
+    uint32_t minCount = 1;
+    uint32_t maxCount = 1;
+    uint16_t flags = 0;
+    std::string skipped; ///< the trailing text the reader steps over
+    /// Stored name length in place of name.size() + 1 (damage: 0 underflows the reader's hash).
+    std::optional<uint32_t> nameLengthOverride;
+};
+
+/// A structure record (kind 5) with its elements.
+struct DefinitionStructure
+{
+    uint32_t id = 0;
+    std::string name;
+    std::optional<uint64_t> nameHash; ///< default: the name hash of name
+    std::vector<DefinitionElement> elements;
+};
+
+/// A module record (kind 4).
+struct DefinitionModule
+{
+    uint32_t structureId = 0;
+    std::string name;
+    std::optional<uint64_t> nameHash; ///< default: the name hash of name
+    std::string skipped;
+};
+
+/// An opaque record of kind 0, 1 or 2; kind 2 carries two texts, the others one.
+struct DefinitionOpaque
+{
+    uint8_t kind = 0;
+    std::string text;
+    std::string secondText;
+};
+
+/// An enumeration record (kind 6); the reader always skips it.
+struct DefinitionEnum
+{
+    struct Value
+    {
+        uint32_t value = 0;
+        bool flag = false;
+        std::string name;
+        std::string text;
+    };
+    uint32_t id = 0;
+    std::string name;
+    std::optional<uint64_t> nameHash;
+    std::vector<Value> values;
+};
+
+/// A bare record kind byte with nothing behind it (damage: kinds 3 and 7 and above are refused).
+struct DefinitionRawKind
+{
+    uint8_t kind = 3;
+};
+
+/// Collects records in order and lays them out at a file's alignment.
+class DefinitionTableBuilder
+{
+public:
+    DefinitionTableBuilder& AddModule(DefinitionModule module);
+    DefinitionTableBuilder& AddStructure(DefinitionStructure structure);
+    DefinitionTableBuilder& AddOpaque(DefinitionOpaque opaque);
+    DefinitionTableBuilder& AddEnum(DefinitionEnum enumeration);
+    DefinitionTableBuilder& AddRawKind(DefinitionRawKind raw);
+
+    /// The section's bytes at the given alignment (1 or 8).
+    std::vector<uint8_t> Build(unsigned char alignment) const;
+
+    bool Empty() const { return m_records.empty(); }
+
+private:
+    using Record = std::variant<DefinitionModule, DefinitionStructure, DefinitionOpaque,
+                                DefinitionEnum, DefinitionRawKind>;
+    std::vector<Record> m_records;
+};
+
+} // namespace TuningWriter
