@@ -1,0 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
+// The paramctl commands: each takes the arguments behind its name and returns an exit code.
+#pragma once
+
+namespace ParamCtl {
+
+int RunInfo(int argc, char** argv);
+int RunPack(int argc, char** argv);
+
+} // namespace ParamCtl

@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: Apache-2.0
+// paramctl pack: text description to binary tuning file.
+#include <cstdio>
+
+#include "tools/paramctl/commandline.h"
+#include "tools/paramctl/commands.h"
+#include "tools/writer/tuningdescription.h"
+
+namespace ParamCtl {
+
+namespace {
+
+constexpr char PackUsage[] =
+    "usage: paramctl pack DESCRIPTION -o OUTPUT\n"
+    "\n"
+    "Writes the binary tuning file described by the text file DESCRIPTION (version, tags,\n"
+    "structures, members and modules; see examples/sample.tuning) to OUTPUT.\n";
+
+} // namespace
+
+int RunPack(int argc, char** argv)
+{
+    CommandLine line({}, {"-o", "--output"});
+    if (!line.Parse(argc, argv)) {
+        std::fprintf(stderr, "paramctl pack: %s\n%s", line.Error().c_str(), PackUsage);
+        return ExitUsage;
+    }
+    if (line.Has("--help")) {
+        std::fputs(PackUsage, stdout);
+        return ExitSuccess;
+    }
+    std::string const output = line.Value("-o", line.Value("--output"));
+    if (line.Operands().size() != 1 || output.empty()) {
+        std::fputs(PackUsage, stderr);
+        return ExitUsage;
+    }
+
+    TuningWriter::TuningDescription description;
+    if (!description.ParseFile(line.Operands()[0])) {
+        std::fprintf(stderr, "paramctl pack: %s: %s\n", line.Operands()[0].c_str(),
+                     description.Error().c_str());
+        return ExitFailure;
+    }
+    if (!description.MakeWriter().WriteFile(output)) {
+        std::fprintf(stderr, "paramctl pack: cannot write %s\n", output.c_str());
+        return ExitFailure;
+    }
+    return ExitSuccess;
+}
+
+} // namespace ParamCtl

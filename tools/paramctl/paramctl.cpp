@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+// paramctl: inspects, queries and packs binary tuning files.
+#include <cstdio>
+#include <cstring>
+
+#include "tools/paramctl/commandline.h"
+#include "tools/paramctl/commands.h"
+
+namespace {
+
+struct Command
+{
+    char const* name;
+    int (*run)(int argc, char** argv);
+    char const* summary;
+};
+
+constexpr Command Commands[] = {
+    {"info", ParamCtl::RunInfo, "header, sections, checksum and schema of a tuning file"},
+    {"pack", ParamCtl::RunPack, "write a binary tuning file from a text description"},
+};
+
+void PrintUsage(FILE* out)
+{
+    std::fprintf(out, "usage: paramctl <command> [options] FILE...\n\ncommands:\n");
+    for (Command const& command : Commands)
+        std::fprintf(out, "  %-8s %s\n", command.name, command.summary);
+    std::fprintf(out, "\n'paramctl <command> --help' describes a command.\n");
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc < 2) {
+        PrintUsage(stderr);
+        return ParamCtl::ExitUsage;
+    }
+    if (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0) {
+        PrintUsage(stdout);
+        return ParamCtl::ExitSuccess;
+    }
+    for (Command const& command : Commands) {
+        if (std::strcmp(argv[1], command.name) == 0)
+            return command.run(argc - 2, argv + 2);
+    }
+    std::fprintf(stderr, "paramctl: unknown command '%s'\n", argv[1]);
+    PrintUsage(stderr);
+    return ParamCtl::ExitUsage;
+}
