@@ -27,27 +27,33 @@ inline unsigned int AlignUp(unsigned int count, unsigned char alignment)
 class PARAMETERPARSER_API ParameterUtils
 {
 public:
-    /// New NUL-terminated string from the text at pos (at most maximum characters, never past
-    /// length). Null buffer: null, pos unchanged. maximum 0: "", pos unchanged. Otherwise pos
-    /// moves on by maximum rounded. The caller frees the result with VornFree.
+    /// New NUL-terminated string (VornCalloc, data tag) from the text at pos: at most maximum
+    /// characters, stopping at a NUL, never past length. Null buffer: null, pos unchanged.
+    /// maximum 0: "", pos unchanged. Otherwise pos moves on by maximum rounded, whatever the
+    /// text's length; null if memory runs out. The caller frees the result with VornFree.
     static char* ReadString(unsigned char* buffer, unsigned int length, unsigned int& pos,
                             unsigned int maximum, unsigned char alignment);
 
-    /// Copies the lesser of count and the bytes left into value and puts a NUL at size - 1. A null
-    /// value logs an error. pos moves on by count rounded. Returns whether value was there.
+    /// Copies the lesser of count and the bytes left (never more than size) into value and puts
+    /// a NUL at size - 1, not behind the copied characters. A null value logs "ReadBuffer failed
+    /// to allocate space for a string of %d length" at error level and returns false. pos moves
+    /// on by count rounded in either case.
     static bool ReadString(char* value, unsigned char* buffer, unsigned int length,
                            unsigned int& pos, unsigned int size, unsigned int count,
                            unsigned char alignment, IParameterLoggingAPI* log);
 
-    /// Copies count bytes at pos into value. Null buffer or value: error, pos unchanged, true only
-    /// for count 0. A short buffer copies what is there, logs, and returns false. pos moves on by
-    /// count rounded.
+    /// Copies count bytes at pos into value. Null buffer or value: logs "ReadBuffer called with
+    /// nullptr buffer" (or "value") at error level, pos unchanged, true only for count 0. A short
+    /// buffer copies what is there, logs "ReadBuffer failed, read %d bytes, expected %d bytes" at
+    /// error level and returns false. pos moves on by count rounded either way.
     static bool ReadBuffer(unsigned char* value, unsigned char const* buffer, unsigned int length,
                            unsigned int& pos, unsigned int count, unsigned char alignment,
                            IParameterLoggingAPI* log);
 
-    /// Writes value (null: "") at pos if it and its NUL fit below length; pos moves on by its
-    /// length, and one more if addNull. Logs and returns false when it does not fit.
+    /// Writes value (null: "") and a NUL at pos if they end strictly below length; pos moves on
+    /// by its length, and one more if addNull (without it the next write continues the text).
+    /// Otherwise logs "Insufficient space in buffer to write string" (with ": value" when value
+    /// is set) at error level, writes nothing and returns false.
     static bool WriteString(char const* value, unsigned char* buffer, unsigned int length,
                             unsigned int& pos, bool addNull, IParameterLoggingAPI* log);
 
@@ -63,15 +69,18 @@ public:
     /// the text was a number; a non-number gives 0.
     static double StringToDouble(char const* text, bool& ok);
 
-    /// Takes the first component of a dotted path, "name" or "name[index]": name gets the name,
-    /// index the index when one is given. Returns the characters consumed, including a "." that
-    /// follows.
+    /// Takes the first component of a dotted path, "name" or "name[index]", of at most 128
+    /// characters: name gets the name (cut to nameLength), index the index when one is given
+    /// (an index no unsigned int holds becomes 0xFFFFFFFF). Returns the characters consumed,
+    /// including a "." that follows; an empty component gives 0.
     static unsigned int GetVariable(char const* path, char* name, unsigned int& index,
                                     unsigned long nameLength);
 
-    /// Formats value with at most precision digits behind the point, rounded half up, trailing
-    /// zeros stripped to one digit. Returns the characters written; ok is false when integer
-    /// digits were lost.
+    /// Formats value with at most precision digits behind the point (none for precision 0),
+    /// rounded half up, trailing zeros stripped to one digit, always terminated within length.
+    /// Returns the characters written; ok is false when digits were lost: the integer part did
+    /// not fit ("0", or "-" for a negative value), only the sign fitted, or a rounding carry
+    /// pushed out the last digit.
     static unsigned int DoubleToString(double value, char* text, unsigned int length,
                                        unsigned int precision, bool& ok);
 };

@@ -12,19 +12,24 @@ class IParameterLoggingAPI;
 class PARAMETERPARSER_API ParserCRC32
 {
 public:
-    /// CRC of length bytes continued from seed; length 0 returns seed unchanged. "123456789" with
-    /// seed 0 gives 0xCBF43926.
+    /// CRC of length bytes (data must hold them) continued from seed; length 0 returns seed
+    /// unchanged. "123456789" with seed 0 gives 0xCBF43926. Eight bytes per step over sliced
+    /// tables; the result equals GetCRCBytewise.
     static unsigned int GetCRC(unsigned char const* data, unsigned int length, unsigned int seed);
 
-    /// Checks the u32 checksum stored in the last 4 bytes against the bytes before it. Logs the
-    /// failure at error level and returns false on a mismatch or a buffer below 5 bytes.
-    static bool Validate(unsigned char const* data, unsigned int length, IParameterLoggingAPI* log);
+    /// Checks the little-endian u32 checksum stored in the last 4 bytes against the CRC (seed 0)
+    /// of the bytes before it. A null or sub-5-byte buffer logs "Binary file CRC validation
+    /// failed. Buffer too small"; a mismatch logs the computed and the stored value. Both at error
+    /// level, returning false.
+    [[nodiscard]] static bool Validate(unsigned char const* data, unsigned int length,
+                                       IParameterLoggingAPI* log);
 
     /// The byte-at-a-time form of GetCRC: the reference the fast form must equal.
     static unsigned int GetCRCBytewise(unsigned char const* data, unsigned int length,
                                        unsigned int seed);
 
-    static uint32_t const m_table[256];
+    /// The byte table, constant data built by the compiler.
+    static uint32_t const m_table[256]; // NOLINT(readability-identifier-naming): public name
 };
 
 /// A right-shifting 64-bit CRC over the ECMA-182 polynomial value 0x42F0E1EBA9EA3693. It is the
@@ -33,22 +38,28 @@ public:
 class PARAMETERPARSER_API ParserCRC64
 {
 public:
-    /// CRC of length bytes continued from seed; with addLength the four bytes of length (least
-    /// significant first) are run through the CRC behind the data.
+    /// CRC of length bytes (data must hold them) continued from seed; with addLength the four
+    /// bytes of length (least significant first) are run through the CRC behind the data, even
+    /// for length 0. Eight bytes per step over sliced tables; the result equals GetCRCBytewise.
     static unsigned long GetCRC(unsigned char const* data, unsigned int length, bool addLength,
                                 unsigned long seed);
 
-    /// Checks the u64 checksum stored in the last 8 bytes against the bytes before it. Logs the
-    /// failure at error level and returns false on a mismatch or a buffer below 9 bytes.
-    static bool Validate(unsigned char const* data, unsigned int length, bool addLength,
-                         IParameterLoggingAPI* log);
+    /// Checks the little-endian u64 checksum stored in the last 8 bytes against the CRC (seed 0,
+    /// addLength as given) of the bytes before it. A null or sub-9-byte buffer logs "Binary file
+    /// CRC validation failed. Buffer too small"; a mismatch logs the computed and the stored
+    /// value. Both at error level, returning false.
+    [[nodiscard]] static bool Validate(unsigned char const* data, unsigned int length,
+                                       bool addLength, IParameterLoggingAPI* log);
 
     /// The byte-at-a-time form of GetCRC: the reference the fast form must equal.
     static unsigned long GetCRCBytewise(unsigned char const* data, unsigned int length,
                                         bool addLength, unsigned long seed);
 
     /// The name hash: GetCRC over the characters of name without its NUL, with the length added.
+    /// A null name hashes as the empty name.
     static unsigned long HashName(char const* name);
 
-    static uint64_t const m_table[256];
+    /// The byte table, constant data built by the compiler: entry i is i shifted right eight
+    /// times, folding in the polynomial whenever a 1 bit drops out.
+    static uint64_t const m_table[256]; // NOLINT(readability-identifier-naming): public name
 };

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // paramctl: inspects, queries and packs binary tuning files.
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+
+#include "platform/vornlog.h"
 
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
@@ -20,6 +23,15 @@ constexpr Command Commands[] = {
     {"pack", ParamCtl::RunPack, "write a binary tuning file from a text description"},
 };
 
+// The library's own log lines stay quiet unless PARAMCTL_LOG is set: paramctl reports failures
+// with the manager's error text, and a second copy of it would only be noise.
+void QuietLog(uint32_t, char severity, uint32_t, char const* line, void*)
+{
+    static bool const enabled = std::getenv("PARAMCTL_LOG") != nullptr;
+    if (enabled)
+        std::fprintf(stderr, "%c %s", severity, line);
+}
+
 void PrintUsage(FILE* out)
 {
     std::fprintf(out, "usage: paramctl <command> [options] FILE...\n\ncommands:\n");
@@ -32,6 +44,7 @@ void PrintUsage(FILE* out)
 
 int main(int argc, char** argv)
 {
+    Vorn::Log::SetSink(QuietLog, nullptr);
     if (argc < 2) {
         PrintUsage(stderr);
         return ParamCtl::ExitUsage;

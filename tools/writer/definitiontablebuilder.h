@@ -68,7 +68,8 @@ struct DefinitionModule
     std::string skipped;
 };
 
-/// An opaque record of kind 0, 1 or 2; kind 2 carries two texts, the others one.
+/// An opaque record of kind 0, 1 or 2; kind 2 carries two texts, the others one. Any other kind
+/// is written in the shape of kind 0.
 struct DefinitionOpaque
 {
     uint8_t kind = 0;
@@ -98,7 +99,9 @@ struct DefinitionRawKind
     uint8_t kind = 3;
 };
 
-/// Collects records in order and lays them out at a file's alignment.
+/// Collects records in order and lays them out at a file's alignment. Names are stored with their
+/// NUL, which their length counts; skipped and second texts are stored as they are. The raw bytes
+/// of opaque records are written as zeros.
 class DefinitionTableBuilder
 {
 public:

@@ -37,15 +37,18 @@ bool UsesCrc64(FileVersion version);
 /// Deliberate faults for tests. Every field left at its default writes a sound file.
 struct Damage
 {
-    std::optional<std::string> headerTag;     ///< replaces the tag text (28-byte field, cut)
-    bool emptyHeaderTag = false;               ///< the tag field is all NUL
-    std::optional<uint32_t> fileSize;          ///< replaces the FileSize field
-    std::optional<uint32_t> sectionOffset;     ///< replaces SectionOffset
-    std::optional<uint32_t> sectionCount;      ///< replaces SectionCount
-    bool badChecksum = false;                  ///< flips the stored checksum
-    size_t truncate = 0;                       ///< bytes cut from the end after the checksum
-    size_t cutAt = 0;                          ///< if not 0, the file is cut to this many bytes
-    std::vector<uint8_t> appended;             ///< bytes added behind the checksum
+    std::optional<std::string> headerTag;  ///< replaces the tag text (28-byte field, cut)
+    bool emptyHeaderTag = false;           ///< the tag field is all NUL
+    std::optional<uint32_t> fileSize;      ///< replaces the FileSize field
+    std::optional<uint32_t> sectionOffset; ///< replaces SectionOffset
+    std::optional<uint32_t> sectionCount;  ///< replaces SectionCount
+    bool badChecksum = false;              ///< flips every bit of the stored checksum
+    size_t truncate = 0;                   ///< bytes cut from the end after the checksum
+    size_t cutAt = 0;                      ///< if not 0, the file is cut to this many bytes
+    std::vector<uint8_t> appended;         ///< bytes added behind the checksum
+    // The last three act on the finished file in this order: truncate, then appended (so the two
+    // together replace the tail), then cutAt. FileSize keeps the undamaged length unless fileSize
+    // is given.
 };
 
 /// Builds a tuning file: header (fields present per version), section table directly behind the
@@ -82,8 +85,19 @@ public:
     /// Builds and writes the file; false (with errno set) if it cannot be written.
     bool WriteFile(std::string const& path) const;
 
-    /// Size of the header of this writer's version: 48, 160 or 168 bytes.
+    /// Size of the header of this writer's version: 48, 160 or 168 bytes. The section table
+    /// starts here.
     size_t HeaderSize() const;
+
+    /// Bytes of the section table: 12 a record at alignment 1, 24 at alignment 8.
+    size_t SectionTableSize() const;
+
+    /// Bytes of the trailing checksum: 8 from 6.0.0 on, else 4.
+    size_t ChecksumSize() const;
+
+    /// The Offset that the section record at index (in the order added) carries: where the
+    /// writer placed the section, or the offset given to AddRawSectionRecord. 0 past the end.
+    uint32_t SectionOffsetAt(size_t index) const;
 
 private:
     struct SectionRecord
@@ -94,6 +108,8 @@ private:
         uint32_t size;
         std::vector<uint8_t> bytes;
     };
+
+    std::vector<uint32_t> PlacedOffsets() const;
 
     FileVersion m_version;
     std::string m_headerTag = "ZEL Varitonal Header";

@@ -1,0 +1,351 @@
+// SPDX-License-Identifier: Apache-2.0
+// ParameterUtils: bounded byte reads and locale-free text and number conversion.
+#include "parameterparser/parameterutils.h"
+
+#include <cmath>
+#include <cstring>
+
+#include "platform/vornalloc.h"
+#include "platform/vornosutils.h"
+
+#include "parameterparser/parameterlogging.h"
+
+namespace {
+
+// Bytes that stand behind pos. A position past the end leaves nothing rather than letting the
+// unsigned difference wrap into a huge count.
+unsigned int BytesLeft(unsigned int length, unsigned int pos)
+{
+    return pos < length ? length - pos : 0;
+}
+
+// A parsed index outside what an unsigned int holds (negative, huge, not a number) becomes an
+// index no array has, instead of a conversion with undefined behaviour.
+unsigned int TruncateToIndex(double value)
+{
+    if (value > -1.0 && value < 4294967296.0)
+        return static_cast<unsigned int>(value);
+    return 0xFFFFFFFFu;
+}
+
+// Moves the digits at text[start..end) one place up and puts a '1' at start: the carry of a
+// rounding that ran out of digits.
+void ShiftInLeadingOne(char* text, unsigned int start, unsigned int end)
+{
+    std::memmove(text + start + 1, text + start, end - start);
+    text[start] = '1';
+}
+
+} // namespace
+
+char* ParameterUtils::ReadString(unsigned char* buffer, unsigned int length, unsigned int& pos,
+                                 unsigned int maximum, unsigned char alignment)
+{
+    if (buffer == nullptr)
+        return nullptr;
+    if (maximum == 0)
+        return static_cast<char*>(VornCalloc(1, VornTagAllocData));
+
+    unsigned int const left = BytesLeft(length, pos);
+    unsigned int const limit = maximum < left ? maximum : left;
+    char const* text = reinterpret_cast<char const*>(buffer + pos);
+    size_t const characters = limit > 0 ? strnlen(text, limit) : 0;
+
+    auto* copy = static_cast<char*>(VornCalloc(characters + 1, VornTagAllocData));
+    if (copy != nullptr)
+        std::memcpy(copy, text, characters);
+    // Strings stand in fixed-size or counted fields: the field's size moves the cursor, not the
+    // length of the text found in it.
+    pos += AlignUp(maximum, alignment);
+    return copy;
+}
+
+bool ParameterUtils::ReadString(char* value, unsigned char* buffer, unsigned int length,
+                                unsigned int& pos, unsigned int size, unsigned int count,
+                                unsigned char alignment, IParameterLoggingAPI* log)
+{
+    if (value == nullptr) {
+        ParameterLogging::Write(log, ParameterLogging::LogError,
+                                "ReadBuffer failed to allocate space for a string of %d length\n",
+                                static_cast<int>(count));
+        pos += AlignUp(count, alignment);
+        return false;
+    }
+    unsigned int copied = buffer != nullptr ? BytesLeft(length, pos) : 0;
+    copied = count < copied ? count : copied;
+    // Never more than the caller's array holds, whatever count the file claims.
+    copied = size < copied ? size : copied;
+    if (copied > 0)
+        std::memcpy(value, buffer + pos, copied);
+    // The terminator goes at the end of the caller's array, not behind the copied characters:
+    // fixed fields are full-width and the array is sized for them.
+    if (size > 0)
+        value[size - 1] = '\0';
+    pos += AlignUp(count, alignment);
+    return true;
+}
+
+bool ParameterUtils::ReadBuffer(unsigned char* value, unsigned char const* buffer,
+                                unsigned int length, unsigned int& pos, unsigned int count,
+                                unsigned char alignment, IParameterLoggingAPI* log)
+{
+    if (buffer == nullptr) {
+        ParameterLogging::Write(log, ParameterLogging::LogError,
+                                "ReadBuffer called with nullptr buffer\n");
+        return count == 0;
+    }
+    if (value == nullptr) {
+        ParameterLogging::Write(log, ParameterLogging::LogError,
+                                "ReadBuffer called with nullptr value\n");
+        return count == 0;
+    }
+    unsigned int const left = BytesLeft(length, pos);
+    unsigned int const copied = count < left ? count : left;
+    if (copied > 0)
+        std::memcpy(value, buffer + pos, copied);
+    pos += AlignUp(count, alignment);
+    if (copied < count) {
+        ParameterLogging::Write(log, ParameterLogging::LogError,
+                                "ReadBuffer failed, read %d bytes, expected %d bytes\n",
+                                static_cast<int>(copied), static_cast<int>(count));
+        return false;
+    }
+    return true;
+}
+
+bool ParameterUtils::WriteString(char const* value, unsigned char* buffer, unsigned int length,
+                                 unsigned int& pos, bool addNull, IParameterLoggingAPI* log)
+{
+    char const* text = value != nullptr ? value : "";
+    size_t const characters = std::strlen(text);
+    // The text and its NUL must stay strictly below length; 64-bit sums cannot wrap here.
+    bool const fits = buffer != nullptr && static_cast<unsigned long>(length) >
+                                               static_cast<unsigned long>(pos) + characters + 1;
+    if (!fits) {
+        if (value == nullptr)
+            ParameterLogging::Write(log, ParameterLogging::LogError,
+                                    "Insufficient space in buffer to write string\n");
+        else
+            ParameterLogging::Write(log, ParameterLogging::LogError,
+                                    "Insufficient space in buffer to write string: %s\n", value);
+        return false;
+    }
+    Vorn::OsUtils::StrLCpy(reinterpret_cast<char*>(buffer + pos), text, length - pos);
+    pos += static_cast<unsigned int>(characters);
+    // Without the NUL the cursor stays on it, so the next write continues the text.
+    if (addNull)
+        ++pos;
+    return true;
+}
+
+int ParameterUtils::GetStringPos(char const* text, char character)
+{
+    if (text == nullptr)
+        return -1;
+    for (int i = 0; text[i] != '\0'; ++i) {
+        if (text[i] == character)
+            return i;
+    }
+    return -1;
+}
+
+unsigned int ParameterUtils::GetSubString(char const* text, char delimiter, char* result,
+                                          unsigned int resultLength)
+{
+    if (text == nullptr || result == nullptr || resultLength == 0)
+        return 0;
+    unsigned int copied = 0;
+    while (copied + 1 < resultLength && text[copied] != '\0' && text[copied] != delimiter) {
+        result[copied] = text[copied];
+        ++copied;
+    }
+    result[copied] = '\0';
+    return copied;
+}
+
+double ParameterUtils::StringToDouble(char const* text, bool& ok)
+{
+    ok = false;
+    if (text == nullptr || text[0] == '\0')
+        return 0.0;
+
+    int const length = static_cast<int>(std::strlen(text));
+    int const minus = GetStringPos(text, '-');
+    int const point = GetStringPos(text, '.');
+    // Whatever stands ahead of a '-' is ignored: the digits start behind it.
+    int const start = minus >= 0 ? minus + 1 : 0;
+    double weight = std::pow(10.0, (point >= 0 ? point : length) - 1 - start);
+
+    ok = true;
+    double value = 0.0;
+    bool seenPoint = false;
+    for (int i = start; i < length; ++i) {
+        char const c = text[i];
+        if (c == '.') {
+            if (seenPoint) {
+                ok = false;
+                return 0.0;
+            }
+            seenPoint = true;
+        } else if (c >= '0' && c <= '9') {
+            value = std::fma(static_cast<double>(c - '0'), weight, value);
+            weight /= 10.0;
+        } else {
+            ok = false;
+            return 0.0;
+        }
+    }
+    return minus >= 0 ? -value : value;
+}
+
+unsigned int ParameterUtils::GetVariable(char const* path, char* name, unsigned int& index,
+                                         unsigned long nameLength)
+{
+    char component[129];
+    unsigned int const consumed = GetSubString(path, '.', component, sizeof(component));
+    if (consumed == 0) {
+        if (name != nullptr && nameLength > 0)
+            name[0] = '\0';
+        return 0;
+    }
+
+    int const bracket = GetStringPos(component, '[');
+    if (bracket >= 0) {
+        if (component[bracket + 1] != '\0') {
+            char indexText[10];
+            if (GetSubString(component + bracket + 1, ']', indexText, sizeof(indexText)) > 0) {
+                // A malformed index is not reported here: it reads as whatever number its
+                // digits give, and the caller's bounds check rejects it.
+                bool ok = false;
+                index = TruncateToIndex(StringToDouble(indexText, ok));
+            }
+        }
+        component[bracket] = '\0';
+    }
+    if (name != nullptr)
+        Vorn::OsUtils::StrLCpy(name, component, nameLength);
+    return path[consumed] == '.' ? consumed + 1 : consumed;
+}
+
+unsigned int ParameterUtils::DoubleToString(double value, char* text, unsigned int length,
+                                            unsigned int precision, bool& ok)
+{
+    ok = false;
+    if (text == nullptr || length == 0)
+        return 0;
+
+    unsigned int pos = 0;
+    bool const negative = value < 0.0;
+    if (negative) {
+        if (length >= 2)
+            text[pos++] = '-';
+        value = -value;
+    }
+    // Room for nothing but the sign or the terminator: nothing more can be said.
+    if (pos + 1 >= length) {
+        text[pos] = '\0';
+        return pos;
+    }
+    unsigned int const digitStart = pos;
+
+    // The largest power of ten not above the value, at least 1. An infinite or undefined value
+    // has no integer part that could ever fit.
+    double power = 1.0;
+    unsigned int integerDigits = 1;
+    bool const finite = std::isfinite(value);
+    if (finite) {
+        while (power * 10.0 <= value && std::isfinite(power * 10.0)) {
+            power *= 10.0;
+            ++integerDigits;
+        }
+    }
+    if (!finite || pos + integerDigits + 1 > length) {
+        if (!negative)
+            text[pos++] = '0';
+        text[pos] = '\0';
+        return pos;
+    }
+
+    // One digit at the current power: the quotient truncated, then the rest by a fused
+    // multiply-add. Rounding in the quotient can overshoot by one, which would leave a negative
+    // rest; step back a digit when it does.
+    auto nextDigit = [](double rest, double place) {
+        double digit = std::trunc(rest / place);
+        if (digit > 9.0)
+            digit = 9.0;
+        if (digit < 0.0)
+            digit = 0.0;
+        if (digit > 0.0 && std::fma(-digit, place, rest) < 0.0)
+            digit -= 1.0;
+        return digit;
+    };
+
+    for (unsigned int i = 0; i < integerDigits; ++i) {
+        double const digit = nextDigit(value, power);
+        value = std::fma(-digit, power, value);
+        text[pos++] = static_cast<char>('0' + static_cast<int>(digit));
+        power /= 10.0;
+    }
+
+    // A point needs room behind it for one digit and the terminator.
+    unsigned int pointPos = 0;
+    bool const point = precision != 0 && pos + 3 <= length;
+    if (point) {
+        pointPos = pos;
+        text[pos++] = '.';
+        unsigned int fraction = 0;
+        while (fraction < precision && value != 0.0 && pos + 1 < length) {
+            double const digit = nextDigit(value, power);
+            value = std::fma(-digit, power, value);
+            text[pos++] = static_cast<char>('0' + static_cast<int>(digit));
+            power /= 10.0;
+            ++fraction;
+        }
+    }
+
+    bool lostDigits = false;
+    if (point && value != 0.0 && nextDigit(value, power) >= 5.0) {
+        // Round half up, carrying over nines and across the point.
+        unsigned int i = pos;
+        bool carry = true;
+        while (carry && i > digitStart) {
+            --i;
+            if (text[i] == '.')
+                continue;
+            if (text[i] == '9') {
+                text[i] = '0';
+            } else {
+                ++text[i];
+                carry = false;
+            }
+        }
+        if (carry) {
+            // Every digit was a nine: a leading '1' moves in front. Without room for it the last
+            // character gives way, which loses a digit.
+            if (pos + 1 < length) {
+                ShiftInLeadingOne(text, digitStart, pos);
+                ++pos;
+                ++pointPos;
+            } else {
+                ShiftInLeadingOne(text, digitStart, pos - 1);
+                ++pointPos;
+                lostDigits = true;
+            }
+        }
+    }
+
+    if (point && pointPos < pos) {
+        while (pos > pointPos + 1 && text[pos - 1] == '0')
+            --pos;
+        if (pos == pointPos + 1) {
+            if (pos + 1 < length)
+                text[pos++] = '0';
+            else
+                pos = pointPos; // a bare point says nothing: drop it
+        }
+    }
+
+    text[pos] = '\0';
+    ok = !lostDigits && value <= 1.0;
+    return pos;
+}

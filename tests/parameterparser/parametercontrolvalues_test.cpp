@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: Apache-2.0
+// Control and trigger value records: text form, owned value copies, instance lookup by name.
+#include "parameterparser/parametercontrolvalues.h"
+
+#include <cstring>
+
+#include <gtest/gtest.h>
+
+#include "platform/vornalloc.h"
+
+namespace {
+
+// Packed fields are copied out before comparing: a reference to one may be misaligned.
+double ValueAt(ParameterTriggerIDValues const* instance, unsigned int index)
+{
+    return instance->Values()[index].value;
+}
+
+uint32_t IdentifierAt(ParameterTriggerIDValues const* instance, unsigned int index)
+{
+    return instance->Values()[index].identifier;
+}
+
+TEST(ParameterCTValueTest, TextFormIsIdentifierEqualsValue)
+{
+    ParameterCTValue const value{42, -1.5};
+    char text[32];
+    EXPECT_EQ(value.ToString(text, sizeof(text)), 12u);
+    EXPECT_STREQ(text, "42=-1.500000");
+    EXPECT_EQ(value.ToString(text, 5), 4u); // cut, still terminated
+    EXPECT_STREQ(text, "42=-");
+    EXPECT_EQ(value.ToString(nullptr, 8), 0u);
+}
+
+TEST(ParameterTriggerIDValuesTest, SetValuesReplacesAnOwnedCopy)
+{
+    size_t const before = Vorn::Testing::AllocatedBytes();
+    ParameterTriggerIDValues* instance = ParameterTriggerIDValues::Create("ipe0");
+    ASSERT_NE(instance, nullptr);
+    EXPECT_STREQ(instance->Name(), "ipe0");
+    EXPECT_EQ(instance->Count(), 0u);
+
+    ParameterCTValue values[2] = {{1, 0.5}, {2, 2.5}};
+    ASSERT_TRUE(instance->SetValues(values, 2));
+    values[0].value = 99.0; // the record holds its own copy
+    ASSERT_EQ(instance->Count(), 2u);
+    EXPECT_EQ(IdentifierAt(instance, 0), 1u);
+    EXPECT_EQ(ValueAt(instance, 0), 0.5);
+    EXPECT_EQ(ValueAt(instance, 1), 2.5);
+
+    ASSERT_TRUE(instance->SetValues(values, 1));
+    ASSERT_EQ(instance->Count(), 1u);
+    EXPECT_EQ(ValueAt(instance, 0), 99.0);
+
+    EXPECT_TRUE(instance->SetValues(nullptr, 3));
+    EXPECT_EQ(instance->Count(), 0u);
+    EXPECT_EQ(instance->Values(), nullptr);
+
+    Vorn::Testing::FailAllocationsAfter(0);
+    bool const stored = instance->SetValues(values, 2);
+    Vorn::Testing::ResetAllocationFailure();
+    EXPECT_FALSE(stored);
+    EXPECT_EQ(instance->Count(), 0u);
+
+    ParameterTriggerIDValues::Destroy(instance);
+    EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before);
+}
+
+TEST(ParameterTriggerValuesTest, FindMatchesWholeNamesInInsertionOrder)
+{
+    size_t const before = Vorn::Testing::AllocatedBytes();
+    ParameterTriggerValues* request = ParameterTriggerValues::Create("0.0|1.2", "abf40", "");
+    ASSERT_NE(request, nullptr);
+    ParameterCTValue const first{7, 1.0};
+    ParameterCTValue const second{8, 2.0};
+    ASSERT_TRUE(request->AddInstance("ipe", &first, 1));
+    ASSERT_TRUE(request->AddInstance("ipe0", &second, 1));
+    ASSERT_TRUE(request->AddInstance("ipe", &second, 1)); // not merged with the first
+
+    ASSERT_EQ(request->Instances().Count(), 3u);
+    ASSERT_NE(request->Find("ipe"), nullptr);
+    EXPECT_EQ(request->Find("ipe"), request->Instances()[0]);
+    EXPECT_EQ(IdentifierAt(request->Find("ipe"), 0), 7u);
+    EXPECT_EQ(request->Find("ipe0"), request->Instances()[1]);
+    EXPECT_EQ(request->Find("ip"), nullptr);
+    EXPECT_EQ(request->Find("ipe00"), nullptr);
+
+    EXPECT_TRUE(request->Matches("0.0|1.2", "abf40", ""));
+    EXPECT_TRUE(request->Matches("0.0|1.2", "abf40", nullptr));
+    EXPECT_FALSE(request->Matches("0.0|1.2", "abf4", ""));
+    EXPECT_FALSE(request->Matches("0.0|1.2", "abf40", "ife"));
+
+    ParameterTriggerValues::Destroy(request);
+    EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before);
+}
+
+TEST(ParameterTriggerValuesTest, CreationFailsCleanlyWhenMemoryRunsOut)
+{
+    size_t const before = Vorn::Testing::AllocatedBytes();
+    for (int successes = 0; successes < 4; ++successes) {
+        Vorn::Testing::FailAllocationsAfter(successes);
+        ParameterTriggerValues* request = ParameterTriggerValues::Create("a", "b", "c");
+        Vorn::Testing::ResetAllocationFailure();
+        EXPECT_EQ(request, nullptr) << successes;
+        EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before) << successes;
+    }
+}
+
+} // namespace
