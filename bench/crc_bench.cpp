@@ -38,7 +38,6 @@ template <typename Checksum> void RunChecksum(benchmark::State& state, Checksum 
 }
 
 // Benchmark names follow the BM_<Unit>_<Operation> convention, not the function naming rule.
-// NOLINTBEGIN(readability-identifier-naming)
 void BM_ParserCRC64_GetCRC(benchmark::State& state)
 {
     RunChecksum(state, [](unsigned char const* data, unsigned int length) {
@@ -66,7 +65,6 @@ void BM_ParserCRC32_GetCRCBytewise(benchmark::State& state)
         return ParserCRC32::GetCRCBytewise(data, length, 0);
     });
 }
-// NOLINTEND(readability-identifier-naming)
 
 } // namespace
 

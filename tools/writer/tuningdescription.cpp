@@ -204,6 +204,7 @@ TuningFileWriter TuningDescription::MakeWriter() const
 {
     TuningFileWriter writer(m_version);
     writer.SetBinaryTag(m_binaryTag).SetCreatedBy(m_createdBy).SetHeaderFlags(m_flags);
+    writer.SetMinimumFileSize(FileModeWindow);
     writer.AddMinimalSections();
     if (!m_definitions.Empty())
         writer.AddSection(SectionType::Definition, m_definitions.Build(writer.Alignment()));

@@ -149,6 +149,12 @@ uint32_t TuningFileWriter::SectionOffsetAt(size_t index) const
     return index < offsets.size() ? offsets[index] : 0;
 }
 
+TuningFileWriter& TuningFileWriter::SetMinimumFileSize(size_t size)
+{
+    m_minimumFileSize = size;
+    return *this;
+}
+
 std::vector<uint8_t> TuningFileWriter::Build() const
 {
     unsigned char const alignment = Alignment();
@@ -159,6 +165,9 @@ std::vector<uint8_t> TuningFileWriter::Build() const
     for (size_t i = 0; i < m_sections.size(); ++i)
         if (!m_sections[i].raw)
             payloadEnd = offsets[i] + m_sections[i].bytes.size();
+    // Zero padding ahead of the checksum brings the file up to the minimum size asked for.
+    if (payloadEnd + ChecksumSize() < m_minimumFileSize)
+        payloadEnd = m_minimumFileSize - ChecksumSize();
     size_t const soundSize = payloadEnd + ChecksumSize();
 
     // The header is read byte-exactly whatever the version.

@@ -76,6 +76,11 @@ public:
 
     TuningFileWriter& SetDamage(Damage damage);
 
+    /// Pads the file with zeros ahead of the checksum up to size bytes. A loader that keeps the
+    /// file on disk reads the first FileModeWindow bytes whole, so files meant for that mode need
+    /// at least that size.
+    TuningFileWriter& SetMinimumFileSize(size_t size);
+
     FileVersion Version() const { return m_version; }
     unsigned char Alignment() const { return AlignmentFor(m_version); }
 
@@ -118,6 +123,10 @@ private:
     uint64_t m_headerFlags = 0;
     std::vector<SectionRecord> m_sections;
     Damage m_damage;
+    size_t m_minimumFileSize = 0;
 };
+
+/// Bytes a file-mode load reads in one piece at the start of a file.
+constexpr size_t FileModeWindow = 3388;
 
 } // namespace TuningWriter

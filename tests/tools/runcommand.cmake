@@ -1,0 +1,23 @@
+# Runs one command and checks its exit code and, optionally, a pattern in its output.
+# cmake -DEXPECT_CODE=N [-DEXPECT_OUTPUT=regex] [-DEXPECT_ERROR=regex] -P runcommand.cmake -- CMD...
+set(command)
+set(collect OFF)
+math(EXPR last "${CMAKE_ARGC} - 1")
+foreach(i RANGE ${last})
+    if(collect)
+        list(APPEND command "${CMAKE_ARGV${i}}")
+    elseif(CMAKE_ARGV${i} STREQUAL "--")
+        set(collect ON)
+    endif()
+endforeach()
+
+execute_process(COMMAND ${command} RESULT_VARIABLE code OUTPUT_VARIABLE out ERROR_VARIABLE err)
+if(NOT code EQUAL EXPECT_CODE)
+    message(FATAL_ERROR "exit code ${code}, expected ${EXPECT_CODE}\nstdout:\n${out}\nstderr:\n${err}")
+endif()
+if(DEFINED EXPECT_OUTPUT AND NOT out MATCHES "${EXPECT_OUTPUT}")
+    message(FATAL_ERROR "stdout does not match '${EXPECT_OUTPUT}':\n${out}")
+endif()
+if(DEFINED EXPECT_ERROR AND NOT err MATCHES "${EXPECT_ERROR}")
+    message(FATAL_ERROR "stderr does not match '${EXPECT_ERROR}':\n${err}")
+endif()
