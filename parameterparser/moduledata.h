@@ -9,6 +9,7 @@
 
 class IModeTable;
 class ParameterFileSymbolTable;
+class ParameterModeTable;
 class ParameterSetManager;
 struct ModeSlot;
 
@@ -26,6 +27,14 @@ public:
 
     ModuleData(ModuleData const&) = delete;
     ModuleData& operator=(ModuleData const&) = delete;
+
+    /// The mode table index of ModeId (bits 31-24).
+    unsigned int GetModeTableIndex() const;
+    /// The slot index of ModeId in its table (bits 23-0).
+    unsigned int GetModeIDValue() const;
+    /// The manager's table of GetModeTableIndex; null without a manager or for an index out of
+    /// range. Borrowed.
+    ParameterModeTable* GetModeTable() const;
 
     unsigned long NameHash;
     uint32_t ID;

@@ -1,12 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
-// ParameterFileSymbolTable: reading, trimming and searching the file's schema.
+// ParameterFileSymbolTable: the file's schema, its symbol and data tables, and shared objects.
 #include "parameterparser/parameterfilesymboltable.h"
 
+#include <cerrno>
 #include <new>
+#include <system_error>
 #include <unordered_set>
 
+#include "platform/vornalloc.h"
+
+#include "parameterparser/moduledata.h"
+#include "parameterparser/parameterbinaryfile.h"
 #include "parameterparser/parameterbytereader.h"
 #include "parameterparser/parameterdefinitions.h"
+#include "parameterparser/parameterfilesymboltableentry.h"
 #include "parameterparser/parameterlogging.h"
 #include "parameterparser/parametersetmanager.h"
 
@@ -68,13 +75,27 @@ char const* Printable(char const* name)
 ParameterFileSymbolTable::ParameterFileSymbolTable(ParameterSetManager* manager,
                                                    unsigned char alignment,
                                                    VersionUnion const& version)
-    : m_setManager(manager), m_version(version), m_alignment(alignment)
+    : m_setManager(manager), m_version(version), m_version7(7, 0, 0), m_version6(6, 0, 0),
+      m_version301(3, 0, 1), m_version5(5, 0, 0), m_version2(2, 0, 0), m_version4(4, 0, 0),
+      m_alignment(alignment)
 {
+    pthread_rwlock_init(&m_lock, nullptr);
 }
 
 ParameterFileSymbolTable::~ParameterFileSymbolTable()
 {
+    FreeEntryData();
+    if (!m_objects.empty())
+        ParameterLogging::Write(Logger(), ParameterLogging::LogError,
+                                "%d DupInfo object were not released\n",
+                                static_cast<int>(m_objects.size()));
+    FreeDuplicates();
+    FreeLookupData();
+    FreeModules();
     ClearDefinitions(true);
+    delete m_file;
+    m_file = nullptr;
+    pthread_rwlock_destroy(&m_lock);
 }
 
 IParameterLoggingAPI* ParameterFileSymbolTable::Logger() const
@@ -256,4 +277,709 @@ ParameterFileSymbolTable::BuildModuleElement(unsigned long nameHash) const
     if (element == nullptr)
         delete info;
     return element;
+}
+
+// ---- Symbol and data tables ------------------------------------------------------------------
+
+namespace {
+
+// Rows of the entry and lookup arrays: identifiers run to count inclusive.
+template <typename T> T* AllocateRows(unsigned int count)
+{
+    size_t const rows = static_cast<size_t>(count) + 1;
+    return static_cast<T*>(VornCalloc(rows * sizeof(T), VornTagAllocObject));
+}
+
+ParameterFileSymbolTableEntry* AllocateEntries(unsigned int count)
+{
+    auto* entries = AllocateRows<ParameterFileSymbolTableEntry>(count);
+    if (entries == nullptr)
+        return nullptr;
+    for (size_t i = 0; i <= count; ++i)
+        new (&entries[i]) ParameterFileSymbolTableEntry();
+    return entries;
+}
+
+void DestroyEntries(ParameterFileSymbolTableEntry* entries, unsigned int count)
+{
+    if (entries == nullptr)
+        return;
+    for (size_t i = 0; i <= count; ++i)
+        entries[i].~ParameterFileSymbolTableEntry();
+    VornFree(entries, VornTagRelease);
+}
+
+// A section [offset, offset + size) lies within length bytes.
+bool Within(unsigned int offset, unsigned int size, unsigned int length)
+{
+    return offset <= length && size <= length - offset;
+}
+
+} // namespace
+
+bool DupObjInfo::Release(DupObjInfo* info)
+{
+    if (info == nullptr)
+        return false;
+    // A count that is already 0 belongs to a record whose object was released before: that
+    // object is not shared any more, so its holder frees it.
+    uint32_t count = info->RefCount.load();
+    while (count != 0 && !info->RefCount.compare_exchange_weak(count, count - 1)) {
+    }
+    if (count > 1)
+        return false;
+    info->Object = nullptr;
+    return true;
+}
+
+unsigned int ParameterFileSymbolTable::GetSymbolEntrySize() const
+{
+    if (m_version >= m_version6)
+        return 32;
+    if (m_version > m_version301)
+        return 60;
+    if (m_alignment == 1)
+        return m_version == m_version301 ? 56 : 64;
+    // Padded files count 76 bytes an entry while the entries themselves take 72: the reader
+    // consumes 72 and the table's size is a multiple of 76.
+    return 76;
+}
+
+unsigned int ParameterFileSymbolTable::GetDataTableEntrySize() const
+{
+    if (m_version < m_version4)
+        return 0;
+    return m_version < m_version6 ? 16 : 12;
+}
+
+unsigned int ParameterFileSymbolTable::GetModeEntrySize() const
+{
+    if (m_alignment == 1) {
+        if (m_version < m_version301)
+            return 16;
+        return m_version < m_version5 ? 20 : 24;
+    }
+    return m_version < m_version2 ? 24 : 32;
+}
+
+bool ParameterFileSymbolTable::Load(unsigned char* buffer, unsigned int length,
+                                    char const* fileName, ParameterBinaryFile* file,
+                                    unsigned int fileLength, SectionInfo const& symbol,
+                                    SectionInfo const& dataTable, SectionInfo const& data,
+                                    SectionInfo const& definitions, IModeTable* modeTable,
+                                    bool keepDefinitions)
+{
+    IParameterLoggingAPI* log = Logger();
+
+    // The table takes the file over at once, so that a failed load still closes it when the
+    // table goes.
+    if (file != nullptr && file != m_file) {
+        delete m_file;
+        m_file = file;
+    }
+
+    // A second load starts from empty tables.
+    FreeEntryData();
+    FreeDuplicates();
+    FreeLookupData();
+    FreeModules();
+
+    unsigned int const symbolEntrySize = GetSymbolEntrySize();
+    m_symbolCount = symbol.Size / symbolEntrySize;
+    if (symbol.Size % symbolEntrySize != 0) {
+        ParameterLogging::Write(
+            log, ParameterLogging::LogError, "Invalid symbol table size: %d, expected: %d\n",
+            static_cast<int>(symbol.Size), static_cast<int>(m_symbolCount * symbolEntrySize));
+        return false;
+    }
+
+    m_hasDataTable = false;
+    m_dataCount = m_symbolCount;
+    if (dataTable.Offset != 0 && dataTable.Size != 0) {
+        unsigned int const dataEntrySize = GetDataTableEntrySize();
+        if (dataEntrySize == 0) {
+            // A version without a data table: its pointers lead to symbol entries, as in every
+            // other file of that version.
+            ParameterLogging::Write(log, ParameterLogging::LogWarning,
+                                    "Data table entry size is zero\n");
+        } else {
+            m_dataCount = dataTable.Size / dataEntrySize;
+            if (dataTable.Size % dataEntrySize != 0) {
+                ParameterLogging::Write(log, ParameterLogging::LogError,
+                                        "Invalid data table size: %d, expected: %d\n",
+                                        static_cast<int>(dataTable.Size),
+                                        static_cast<int>(m_dataCount * dataEntrySize));
+                return false;
+            }
+            m_hasDataTable = true;
+        }
+    }
+
+    m_symbolEntries = AllocateEntries(m_symbolCount);
+    m_symbolLookup = AllocateRows<EntryData>(m_symbolCount);
+    if (m_hasDataTable) {
+        m_dataEntries = AllocateEntries(m_dataCount);
+        m_dataLookup = AllocateRows<EntryData>(m_dataCount);
+    } else {
+        m_dataEntries = m_symbolEntries;
+        m_dataLookup = m_symbolLookup;
+    }
+    if (m_symbolEntries == nullptr || m_symbolLookup == nullptr || m_dataEntries == nullptr ||
+        m_dataLookup == nullptr) {
+        ParameterLogging::Write(log, ParameterLogging::LogError,
+                                "Failed to allocate entry/lookup tables\n");
+        FreeEntryData();
+        FreeLookupData();
+        return false;
+    }
+
+    m_fileName = fileName;
+    m_modeTable = modeTable;
+    m_fileMode = file != nullptr;
+    m_fileLength = m_fileMode ? fileLength : length;
+    // Entries read from the file find their tables and data through these, so they are known
+    // before the tables are read.
+    m_symbolSize = symbol.Size;
+    m_symbolOffset = symbol.Offset;
+    m_dataTableSize = dataTable.Size;
+    m_dataTableOffset = dataTable.Offset;
+    m_dataOffset = data.Offset;
+    m_dataSize = data.Size;
+
+    if (definitions.Size != 0) {
+        bool read = false;
+        if (!m_fileMode) {
+            unsigned int pos = definitions.Offset;
+            read = ReadDefinitions(buffer, length, pos, definitions.Size, keepDefinitions);
+        } else {
+            unsigned char* copy = m_file->Read(definitions.Offset, definitions.Size);
+            if (copy == nullptr) {
+                ParameterLogging::Write(log, ParameterLogging::LogError,
+                                        "Failed to read definition table buffer (offset: %d, "
+                                        "size: %d) from binary file\n",
+                                        static_cast<int>(definitions.Offset),
+                                        static_cast<int>(definitions.Size));
+            } else {
+                unsigned int pos = 0;
+                read =
+                    ReadDefinitions(copy, definitions.Size, pos, definitions.Size, keepDefinitions);
+                VornFree(copy, VornTagRelease);
+            }
+        }
+        if (!read) {
+            ParameterLogging::Write(log, ParameterLogging::LogError,
+                                    "Failed to read definition table from binary file\n");
+            return false;
+        }
+    }
+
+    if (!ReadTableSection(buffer, length, symbol, symbol, m_symbolCount, true)) {
+        ParameterLogging::Write(log, ParameterLogging::LogError,
+                                "Failed to read symbol table from binary file\n");
+        return false;
+    }
+    if (m_hasDataTable) {
+        // The copy's failure message carries the symbol section's numbers, as it always has.
+        if (!ReadTableSection(buffer, length, dataTable, symbol, m_dataCount, false)) {
+            ParameterLogging::Write(log, ParameterLogging::LogError,
+                                    "Failed to read data table from binary file\n");
+            return false;
+        }
+    } else {
+        // Pointers of a file without a data table lead to symbol entries, which share their
+        // groups with the symbol side.
+        m_dataDuplicates = m_symbolDuplicates;
+        m_dataDuplicateCount = m_symbolDuplicateCount;
+    }
+
+    if (!m_fileMode)
+        m_buffer = buffer + data.Offset;
+    return true;
+}
+
+bool ParameterFileSymbolTable::ReadTableSection(unsigned char* buffer, unsigned int length,
+                                                SectionInfo const& section,
+                                                SectionInfo const& messageSection,
+                                                unsigned int count, bool isSymbol)
+{
+    ParameterFileSymbolTableEntry* entries = isSymbol ? m_symbolEntries : m_dataEntries;
+    EntryData* lookup = isSymbol ? m_symbolLookup : m_dataLookup;
+    unsigned int& duplicateCount = isSymbol ? m_symbolDuplicateCount : m_dataDuplicateCount;
+    PList<DupObjInfo*>*& duplicates = isSymbol ? m_symbolDuplicates : m_dataDuplicates;
+
+    if (!m_fileMode) {
+        // Reads stop at the section's end (or the buffer's, if the section claims more).
+        unsigned int const end =
+            Within(section.Offset, section.Size, length) ? section.Offset + section.Size : length;
+        unsigned int pos = section.Offset;
+        return ReadTable(buffer, end, pos, count, entries, lookup, duplicateCount, duplicates,
+                         m_dataOffset, m_modeTable, isSymbol);
+    }
+
+    // An empty table has nothing to copy: the file refuses reads of zero bytes.
+    unsigned char* copy = section.Size != 0 ? m_file->Read(section.Offset, section.Size) : nullptr;
+    if (copy == nullptr && section.Size != 0) {
+        ParameterLogging::Write(Logger(), ParameterLogging::LogError,
+                                "Failed to read %s table buffer (offset: %d, size: %d) from "
+                                "binary file\n",
+                                isSymbol ? "symbol" : "data",
+                                static_cast<int>(messageSection.Offset),
+                                static_cast<int>(messageSection.Size));
+        return false;
+    }
+    unsigned int pos = 0;
+    bool const read = ReadTable(copy, section.Size, pos, count, entries, lookup, duplicateCount,
+                                duplicates, m_dataOffset, m_modeTable, isSymbol);
+    VornFree(copy, VornTagRelease);
+    return read;
+}
+
+bool ParameterFileSymbolTable::ReadTable(unsigned char* buffer, unsigned int length,
+                                         unsigned int& pos, unsigned int count,
+                                         ParameterFileSymbolTableEntry* entries, EntryData* lookup,
+                                         unsigned int& duplicateCount,
+                                         PList<DupObjInfo*>*& duplicates, unsigned int dataOffset,
+                                         IModeTable* modeTable, bool isSymbol)
+{
+    IParameterLoggingAPI* log = Logger();
+    duplicateCount = 1;
+    duplicates = nullptr;
+    if (entries == nullptr || lookup == nullptr)
+        return false;
+
+    // Stored identifiers run from 1 to count; positions from 0 to count - 1. One counter per
+    // identifier that a DuplicateID may name.
+    bool const positional = m_version >= m_version6;
+    size_t const counterCount = positional ? count : static_cast<size_t>(count) + 1;
+    auto* counters = static_cast<uint32_t*>(
+        VornCalloc((counterCount != 0 ? counterCount : 1) * sizeof(uint32_t), VornTagAllocData));
+    if (counters == nullptr) {
+        ParameterLogging::Write(log, ParameterLogging::LogError,
+                                "Failed to allocate entry/lookup tables\n");
+        return false;
+    }
+
+    bool read = true;
+    unsigned int const first = positional ? 0 : 1;
+    unsigned int const last = positional ? count : count + 1; // one past the last round
+    for (unsigned int round = first; round < last; ++round) {
+        unsigned int id = round;
+        if (!positional) {
+            unsigned int peek = pos;
+            ParameterByteReader reader(buffer, length, peek, 1, log);
+            uint32_t stored = 0;
+            if (!reader.ReadU32(stored)) {
+                ParameterLogging::Write(log, ParameterLogging::LogError,
+                                        "Failed to read entry ID from Symbol table\n");
+                read = false;
+                break;
+            }
+            // pos stays: the next round meets the same identifier, and reports it again.
+            if (stored == 0 || stored > count) {
+                ParameterLogging::Write(log, ParameterLogging::LogError,
+                                        "Symbol table entry ID %d out of range 1 - %d\n",
+                                        static_cast<int>(stored), static_cast<int>(count));
+                continue;
+            }
+            id = stored;
+        }
+
+        lookup[id].Position = pos;
+        ParameterFileSymbolTableEntry& entry = entries[id];
+        entry.Init(this);
+        if (!entry.Load(buffer, m_fileName, m_file, length, pos, dataOffset, modeTable, isSymbol,
+                        id)) {
+            read = false;
+            break;
+        }
+        // A DuplicateID beyond the table names no entry: the block is treated as not shared
+        // (the entry has reported the value).
+        uint32_t const duplicate = entry.DuplicateID;
+        if (duplicate < counterCount) {
+            ++counters[duplicate];
+            lookup[id].Duplicate = duplicate;
+        } else {
+            lookup[id].Duplicate = 0;
+        }
+    }
+
+    if (!read) {
+        VornFree(counters, VornTagRelease);
+        return false;
+    }
+
+    // Identifiers named by more than one entry become groups 1, 2, ...; identifier 0 stands for
+    // no entry and never gets a group.
+    counters[0] = 0;
+    for (size_t i = 1; i < counterCount; ++i)
+        counters[i] = counters[i] > 1 ? duplicateCount++ : 0;
+    lookup[0].Duplicate = 0;
+    for (size_t id = 1; id <= count; ++id) {
+        if (lookup[id].Duplicate != 0)
+            lookup[id].Duplicate = counters[lookup[id].Duplicate];
+    }
+    VornFree(counters, VornTagRelease);
+
+    if (duplicateCount >= 2) {
+        duplicates = new (std::nothrow) PList<DupObjInfo*>[duplicateCount];
+        if (duplicates == nullptr) {
+            ParameterLogging::Write(log, ParameterLogging::LogError,
+                                    "Failed to allocate entry/lookup tables\n");
+            duplicateCount = 1;
+            return false;
+        }
+    }
+
+    if (isSymbol) {
+        for (size_t id = 1; id <= count; ++id) {
+            ModuleData* module = entries[id].Module;
+            if (module == nullptr)
+                continue;
+            entries[id].Module = nullptr;
+            unsigned int const before = m_modules.Count();
+            m_modules.Add(module);
+            if (m_modules.Count() == before)
+                delete module;
+        }
+    }
+    return true;
+}
+
+bool ParameterFileSymbolTable::Find(ParameterFileSymbolTableEntry& entry, unsigned int id,
+                                    bool isSymbol)
+{
+    unsigned int const count = isSymbol ? m_symbolCount : m_dataCount;
+    if (id == 0 || id > count) {
+        ParameterLogging::Write(Logger(), ParameterLogging::LogError,
+                                "Find: Symbol table entry ID %d out of range 1 - %d\n",
+                                static_cast<int>(id), static_cast<int>(count));
+        return false;
+    }
+
+    ParameterFileSymbolTableEntry* entries = isSymbol ? m_symbolEntries : m_dataEntries;
+    if (entries != nullptr) {
+        // A view of the table's entry: it shares Data and owns nothing.
+        ParameterFileSymbolTableEntry const& source = entries[id];
+        entry.Init(this);
+        entry.ID = source.ID;
+        entry.DuplicateID = source.DuplicateID;
+        entry.Data = source.Data;
+        entry.OwnsData = false;
+        entry.Position = source.Position;
+        entry.Size = source.Size;
+        entry.Module = nullptr;
+        return true;
+    }
+
+    if (m_fileName == nullptr)
+        return false;
+
+    EntryData const* lookup = isSymbol ? m_symbolLookup : m_dataLookup;
+    if (lookup == nullptr || m_file == nullptr)
+        return false;
+    FileReference(1);
+    entry.Init(this);
+    unsigned int pos = lookup[id].Position;
+    // Without a data table, data identifiers name symbol entries, which decode as such.
+    bool const decodeAsSymbol = isSymbol || !m_hasDataTable;
+    bool const loaded = entry.Load(nullptr, m_fileName, m_file, 0, pos, m_dataOffset, m_modeTable,
+                                   decodeAsSymbol, id);
+    FileReference(-1);
+    return loaded;
+}
+
+bool ParameterFileSymbolTable::ReadPointerEntry(ParameterFileSymbolTableEntry& target,
+                                                ParameterFileSymbolTableEntry* reader)
+{
+    IParameterLoggingAPI* log = Logger();
+    uint32_t id = 0;
+    bool read = false;
+    if (reader != nullptr) {
+        ParameterByteReader bytes(reader->Data, reader->Size, reader->Position, m_alignment, log);
+        read = bytes.ReadU32(id);
+        if (!read)
+            reader->LogMessage(false, "Insufficient data to read variable from symbol table "
+                                      "entry\n");
+    }
+    if (!read || id == 0) {
+        ParameterLogging::Write(log, ParameterLogging::LogError,
+                                "ReadPointerEntry: Unable to read pointer entry from Symbol "
+                                "table\n");
+        return false;
+    }
+    if (!Find(target, id, false)) {
+        ParameterLogging::Write(log, ParameterLogging::LogError,
+                                "ReadPointerEntry: Unable to find pointer entry ID %u in Symbol "
+                                "table%d\n",
+                                id, static_cast<int>(m_dataCount));
+        return false;
+    }
+    return true;
+}
+
+void ParameterFileSymbolTable::FreeEntryData()
+{
+    if (m_dataEntries != m_symbolEntries)
+        DestroyEntries(m_dataEntries, m_dataCount);
+    DestroyEntries(m_symbolEntries, m_symbolCount);
+    m_dataEntries = nullptr;
+    m_symbolEntries = nullptr;
+}
+
+void ParameterFileSymbolTable::FreeLookupData()
+{
+    if (m_dataLookup != m_symbolLookup)
+        VornFree(m_dataLookup, VornTagRelease);
+    VornFree(m_symbolLookup, VornTagRelease);
+    m_dataLookup = nullptr;
+    m_symbolLookup = nullptr;
+}
+
+void ParameterFileSymbolTable::FreeModules()
+{
+    for (unsigned int i = 0; i < m_modules.Count(); ++i)
+        delete m_modules[i];
+    m_modules.Clear();
+}
+
+void ParameterFileSymbolTable::FileReference(int adjust)
+{
+    if (m_file == nullptr) {
+        ParameterLogging::Write(Logger(), ParameterLogging::LogError,
+                                "FileReference called with null File object, Adjust: %d\n", adjust);
+        return;
+    }
+    m_file->Reference(adjust);
+}
+
+// ---- Shared objects ---------------------------------------------------------------------------
+
+class ParameterFileSymbolTable::LockGuard
+{
+public:
+    LockGuard(pthread_rwlock_t& lock, bool write) : m_lock(lock)
+    {
+        for (;;) {
+            int const result =
+                write ? pthread_rwlock_wrlock(&m_lock) : pthread_rwlock_rdlock(&m_lock);
+            if (result == 0)
+                return;
+            // Too many readers at once is transient: wait for one to leave.
+            if (result == EAGAIN)
+                continue;
+            // A lock this thread holds already, or a broken lock: nothing guarded may go on.
+            throw std::system_error(result, std::generic_category(),
+                                    "ParameterFileSymbolTable lock");
+        }
+    }
+    ~LockGuard() { pthread_rwlock_unlock(&m_lock); }
+
+    LockGuard(LockGuard const&) = delete;
+    LockGuard& operator=(LockGuard const&) = delete;
+
+private:
+    pthread_rwlock_t& m_lock;
+};
+
+unsigned int ParameterFileSymbolTable::GroupOf(bool isModule, unsigned int id, bool& invalid) const
+{
+    EntryData const* lookup = isModule ? m_symbolLookup : m_dataLookup;
+    unsigned int const count = isModule ? m_symbolCount : m_dataCount;
+    unsigned int const duplicateCount = isModule ? m_symbolDuplicateCount : m_dataDuplicateCount;
+    PList<DupObjInfo*> const* duplicates = isModule ? m_symbolDuplicates : m_dataDuplicates;
+    invalid = false;
+    if (lookup == nullptr || id > count) {
+        invalid = true;
+        return 0;
+    }
+    unsigned int const group = lookup[id].Duplicate;
+    if (group != 0 && (duplicates == nullptr || group >= duplicateCount))
+        invalid = true;
+    return invalid ? 0 : group;
+}
+
+DupObjInfo* ParameterFileSymbolTable::FindRecord(bool isModule, unsigned int group, int loc) const
+{
+    PList<DupObjInfo*> const& records = (isModule ? m_symbolDuplicates : m_dataDuplicates)[group];
+    for (unsigned int i = 0; i < records.Count(); ++i) {
+        if (records[i] != nullptr && records[i]->Loc == loc)
+            return records[i];
+    }
+    return nullptr;
+}
+
+PList<DupObjInfo*> const* ParameterFileSymbolTable::GetDuplicates(bool isModule,
+                                                                  unsigned int group) const
+{
+    PList<DupObjInfo*> const* duplicates = isModule ? m_symbolDuplicates : m_dataDuplicates;
+    unsigned int const duplicateCount = isModule ? m_symbolDuplicateCount : m_dataDuplicateCount;
+    if (duplicates == nullptr || group == 0 || group >= duplicateCount)
+        return nullptr;
+    return &duplicates[group];
+}
+
+DupObjInfo* ParameterFileSymbolTable::GetDupObjectInternal(bool isModule, unsigned int id, int loc,
+                                                           bool lock)
+{
+    bool invalid = false;
+    unsigned int const group = GroupOf(isModule, id, invalid);
+    if (invalid) {
+        EntryData const* lookup = isModule ? m_symbolLookup : m_dataLookup;
+        unsigned int const count = isModule ? m_symbolCount : m_dataCount;
+        unsigned int const duplicateCount =
+            isModule ? m_symbolDuplicateCount : m_dataDuplicateCount;
+        PList<DupObjInfo*> const* duplicates = isModule ? m_symbolDuplicates : m_dataDuplicates;
+        if (lookup != nullptr && id <= count)
+            ParameterLogging::Write(
+                Logger(), ParameterLogging::LogError,
+                "GetDupObject called with invalid values, This: %p, IsModule: %d, ID: %u, "
+                "DupCount: %u, LookupCnt: %u, DupEntries: %p, EntryLookup: %p, "
+                "EntryLookup[id].Dup: %u, Loc: %d\n",
+                static_cast<void*>(this), isModule ? 1 : 0, id, duplicateCount, count,
+                static_cast<void const*>(duplicates), static_cast<void const*>(lookup),
+                lookup[id].Duplicate, loc);
+        else
+            ParameterLogging::Write(
+                Logger(), ParameterLogging::LogError,
+                "GetDupObject called with invalid values, This: %p, IsModule: %d, ID: %u, "
+                "DupCount: %u, LookupCnt: %u, DupEntries: %p, EntryLookup: %p, Loc: %d\n",
+                static_cast<void*>(this), isModule ? 1 : 0, id, duplicateCount, count,
+                static_cast<void const*>(duplicates), static_cast<void const*>(lookup), loc);
+        return nullptr;
+    }
+    // A block that is not shared takes no lock at all.
+    if (group == 0)
+        return nullptr;
+
+    // A record is handed out only with a reference on its object. An empty record is not: its
+    // Object may be published the moment the lock goes, and a caller that read it then would
+    // hold an object it has no reference on.
+    auto search = [&]() -> DupObjInfo* {
+        DupObjInfo* info = FindRecord(isModule, group, loc);
+        if (info == nullptr || info->Object == nullptr)
+            return nullptr;
+        // The count rises under the shared lock, so it is atomic.
+        info->RefCount.fetch_add(1);
+        return info;
+    };
+    if (!lock)
+        return search();
+    LockGuard guard(m_lock, false);
+    return search();
+}
+
+DupObjInfo* ParameterFileSymbolTable::SetDupObject(bool isModule, unsigned int id, void* object,
+                                                   int loc)
+{
+    bool invalid = false;
+    unsigned int const group = GroupOf(isModule, id, invalid);
+    // The place is printed as the side and the dup type: "Loc: Data:12".
+    char const* side = isModule ? "Symbol" : "Data";
+    if (invalid) {
+        EntryData const* lookup = isModule ? m_symbolLookup : m_dataLookup;
+        unsigned int const count = isModule ? m_symbolCount : m_dataCount;
+        unsigned int const duplicateCount =
+            isModule ? m_symbolDuplicateCount : m_dataDuplicateCount;
+        PList<DupObjInfo*> const* duplicates = isModule ? m_symbolDuplicates : m_dataDuplicates;
+        if (lookup != nullptr && id <= count)
+            ParameterLogging::Write(
+                Logger(), ParameterLogging::LogError,
+                "SetDupObject called with invalid values, This: %p, IsModule: %d, ID: %u, "
+                "Obj: %p, DupCount: %u, LookupCnt: %u, DupEntries: %p, EntryLookup: %p, "
+                "EntryLookup[id].Dup: %u, Loc: %s:%d\n",
+                static_cast<void*>(this), isModule ? 1 : 0, id, object, duplicateCount, count,
+                static_cast<void const*>(duplicates), static_cast<void const*>(lookup),
+                lookup[id].Duplicate, side, loc);
+        else
+            ParameterLogging::Write(
+                Logger(), ParameterLogging::LogError,
+                "SetDupObject called with invalid values, This: %p, IsModule: %d, ID: %u, "
+                "Obj: %p, DupCount: %u, LookupCnt: %u, DupEntries: %p, EntryLookup: %p, "
+                "Loc: %s:%d\n",
+                static_cast<void*>(this), isModule ? 1 : 0, id, object, duplicateCount, count,
+                static_cast<void const*>(duplicates), static_cast<void const*>(lookup), side, loc);
+        return nullptr;
+    }
+    if (group == 0)
+        return nullptr;
+
+    LockGuard guard(m_lock, true);
+    // The search under the write lock must not count: a record found here is not handed out.
+    DupObjInfo* info = FindRecord(isModule, group, loc);
+    if (info != nullptr) {
+        // Another reader published first; the caller's copy stays private.
+        if (info->Object != nullptr)
+            return nullptr;
+        if (info->RefCount.load() > 0)
+            ParameterLogging::Write(Logger(), ParameterLogging::LogError,
+                                    "SetDuplicateObject called on existing object with nullptr "
+                                    "Object and RefCount %u: ID: %d, DupID: %d, Loc: %s:%d, "
+                                    "ignored\n",
+                                    info->RefCount.load(), static_cast<int>(id),
+                                    static_cast<int>(group), side, loc);
+        info->Object = object;
+        info->RefCount.fetch_add(1);
+        m_objects[object] = info;
+        return info;
+    }
+
+    info = new (std::nothrow) DupObjInfo(loc);
+    if (info == nullptr)
+        return nullptr;
+    PList<DupObjInfo*>& records = (isModule ? m_symbolDuplicates : m_dataDuplicates)[group];
+    unsigned int const before = records.Count();
+    records.Add(info);
+    if (records.Count() == before) {
+        // The list could not grow: the object stays private to its reader.
+        delete info;
+        return nullptr;
+    }
+    info->Object = object;
+    info->RefCount.store(1);
+    m_objects[object] = info;
+    return info;
+}
+
+bool ParameterFileSymbolTable::ReleaseDupObject(void* object)
+{
+    if (object == nullptr)
+        return false;
+    LockGuard guard(m_lock, true);
+    DupObjInfo* info = FindDupObject(object);
+    if (info == nullptr)
+        return true;
+    if (!DupObjInfo::Release(info))
+        return false;
+    // The record stays in its group with no object, ready for the next load.
+    m_objects.erase(object);
+    return true;
+}
+
+DupObjInfo* ParameterFileSymbolTable::FindDupObject(void* object)
+{
+    auto const found = m_objects.find(object);
+    return found != m_objects.end() ? found->second : nullptr;
+}
+
+void ParameterFileSymbolTable::FreeDuplicates()
+{
+    // Without a data table both sides name the same lists.
+    bool const shared = m_dataDuplicates == m_symbolDuplicates;
+    for (int side = 0; side < (shared ? 1 : 2); ++side) {
+        PList<DupObjInfo*>*& duplicates = side == 0 ? m_symbolDuplicates : m_dataDuplicates;
+        unsigned int const count = side == 0 ? m_symbolDuplicateCount : m_dataDuplicateCount;
+        if (duplicates == nullptr)
+            continue;
+        for (unsigned int group = 0; group < count; ++group) {
+            for (unsigned int i = 0; i < duplicates[group].Count(); ++i)
+                delete duplicates[group][i];
+        }
+        delete[] duplicates;
+        duplicates = nullptr;
+    }
+    m_symbolDuplicates = nullptr;
+    m_dataDuplicates = nullptr;
+    m_symbolDuplicateCount = 1;
+    m_dataDuplicateCount = 1;
+    m_objects.clear();
 }

@@ -1,19 +1,52 @@
 // SPDX-License-Identifier: Apache-2.0
-// ParameterFileSymbolTable: the tables of a loaded tuning file (schema maps for now).
+// ParameterFileSymbolTable: the tables of a loaded tuning file: schema, symbols, data, shared
+// objects.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <unordered_map>
 
+#include <pthread.h>
+
 #include "parameterparser/parameterexport.h"
+#include "parameterparser/plist.h"
 #include "parameterparser/versionunion.h"
 
+class IModeTable;
 class IParameterLoggingAPI;
+class ModuleData;
+class ParameterBinaryFile;
 class ParameterDefinitionElement;
 class ParameterDefinitionModule;
 class ParameterDefinitionStructure;
+class ParameterFileSymbolTableEntry;
 class ParameterSetManager;
 
+/// One object that several entries share: a block read once and handed to every reader of the
+/// same duplicate group at the same place of the generated code (Loc). Object is null while no
+/// loaded module holds it; the record itself lives as long as its table.
+struct PARAMETERPARSER_API DupObjInfo
+{
+    explicit DupObjInfo(int loc) : Loc(loc) {}
+
+    DupObjInfo(DupObjInfo const&) = delete;
+    DupObjInfo& operator=(DupObjInfo const&) = delete;
+
+    /// Drops one reference. True when none is left: Object is then cleared and the caller frees
+    /// the object it held; false while other holders remain.
+    static bool Release(DupObjInfo* info);
+
+    void* Object = nullptr;
+    int Loc;
+    std::atomic<uint32_t> RefCount{0};
+};
+
+/// The tables of one loaded tuning file. The definition part is the file's schema; the symbol
+/// table has one entry per module instance, the data table one per block that module data points
+/// at. In buffer mode the entries point into the caller's buffer and go once the modules are
+/// read; in file mode the table owns the file object and re-reads entries from it through the
+/// lookup rows for its whole life. Shared objects are counted per duplicate group and Loc.
 class PARAMETERPARSER_API ParameterFileSymbolTable
 {
 public:
@@ -24,17 +57,122 @@ public:
         uint32_t Size;
     };
 
+    /// One row per identifier of a table.
+    struct EntryData
+    {
+        uint32_t Duplicate; ///< after the read: the duplicate group, 0 for a block not shared
+        uint32_t Position;  ///< where the entry stands in its table
+    };
+
     /// The file's modules by name hash and its structures by ID.
     using ModuleMap = std::unordered_map<unsigned long, ParameterDefinitionModule*>;
     using StructureMap = std::unordered_map<unsigned int, ParameterDefinitionStructure*>;
 
+    /// Symbol entry ModeID of an entry that is no module.
+    static constexpr uint32_t NoModuleModeId = 0xFFFFFFFF;
+
     /// manager owns the table and is its logger; it may be null (then everything is logged).
     ParameterFileSymbolTable(ParameterSetManager* manager, unsigned char alignment,
                              VersionUnion const& version);
+    /// Frees the entries, every shared-object record, the lookups and the module records (logging
+    /// "%d DupInfo object were not released\n" when shared objects are still held), the
+    /// definitions, and the file object.
     ~ParameterFileSymbolTable();
 
     ParameterFileSymbolTable(ParameterFileSymbolTable const&) = delete;
     ParameterFileSymbolTable& operator=(ParameterFileSymbolTable const&) = delete;
+
+    // ---- Symbol and data tables --------------------------------------------------------------
+
+    /// Reads the definition, symbol and data tables. buffer (length bytes) is the whole file in
+    /// buffer mode; with file set the table works in file mode, reads every table through the
+    /// file and takes ownership of the file object (also when the load then fails). Failures,
+    /// each logged at error level: "Invalid symbol table size: %d, expected: %d\n", "Invalid data
+    /// table size: %d, expected: %d\n", "Failed to allocate entry/lookup tables\n", "Failed to
+    /// read definition table from binary file\n", "Failed to read symbol table from binary
+    /// file\n", "Failed to read data table from binary file\n" (file mode: a section that cannot
+    /// be read first logs "Failed to read ... table buffer (offset: %d, size: %d) from binary
+    /// file\n"). A data table of a version that has none logs "Data table entry size is zero\n"
+    /// and is ignored. What was read before a failure stays until the table is destroyed.
+    [[nodiscard]] bool Load(unsigned char* buffer, unsigned int length, char const* fileName,
+                            ParameterBinaryFile* file, unsigned int fileLength,
+                            SectionInfo const& symbol, SectionInfo const& dataTable,
+                            SectionInfo const& data, SectionInfo const& definitions,
+                            IModeTable* modeTable, bool keepDefinitions);
+
+    /// Reads count entries of one table from buffer (length bytes) at pos into entries and
+    /// lookup (count + 1 rows each) and numbers the duplicate groups into duplicateCount (groups
+    /// + 1) and duplicates (one list per group, null without groups). Below 6.0.0 each entry's
+    /// stored identifier chooses its row; an identifier outside 1 to count logs "Symbol table
+    /// entry ID %d out of range 1 - %d\n" and is tried again at the same place in the next round.
+    /// From 6.0.0 the row is the entry's position. Module records of symbol entries from row 1 on
+    /// move to Modules(). False (duplicateCount 1) when an identifier or an entry cannot be read:
+    /// "Failed to read entry ID from Symbol table\n" after the short-read message.
+    [[nodiscard]] bool ReadTable(unsigned char* buffer, unsigned int length, unsigned int& pos,
+                                 unsigned int count, ParameterFileSymbolTableEntry* entries,
+                                 EntryData* lookup, unsigned int& duplicateCount,
+                                 PList<DupObjInfo*>*& duplicates, unsigned int dataOffset,
+                                 IModeTable* modeTable, bool isSymbol);
+
+    /// Fills entry with the entry of identifier id of the symbol (isSymbol) or data table. While
+    /// the table's entries exist, entry becomes a copy that shares Data and owns nothing; after
+    /// they are gone, in file mode, the entry is read again from the file and owns its Data and
+    /// Module. An id of 0 or above the count logs "Find: Symbol table entry ID %d out of range 1 -
+    /// %d\n" and gives false; false without a message once a buffer-mode table has dropped its
+    /// entries, or when a file read fails.
+    [[nodiscard]] bool Find(ParameterFileSymbolTableEntry& entry, unsigned int id, bool isSymbol);
+
+    /// Reads a u32 data identifier at reader's cursor and finds that entry into target. A short
+    /// read logs the reader's message and "Insufficient data to read variable from symbol table
+    /// entry\n"; a short read or identifier 0 logs "ReadPointerEntry: Unable to read pointer
+    /// entry from Symbol table\n"; an identifier Find refuses logs "ReadPointerEntry: Unable to
+    /// find pointer entry ID %u in Symbol table%d\n" (with the data count). False in all three.
+    [[nodiscard]] bool ReadPointerEntry(ParameterFileSymbolTableEntry& target,
+                                        ParameterFileSymbolTableEntry* reader);
+
+    /// Bytes one symbol entry counts for in the table's size, by version and alignment.
+    unsigned int GetSymbolEntrySize() const;
+    /// Bytes of one data table entry; 0 for versions without a data table.
+    unsigned int GetDataTableEntrySize() const;
+    /// Bytes of one entry of a mode section, by version and alignment.
+    unsigned int GetModeEntrySize() const;
+
+    /// Destroys the entry arrays (the data array only where it is not the symbol array).
+    void FreeEntryData();
+    /// Frees the lookup arrays (the data array only where it is not the symbol array).
+    void FreeLookupData();
+
+    /// Adds adjust to the file object's references (1 opens it, the last -1 closes it). Without
+    /// a file logs "FileReference called with null File object, Adjust: %d\n" at error level.
+    void FileReference(int adjust);
+
+    // ---- Shared objects ------------------------------------------------------------------------
+
+    /// The record of loc in the duplicate group of identifier id on the symbol (isModule) or
+    /// data side when it holds an object, with its RefCount raised for the caller; null if the
+    /// block is not shared or no object is published for loc (an empty record is not handed
+    /// out: its object could appear after the lock is gone, without the caller's reference).
+    /// Calls that do not fit the tables log "GetDupObject called with invalid values, ..." at
+    /// error level and give null. With lock the table's lock is held for reading; a failed lock
+    /// throws std::system_error. The record stays owned by the table.
+    DupObjInfo* GetDupObjectInternal(bool isModule, unsigned int id, int loc, bool lock);
+
+    /// Publishes object as the shared object of loc in id's group and returns its record (owned
+    /// by the table). Null when the block is not shared, when the call does not fit the tables
+    /// (logged as "SetDupObject called with invalid values, ..."), or when another reader has
+    /// published first: the caller then keeps object as its private copy.
+    DupObjInfo* SetDupObject(bool isModule, unsigned int id, void* object, int loc);
+
+    /// Drops one reference on a shared object. True when the caller must free object: it was
+    /// never shared (or is no longer), or this was its last reference. False for null and while
+    /// other holders remain.
+    bool ReleaseDupObject(void* object);
+
+    /// The record of a published object; null if object is not shared now. Takes no lock:
+    /// callers hold the table's lock for writing or run alone. Owned by the table.
+    DupObjInfo* FindDupObject(void* object);
+
+    // ---- Definitions ---------------------------------------------------------------------------
 
     /// Reads the definition section of size bytes at pos in buffer (length bytes) at the table's
     /// alignment, and leaves pos where the walk stopped. With keep the module and structure
@@ -68,20 +206,97 @@ public:
     /// The caller owns it and deletes it after the load.
     ParameterDefinitionElement* BuildModuleElement(unsigned long nameHash) const;
 
+    // ---- State -------------------------------------------------------------------------------
+
     VersionUnion const& GetVersion() const { return m_version; }
     unsigned char GetAlignment() const { return m_alignment; }
+    ParameterSetManager* GetSetManager() const { return m_setManager; }
 
     /// The definition maps; null when no definition section was read (or after
     /// ClearDefinitions(true)).
     ModuleMap const* GetDefinitionModules() const { return m_definitionModules; }
     StructureMap const* GetDefinitionStructures() const { return m_definitionStructures; }
 
+    /// Every module record of the file in table order; owned by the table.
+    PList<ModuleData*> const& Modules() const { return m_modules; }
+    unsigned int GetSymbolCount() const { return m_symbolCount; }
+    unsigned int GetDataCount() const { return m_dataCount; }
+    /// Duplicate groups + 1 of each side (slot 0 unused).
+    unsigned int GetSymbolDuplicateCount() const { return m_symbolDuplicateCount; }
+    unsigned int GetDataDuplicateCount() const { return m_dataDuplicateCount; }
+    /// The lookup rows (count + 1); null after FreeLookupData. Borrowed.
+    EntryData const* GetSymbolLookup() const { return m_symbolLookup; }
+    EntryData const* GetDataLookup() const { return m_dataLookup; }
+    /// The entry arrays (count + 1); null after FreeEntryData. Borrowed.
+    ParameterFileSymbolTableEntry const* GetSymbolEntries() const { return m_symbolEntries; }
+    ParameterFileSymbolTableEntry const* GetDataEntries() const { return m_dataEntries; }
+    /// Records of one duplicate group; null for group 0 or a group that does not exist.
+    PList<DupObjInfo*> const* GetDuplicates(bool isModule, unsigned int group) const;
+    bool IsFileMode() const { return m_fileMode; }
+    /// The owned file object in file mode; null in buffer mode. Borrowed.
+    ParameterBinaryFile* GetFile() const { return m_file; }
+    char const* GetFileName() const { return m_fileName; }
+    unsigned int GetFileLength() const { return m_fileLength; }
+    unsigned int GetSymbolOffset() const { return m_symbolOffset; }
+    unsigned int GetDataTableOffset() const { return m_dataTableOffset; }
+    unsigned int GetDataOffset() const { return m_dataOffset; }
+    unsigned int GetDataSize() const { return m_dataSize; }
+    /// True when the file has a data table; without one, data identifiers name symbol entries.
+    bool HasDataTable() const { return m_hasDataTable; }
+
 private:
     IParameterLoggingAPI* Logger() const;
+    /// Reads one table section with ReadTable: in buffer mode in place, in file mode from a
+    /// temporary copy; messageSection gives the numbers of the copy's failure message.
+    bool ReadTableSection(unsigned char* buffer, unsigned int length, SectionInfo const& section,
+                          SectionInfo const& messageSection, unsigned int count, bool isSymbol);
+    /// Validates a shared-object call and gives its group; 0 when the block is not shared or the
+    /// call does not fit (then invalid is set).
+    unsigned int GroupOf(bool isModule, unsigned int id, bool& invalid) const;
+    /// The record of loc in group on one side, without a lock and without counting.
+    DupObjInfo* FindRecord(bool isModule, unsigned int group, int loc) const;
+    /// Frees every shared-object record of both sides and the group lists.
+    void FreeDuplicates();
+    void FreeModules();
+    /// Holds the shared-object lock for reading or writing until it goes out of scope.
+    class LockGuard;
 
     ParameterSetManager* m_setManager;
     VersionUnion m_version;
+    // The versions at which the layouts change.
+    VersionUnion const m_version7;   ///< 7.0.0
+    VersionUnion const m_version6;   ///< 6.0.0: name hashes, positional identifiers
+    VersionUnion const m_version301; ///< 3.0.1: DuplicateID follows it
+    VersionUnion const m_version5;   ///< 5.0.0
+    VersionUnion const m_version2;   ///< 2.0.0
+    VersionUnion const m_version4;   ///< 4.0.0: the data table
+    char const* m_fileName = nullptr;
+    ParameterBinaryFile* m_file = nullptr;
+    uint32_t m_fileLength = 0;
+    uint32_t m_symbolSize = 0;
+    uint32_t m_symbolOffset = 0;
+    uint32_t m_dataTableSize = 0;
+    uint32_t m_dataTableOffset = 0;
+    uint32_t m_dataOffset = 0;
+    uint32_t m_dataSize = 0;
+    unsigned char* m_buffer = nullptr;
+    IModeTable* m_modeTable = nullptr;
     unsigned char m_alignment;
     ModuleMap* m_definitionModules = nullptr;
     StructureMap* m_definitionStructures = nullptr;
+    uint32_t m_symbolCount = 0;
+    uint32_t m_dataCount = 0;
+    PList<ModuleData*> m_modules;
+    EntryData* m_symbolLookup = nullptr;
+    EntryData* m_dataLookup = nullptr;
+    PList<DupObjInfo*>* m_symbolDuplicates = nullptr;
+    PList<DupObjInfo*>* m_dataDuplicates = nullptr;
+    uint32_t m_symbolDuplicateCount = 1;
+    uint32_t m_dataDuplicateCount = 1;
+    bool m_fileMode = false;
+    ParameterFileSymbolTableEntry* m_symbolEntries = nullptr;
+    ParameterFileSymbolTableEntry* m_dataEntries = nullptr;
+    pthread_rwlock_t m_lock;
+    bool m_hasDataTable = false;
+    std::unordered_map<void*, DupObjInfo*> m_objects;
 };

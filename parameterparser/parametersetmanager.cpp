@@ -8,8 +8,13 @@
 #include "platform/vornalloc.h"
 #include "platform/vornosutils.h"
 
+#include "parameterparser/modeentry.h"
+#include "parameterparser/modeslot.h"
+#include "parameterparser/moduledata.h"
 #include "parameterparser/parameterbinaryfile.h"
 #include "parameterparser/parameterbytereader.h"
+#include "parameterparser/parameterfilesymboltableentry.h"
+#include "parameterparser/parametermodetable.h"
 #include "parameterparser/parameterutils.h"
 
 namespace {
@@ -146,6 +151,7 @@ ParameterSetManager::ParameterSetManager(ParameterSetManager* main, unsigned cha
             m_loggingIdentifier = m_name;
         }
     }
+    LogModeTableBinding();
 }
 
 ParameterSetManager::~ParameterSetManager()
@@ -316,6 +322,13 @@ bool ParameterSetManager::LoadBinaryParameters(char const* fileName)
 
 void ParameterSetManager::ReleaseLoadFile(ParameterBinaryFile* file)
 {
+    if (file == nullptr)
+        return;
+    // A symbol table that took the file over keeps it; it closes until a mode load needs it.
+    if (m_fileModeAllowed && m_symbolTable != nullptr && m_symbolTable->GetFile() == file) {
+        m_symbolTable->FileReference(-1);
+        return;
+    }
     delete file;
 }
 
@@ -425,18 +438,172 @@ bool ParameterSetManager::ReadSections(unsigned char* buffer, unsigned int lengt
     return LoadSectionContents(buffer, length, fileName, file, fileSize, modeTable, alignment);
 }
 
-bool ParameterSetManager::LoadSectionContents(unsigned char*, unsigned int, char const*,
-                                              ParameterBinaryFile*, unsigned int, IModeTable*,
-                                              unsigned char)
+bool ParameterSetManager::LoadSectionContents(unsigned char* buffer, unsigned int length,
+                                              char const* fileName, ParameterBinaryFile* file,
+                                              unsigned int fileSize, IModeTable* modeTable,
+                                              unsigned char alignment)
 {
-    return true;
+    if (!ReadModeSections(buffer, length, file, alignment))
+        return false;
+
+    if (m_symbolSection.Offset == 0 || m_symbolSection.Size == 0 || m_dataSection.Offset == 0 ||
+        m_dataSection.Size == 0) {
+        ParameterLogging::Write(this, ParameterLogging::LogError,
+                                "ReadModeSections: Binary missing symbol table or data "
+                                "SymbolOffset(%d) && SymbolSize(%d) && DataOffset(%d) && "
+                                "DataSize(%d)\n",
+                                static_cast<int>(m_symbolSection.Offset),
+                                static_cast<int>(m_symbolSection.Size),
+                                static_cast<int>(m_dataSection.Offset),
+                                static_cast<int>(m_dataSection.Size));
+        return true;
+    }
+
+    // In file mode the table keeps only its lookups and re-reads entries from the file; in
+    // buffer mode the modules are read now and nothing of the tables is needed afterwards.
+    bool const fileMode = file != nullptr;
+    ParameterFileSymbolTable* table = m_symbolTable;
+    auto finish = [table, fileMode]() {
+        if (fileMode) {
+            table->ClearDefinitions(false);
+            return;
+        }
+        table->FreeEntryData();
+        table->FreeLookupData();
+        table->ClearDefinitions(true);
+    };
+
+    bool result = table->Load(buffer, length, fileName, file, fileSize, m_symbolSection,
+                              m_dataTableSection, m_dataSection, m_definitionSection, modeTable,
+                              true);
+    if (fileMode)
+        table->FreeEntryData();
+    if (!result || table->Modules().Count() == 0) {
+        finish();
+        return result;
+    }
+
+    // One module that cannot be made or placed fails the load; every other one is still made.
+    PList<ModuleData*> const& modules = table->Modules();
+    for (unsigned int i = 0; i < modules.Count(); ++i) {
+        ModuleData* data = modules[i];
+        if (data == nullptr)
+            continue;
+        ParameterFileSymbolTableEntry entry;
+        bool placed = false;
+        if (table->Find(entry, data->ID, true)) {
+            bool loadNow = true;
+            if (fileMode)
+                loadNow = data->Mode != nullptr && data->Mode->mode != nullptr &&
+                          data->Mode->mode->resident;
+            ParameterModule* module = CreateModule(&entry, data, loadNow);
+            placed = AddModule(data, module);
+        }
+        if (!placed) {
+            m_loadStatus = false;
+            result = false;
+        }
+    }
+    finish();
+    return result;
 }
 
-void ParameterSetManager::SetError(char const* message, ModuleData const*)
+ParameterModule* ParameterSetManager::CreateModule(ParameterFileSymbolTableEntry const* entry,
+                                                   ModuleData* data, bool loadNow)
+{
+    if (m_mainSetManager != nullptr)
+        return MainManager()->CreateModule(entry, data, loadNow);
+    if (data == nullptr)
+        return nullptr;
+
+    DefaultModule* kind = GetDefaultModule(data->NameHash);
+    if (kind == nullptr) {
+        if (!m_ignoreUnknownModules)
+            SetError("Failed to find header module: ", data);
+        return nullptr;
+    }
+    ParameterModule* module = CreateModuleOfKind(kind, entry, data, loadNow);
+    if (module == nullptr)
+        SetError("Failed to parse binary header data for: ", data);
+    return module;
+}
+
+bool ParameterSetManager::AddModule(ModuleData const* data, ParameterModule* module)
+{
+    if (m_mainSetManager != nullptr)
+        return MainManager()->AddModule(data, module);
+    if (data == nullptr || module == nullptr)
+        return false;
+
+    ParameterModeTable* table = GetModeTable(data->GetModeTableIndex());
+    if (table == nullptr || table->rootMode == nullptr) {
+        SetError("AddModule: RootMode is nullptr");
+        return false;
+    }
+    unsigned int const slot = data->GetModeIDValue();
+    if (slot >= table->m_modeCount) {
+        ParameterLogging::Write(this, ParameterLogging::LogError,
+                                "AddModule: moduleData->ModeId(%d) >= m_modeCount(%d)\n",
+                                static_cast<int>(data->ModeId),
+                                static_cast<int>(table->m_modeCount));
+        return false;
+    }
+    ModeEntry* node = table->modes != nullptr ? table->modes[slot].mode : nullptr;
+    if (node == nullptr)
+        return false;
+    return AttachModule(node, module);
+}
+
+ParameterModule* ParameterSetManager::CreateModuleOfKind(DefaultModule*,
+                                                         ParameterFileSymbolTableEntry const*,
+                                                         ModuleData*, bool)
+{
+    // Module kinds come with the module framework: Create on the kind's factory instance, then
+    // LoadModule from the entry's table when loadNow. No registry entry exists before it.
+    return nullptr;
+}
+
+char const* ParameterSetManager::ModuleKindName(DefaultModule*)
+{
+    // The module framework names the kind by its first instance; before it there is none.
+    return nullptr;
+}
+
+bool ParameterSetManager::AttachModule(ModeEntry*, ParameterModule*)
+{
+    // The module framework adds the module to the node's map; before it no module exists.
+    return false;
+}
+
+void ParameterSetManager::SetError(char const* message, ModuleData const* data)
 {
     ParameterSetManager* main = MainManager();
-    Vorn::OsUtils::StrLCpy(main->m_errorString, message != nullptr ? message : "",
-                           sizeof(main->m_errorString));
+    char const* text = message != nullptr ? message : "";
+    if (data == nullptr) {
+        Vorn::OsUtils::StrLCpy(main->m_errorString, text, sizeof(main->m_errorString));
+    } else {
+        // The module is named by its kind's first instance when the registry knows one, by its
+        // name hash otherwise.
+        DefaultModule* kind = main->GetDefaultModule(data->NameHash);
+        char const* name = kind != nullptr ? main->ModuleKindName(kind) : nullptr;
+        unsigned int const mode = data->Mode != nullptr && data->Mode->mode != nullptr
+                                      ? data->Mode->mode->mode.Parts.mode
+                                      : 0;
+        VersionUnion const& version = data->Version;
+        if (name != nullptr)
+            Vorn::OsUtils::SNPrintF(main->m_errorString, sizeof(main->m_errorString),
+                                    "%s Name: %s, Major: %u, Minor: %u, Patch: %u, Mode: %u", text,
+                                    name, static_cast<unsigned int>(version.Parts.Major),
+                                    static_cast<unsigned int>(version.Parts.Minor),
+                                    version.Parts.Patch, mode);
+        else
+            Vorn::OsUtils::SNPrintF(main->m_errorString, sizeof(main->m_errorString),
+                                    "%s Name Hash: %llx, Major: %u, Minor: %u, Patch: %u, Mode: %u",
+                                    text, static_cast<unsigned long long>(data->NameHash),
+                                    static_cast<unsigned int>(version.Parts.Major),
+                                    static_cast<unsigned int>(version.Parts.Minor),
+                                    version.Parts.Patch, mode);
+    }
     ParameterLogging::Write(main, ParameterLogging::LogError, "%s\n", main->m_errorString);
 }
 
@@ -463,6 +630,7 @@ void ParameterSetManager::FreeOwnData()
         m_loggingIdentifier != m_binaryTag)
         VornFree(m_loggingIdentifier, VornTagRelease);
     m_loggingIdentifier = nullptr;
+    FreeModeTables();
 
     delete m_symbolTable;
     m_symbolTable = nullptr;

@@ -7,6 +7,7 @@
 
 #include "parameterparser/imodetable.h"
 #include "parameterparser/iparameterdataapi.h"
+#include "parameterparser/modeunion.h"
 #include "parameterparser/parameterexport.h"
 #include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parameterlogging.h"
@@ -14,8 +15,13 @@
 #include "parameterparser/versionunion.h"
 
 class DefaultModule;
+class ModeEntry;
 class ModuleData;
 class ParameterBinaryFile;
+class ParameterFileSymbolTableEntry;
+class ParameterModeTable;
+class ParameterModule;
+struct ModeSlot;
 
 /// The store of one tuning file. A main manager (no main of its own) owns the file and every
 /// table; a derived manager is a handle on one mode table of its main manager and forwards loads,
@@ -146,6 +152,98 @@ public:
     /// The loaded file's symbol table; null when no file is loaded. Borrowed.
     ParameterFileSymbolTable* GetSymbolTable() const;
 
+    // Mode tables and the mode tree.
+
+    /// The slot of a Mode ID (bits 31-24 the table index, bits 23-0 the slot index) in the main
+    /// manager's tables. An index out of range logs at error level and gives null. Borrowed.
+    ModeSlot* GetModeEntry(unsigned int modeId) override;
+
+    /// The main manager's mode table of this index; null when out of range. Borrowed.
+    ParameterModeTable* GetModeTable(unsigned int modeTableIndex) const;
+
+    /// The number of mode tables this object holds itself: 0 on a derived manager.
+    virtual unsigned int GetModeTableCount();
+
+    /// Appends each table's name (null for a table without one) to names, in table order.
+    /// Borrowed; false when no table is loaded.
+    virtual bool GetModeTableNames(PList<char const*>& names);
+
+    /// Writes the named paths of at most five deepest active branches of a table, joined by ";"
+    /// ("Default" when nothing is active) into result, cut at resultLength. A bad index, null
+    /// result or resultLength 0 leaves result untouched.
+    virtual void GetActiveModes(unsigned char modeTableIndex, char* result,
+                                unsigned int resultLength);
+
+    /// Turns a named path ("Default|Sensor.2|Usecase.Preview") into a mode path ("0|1.2|2.0")
+    /// in result, cut at resultLength and always terminated (nothing for resultLength 0). A path
+    /// with an empty step between two "|" must not be passed.
+    virtual void GetModeShorthand(char const* modes, char* result, unsigned int resultLength);
+
+    /// The node that a mode path ("0.0|1.2|2.0") names in a table; null for a null or malformed
+    /// path, a bad index or a step that is not in the tree. Borrowed.
+    virtual ModeEntry* GetModeEntry(unsigned char modeTableIndex, char const* modePath);
+
+    /// The node reached by walking modeBranch (step 0 is the root) in a table; the root for a
+    /// null branch. Consecutive steps of one mode value match their nodes in either order. A bad
+    /// table index logs at error level and gives null; a step that ValidateMode refuses is kept
+    /// as the error and ends the walk at the node reached so far. Null when a step is not in
+    /// the tree. Borrowed.
+    virtual ModeEntry* GetModeEntry(unsigned char modeTableIndex, TuningMode const* modeBranch,
+                                    unsigned int modeCount);
+
+    /// Writes the children of the node at modePath (the root for an unknown path) as named steps
+    /// joined by "," with a terminator ("Usecase.Preview,Usecase.Video"); bytes that do not fit
+    /// are logged and left out. Returns the bytes written, terminator included.
+    virtual unsigned int GetChildModes(unsigned char modeTableIndex, char const* modePath,
+                                       unsigned char* result, unsigned int resultLength);
+
+    /// Reads every mode section into a new table of the main manager; a file without mode
+    /// sections gets one unnamed table with a Default root. buffer holds the whole file in
+    /// buffer mode; in file mode each section is read from file. Faults are logged and kept as
+    /// the error. True when the last section that made a table was read without a fault.
+    [[nodiscard]] bool ReadModeSections(unsigned char* buffer, unsigned int length,
+                                        ParameterBinaryFile* file, unsigned char alignment);
+
+    /// True if step index of modeBranch has a mode value of 6 or less and is Default only at
+    /// index 0; otherwise the reason, led by caller, is kept as the error.
+    bool ValidateMode(char const* caller, TuningMode const* modeBranch, unsigned int index);
+
+    /// Appends the steps of a mode path ("0.0|1.2") to modeBranch. False for a null path, a
+    /// character other than a digit or "." (steps before it stay appended), or no step at all.
+    bool GetModeBranchFromPath(char const* path, PList<TuningMode>& modeBranch);
+
+    /// Appends the mode path of modeBranch to path, which holds a string, cut at length; stops
+    /// at the first step that ValidateMode refuses.
+    void GetPathFromModeBranch(TuningMode const* modeBranch, unsigned int modeCount, char* path,
+                               unsigned int length);
+
+    /// The value of a mode name, case ignored ("usecase" gives 2); 0 for null or no match.
+    static unsigned short GetModeIndex(char const* name);
+
+    /// The value of a sub-mode given as a number or as a name of mode's row, case ignored; 0 for
+    /// null or no match.
+    static unsigned short GetSubModeIndex(unsigned short mode, char const* name);
+
+    /// Turns mode paths joined by ";" ("0.0|1.2") into named paths ("Default|Sensor.2"), cut at
+    /// resultLength. An empty modes gives "Default".
+    static void GetKnobbyModesString(char const* modes, char* result, unsigned int resultLength);
+
+    // Modules of the loaded file.
+
+    /// Makes the module instance of a module record through the registry entry of its name hash,
+    /// reading it from entry at once when loadNow. An unknown kind is kept as the error "Failed to
+    /// find header module: " with the record (unless unknown modules are ignored); a kind that
+    /// makes no instance as "Failed to parse binary header data for: ". Null in both cases.
+    /// The instance belongs to the registry.
+    ParameterModule* CreateModule(ParameterFileSymbolTableEntry const* entry, ModuleData* data,
+                                  bool loadNow);
+
+    /// Hangs module on the mode node of data's Mode ID. False silently for a null argument;
+    /// false with the error "AddModule: RootMode is nullptr" when the record's mode table has no
+    /// tree, and with "AddModule: moduleData->ModeId(%d) >= m_modeCount(%d)\n" logged when the
+    /// slot is past the table.
+    bool AddModule(ModuleData const* data, ParameterModule* module);
+
 protected:
     /// Only concrete managers construct one. main is null for a main manager; a derived manager
     /// works on main's mode table modeTableIndex. name is copied; null or empty means none.
@@ -177,6 +275,7 @@ protected:
     uint32_t m_maxActiveModes = 0;
     bool m_fileModeAllowed = false;
     char m_fileName[FileNameLength] = {};
+    PList<ParameterModeTable*> m_modeTables;
     char* m_name = nullptr;
     uint32_t m_nameLength = 0;
     char* m_loggingIdentifier = nullptr;
@@ -190,12 +289,30 @@ private:
     bool LoadSectionContents(unsigned char* buffer, unsigned int length, char const* fileName,
                              ParameterBinaryFile* file, unsigned int fileSize,
                              IModeTable* modeTable, unsigned char alignment);
-    /// Ends the load's hold on the file object of a load by name.
+    /// Ends the load's hold on the file object of a load by name: a symbol table that took the
+    /// file over keeps it, closed; otherwise the object is destroyed.
     void ReleaseLoadFile(ParameterBinaryFile* file);
+    /// Makes and, with loadNow, reads the instance of a registered kind. Filled in by the module
+    /// framework; until module kinds exist no registry entry can be found and it makes nothing.
+    ParameterModule* CreateModuleOfKind(DefaultModule* kind,
+                                        ParameterFileSymbolTableEntry const* entry,
+                                        ModuleData* data, bool loadNow);
+    /// The name of a registered kind's first instance for error texts; null when it has none.
+    /// Filled in by the module framework, like CreateModuleOfKind.
+    char const* ModuleKindName(DefaultModule* kind);
+    /// Adds module to node's modules. Filled in by the module framework, like
+    /// CreateModuleOfKind; until then there is no module to add.
+    bool AttachModule(ModeEntry* node, ParameterModule* module);
     /// Takes tag as the binary tag, keeping the logging identifier off the old one.
     void ReplaceBinaryTag(char* tag);
     /// Points the logging identifier at the tag, or at the name followed by the tag.
     void UpdateLoggingIdentifier();
     /// Frees the tables, tag and name that this object itself holds.
     void FreeOwnData();
+    /// Deletes every mode table of this object, first to last; the list ends empty.
+    void FreeModeTables();
+    /// Makes the one unnamed table with a Default root of a file without mode sections.
+    bool CreateDefaultModeTable();
+    /// Logs which of the main manager's tables a derived manager was made for.
+    void LogModeTableBinding();
 };

@@ -5,6 +5,7 @@
 #include "parameterparser/parameterexport.h"
 
 class IParameterLoggingAPI;
+class ParameterDefinitionElement;
 
 /// Bytes a field of `width` bytes occupies at the file's alignment: the larger of the two.
 inline unsigned int FieldStep(unsigned int width, unsigned char alignment)
@@ -83,4 +84,33 @@ public:
     /// pushed out the last digit.
     static unsigned int DoubleToString(double value, char* text, unsigned int length,
                                        unsigned int precision, bool& ok);
+
+    // Typed reads of numbers against the file's element (definitions in
+    // parameterparser/parameterutilsread.h, instances in parameterentryreader.cpp).
+
+    /// One value at pos, converted from the element's type code to T; no element or no Info reads
+    /// T's own width. Null value: false. A short read of T's own width logs the byte reader's
+    /// message and gives false; a short read of a converted width stores 0 and gives true. A code
+    /// that is no number logs "Read: Invalid read type %u" and gives false.
+    template <typename T>
+    static bool Read(T* value, ParameterDefinitionElement* element, unsigned char const* buffer,
+                     unsigned int length, unsigned int& pos, unsigned char alignment,
+                     IParameterLoggingAPI* log);
+
+    /// count values at pos into values, read straight when the element's code is T's own and
+    /// converted otherwise. False when the bytes were short, and also after converting from
+    /// another integer width (callers drop such counted arrays). A code that is no number logs
+    /// "ReadArrayNoFloat: Invalid read type %u. XSD structure modified" and gives false.
+    template <typename T>
+    static bool ReadArray(T* values, ParameterDefinitionElement* element,
+                          unsigned char const* buffer, unsigned int length, unsigned int& pos,
+                          unsigned int count, unsigned int alignment, IParameterLoggingAPI* log);
+
+    /// ReadArray for enumerations (four bytes in memory): converted values are kept, and the
+    /// result is that of the byte read.
+    template <typename T>
+    static bool ReadArrayNoFloat(T* values, ParameterDefinitionElement* element,
+                                 unsigned char const* buffer, unsigned int length,
+                                 unsigned int& pos, unsigned int count, unsigned int alignment,
+                                 IParameterLoggingAPI* log);
 };

@@ -9,6 +9,8 @@
 #include <gtest/gtest.h>
 
 #include "tools/writer/bytesink.h"
+#include "tools/writer/definitiontablebuilder.h"
+#include "tools/writer/modesectionbuilder.h"
 #include "tools/writer/tuningfilewriter.h"
 
 #include "tests/common/logcapture.h"
@@ -30,13 +32,12 @@ using TuningWriter::SectionType;
 using TuningWriter::TuningFileWriter;
 
 // Large enough that the section table window of file mode can be read.
-constexpr size_t FileModeDataSize = 4000;
+constexpr size_t FileModeSize = 4000;
 
-TuningFileWriter SoundFile(FileVersion version = {}, size_t dataSize = FileModeDataSize)
+TuningFileWriter SoundFile(FileVersion version = {}, size_t fileSize = FileModeSize)
 {
     TuningFileWriter writer(version);
-    writer.AddSection(SectionType::Symbol, std::vector<uint8_t>(8, 0))
-        .AddSection(SectionType::Data, std::vector<uint8_t>(dataSize, 0x5A));
+    writer.AddMinimalSections().SetMinimumFileSize(fileSize);
     return writer;
 }
 
@@ -73,8 +74,16 @@ protected:
 TEST_F(ParameterSetManagerTest, LoadsFromBuffer)
 {
     TuningFileWriter writer = SoundFile({6, 0, 0});
-    writer.AddSection(SectionType::Mode, std::vector<uint8_t>(20, 0))
-        .AddSection(SectionType::Definition, std::vector<uint8_t>(12, 0));
+    TuningWriter::ModeSectionBuilder modes(0, "rear");
+    modes.AddPath("Default|Sensor.0");
+    modes.AddTo(writer);
+    TuningWriter::DefinitionStructure structure;
+    structure.id = 1;
+    structure.name = "OneType";
+    structure.elements.push_back({});
+    structure.elements.back().name = "value";
+    writer.AddSection(SectionType::Definition,
+                      TuningWriter::DefinitionTableBuilder().AddStructure(structure).Build(1));
     std::vector<uint8_t> bytes = writer.Build();
     TestSetManager manager;
 
@@ -87,7 +96,7 @@ TEST_F(ParameterSetManagerTest, LoadsFromBuffer)
     EXPECT_EQ(manager.GetBinaryVersion(), VersionUnion(6, 0, 0));
     EXPECT_EQ(manager.GetSectionCount(), 4u);
     EXPECT_EQ(manager.GetSymbolSection().Offset, writer.SectionOffsetAt(0));
-    EXPECT_EQ(manager.GetDataSection().Size, FileModeDataSize);
+    EXPECT_EQ(manager.GetDataSection().Offset, writer.SectionOffsetAt(1));
     ASSERT_EQ(manager.GetModeSections().Count(), 1u);
     EXPECT_EQ(manager.GetModeSections()[0].Offset, writer.SectionOffsetAt(2));
     EXPECT_EQ(manager.GetDefinitionSection().Offset, writer.SectionOffsetAt(3));
@@ -110,7 +119,8 @@ class LoadByNameTest : public ParameterSetManagerTest,
 // A manager that does not allow file mode reads the file whole and works as if from a buffer.
 TEST_P(LoadByNameTest, LoadsInModeTheManagerAllows)
 {
-    ParamTest::TempFile file(SoundFile().Build());
+    TuningFileWriter const writer = SoundFile();
+    ParamTest::TempFile file(writer.Build());
     TestSetManager::Options options;
     options.fileModeAllowed = GetParam().fileModeAllowed;
     TestSetManager manager(options);
@@ -118,7 +128,7 @@ TEST_P(LoadByNameTest, LoadsInModeTheManagerAllows)
     ASSERT_TRUE(manager.LoadBinaryParameters(file.Path().c_str()));
     EXPECT_NE(manager.GetSymbolTable(), nullptr);
     EXPECT_EQ(manager.IsFileMode(), GetParam().fileModeAllowed);
-    EXPECT_EQ(manager.GetDataSection().Size, FileModeDataSize);
+    EXPECT_EQ(manager.GetDataSection().Offset, writer.SectionOffsetAt(1));
     EXPECT_TRUE(m_log.HasMessage("Load Binary Parameters from file: " + file.Path() + "\n"));
 }
 

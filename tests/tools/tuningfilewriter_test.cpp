@@ -10,10 +10,12 @@
 #include <gtest/gtest.h>
 
 #include "parameterparser/parameterbytereader.h"
+#include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parsercrc.h"
 
 #include "tests/common/logcapture.h"
 #include "tests/common/tempfile.h"
+#include "tests/common/testsetmanager.h"
 #include "tests/tools/readback.h"
 
 namespace {
@@ -227,25 +229,21 @@ TEST(FileDamageTest, TailFaultsActOnTheFinishedFile)
     }
 }
 
-TEST(FileWriterTest, MinimalSectionsArePresentButHoldNoEntry)
+TEST(FileWriterTest, MinimalSectionsLoadAsSoundTablesWithoutModules)
 {
-    for (FileVersion version : {FileVersion{1, 1, 0}, FileVersion{7, 0, 0}}) {
+    for (FileVersion version : {FileVersion{1, 0, 2}, FileVersion{1, 1, 0}, FileVersion{3, 0, 1},
+                                FileVersion{5, 0, 0}, FileVersion{7, 0, 0}}) {
         SCOPED_TRACE(Name(version));
         TuningFileWriter writer(version);
-        std::vector<uint8_t> const file = writer.AddMinimalSections().Build();
-        auto const length = static_cast<unsigned int>(file.size());
-        unsigned int pos = static_cast<unsigned int>(writer.HeaderSize());
-        ParameterByteReader reader(file.data(), length, pos, writer.Alignment(), nullptr);
-        for (uint64_t type : {0u, 1u}) {
-            EXPECT_EQ(ReadField(reader, 4), type);
-            uint64_t const offset = ReadField(reader, 4);
-            uint64_t const size = ReadField(reader, 4);
-            EXPECT_NE(offset, 0u);
-            // Present, yet smaller than the smallest symbol entry (32 bytes) of any version.
-            EXPECT_GT(size, 0u);
-            EXPECT_LT(size, 32u);
-            EXPECT_LE(offset + size, length - writer.ChecksumSize());
-        }
+        std::vector<uint8_t> file = writer.AddMinimalSections().Build();
+        ParamTest::TestSetManager manager;
+        ASSERT_TRUE(manager.LoadBinaryParameters(file.data(), file.size()))
+            << manager.GetErrorString();
+        EXPECT_EQ(manager.GetSectionCount(), 2u);
+        EXPECT_NE(manager.GetSymbolSection().Size, 0u);
+        EXPECT_NE(manager.GetDataSection().Size, 0u);
+        ASSERT_NE(manager.GetSymbolTable(), nullptr);
+        EXPECT_EQ(manager.GetSymbolTable()->Modules().Count(), 0u);
     }
 }
 

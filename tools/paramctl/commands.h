@@ -5,6 +5,7 @@
 namespace ParamCtl {
 
 int RunInfo(int argc, char** argv);
+int RunModes(int argc, char** argv);
 int RunPack(int argc, char** argv);
 
 } // namespace ParamCtl

@@ -2,9 +2,7 @@
 // paramctl info: what a tuning file holds, as the loader sees it.
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <string>
@@ -16,7 +14,7 @@
 #include "parameterparser/parameterutils.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
-#include "tools/paramctl/inspectsetmanager.h"
+#include "tools/paramctl/inspection.h"
 #include "tools/paramctl/jsonwriter.h"
 
 namespace ParamCtl {
@@ -71,12 +69,6 @@ struct FileSummary
     std::vector<ModuleRow> modules;
     std::vector<StructureRow> structures;
 };
-
-std::string VersionText(VersionUnion const& version)
-{
-    return std::to_string(version.Parts.Major) + "." + std::to_string(version.Parts.Minor) + "." +
-           std::to_string(version.Parts.Patch);
-}
 
 std::string CreatedBy(std::vector<unsigned char>& bytes, VersionUnion const& version)
 {
@@ -226,23 +218,14 @@ int RunInfo(int argc, char** argv)
         return ExitUsage;
     }
 
+    Inspection inspection;
+    if (!OpenForInspection(line.Operands()[0], "info", inspection))
+        return ExitFailure;
+    InspectSetManager& manager = inspection.manager;
+    std::vector<unsigned char>& bytes = inspection.bytes;
     FileSummary summary;
-    summary.path = line.Operands()[0];
-    std::ifstream file(summary.path, std::ios::binary);
-    if (!file) {
-        std::fprintf(stderr, "paramctl info: cannot open %s\n", summary.path.c_str());
-        return ExitFailure;
-    }
-    std::vector<unsigned char> bytes{std::istreambuf_iterator<char>(file),
-                                     std::istreambuf_iterator<char>()};
+    summary.path = inspection.path;
     summary.length = bytes.size();
-
-    InspectSetManager manager;
-    if (!manager.LoadBinaryParameters(bytes.data(), bytes.size())) {
-        std::fprintf(stderr, "paramctl info: %s: %s\n", summary.path.c_str(),
-                     manager.GetErrorString());
-        return ExitFailure;
-    }
     summary.tag = manager.GetBinaryTag() != nullptr ? manager.GetBinaryTag() : "";
     summary.version = manager.GetBinaryVersion();
     summary.createdBy = CreatedBy(bytes, summary.version);

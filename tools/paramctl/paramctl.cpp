@@ -20,6 +20,7 @@ struct Command
 
 constexpr Command Commands[] = {
     {"info", ParamCtl::RunInfo, "header, sections, checksum and schema of a tuning file"},
+    {"modes", ParamCtl::RunModes, "the mode tables as trees (--dot for Graphviz)"},
     {"pack", ParamCtl::RunPack, "write a binary tuning file from a text description"},
 };
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,6 +26,17 @@ struct ModuleEntry
     uint32_t duplicateOf = 0;         ///< ID of an entry with equal data; 0: its own ID
 };
 
+/// Deliberate faults in the tables, keyed by the identifiers AddModule and AddData returned.
+/// Every field left at its default writes sound tables.
+struct TableDamage
+{
+    uint32_t symbolTrailingBytes = 0;        ///< zero bytes appended to the symbol section
+    uint32_t dataTableTrailingBytes = 0;     ///< zero bytes appended to the data table section
+    std::map<uint32_t, uint32_t> storedIds;  ///< symbol entry -> ID field (below 6.0.0)
+    std::map<uint32_t, uint32_t> sizes;      ///< symbol entry -> Size field
+    std::map<uint32_t, uint32_t> duplicates; ///< symbol entry -> DuplicateID field (above 3.0.1)
+};
+
 /// Collects symbol entries (modules) and data entries (blocks that module data points at) and
 /// lays them out for a file version. Identifiers are what readers put in pointer fields:
 /// - below 6.0.0 each entry stores its ID, 1 to count;
@@ -33,6 +45,11 @@ struct ModuleEntry
 /// Files below 4.0.0 have no data table: data entries then become symbol entries with Mode ID
 /// NoModuleModeId, and modules and data share one sequence of identifiers in the order they were
 /// added; pointers lead to those symbol entries. Either way an identifier is final when returned.
+/// Each block of data is written once into the data section; an entry that duplicates another
+/// points at the first one's block, and from 3.0.1 on both carry its identifier as DuplicateID,
+/// which puts them in one duplicate group. Padded files (alignment 8) step 72 bytes an entry while
+/// a reader counts 76: the symbol section ends in 4 zero bytes per entry so that its size is the
+/// count times 76.
 class SymbolTableBuilder
 {
 public:
@@ -45,6 +62,8 @@ public:
     /// duplicateOf names an earlier data entry with the same bytes: both then share one data
     /// block and one duplicate group.
     uint32_t AddData(std::vector<uint8_t> bytes, uint32_t duplicateOf = 0);
+
+    SymbolTableBuilder& SetDamage(TableDamage damage);
 
     /// The symbol, data table and data sections.
     struct Sections
@@ -74,6 +93,7 @@ private:
     };
     std::vector<Entry> m_symbolEntries;
     std::vector<Entry> m_dataEntries; ///< empty below 4.0.0
+    TableDamage m_damage;
 };
 
 } // namespace TuningWriter

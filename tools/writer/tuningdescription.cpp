@@ -125,6 +125,26 @@ bool TuningDescription::ParseMember(unsigned int line, std::string const& name,
     return true;
 }
 
+bool TuningDescription::ParsePath(unsigned int line, std::vector<std::string> const& words)
+{
+    if (m_modeTables.empty())
+        return Fail(line, "path outside a mode table");
+    bool const resident = words.size() == 3 && words[2] == "resident";
+    if (words.size() < 2 || words.size() > 3 || (words.size() == 3 && !resident))
+        return Fail(line, "expected: path STEP|STEP... [resident]");
+    ModeSectionBuilder& table = m_modeTables.back();
+    uint32_t const id = table.AddPath(words[1]);
+    if (id == InvalidModeId)
+        return Fail(line, "bad mode path '" + words[1] + "'");
+    if (resident) {
+        for (ModeEntryRecord& entry : table.Entries()) {
+            if (entry.modeId == id)
+                entry.flags |= ModeFlagResident;
+        }
+    }
+    return true;
+}
+
 bool TuningDescription::Parse(std::string const& text)
 {
     std::istringstream lines(text);
@@ -152,6 +172,11 @@ bool TuningDescription::Parse(std::string const& text)
             continue;
         }
         closeStructure();
+        if (keyword == "path") {
+            if (!ParsePath(number, words))
+                return false;
+            continue;
+        }
         unsigned long long value = 0;
         if (keyword == "version" && words.size() == 2) {
             if (!ParseVersion(words[1], m_version))
@@ -172,6 +197,11 @@ bool TuningDescription::Parse(std::string const& text)
             m_inStructure = true;
             m_structure.id = static_cast<uint32_t>(value);
             m_structure.name = words[2];
+        } else if (keyword == "modetable" && words.size() <= 2) {
+            if (m_modeTables.size() > 0xFF)
+                return Fail(number, "too many mode tables");
+            m_modeTables.emplace_back(static_cast<uint8_t>(m_modeTables.size()),
+                                      words.size() == 2 ? words[1] : "");
         } else if (keyword == "module" && words.size() == 3) {
             if (!ParseUnsigned(words[2], 0xFFFFFFFF, value))
                 return Fail(number, "bad structure ID '" + words[2] + "'");
@@ -206,6 +236,8 @@ TuningFileWriter TuningDescription::MakeWriter() const
     writer.SetBinaryTag(m_binaryTag).SetCreatedBy(m_createdBy).SetHeaderFlags(m_flags);
     writer.SetMinimumFileSize(FileModeWindow);
     writer.AddMinimalSections();
+    for (ModeSectionBuilder const& table : m_modeTables)
+        table.AddTo(writer);
     if (!m_definitions.Empty())
         writer.AddSection(SectionType::Definition, m_definitions.Build(writer.Alignment()));
     return writer;

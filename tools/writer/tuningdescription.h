@@ -3,8 +3,10 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "tools/writer/definitiontablebuilder.h"
+#include "tools/writer/modesectionbuilder.h"
 #include "tools/writer/tuningfilewriter.h"
 
 namespace TuningWriter {
@@ -26,6 +28,10 @@ namespace TuningWriter {
 ///       member limits         Float[] four-byte # counted array, elements four bytes wide
 ///       member name           String?          # optional
 ///     module FLIndicesType 1          # module name and its top structure ID
+///
+///     modetable rear                  # a mode table (index in order of appearance) and its name
+///       path Default|Sensor.0|Usecase.Preview          # each step gets a node below the last
+///       path Default|Sensor.0|Usecase.Video resident    # the last node stays loaded
 ///
 /// A member type is a type code name (Int8 ... Double, ByteLike, ShortLike, UIntLike, LongLike,
 /// IntLike, UIntLike2, String) or struct:<ID>, followed by nothing (one value), [N] (fixed array
@@ -49,12 +55,14 @@ private:
     bool Fail(unsigned int line, std::string const& message);
     bool ParseMember(unsigned int line, std::string const& name, std::string const& type,
                      std::string const& option);
+    bool ParsePath(unsigned int line, std::vector<std::string> const& words);
 
     FileVersion m_version;
     std::string m_binaryTag = "sample";
     std::string m_createdBy = "paramctl pack";
     uint64_t m_flags = 0;
     DefinitionTableBuilder m_definitions;
+    std::vector<ModeSectionBuilder> m_modeTables;
     bool m_inStructure = false;
     DefinitionStructure m_structure;
     std::string m_error;

@@ -10,6 +10,7 @@
 #include "parameterparser/parameterutils.h"
 #include "parameterparser/parsercrc.h"
 #include "tools/writer/bytesink.h"
+#include "tools/writer/symboltablebuilder.h"
 
 namespace TuningWriter {
 
@@ -19,9 +20,8 @@ constexpr size_t HeaderTagWidth = 28;
 constexpr size_t CreatedByWidth = 48;
 constexpr size_t BinaryTagWidth = 64;
 
-// A few zero bytes: a section that is present (non-zero offset and size) yet too short to hold a
-// single symbol entry of any version, so it loads as an empty table.
-constexpr size_t MinimalSectionSize = 8;
+// Bytes of the one data block of a minimal file.
+constexpr size_t MinimalBlockSize = 4;
 
 bool AtLeast(FileVersion version, uint16_t major, uint16_t minor, uint32_t patch)
 {
@@ -95,8 +95,16 @@ TuningFileWriter& TuningFileWriter::AddRawSectionRecord(uint32_t type, uint32_t 
 
 TuningFileWriter& TuningFileWriter::AddMinimalSections()
 {
-    AddSection(SectionType::Symbol, std::vector<uint8_t>(MinimalSectionSize, 0));
-    AddSection(SectionType::Data, std::vector<uint8_t>(MinimalSectionSize, 0));
+    // One symbol entry that is no module, over a small data block: the tables are sound and hold
+    // no module record, and the file has just the two sections every load needs.
+    SymbolTableBuilder tables(m_version);
+    ModuleEntry block;
+    block.modeId = NoModuleModeId;
+    block.data.assign(MinimalBlockSize, 0);
+    tables.AddModule(std::move(block));
+    SymbolTableBuilder::Sections sections = tables.Build();
+    AddSection(SectionType::Symbol, std::move(sections.symbol));
+    AddSection(SectionType::Data, std::move(sections.data));
     return *this;
 }
 

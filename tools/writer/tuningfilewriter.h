@@ -70,8 +70,9 @@ public:
     /// Adds a section record with any type, offset and size, pointing wherever the test wants.
     TuningFileWriter& AddRawSectionRecord(uint32_t type, uint32_t offset, uint32_t size);
 
-    /// Adds empty-but-present symbol and data sections (non-zero size), the least a file needs to
-    /// pass the section table: what most tests start from.
+    /// Adds the least a file needs to load with its tables: a sound symbol table holding no
+    /// module, a data section with one small block (and its data table from 4.0.0). What most
+    /// tests start from.
     TuningFileWriter& AddMinimalSections();
 
     TuningFileWriter& SetDamage(Damage damage);

@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: Apache-2.0
+// ModeEntry: the node operations of a mode tree and the names of modes and sub-modes.
+#include "parameterparser/modeentry.h"
+
+#include <cstring>
+
+#include "platform/vornosutils.h"
+
+namespace {
+
+constexpr char const* ModeNames[] = {"Default",  "Sensor", "Usecase", "Feature1",
+                                     "Feature2", "Scene",  "Effect"};
+constexpr unsigned int ModeNameCount = sizeof(ModeNames) / sizeof(ModeNames[0]);
+
+constexpr char const* UsecaseNames[] = {"Preview",  "Snapshot",         "Video",
+                                        "ZSL",      "Liveshot",         "SnapshotReprocess",
+                                        "IDEALRAW", "IdealRawReprocess"};
+constexpr char const* Feature1Names[] = {
+    "None",        "ISPHDR",          "ADRC",     "inSensorHDR3Exp", "MFHDRPreFusion",
+    "MFHDRFusion", "MFHDRPostFusion", "FDProcess"};
+constexpr char const* Feature2Names[] = {"None",
+                                         "OISCapture",
+                                         "HLG",
+                                         "HDR10",
+                                         "MFNRBlend",
+                                         "MFNRPostFilter",
+                                         "AIDenoiserMFNRBlend",
+                                         "AIDenoiserMFNRPostFilter",
+                                         "ZLLMFNRBlend",
+                                         "ZLLMFNRPostFilter",
+                                         "ZLLPostFusion",
+                                         "MMFBlend",
+                                         "MMFEqualization",
+                                         "MMFPostFilter",
+                                         "VBSE",
+                                         "ZLLMMFBlend",
+                                         "ZLLMMFEqualization",
+                                         "ZLLMMFPostFilter",
+                                         "ZLLShortExp",
+                                         "HDR10P",
+                                         "HDR10PStats",
+                                         "BokehSB",
+                                         "BokehESB",
+                                         "ViULLMCTF1",
+                                         "ViULLMCTF2"};
+constexpr char const* SceneNames[] = {
+    "None",         "Landscape", "Snow",          "Beach",     "Sunset",  "Night",
+    "Portrait",     "BackLight", "Sports",        "AntiShake", "Flowers", "CandleLight",
+    "Fireworks",    "Party",     "NightPortrait", "Theater",   "Action",  "AR",
+    "FacePriority", "Barcode",   "BestShot",      "AICam"};
+constexpr char const* EffectNames[] = {"None",     "Mono",      "Sepia",      "Negative",
+                                       "Solarize", "Posterize", "Aqua",       "Emboss",
+                                       "Sketch",   "Neon",      "Blackboard", "Whiteboard"};
+
+struct SubModeRow
+{
+    char const* const* names;
+    unsigned int count;
+};
+
+template <unsigned int N> constexpr SubModeRow Row(char const* const (&names)[N])
+{
+    return SubModeRow{names, N};
+}
+
+// Indexed by mode value; Default and Sensor have no names for their sub-modes.
+constexpr SubModeRow SubModeRows[] = {{nullptr, 0},       {nullptr, 0},       Row(UsecaseNames),
+                                      Row(Feature1Names), Row(Feature2Names), Row(SceneNames),
+                                      Row(EffectNames)};
+
+static_assert(sizeof(SubModeRows) / sizeof(SubModeRows[0]) == ModeNameCount,
+              "one sub-mode row per mode value");
+
+// A file may link nodes in a circle; a walk stops after this many links rather than run forever.
+constexpr unsigned int MaxLinkHops = 64;
+
+// The node a link slot names. The slot is packed, so its pointer is copied out byte-wise.
+ModeEntry* ReadLink(ModeEntry** link)
+{
+    ModeEntry* target = nullptr;
+    std::memcpy(&target, static_cast<void*>(link), sizeof(target));
+    return target;
+}
+
+} // namespace
+
+ModeEntry::ModeEntry(bool loadedFlag, bool residentFlag)
+    : loaded(loadedFlag), resident(residentFlag)
+{
+}
+
+ModeEntry::~ModeEntry()
+{
+    // The subtree and the later siblings go without recursion, so that neither a deep tree nor
+    // a long row of siblings from a damaged file can exhaust the stack. Each node is unhooked
+    // from its children and siblings before it is deleted, so its own destructor finds nothing.
+    ModeEntry* pending = firstChild;
+    if (pending != nullptr)
+        ChildChainEnd()->nextSibling = nextSibling;
+    else
+        pending = nextSibling;
+    firstChild = nullptr;
+    lastChild = nullptr;
+    nextSibling = nullptr;
+    while (pending != nullptr) {
+        ModeEntry* node = pending;
+        if (node->firstChild != nullptr) {
+            node->ChildChainEnd()->nextSibling = node->nextSibling;
+            pending = node->firstChild;
+        } else {
+            pending = node->nextSibling;
+        }
+        node->firstChild = nullptr;
+        node->lastChild = nullptr;
+        node->nextSibling = nullptr;
+        delete node;
+    }
+}
+
+ModeEntry* ModeEntry::ChildChainEnd()
+{
+    ModeEntry* last = lastChild != nullptr ? lastChild : firstChild;
+    while (last != nullptr && last->nextSibling != nullptr)
+        last = last->nextSibling;
+    return last;
+}
+
+void ModeEntry::Initialize(unsigned int id, ModeUnion const& step, ModeEntry** linkSlot)
+{
+    modeId = id;
+    mode = step;
+    link = linkSlot;
+}
+
+void ModeEntry::Initialize(unsigned int id, unsigned short modeValue, unsigned short subModeValue,
+                           ModeEntry** linkSlot)
+{
+    modeId = id;
+    mode = ModeUnion();
+    mode.Parts.mode = modeValue;
+    mode.Parts.subMode = subModeValue;
+    link = linkSlot;
+}
+
+void ModeEntry::AddMode(ModeEntry* child)
+{
+    if (child == nullptr)
+        return;
+    child->parent = this;
+    if (lastChild == nullptr)
+        firstChild = child;
+    else
+        lastChild->nextSibling = child;
+    lastChild = child;
+}
+
+ModeEntry* ModeEntry::FindMode(TuningMode const* step)
+{
+    if (step == nullptr)
+        return nullptr;
+    ModeEntry* start = ResolveLink();
+    for (ModeEntry* child = start->firstChild; child != nullptr; child = child->nextSibling) {
+        if (child->mode.Parts.mode == step->mode && child->mode.Parts.subMode == step->subMode)
+            return child;
+    }
+    return nullptr;
+}
+
+ModeEntry* ModeEntry::FindMode(TuningMode const* steps, unsigned int count, unsigned int depth)
+{
+    if (steps == nullptr || count == 0)
+        return nullptr;
+    ModeEntry* start = ResolveLink();
+    // Each step may sit on any level of the run, so every step is tried below every level.
+    for (unsigned int i = 0; i < count; ++i) {
+        // A step equal to an earlier one leads to the same child and the same answer.
+        bool repeated = false;
+        for (unsigned int j = 0; j < i && !repeated; ++j)
+            repeated = steps[j].mode == steps[i].mode && steps[j].subMode == steps[i].subMode;
+        if (repeated)
+            continue;
+        ModeEntry* child = start->FindMode(&steps[i]);
+        if (child == nullptr)
+            continue;
+        if (depth + 1 >= count)
+            return child;
+        ModeEntry* found = child->FindMode(steps, count, depth + 1);
+        if (found != nullptr)
+            return found;
+    }
+    return nullptr;
+}
+
+void ModeEntry::GetModePath(char* path, unsigned int length)
+{
+    if (path == nullptr || length == 0)
+        return;
+    // Steps are written from the root down. The ancestors are found again for every level
+    // rather than by recursion, and the walk stops once the buffer is full, so a damaged file's
+    // deep tree costs neither stack nor much time.
+    unsigned int depth = 0;
+    for (ModeEntry* node = this; node != nullptr; node = node->parent)
+        ++depth;
+    for (unsigned int level = 0; level < depth; ++level) {
+        ModeEntry* node = this;
+        for (unsigned int up = level + 1; up < depth; ++up)
+            node = node->parent;
+        size_t used = std::strlen(path);
+        if (used + 1 >= length)
+            return;
+        if (used > 0)
+            used = Vorn::OsUtils::StrLCat(path, "|", length);
+        if (used + 1 < length)
+            Vorn::OsUtils::SNPrintF(path + used, length - used, "%u.%u",
+                                    static_cast<unsigned int>(node->mode.Parts.mode),
+                                    static_cast<unsigned int>(node->mode.Parts.subMode));
+    }
+}
+
+bool ModeEntry::IsParent(ModeEntry* other)
+{
+    if (other == nullptr)
+        return false;
+    for (ModeEntry* node = parent; node != nullptr; node = node->parent) {
+        if (node == other)
+            return true;
+    }
+    return false;
+}
+
+ModeEntry* ModeEntry::ResolveLink()
+{
+    ModeEntry* node = this;
+    for (unsigned int hops = 0; hops < MaxLinkHops && node->link != nullptr; ++hops) {
+        ModeEntry* target = ReadLink(node->link);
+        if (target == nullptr || target == node)
+            break;
+        node = target;
+    }
+    return node;
+}
+
+bool ModeEntry::IsActive()
+{
+    for (auto const& entry : modules) {
+        if (entry.second.refCount.load() > 0)
+            return true;
+    }
+    return false;
+}
+
+char const* ModeEntry::GetSubModeName()
+{
+    return GetSubModeName(mode.Parts.mode, mode.Parts.subMode);
+}
+
+char const* ModeEntry::GetModeName(unsigned int modeValue)
+{
+    return modeValue < ModeNameCount ? ModeNames[modeValue] : nullptr;
+}
+
+char const* ModeEntry::GetSubModeName(unsigned int modeValue, unsigned int subModeValue)
+{
+    if (modeValue >= ModeNameCount)
+        return nullptr;
+    SubModeRow const& row = SubModeRows[modeValue];
+    return subModeValue < row.count ? row.names[subModeValue] : nullptr;
+}
+
+unsigned int ModeEntry::GetSubModeNameCount(unsigned int modeValue)
+{
+    return modeValue < ModeNameCount ? SubModeRows[modeValue].count : 0;
+}

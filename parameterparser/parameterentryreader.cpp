@@ -1,0 +1,612 @@
+// SPDX-License-Identifier: Apache-2.0
+// The reader side of ParameterFileSymbolTableEntry: positions, counts and pointers, structures,
+// strings, and the tolerance between the file's schema and the compiled-in one.
+#define PARAMETER_ENTRY_READER_DEFINE_INSTANCES
+#include "parameterparser/parameterentryreader.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+#include "platform/vornalloc.h"
+
+#include "parameterparser/parameterbytereader.h"
+#include "parameterparser/parameterdefinitions.h"
+#include "parameterparser/parameterfilesymboltable.h"
+#include "parameterparser/parameterlogging.h"
+#include "parameterparser/parametersetmanager.h"
+#include "parameterparser/parameterutils.h"
+
+PARAMETER_ENTRY_READER_INSTANCES()
+
+namespace {
+
+using ParameterEntryReader::FieldForm;
+using ParameterEntryReader::FieldRead;
+using ParameterEntryReader::HasFlag;
+
+constexpr unsigned int LogLineLength = 4096;
+
+// A structure element (5) or an element for a whole module (0) has a structure behind it.
+bool HasLiveStructure(ParameterDefinitionElement const* element)
+{
+    return element != nullptr && element->Info != nullptr && element->Info->Structure != nullptr;
+}
+
+bool IsText(ParameterDefinitionElementInfo const& info)
+{
+    return info.Type > TypeUIntLike2;
+}
+
+bool IsFixedArray(ParameterDefinitionElementInfo const& info)
+{
+    return HasFlag(info, ElementFixedCount) && !HasFlag(info, ElementVariableCount);
+}
+
+bool ExactStructureFixedArray(ParameterDefinitionElementInfo const& info, unsigned int count)
+{
+    return (count == 1 || HasFlag(info, ElementFixedCount)) && info.Count == count &&
+           !HasFlag(info, ElementVariableCount) && info.Type == TypeStructure;
+}
+
+bool ExactStructureArray(ParameterDefinitionElementInfo const& info, unsigned int)
+{
+    return HasFlag(info, ElementVariableCount) && info.Type == TypeStructure;
+}
+
+bool ExactOptionalStructure(ParameterDefinitionElementInfo const& info, unsigned int)
+{
+    return !HasFlag(info, ElementFixedCount) && HasFlag(info, ElementVariableCount) &&
+           info.Count == 1 && info.Type == TypeStructure;
+}
+
+bool ExactString(ParameterDefinitionElementInfo const& info, unsigned int)
+{
+    return !HasFlag(info, ElementFixedCount) && !HasFlag(info, ElementVariableCount) &&
+           IsText(info);
+}
+
+bool ExactStringFixedArray(ParameterDefinitionElementInfo const& info, unsigned int count)
+{
+    return (count == 1 || HasFlag(info, ElementFixedCount)) && info.Count == count &&
+           !HasFlag(info, ElementVariableCount) && IsText(info);
+}
+
+bool ExactStringArray(ParameterDefinitionElementInfo const& info, unsigned int)
+{
+    return HasFlag(info, ElementVariableCount) && IsText(info);
+}
+
+bool ExactOptionalString(ParameterDefinitionElementInfo const& info, unsigned int)
+{
+    return !HasFlag(info, ElementFixedCount) && HasFlag(info, ElementVariableCount) &&
+           info.Count == 1 && IsText(info);
+}
+
+constexpr FieldForm StructurePointerForm{8, true, false, true};
+constexpr FieldForm StringPointerForm{8, true, false, true};
+
+// Reads a u32 at the entry's cursor within limit; a short read logs and gives 0 and false.
+bool ReadCount(ParameterFileSymbolTableEntry& entry, unsigned int limit, uint32_t& value)
+{
+    ParameterByteReader reader(entry.Data, ParameterEntryReader::ReadLength(entry, limit),
+                               entry.Position, entry.GetAlignment(),
+                               ParameterEntryReader::EntryLogger(entry));
+    if (reader.ReadU32(value))
+        return true;
+    value = 0;
+    entry.LogMessage(false, "Insufficient data to read variable from symbol table entry\n");
+    return false;
+}
+
+// The parameters with which the elements of a structure field are loaded from target.
+ParameterLoadParameters ElementParameters(ParameterFileSymbolTableEntry& entry,
+                                          ParameterLoadParameters const& parameters,
+                                          FieldRead const& field, bool countAhead)
+{
+    ParameterLoadParameters local = parameters;
+    local.entry = field.target;
+    local.useParent = true;
+    local.addElementOffset = field.target == &entry;
+    local.parentElement = field.element;
+    local.arrayIndex = 0;
+    local.loadLimit = NoLoadLimit;
+    if (field.target == &entry)
+        local.basePosition =
+            parameters.basePosition + (countAhead && entry.IsFixedCountVersion() ? 4u : 0u);
+    else
+        local.basePosition = field.target->Position;
+    return local;
+}
+
+} // namespace
+
+// ---- Helpers shared with generated code ---------------------------------------------------
+
+IParameterLoggingAPI* ParameterEntryReader::EntryLogger(ParameterFileSymbolTableEntry& entry)
+{
+    return entry.Table != nullptr ? entry.GetSetManager() : nullptr;
+}
+
+void ParameterEntryReader::LogNotFound(ParameterFileSymbolTableEntry& entry, char const* reader,
+                                       unsigned long nameHash, bool error)
+{
+    entry.LogMessage(error, "%s: 0x%llx entry not found in the binary file, all values will be 0\n",
+                     reader, static_cast<unsigned long long>(nameHash));
+}
+
+void ParameterEntryReader::LogCountDifference(ParameterFileSymbolTableEntry& entry,
+                                              unsigned long nameHash, unsigned int expected,
+                                              unsigned int binary)
+{
+    entry.LogMessage(false,
+                     "0x%llx expected count (%u) != the binary count (%u), the binary XSD != the "
+                     "source XSD\n",
+                     static_cast<unsigned long long>(nameHash), expected, binary);
+}
+
+bool ParameterEntryReader::IsFieldMissing(ParameterDefinitionElement const* parent,
+                                          ParameterDefinitionElement const* element)
+{
+    if (element != nullptr || parent == nullptr)
+        return false;
+    // A parent whose definitions are gone was proven before: the compiled-in schema holds. A
+    // parent whose structure is still there was searched, and the file does not have the field.
+    return parent->Verified == 0 || HasLiveStructure(parent);
+}
+
+bool ParameterEntryReader::BeginField(ParameterFileSymbolTableEntry& entry,
+                                      ParameterLoadParameters& parameters, FieldForm const& form,
+                                      unsigned int count, ExactForm exact, FieldRead& field)
+{
+    ParameterLoadParameters local = parameters;
+    local.useParent = false;
+    local.addElementOffset = true;
+    local.arrayIndex = 0;
+    field.element = entry.AdjustPositionAndGetElement(local, false, field.modified);
+    field.count = count;
+    field.target = &entry;
+    field.countChanged = false;
+
+    ParameterDefinitionElement* parent = parameters.parentElement;
+    // Searched and not found: the field takes no bytes of the file, so nothing may be read.
+    if (field.element == nullptr && HasLiveStructure(parent))
+        return false;
+
+    bool const found = entry.GetCountAndPointerEntry(
+        field.count, field.target, field.storage, form.minimumSize, count, parameters.nameHash,
+        form.isPointer, form.isFixedArray, form.isArray, field.element, field.countChanged,
+        parameters.loadLimit);
+    if (parent == nullptr)
+        return found;
+    if (field.element == nullptr)
+        return found && parent->Verified != 0;
+
+    ParameterDefinitionElementInfo const* info = field.element->Info;
+    if (info != nullptr && field.element->Verified == 0 && !field.modified && !field.countChanged &&
+        exact != nullptr && exact(*info, count))
+        field.element->Verified = 1;
+    return found;
+}
+
+bool ParameterEntryReader::BeginStructure(ParameterLoadParameters& parameters,
+                                          ParameterLoadParameters& local)
+{
+    ParameterFileSymbolTableEntry& entry = *parameters.entry;
+    local = parameters;
+    local.useParent = false;
+    local.addElementOffset = true;
+    local.parentElement = nullptr;
+    local.arrayIndex = 0;
+    if (parameters.parentElement != nullptr) {
+        // The check works on a copy: a position difference must not move the caller's base,
+        // which the caller's later fields still measure from.
+        ParameterLoadParameters probe = parameters;
+        bool adjusted = false;
+        ParameterDefinitionElement* element =
+            entry.AdjustPositionAndGetElement(probe, true, adjusted);
+        if (IsFieldMissing(parameters.parentElement, element)) {
+            LogNotFound(entry, "Load", parameters.nameHash, true);
+            return false;
+        }
+        local.parentElement = element;
+    }
+    local.basePosition = entry.Position;
+    local.loadLimit = entry.ReadLoadDataLimit(parameters.loadLimit);
+    return true;
+}
+
+// ---- Positions -------------------------------------------------------------------------------
+
+void ParameterFileSymbolTableEntry::LogMessage(bool error, char const* format, ...)
+{
+    char line[LogLineLength];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(line, sizeof(line), format, arguments);
+    va_end(arguments);
+    ParameterLogging::Write(ParameterEntryReader::EntryLogger(*this),
+                            error ? ParameterLogging::LogError : ParameterLogging::LogWarning, "%s",
+                            line);
+}
+
+bool ParameterFileSymbolTableEntry::IsFixedCountVersion()
+{
+    return Table != nullptr && Table->GetVersion() >= VersionUnion(7, 0, 0);
+}
+
+ParameterDefinitionElement*
+ParameterFileSymbolTableEntry::AdjustPositionAndGetElement(ParameterLoadParameters& parameters,
+                                                           bool verify, bool& modified)
+{
+    modified = false;
+    ParameterDefinitionElement* parent = parameters.parentElement;
+    if (!HasLiveStructure(parent))
+        return nullptr;
+
+    ParameterDefinitionElement* element = parent;
+    if (parameters.useParent) {
+        if (parent->NameHash != parameters.nameHash)
+            LogMessage(false,
+                       "%s: Use Parent requested, but parent name hash (0x%llx) does not match "
+                       "variable name hash (0x%llx)\n",
+                       "AdjustPositionAndGetElement",
+                       static_cast<unsigned long long>(parent->NameHash),
+                       static_cast<unsigned long long>(parameters.nameHash));
+    } else {
+        element = parent->Info->Structure->FindChild(parameters.nameHash);
+        if (element == nullptr)
+            return nullptr;
+    }
+    if (element->Info == nullptr)
+        return element;
+
+    // 32-bit arithmetic, as positions are: a damaged size wraps rather than reading far away.
+    uint32_t expected =
+        parameters.basePosition + parent->Info->Structure->Size * parameters.arrayIndex;
+    if (parameters.addElementOffset)
+        expected += element->Info->Offset;
+    if (expected == Position) {
+        if (verify)
+            element->Verified = 1;
+        return element;
+    }
+
+    modified = true;
+    LogMessage(false,
+               "Binary file position (%u) differs from expected (%u), XSD structure modified\n",
+               expected, Position);
+    if (parameters.loadLimit <= expected)
+        LogMessage(true, "Error Reading 0x%llx: Adjusted position (%u) exceeds load limit (%u)\n",
+                   static_cast<unsigned long long>(parameters.nameHash), expected,
+                   parameters.loadLimit);
+    else
+        parameters.basePosition = expected;
+    // The cursor stays: reading goes on from it, and the end of the enclosing structure puts it
+    // right.
+    return element;
+}
+
+void ParameterFileSymbolTableEntry::UpdatePosition(unsigned int position)
+{
+    if (position == NoLoadLimit || position == Position)
+        return;
+    LogMessage(false,
+               "Binary file structure bytes (%u) does not match expected bytes (%u). XSD structure "
+               "modified\n",
+               position, Position);
+    Position = position;
+}
+
+unsigned int ParameterFileSymbolTableEntry::ReadLoadDataLimit(unsigned int limit)
+{
+    if (Table == nullptr || Table->GetVersion() < VersionUnion(6, 0, 0))
+        return NoLoadLimit;
+    uint32_t stored = 0;
+    // Without its length word the structure is bounded by what bounds its parent.
+    if (!ReadCount(*this, limit, stored))
+        return limit;
+    uint32_t const result = stored + Position;
+    if (result > limit) {
+        LogMessage(true, "Load limit (%u) exceeds available size (%u). XSD structure modified\n",
+                   result, limit);
+        return limit;
+    }
+    return result;
+}
+
+// ---- Counts and pointers ---------------------------------------------------------------------
+
+bool ParameterFileSymbolTableEntry::GetCountAndPointerEntry(
+    unsigned int& count, ParameterFileSymbolTableEntry*& target,
+    ParameterFileSymbolTableEntry& storage, unsigned long minimumSize, unsigned int minimumCount,
+    unsigned long nameHash, bool isPointer, bool isFixedArray, bool isArray,
+    ParameterDefinitionElement* element, bool& countChanged, unsigned int limit)
+{
+    enum class Form
+    {
+        Plain,
+        Counted,
+        Pointer,
+    };
+    target = this;
+    ParameterDefinitionElementInfo const* info = element != nullptr ? element->Info : nullptr;
+    bool const fixedCountVersion = IsFixedCountVersion();
+    Form form = Form::Counted;
+    if (info != nullptr) {
+        if (HasFlag(*info, ElementVariableCount) ||
+            (IsText(*info) && !IsFixedArray(*info) && !isFixedArray && !isArray))
+            form = Form::Pointer;
+        else if (!fixedCountVersion)
+            form = Form::Plain;
+        else if (!HasFlag(*info, ElementFixedCount)) {
+            count = info->Count;
+            countChanged = false;
+            return true;
+        }
+    } else if (isPointer) {
+        form = Form::Pointer;
+    } else if (!fixedCountVersion || !isFixedArray || count <= 1) {
+        form = Form::Plain;
+    }
+
+    if (form == Form::Plain)
+        return true;
+
+    uint32_t stored = 0;
+    ReadCount(*this, limit, stored);
+    count = stored;
+    if (form == Form::Counted) {
+        countChanged = info != nullptr && info->Count != count;
+        return true;
+    }
+
+    target = &storage;
+    if (!ReadPointerEntry(storage))
+        return false;
+
+    // The count comes from the file: before anything is allocated for it, it must fit in the
+    // data that the entry really holds.
+    unsigned long size = minimumSize;
+    if (info != nullptr)
+        size = element->GetSize();
+    else if (Table == nullptr || Table->GetVersion() < VersionUnion(6, 0, 0))
+        size = minimumSize > 4 ? minimumSize - 4 : 0; // no load limit ahead of each structure
+    if (size != 0 && static_cast<unsigned long>(count) * size > storage.Size) {
+        unsigned long fitting = storage.Size / size;
+        if (fitting < minimumCount)
+            fitting = minimumCount;
+        auto const newCount = static_cast<unsigned int>(fitting);
+        LogMessage(true,
+                   "Minimun %ld size (%u) * count (%u) exceeds avaialable data (%u), setting "
+                   "count to %u to prevent allocation errors\n",
+                   static_cast<long>(nameHash), static_cast<unsigned int>(size), count,
+                   storage.Size, newCount);
+        count = newCount;
+        countChanged = true;
+    }
+    return true;
+}
+
+// ---- Allocating float read -------------------------------------------------------------------
+
+float* ParameterFileSymbolTableEntry::ReadArray(ParameterDefinitionElement* element,
+                                                unsigned int count, unsigned int limit)
+{
+    auto* values = static_cast<float*>(
+        VornCalloc(sizeof(float) * static_cast<size_t>(count), VornTagAllocData));
+    if (values == nullptr)
+        return nullptr;
+    bool const ok = Data != nullptr &&
+                    ParameterUtils::ReadArray<float>(
+                        values, element, Data, ParameterEntryReader::ReadLength(*this, limit),
+                        Position, count, GetAlignment(), ParameterEntryReader::EntryLogger(*this));
+    if (ok)
+        return values;
+    VornFree(values, VornTagRelease);
+    LogMessage(false, "Insufficient data to read array from symbol table entry\n");
+    return nullptr;
+}
+
+// ---- Structures ------------------------------------------------------------------------------
+
+void ParameterFileSymbolTableEntry::ReadStructureFixedArray(LoadArrayFunction loadArray,
+                                                            void* values, unsigned int count,
+                                                            ParameterLoadParameters& parameters)
+{
+    FieldRead field;
+    FieldForm const form{8, false, count >= 2, false};
+    if (!ParameterEntryReader::BeginField(*this, parameters, form, count, &ExactStructureFixedArray,
+                                          field)) {
+        ParameterEntryReader::LogNotFound(*this, "ReadStructureFixedArray", parameters.nameHash,
+                                          false);
+        return;
+    }
+    ParameterDefinitionElementInfo const* info =
+        field.element != nullptr ? field.element->Info : nullptr;
+    bool const countAhead = info != nullptr ? HasFlag(*info, ElementFixedCount) : count >= 2;
+    ParameterLoadParameters local = ElementParameters(*this, parameters, field, countAhead);
+    // The compiled-in count is loaded whatever the file holds: the storage is the caller's.
+    loadArray(local, values, count);
+    if (field.count != count)
+        ParameterEntryReader::LogCountDifference(*this, parameters.nameHash, count, field.count);
+}
+
+void* ParameterFileSymbolTableEntry::ReadStructureArray(
+    LoadArrayFunction loadArray, AllocArrayFunction allocArray, unsigned int& count,
+    unsigned int& id, unsigned int minimumCount, ParameterLoadParameters& parameters, int loc)
+{
+    FieldRead field;
+    if (!ParameterEntryReader::BeginField(*this, parameters, StructurePointerForm, minimumCount,
+                                          &ExactStructureArray, field)) {
+        ParameterEntryReader::LogNotFound(*this, "ReadStructureArray", parameters.nameHash, false);
+        count = 0;
+        return nullptr;
+    }
+    count = field.count;
+    ParameterFileSymbolTableEntry& target = *field.target;
+    id = target.ID;
+    bool const shared = ParameterEntryReader::IsSharedField(field.element);
+    if (shared) {
+        if (void* object = target.SetFromDupObject(loc))
+            return object;
+    }
+    void* array = nullptr;
+    if (count != 0) {
+        array = allocArray(count);
+        if (array == nullptr) {
+            LogMessage(true, "Failed to allocate 0x%llx\n",
+                       static_cast<unsigned long long>(parameters.nameHash));
+            count = 0;
+        }
+    }
+    ParameterDefinitionElementInfo const* info =
+        field.element != nullptr ? field.element->Info : nullptr;
+    bool const countAhead = info != nullptr && HasFlag(*info, ElementFixedCount);
+    ParameterLoadParameters local = ElementParameters(*this, parameters, field, countAhead);
+    loadArray(local, array, count);
+    if (array != nullptr && shared)
+        target.SetDupObject(array, loc);
+    return array;
+}
+
+void ParameterFileSymbolTableEntry::ReadOptionalStructure(LoadArrayFunction loadArray, void* value,
+                                                          unsigned int& count, unsigned int& id,
+                                                          ParameterLoadParameters& parameters)
+{
+    FieldRead field;
+    if (!ParameterEntryReader::BeginField(*this, parameters, StructurePointerForm, 1,
+                                          &ExactOptionalStructure, field)) {
+        ParameterEntryReader::LogNotFound(*this, "ReadOptionalStructure", parameters.nameHash,
+                                          false);
+        count = 0;
+        return;
+    }
+    count = field.count;
+    id = field.target->ID;
+    if (count == 0)
+        return;
+    // Inline in the entry, the structure is measured from the enclosing one like any field.
+    ParameterLoadParameters local = ElementParameters(*this, parameters, field, false);
+    loadArray(local, value, 1);
+}
+
+// ---- Strings ---------------------------------------------------------------------------------
+
+void ParameterFileSymbolTableEntry::ReadString(char** value, unsigned int length, int loc,
+                                               unsigned int limit)
+{
+    *value = nullptr;
+    // The record comes back counted when it holds an object: this reader is one more holder.
+    DupObjInfo* shared = GetDupObject(loc);
+    void* object = shared != nullptr ? shared->Object : nullptr;
+    if (object != nullptr) {
+        *value = static_cast<char*>(object);
+        Position += AlignUp(length, GetAlignment());
+    } else if (Data != nullptr) {
+        *value = ParameterUtils::ReadString(Data, ParameterEntryReader::ReadLength(*this, limit),
+                                            Position, length, GetAlignment());
+        if (*value != nullptr)
+            SetDupObject(*value, loc);
+    }
+    if (*value == nullptr)
+        LogMessage(false, "Failed to read string entry\n");
+}
+
+void ParameterFileSymbolTableEntry::ReadString(char*& value, int loc, unsigned int limit)
+{
+    uint32_t length = 0;
+    ReadCount(*this, limit, length);
+    ParameterFileSymbolTableEntry characters;
+    if (ReadPointerEntry(characters))
+        characters.ReadString(&value, length, loc, NoLoadLimit);
+}
+
+void ParameterFileSymbolTableEntry::ReadString(char*& value, ParameterLoadParameters& parameters,
+                                               int loc)
+{
+    FieldRead field;
+    FieldForm const form{1, true, false, false};
+    if (!ParameterEntryReader::BeginField(*this, parameters, form, 1, &ExactString, field)) {
+        LogMessage(true, "0x%llx: %s entry not found in the binary file, all values will be 0\n",
+                   static_cast<unsigned long long>(parameters.nameHash), "ReadString");
+        return;
+    }
+    field.target->ReadString(&value, field.count, loc, NoLoadLimit);
+}
+
+void ParameterFileSymbolTableEntry::ReadStringFixedArray(char** values, unsigned int count,
+                                                         ParameterLoadParameters& parameters,
+                                                         int loc)
+{
+    FieldRead field;
+    FieldForm const form{8, false, true, false};
+    if (!ParameterEntryReader::BeginField(*this, parameters, form, count, &ExactStringFixedArray,
+                                          field)) {
+        ParameterEntryReader::LogNotFound(*this, "ReadStringFixedArray", parameters.nameHash, true);
+        return;
+    }
+    for (unsigned int i = 0; i < count; ++i) {
+        values[i] = nullptr;
+        if (i < field.count)
+            field.target->ReadString(values[i], loc, NoLoadLimit);
+    }
+    if (field.count != count)
+        ParameterEntryReader::LogCountDifference(*this, parameters.nameHash, count, field.count);
+}
+
+void ParameterFileSymbolTableEntry::ReadStringArray(char**& values, unsigned int& count,
+                                                    unsigned int& id, unsigned int minimumCount,
+                                                    ParameterLoadParameters& parameters, int loc)
+{
+    FieldRead field;
+    if (!ParameterEntryReader::BeginField(*this, parameters, StringPointerForm, minimumCount,
+                                          &ExactStringArray, field)) {
+        ParameterEntryReader::LogNotFound(*this, "ReadStringArray", parameters.nameHash, true);
+        count = 0;
+        return;
+    }
+    count = field.count;
+    ParameterFileSymbolTableEntry& target = *field.target;
+    id = target.ID;
+    ParameterDefinitionElementInfo const* info =
+        field.element != nullptr ? field.element->Info : nullptr;
+    bool const shared = info == nullptr || HasFlag(*info, ElementVariableCount);
+    if (shared) {
+        if (void* object = target.SetFromDupObject(loc)) {
+            values = static_cast<char**>(object);
+            return;
+        }
+    }
+    if (count == 0)
+        return;
+    auto** array = static_cast<char**>(
+        VornCalloc(sizeof(char*) * static_cast<size_t>(count), VornTagAllocData));
+    if (array == nullptr) {
+        LogMessage(true, "Failed to allocate 0x%llx\n",
+                   static_cast<unsigned long long>(parameters.nameHash));
+        count = 0;
+        return;
+    }
+    for (unsigned int i = 0; i < count; ++i)
+        target.ReadString(array[i], loc, NoLoadLimit);
+    values = array;
+    if (shared)
+        target.SetDupObject(array, loc);
+}
+
+void ParameterFileSymbolTableEntry::ReadOptionalString(char*& value, unsigned int& count,
+                                                       unsigned int& id,
+                                                       ParameterLoadParameters& parameters, int loc)
+{
+    FieldRead field;
+    if (!ParameterEntryReader::BeginField(*this, parameters, StringPointerForm, 1,
+                                          &ExactOptionalString, field)) {
+        ParameterEntryReader::LogNotFound(*this, "ReadOptionalString", parameters.nameHash, true);
+        count = 0;
+        return;
+    }
+    count = field.count;
+    id = field.target->ID;
+    if (count != 0)
+        field.target->ReadString(value, loc, NoLoadLimit);
+}

@@ -1,0 +1,330 @@
+// SPDX-License-Identifier: Apache-2.0
+// The typed field readers of ParameterFileSymbolTableEntry: template definitions and the helpers
+// that generated Load functions share. Units that read types of their own (the enumerations of
+// generated modules) include this header; the number types are instantiated once in the library.
+#pragma once
+
+#include <cstdint>
+#include <type_traits>
+
+#include "platform/vornalloc.h"
+
+#include "parameterparser/parameterdefinitions.h"
+#include "parameterparser/parameterexport.h"
+#include "parameterparser/parameterfilesymboltableentry.h"
+#include "parameterparser/parameterloadparameters.h"
+#include "parameterparser/parameterutilsread.h"
+
+class IParameterLoggingAPI;
+
+namespace ParameterEntryReader {
+
+/// How a reader asks GetCountAndPointerEntry for its field.
+struct FieldForm
+{
+    unsigned long minimumSize; ///< bytes of one element when the file has no element for it
+    bool isPointer;
+    bool isFixedArray;
+    bool isArray;
+};
+
+/// Whether an element of the file has exactly the form a reader expects (count: the compiled-in
+/// count), so that reading it proves the element.
+using ExactForm = bool (*)(ParameterDefinitionElementInfo const& info, unsigned int count);
+
+/// The state a field reader works on after the common start.
+struct FieldRead
+{
+    ParameterFileSymbolTableEntry storage;           ///< a pointed-to entry, when there is one
+    ParameterFileSymbolTableEntry* target = nullptr; ///< where the field's data stands
+    ParameterDefinitionElement* element = nullptr;   ///< the file's element of the field, if any
+    unsigned int count = 0;                          ///< the count the file gives
+    bool modified = false;                           ///< the field is not where the file says
+    bool countChanged = false;                       ///< the file's count differs from its element
+};
+
+/// The start shared by every field reader: finds the file's element of parameters.nameHash,
+/// reads the field's count and data table identifier as the file's form requires, and marks an
+/// element of exactly the expected form Verified. count is the compiled-in count. Returns
+/// whether the field is in the file; a field whose enclosing structure is described by the file
+/// but lacks it is not, and then nothing is read. Logs what the lower levels log.
+PARAMETERPARSER_API bool BeginField(ParameterFileSymbolTableEntry& entry,
+                                    ParameterLoadParameters& parameters, FieldForm const& form,
+                                    unsigned int count, ExactForm exact, FieldRead& field);
+
+/// True when the field that element was looked up for is not in the file: there is no element,
+/// and the enclosing element either was not matched to the file or has a structure of the file
+/// that does not hold the field. A matched parent whose definitions were cleared trusts the
+/// compiled-in schema.
+PARAMETERPARSER_API bool IsFieldMissing(ParameterDefinitionElement const* parent,
+                                        ParameterDefinitionElement const* element);
+
+/// The start of a generated Load of a structure: checks the structure's own element against the
+/// file, then fills local for its fields (parentElement the structure's element, basePosition
+/// the cursor, loadLimit the structure's stored limit). Returns false after logging "Load: 0x%llx
+/// entry not found in the binary file, all values will be 0" when the file lacks the structure;
+/// the caller then leaves it zeroed. The caller ends with UpdatePosition(local.loadLimit).
+PARAMETERPARSER_API bool BeginStructure(ParameterLoadParameters& parameters,
+                                        ParameterLoadParameters& local);
+
+/// The logger of an entry's set manager (null logs everything).
+PARAMETERPARSER_API IParameterLoggingAPI* EntryLogger(ParameterFileSymbolTableEntry& entry);
+
+/// "%s: 0x%llx entry not found in the binary file, all values will be 0", at error or warning
+/// level.
+PARAMETERPARSER_API void LogNotFound(ParameterFileSymbolTableEntry& entry, char const* reader,
+                                     unsigned long nameHash, bool error);
+
+/// The warning of a fixed array whose count in the file differs from the compiled-in one.
+PARAMETERPARSER_API void LogCountDifference(ParameterFileSymbolTableEntry& entry,
+                                            unsigned long nameHash, unsigned int expected,
+                                            unsigned int binary);
+
+/// The lesser of the entry's Size and limit: how far a read in the entry may go.
+inline unsigned int ReadLength(ParameterFileSymbolTableEntry const& entry, unsigned int limit)
+{
+    return entry.Size < limit ? entry.Size : limit;
+}
+
+inline bool HasFlag(ParameterDefinitionElementInfo const& info, uint16_t flag)
+{
+    return (info.Flags & flag) != 0;
+}
+
+template <typename T>
+bool ExactFixedArray(ParameterDefinitionElementInfo const& info, unsigned int count)
+{
+    return (count == 1 || HasFlag(info, ElementFixedCount)) && info.Count == count &&
+           !HasFlag(info, ElementVariableCount) && ParameterReadDetail::IsDirect<T>(info);
+}
+
+template <typename T> bool ExactOptional(ParameterDefinitionElementInfo const& info, unsigned int)
+{
+    return !HasFlag(info, ElementFixedCount) && HasFlag(info, ElementVariableCount) &&
+           info.Count == 1 && ParameterReadDetail::IsDirect<T>(info);
+}
+
+template <typename T> bool ExactVariable(ParameterDefinitionElementInfo const& info, unsigned int)
+{
+    return HasFlag(info, ElementVariableCount) && ParameterReadDetail::IsDirect<T>(info);
+}
+
+/// Counted arrays stand in an entry of their own (shared through the duplicate lists) unless the
+/// file holds them inline as a fixed or single field.
+inline bool IsSharedField(ParameterDefinitionElement const* element)
+{
+    return element == nullptr || element->Info == nullptr ||
+           HasFlag(*element->Info, ElementVariableCount) || element->Info->Type > TypeUIntLike2;
+}
+
+constexpr FieldForm NumberFixedForm(unsigned int count)
+{
+    return {4, false, count >= 2, false};
+}
+constexpr FieldForm NumberPointerForm{4, true, false, true};
+
+} // namespace ParameterEntryReader
+
+template <typename T>
+void ParameterFileSymbolTableEntry::ReadArray(T* values, ParameterDefinitionElement* element,
+                                              unsigned int count, unsigned int limit)
+{
+    if (Data == nullptr) {
+        LogMessage(false, "Insufficient data to read array of symbol table entry\n");
+        return;
+    }
+    if (!ParameterUtils::ReadArray<T>(
+            values, element, Data, ParameterEntryReader::ReadLength(*this, limit), Position, count,
+            GetAlignment(), ParameterEntryReader::EntryLogger(*this)))
+        LogMessage(false, "Insufficient data to read array of symbol table entry\n");
+}
+
+template <typename T>
+void ParameterFileSymbolTableEntry::ReadSimpleTypeFixedArray(T* values, unsigned int count,
+                                                             ParameterLoadParameters& parameters)
+{
+    namespace Reader = ParameterEntryReader;
+    Reader::FieldRead field;
+    if (!Reader::BeginField(*this, parameters, Reader::NumberFixedForm(count), count,
+                            &Reader::ExactFixedArray<T>, field)) {
+        Reader::LogNotFound(*this, "ReadSimpleTypeFixedArray", parameters.nameHash, false);
+        return;
+    }
+    unsigned int const binary = field.count;
+    field.target->ReadArray<T>(values, field.element, binary < count ? binary : count, NoLoadLimit);
+    // A file with more elements leaves the rest behind the cursor, for the end of the enclosing
+    // structure to step over.
+    if (binary != count)
+        Reader::LogCountDifference(*this, parameters.nameHash, count, binary);
+}
+
+template <typename T>
+void ParameterFileSymbolTableEntry::ReadOptionalSimpleType(T& value, unsigned int& count,
+                                                           unsigned int& id,
+                                                           ParameterLoadParameters& parameters)
+{
+    namespace Reader = ParameterEntryReader;
+    Reader::FieldRead field;
+    if (!Reader::BeginField(*this, parameters, Reader::NumberPointerForm, 1,
+                            &Reader::ExactOptional<T>, field)) {
+        Reader::LogNotFound(*this, "ReadOptionalSimpleType", parameters.nameHash, false);
+        count = 0;
+        return;
+    }
+    count = field.count;
+    ParameterFileSymbolTableEntry& target = *field.target;
+    id = target.ID;
+    if (count == 0)
+        return;
+    // The structure's load limit bounds what stands inline; a pointed-to entry ends at its Size.
+    unsigned int const limit = &target == this ? parameters.loadLimit : NoLoadLimit;
+    if (!ParameterUtils::Read<T>(&value, field.element, target.Data,
+                                 Reader::ReadLength(target, limit), target.Position,
+                                 target.GetAlignment(), Reader::EntryLogger(target)))
+        target.LogMessage(false, "Insufficient data to read variable from symbol table entry\n");
+}
+
+template <typename T>
+void ParameterFileSymbolTableEntry::ReadSimpleTypeArray(T*& values, unsigned int& count,
+                                                        unsigned int& id, unsigned int minimumCount,
+                                                        ParameterLoadParameters& parameters,
+                                                        int loc, bool noFloat)
+{
+    namespace Reader = ParameterEntryReader;
+    // Enumerations always take the no-float form and never prove an element.
+    bool const enumeration = std::is_enum_v<T> || noFloat;
+    Reader::FieldRead field;
+    if (!Reader::BeginField(*this, parameters, Reader::NumberPointerForm, minimumCount,
+                            enumeration ? nullptr : &Reader::ExactVariable<T>, field)) {
+        Reader::LogNotFound(*this,
+                            enumeration ? "ReadSimpleTypeArrayNoFloat" : "ReadSimpleTypeArray",
+                            parameters.nameHash, false);
+        count = 0;
+        return;
+    }
+    count = field.count;
+    ParameterFileSymbolTableEntry& target = *field.target;
+    id = target.ID;
+    bool const shared = Reader::IsSharedField(field.element);
+    if (shared) {
+        if (void* object = target.SetFromDupObject(loc)) {
+            values = static_cast<T*>(object);
+            return;
+        }
+    } else if (values != nullptr) {
+        return;
+    }
+
+    T* array = nullptr;
+    if (count != 0 && target.Data != nullptr) {
+        array =
+            static_cast<T*>(VornCalloc(sizeof(T) * static_cast<size_t>(count), VornTagAllocData));
+        if (array != nullptr) {
+            bool ok = false;
+            unsigned int const length = Reader::ReadLength(target, NoLoadLimit);
+            IParameterLoggingAPI* log = Reader::EntryLogger(target);
+            if constexpr (std::is_enum_v<T> || (std::is_integral_v<T> && sizeof(T) == 4)) {
+                if (enumeration)
+                    ok = ParameterUtils::ReadArrayNoFloat<T>(array, field.element, target.Data,
+                                                             length, target.Position, count,
+                                                             target.GetAlignment(), log);
+            }
+            if constexpr (!std::is_enum_v<T>) {
+                if (!enumeration)
+                    ok = ParameterUtils::ReadArray<T>(array, field.element, target.Data, length,
+                                                      target.Position, count, target.GetAlignment(),
+                                                      log);
+            }
+            if (!ok) {
+                VornFree(array, VornTagRelease);
+                array = nullptr;
+            }
+        }
+    }
+    if (array == nullptr) {
+        LogMessage(false, "Insufficient data to read array from symbol table entry\n");
+        if (count != 0)
+            LogMessage(true, "Failed to allocate %llx\n",
+                       static_cast<unsigned long long>(parameters.nameHash));
+        count = 0;
+        return;
+    }
+    values = array;
+    if (shared)
+        target.SetDupObject(array, loc);
+}
+
+// The number types are instantiated once, in the library (parameterentryreader.cpp).
+#define PARAMETER_ENTRY_READER_INSTANCES(EXTERN)                                                   \
+    EXTERN template bool ParameterUtils::Read<unsigned int>(                                       \
+        unsigned int*, ParameterDefinitionElement*, unsigned char const*, unsigned int,            \
+        unsigned int&, unsigned char, IParameterLoggingAPI*);                                      \
+    EXTERN template bool ParameterUtils::Read<int>(                                                \
+        int*, ParameterDefinitionElement*, unsigned char const*, unsigned int, unsigned int&,      \
+        unsigned char, IParameterLoggingAPI*);                                                     \
+    EXTERN template bool ParameterUtils::Read<float>(                                              \
+        float*, ParameterDefinitionElement*, unsigned char const*, unsigned int, unsigned int&,    \
+        unsigned char, IParameterLoggingAPI*);                                                     \
+    EXTERN template bool ParameterUtils::Read<unsigned short>(                                     \
+        unsigned short*, ParameterDefinitionElement*, unsigned char const*, unsigned int,          \
+        unsigned int&, unsigned char, IParameterLoggingAPI*);                                      \
+    EXTERN template bool ParameterUtils::Read<unsigned char>(                                      \
+        unsigned char*, ParameterDefinitionElement*, unsigned char const*, unsigned int,           \
+        unsigned int&, unsigned char, IParameterLoggingAPI*);                                      \
+    EXTERN template bool ParameterUtils::Read<double>(                                             \
+        double*, ParameterDefinitionElement*, unsigned char const*, unsigned int, unsigned int&,   \
+        unsigned char, IParameterLoggingAPI*);                                                     \
+    PARAMETER_ENTRY_READER_UTILS_ARRAY(EXTERN, unsigned int)                                       \
+    PARAMETER_ENTRY_READER_UTILS_ARRAY(EXTERN, int)                                                \
+    PARAMETER_ENTRY_READER_UTILS_ARRAY(EXTERN, float)                                              \
+    PARAMETER_ENTRY_READER_UTILS_ARRAY(EXTERN, unsigned long)                                      \
+    PARAMETER_ENTRY_READER_ARRAY(EXTERN, unsigned int)                                             \
+    PARAMETER_ENTRY_READER_ARRAY(EXTERN, int)                                                      \
+    PARAMETER_ENTRY_READER_ARRAY(EXTERN, float)                                                    \
+    PARAMETER_ENTRY_READER_ARRAY(EXTERN, signed char)                                              \
+    PARAMETER_ENTRY_READER_ARRAY(EXTERN, unsigned short)                                           \
+    PARAMETER_ENTRY_READER_ARRAY(EXTERN, short)                                                    \
+    PARAMETER_ENTRY_READER_ARRAY(EXTERN, double)                                                   \
+    PARAMETER_ENTRY_READER_ARRAY(EXTERN, unsigned char)                                            \
+    PARAMETER_ENTRY_READER_ARRAY(EXTERN, unsigned long)                                            \
+    PARAMETER_ENTRY_READER_ARRAY(EXTERN, long)                                                     \
+    PARAMETER_ENTRY_READER_FIXED(EXTERN, unsigned int)                                             \
+    PARAMETER_ENTRY_READER_FIXED(EXTERN, int)                                                      \
+    PARAMETER_ENTRY_READER_FIXED(EXTERN, float)                                                    \
+    PARAMETER_ENTRY_READER_FIXED(EXTERN, signed char)                                              \
+    PARAMETER_ENTRY_READER_FIXED(EXTERN, unsigned short)                                           \
+    PARAMETER_ENTRY_READER_FIXED(EXTERN, short)                                                    \
+    PARAMETER_ENTRY_READER_FIXED(EXTERN, double)                                                   \
+    PARAMETER_ENTRY_READER_FIXED(EXTERN, unsigned long)                                            \
+    PARAMETER_ENTRY_READER_FIXED(EXTERN, unsigned char)                                            \
+    PARAMETER_ENTRY_READER_FIXED(EXTERN, long)                                                     \
+    PARAMETER_ENTRY_READER_OPTIONAL(EXTERN, unsigned int)                                          \
+    PARAMETER_ENTRY_READER_OPTIONAL(EXTERN, int)                                                   \
+    PARAMETER_ENTRY_READER_OPTIONAL(EXTERN, float)                                                 \
+    PARAMETER_ENTRY_READER_OPTIONAL(EXTERN, unsigned short)                                        \
+    PARAMETER_ENTRY_READER_OPTIONAL(EXTERN, unsigned char)                                         \
+    PARAMETER_ENTRY_READER_OPTIONAL(EXTERN, double)                                                \
+    PARAMETER_ENTRY_READER_VARIABLE(EXTERN, unsigned int)                                          \
+    PARAMETER_ENTRY_READER_VARIABLE(EXTERN, int)                                                   \
+    PARAMETER_ENTRY_READER_VARIABLE(EXTERN, float)
+
+#define PARAMETER_ENTRY_READER_UTILS_ARRAY(EXTERN, T)                                              \
+    EXTERN template bool ParameterUtils::ReadArray<T>(                                             \
+        T*, ParameterDefinitionElement*, unsigned char const*, unsigned int, unsigned int&,        \
+        unsigned int, unsigned int, IParameterLoggingAPI*);
+#define PARAMETER_ENTRY_READER_ARRAY(EXTERN, T)                                                    \
+    EXTERN template void ParameterFileSymbolTableEntry::ReadArray<T>(                              \
+        T*, ParameterDefinitionElement*, unsigned int, unsigned int);
+#define PARAMETER_ENTRY_READER_FIXED(EXTERN, T)                                                    \
+    EXTERN template void ParameterFileSymbolTableEntry::ReadSimpleTypeFixedArray<T>(               \
+        T*, unsigned int, ParameterLoadParameters&);
+#define PARAMETER_ENTRY_READER_OPTIONAL(EXTERN, T)                                                 \
+    EXTERN template void ParameterFileSymbolTableEntry::ReadOptionalSimpleType<T>(                 \
+        T&, unsigned int&, unsigned int&, ParameterLoadParameters&);
+#define PARAMETER_ENTRY_READER_VARIABLE(EXTERN, T)                                                 \
+    EXTERN template void ParameterFileSymbolTableEntry::ReadSimpleTypeArray<T>(                    \
+        T*&, unsigned int&, unsigned int&, unsigned int, ParameterLoadParameters&, int, bool);
+
+#ifndef PARAMETER_ENTRY_READER_DEFINE_INSTANCES
+PARAMETER_ENTRY_READER_INSTANCES(extern)
+#endif

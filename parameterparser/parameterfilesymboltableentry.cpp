@@ -1,0 +1,223 @@
+// SPDX-License-Identifier: Apache-2.0
+// ParameterFileSymbolTableEntry, table side: decoding an entry, its data, and shared objects.
+#include "parameterparser/parameterfilesymboltableentry.h"
+
+#include <new>
+
+#include "platform/vornalloc.h"
+
+#include "parameterparser/moduledata.h"
+#include "parameterparser/parameterbinaryfile.h"
+#include "parameterparser/parameterbytereader.h"
+#include "parameterparser/parameterfilesymboltable.h"
+#include "parameterparser/parameterlogging.h"
+#include "parameterparser/parametersetmanager.h"
+
+// Symbol entry layout, field by field; every field steps FieldStep(width) at the file's
+// alignment.
+//
+// | Field       | Width | Present                          |
+// |-------------|-------|----------------------------------|
+// | ID          | 4     | below 6.0.0                      |
+// | Name        | 32    | below 6.0.0 (read and dropped)   |
+// | NameHash    | 8     | from 6.0.0                       |
+// | Version     | 8     | always                           |
+// | (skipped)   | 8     | alignment 1 and below 3.0.1      |
+// | ModeID      | 4     | always                           |
+// | Offset      | 4     | always                           |
+// | Size        | 4     | always                           |
+// | DuplicateID | 4     | above 3.0.1                      |
+//
+// A data table entry is ID (below 6.0.0), Offset, Size and DuplicateID.
+
+namespace {
+
+constexpr unsigned int SymbolNameLength = 32;
+constexpr unsigned int OldFormatSkip = 8;
+
+} // namespace
+
+ParameterFileSymbolTableEntry::~ParameterFileSymbolTableEntry()
+{
+    delete Module;
+    if (OwnsData)
+        VornFree(Data, VornTagRelease);
+}
+
+void ParameterFileSymbolTableEntry::Init(ParameterFileSymbolTable* table)
+{
+    // An entry can be filled again (a reused local, an identifier stored twice in a table): what
+    // it owned from the last fill goes first.
+    delete Module;
+    Module = nullptr;
+    if (OwnsData)
+        VornFree(Data, VornTagRelease);
+    OwnsData = false;
+    Table = table;
+    Data = nullptr;
+    Position = 0;
+}
+
+// The file object alone decides file mode; the name travels with it for the callers' messages.
+bool ParameterFileSymbolTableEntry::Load(unsigned char* buffer, char const* /*fileName*/,
+                                         ParameterBinaryFile* file, unsigned int length,
+                                         unsigned int& pos, unsigned int dataOffset,
+                                         IModeTable* modeTable, bool isSymbol, unsigned int id)
+{
+    if (Table == nullptr)
+        return false;
+    ParameterSetManager* manager = Table->GetSetManager();
+    IParameterLoggingAPI* log = manager;
+    VersionUnion const& version = Table->GetVersion();
+    unsigned char const alignment = Table->GetAlignment();
+    bool const positional = version >= VersionUnion(6, 0, 0);
+    bool const hasDuplicateId = version > VersionUnion(3, 0, 1);
+
+    // In file mode the entry's bytes come from the file into a temporary block, decoded from 0.
+    unsigned char* bytes = buffer;
+    unsigned int byteLength = length;
+    unsigned int cursor = pos;
+    unsigned char* temporary = nullptr;
+    bool const fromFile = file != nullptr;
+    if (fromFile) {
+        // A data entry takes fewer bytes than a symbol entry; reading only its own size keeps
+        // the last entry of a table at the end of the file within the file.
+        unsigned int const entrySize = isSymbol || !Table->HasDataTable()
+                                           ? Table->GetSymbolEntrySize()
+                                           : Table->GetDataTableEntrySize();
+        unsigned int tableOffset = Table->GetSymbolOffset();
+        if (!isSymbol && Table->GetDataTableOffset() != 0)
+            tableOffset = Table->GetDataTableOffset();
+        temporary = static_cast<unsigned char*>(VornCalloc(entrySize, VornTagAllocData));
+        unsigned int filePos = pos;
+        if (temporary == nullptr || !file->Read(temporary, tableOffset, filePos, entrySize, 1)) {
+            VornFree(temporary, VornTagRelease);
+            return false;
+        }
+        bytes = temporary;
+        byteLength = entrySize;
+        cursor = 0;
+    }
+    unsigned int const start = cursor;
+
+    ParameterByteReader reader(bytes, byteLength, cursor, alignment, log);
+    ID = id;
+    if (!positional) {
+        uint32_t stored = 0;
+        if (reader.ReadU32(stored))
+            ID = stored;
+    }
+    uint64_t nameHash = 0;
+    uint64_t rawVersion = 0;
+    uint32_t modeId = ParameterFileSymbolTable::NoModuleModeId;
+    if (isSymbol) {
+        if (positional)
+            (void)reader.ReadU64(nameHash);
+        else
+            (void)reader.Skip(SymbolNameLength);
+        (void)reader.ReadU64(rawVersion);
+        if (alignment == 1 && version < VersionUnion(3, 0, 1))
+            (void)reader.SkipUnaligned(OldFormatSkip);
+        (void)reader.ReadU32(modeId);
+    }
+    uint32_t offset = 0;
+    uint32_t size = 0;
+    (void)reader.ReadU32(offset);
+    (void)reader.ReadU32(size);
+    Size = size;
+    DuplicateID = ID;
+    if (hasDuplicateId) {
+        uint32_t duplicate = 0;
+        if (reader.ReadU32(duplicate))
+            DuplicateID = duplicate;
+    }
+    bool ok = !reader.Failed();
+    pos += cursor - start;
+    VornFree(temporary, VornTagRelease);
+    if (!ok)
+        return false;
+
+    unsigned int const count = isSymbol ? Table->GetSymbolCount() : Table->GetDataCount();
+    if (hasDuplicateId && DuplicateID > count)
+        ParameterLogging::Write(log, ParameterLogging::LogError,
+                                isSymbol ? "Invalid DuplicateID value %u, should be less than "
+                                           "module table count: %u\n"
+                                         : "Invalid DuplicateID value %u, should be less than "
+                                           "data table count: %u\n",
+                                DuplicateID, count);
+
+    // The block must lie inside the data section, and in memory the data section inside the
+    // buffer: Data points there without another check.
+    unsigned int const dataSize = Table->GetDataSize();
+    unsigned long long const dataEnd = static_cast<unsigned long long>(dataOffset) + dataSize;
+    if (offset > dataSize || size > dataSize - offset ||
+        (!fromFile && dataEnd > Table->GetFileLength())) {
+        ParameterLogging::Write(log, ParameterLogging::LogError,
+                                "Failed to read %lld bytes from binary file offset %d, length %d\n",
+                                static_cast<long long>(size), static_cast<int>(offset),
+                                static_cast<int>(dataSize));
+        return false;
+    }
+
+    if (isSymbol && modeId != ParameterFileSymbolTable::NoModuleModeId) {
+        Module = new (std::nothrow)
+            ModuleData(positional ? nameHash : 0, ID, DuplicateID, VersionUnion(rawVersion), modeId,
+                       modeTable, manager, Table);
+        if (Module == nullptr)
+            return false;
+    }
+
+    if (!fromFile) {
+        Data = bytes + dataOffset + offset;
+        OwnsData = false;
+        return true;
+    }
+    OwnsData = true;
+    if (size == 0)
+        return true;
+    Data = static_cast<unsigned char*>(VornCalloc(size, VornTagAllocData));
+    unsigned int dataPos = offset;
+    if (Data == nullptr || !file->Read(Data, dataOffset, dataPos, size, 1)) {
+        VornFree(Data, VornTagRelease);
+        Data = nullptr;
+        return false;
+    }
+    return true;
+}
+
+DupObjInfo* ParameterFileSymbolTableEntry::GetDupObject(int loc)
+{
+    if (Table == nullptr)
+        return nullptr;
+    return Table->GetDupObjectInternal(Module != nullptr, DuplicateID, loc, true);
+}
+
+void* ParameterFileSymbolTableEntry::SetFromDupObject(int loc)
+{
+    DupObjInfo* info = GetDupObject(loc);
+    return info != nullptr ? info->Object : nullptr;
+}
+
+DupObjInfo* ParameterFileSymbolTableEntry::SetDupObject(void* object, int loc)
+{
+    if (Table == nullptr)
+        return nullptr;
+    return Table->SetDupObject(Module != nullptr, DuplicateID, object, loc);
+}
+
+bool ParameterFileSymbolTableEntry::ReadPointerEntry(ParameterFileSymbolTableEntry& target)
+{
+    if (Table == nullptr)
+        return false;
+    return Table->ReadPointerEntry(target, this);
+}
+
+unsigned char ParameterFileSymbolTableEntry::GetAlignment()
+{
+    return Table != nullptr ? Table->GetAlignment() : 1;
+}
+
+ParameterSetManager* ParameterFileSymbolTableEntry::GetSetManager()
+{
+    return Table != nullptr ? Table->GetSetManager() : nullptr;
+}

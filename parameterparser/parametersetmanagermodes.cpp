@@ -1,0 +1,790 @@
+// SPDX-License-Identifier: Apache-2.0
+// ParameterSetManager: mode tables, the mode tree lookups and the text forms of mode paths.
+#include <cstring>
+#include <new>
+
+#include "platform/vornalloc.h"
+#include "platform/vornosutils.h"
+
+#include "parameterparser/modeentry.h"
+#include "parameterparser/modeslot.h"
+#include "parameterparser/parameterbinaryfile.h"
+#include "parameterparser/parameterbytereader.h"
+#include "parameterparser/parametermodetable.h"
+#include "parameterparser/parametersetmanager.h"
+#include "parameterparser/parameterutils.h"
+
+namespace {
+
+// A Mode ID holds the table index in its top byte and the slot index below it.
+constexpr unsigned int ModeTableIndexShift = 24;
+constexpr unsigned int ModeSlotIndexMask = 0x00FFFFFF;
+// Link ID of an entry that has no link.
+constexpr uint32_t NoLink = 0xFFFFFFFF;
+// Flag bit of an entry whose node may not be unloaded.
+constexpr uint32_t ResidentFlag = 0x1;
+// Modes below this value (Default, Sensor) are always loaded and resident.
+constexpr unsigned int FirstUnloadableMode = 2;
+constexpr unsigned int MaxModeValue = ModeEffect;
+// Most active branches that GetActiveModes reports.
+constexpr unsigned int MaxReportedActiveModes = 5;
+constexpr unsigned int ModePathLength = 128;
+constexpr unsigned int ActiveModesLength = 4096;
+constexpr unsigned int PathItemLength = 10;
+constexpr unsigned int StepTextLength = 12;
+constexpr unsigned int ShorthandItemLength = 256;
+constexpr unsigned int KnobbyItemLength = 512;
+
+unsigned int TableIndexOf(uint32_t modeId)
+{
+    return modeId >> ModeTableIndexShift;
+}
+
+unsigned int SlotIndexOf(uint32_t modeId)
+{
+    return modeId & ModeSlotIndexMask;
+}
+
+// Bytes of the table name field at the start of a mode section.
+unsigned int ModeNameLength(VersionUnion const& version)
+{
+    if (version >= VersionUnion(7, 0, 0))
+        return 128;
+    if (version >= VersionUnion(4, 0, 0))
+        return 32;
+    return 0;
+}
+
+// Bytes of one mode entry. At alignment 1 the Link ID joins at 3.0.1 (the first such version
+// after 2.0.0) and the Flags at 5.0.0; at alignment 8 every field takes 8 bytes.
+unsigned int ModeEntrySize(unsigned char alignment, VersionUnion const& version)
+{
+    if (alignment == 1) {
+        if (version < VersionUnion(3, 0, 1))
+            return 16;
+        if (version < VersionUnion(5, 0, 0))
+            return 20;
+        return 24;
+    }
+    return version < VersionUnion(2, 0, 0) ? 24 : 32;
+}
+
+// One mode entry as read from a section.
+struct ModeRecord
+{
+    uint32_t modeId;
+    ModeUnion mode;
+    uint32_t parentId;
+    uint32_t linkId;
+    uint32_t flags;
+};
+
+// Reads the entry at the reader's position. Fields that are not there keep the defaults the
+// caller put in record; the reader has then logged the short read.
+void ReadModeRecord(ParameterByteReader& reader, VersionUnion const& version, ModeRecord& record)
+{
+    uint32_t value = 0;
+    uint64_t raw = 0;
+    if (reader.ReadU32(value))
+        record.modeId = value;
+    if (reader.ReadU64(raw))
+        record.mode.Raw = raw;
+    if (reader.ReadU32(value))
+        record.parentId = value;
+    if (version >= VersionUnion(2, 0, 0) && reader.ReadU32(value))
+        record.linkId = value;
+    if (version >= VersionUnion(5, 0, 0) && reader.ReadU32(value))
+        record.flags = value;
+}
+
+// The address of a slot's node pointer. Slots are packed, so the pointer may be misaligned and
+// is read through ModeEntry::ResolveLink rather than dereferenced.
+ModeEntry** SlotLink(ModeSlot* slot)
+{
+    return reinterpret_cast<ModeEntry**>(reinterpret_cast<unsigned char*>(slot) +
+                                         offsetof(ModeSlot, mode));
+}
+
+bool NamesMatch(char const* name, size_t nameLength, char const* candidate)
+{
+    return std::strlen(candidate) == nameLength &&
+           Vorn::OsUtils::StrNICmp(name, candidate, nameLength) == 0;
+}
+
+// A double as a 16-bit value the way an integer conversion would wrap it; values no integer
+// holds give 0.
+unsigned short ToUnsignedShort(double value)
+{
+    constexpr double Limit = 9.2e18;
+    if (!(value > -Limit && value < Limit))
+        return 0;
+    return static_cast<unsigned short>(static_cast<long long>(value));
+}
+
+// Unsigned value of a run of decimal digits; the caller has checked them.
+unsigned int ParseDigits(char const* text, size_t count)
+{
+    unsigned int value = 0;
+    for (size_t i = 0; i < count; ++i)
+        value = value * 10 + static_cast<unsigned int>(text[i] - '0');
+    return value;
+}
+
+// Appends one byte of GetChildModes' result, or logs that it does not fit.
+void WriteResultByte(unsigned char value, unsigned char* result, unsigned int resultLength,
+                     unsigned int& pos, IParameterLoggingAPI* log)
+{
+    if (pos < resultLength) {
+        result[pos++] = value;
+        return;
+    }
+    ParameterLogging::Write(log, ParameterLogging::LogError,
+                            "Failed to write %lld bytes to binary offset %d, length %d\n", 1LL,
+                            static_cast<int>(pos), static_cast<int>(resultLength));
+}
+
+// Appends the named form of one mode path step ("2.0" gives "Usecase.Preview") to result.
+void AppendNamedStep(char const* step, char* result, unsigned int resultLength)
+{
+    int const dot = ParameterUtils::GetStringPos(step, '.');
+    char modeText[KnobbyItemLength] = {};
+    ParameterUtils::GetSubString(step, '.', modeText, sizeof(modeText));
+    bool ok = false;
+    double const modeValue = ParameterUtils::StringToDouble(modeText, ok);
+    bool const known = modeValue >= 0 && modeValue <= MaxModeValue;
+    auto const modeIndex = known ? static_cast<unsigned int>(modeValue) : MaxModeValue + 1;
+    if (known)
+        Vorn::OsUtils::StrLCat(result, ModeEntry::GetModeName(modeIndex), resultLength);
+
+    char const* subModeText = dot >= 0 ? step + dot + 1 : "";
+    double const subModeValue = ParameterUtils::StringToDouble(subModeText, ok);
+    char const* subModeName = nullptr;
+    // Sub-mode rows are short; any larger value has no name.
+    if (known && subModeValue >= 0 && subModeValue < 256)
+        subModeName = ModeEntry::GetSubModeName(modeIndex, static_cast<unsigned int>(subModeValue));
+    if (subModeName != nullptr) {
+        Vorn::OsUtils::StrLCat(result, ".", resultLength);
+        Vorn::OsUtils::StrLCat(result, subModeName, resultLength);
+    } else if (modeValue != 0 && dot >= 0) {
+        // A sub-mode without a name keeps its number: "1.2" reads as "Sensor.2".
+        Vorn::OsUtils::StrLCat(result, step + dot, resultLength);
+    }
+}
+
+// Appends the named form of one mode path ("0.0|1.2") to result.
+void AppendNamedPath(char const* path, char* result, unsigned int resultLength)
+{
+    size_t const length = std::strlen(path);
+    size_t pos = 0;
+    bool first = true;
+    // An empty path still names one step, the Default root.
+    do {
+        char step[KnobbyItemLength] = {};
+        unsigned int const taken =
+            ParameterUtils::GetSubString(path + pos, '|', step, sizeof(step));
+        if (!first)
+            Vorn::OsUtils::StrLCat(result, "|", resultLength);
+        first = false;
+        AppendNamedStep(step, result, resultLength);
+        pos += taken + 1;
+    } while (pos < length);
+}
+
+} // namespace
+
+ModeSlot* ParameterSetManager::GetModeEntry(unsigned int modeId)
+{
+    if (m_mainSetManager != nullptr)
+        return MainManager()->GetModeEntry(modeId);
+
+    unsigned int const tableIndex = TableIndexOf(modeId);
+    unsigned int const slotIndex = SlotIndexOf(modeId);
+    if (tableIndex >= m_modeTables.Count()) {
+        ParameterLogging::Write(
+            this, ParameterLogging::LogError,
+            "%s called with  Mode ID (%u) Table Index >= mode table count (%u)\n", "GetModeEntry",
+            modeId, m_modeTables.Count());
+        return nullptr;
+    }
+    ParameterModeTable* table = m_modeTables[tableIndex];
+    if (table == nullptr || slotIndex >= table->m_modeCount) {
+        ParameterLogging::Write(
+            this, ParameterLogging::LogError,
+            "%s called with Mode ID Value (%u) that exceeds the mode table entries (%u)\n",
+            "GetModeEntry", modeId, table != nullptr ? table->m_modeCount : 0U);
+        return nullptr;
+    }
+    return &table->modes[slotIndex];
+}
+
+ParameterModeTable* ParameterSetManager::GetModeTable(unsigned int modeTableIndex) const
+{
+    PList<ParameterModeTable*> const& tables = MainManager()->m_modeTables;
+    return modeTableIndex < tables.Count() ? tables[modeTableIndex] : nullptr;
+}
+
+unsigned int ParameterSetManager::GetModeTableCount()
+{
+    return m_modeTables.Count();
+}
+
+bool ParameterSetManager::GetModeTableNames(PList<char const*>& names)
+{
+    if (m_modeTables.Count() == 0)
+        return false;
+    for (unsigned int i = 0; i < m_modeTables.Count(); ++i)
+        names.Add(m_modeTables[i] != nullptr ? m_modeTables[i]->name : nullptr);
+    return true;
+}
+
+void ParameterSetManager::FreeModeTables()
+{
+    for (unsigned int i = 0; i < m_modeTables.Count(); ++i)
+        delete m_modeTables[i];
+    m_modeTables.Clear();
+}
+
+void ParameterSetManager::LogModeTableBinding()
+{
+    if (m_mainSetManager == nullptr)
+        return;
+    ParameterSetManager* main = MainManager();
+    unsigned int const count = main->m_modeTables.Count();
+    // Logged through this object: these are the only messages that show a derived manager's own
+    // identifier and switches.
+    if (m_modeTableIndex >= count) {
+        ParameterLogging::Write(this, ParameterLogging::LogError,
+                                "%s called mode table index (%u) >= mode table count (%u)\n",
+                                "ParameterSetManager", static_cast<unsigned int>(m_modeTableIndex),
+                                count);
+        return;
+    }
+    char const* tableName = main->m_modeTables[m_modeTableIndex]->name;
+    ParameterLogging::Write(this, ParameterLogging::LogVerbose,
+                            "%s constructed for mode table index %u: %s\n", "ParameterSetManager",
+                            static_cast<unsigned int>(m_modeTableIndex),
+                            tableName != nullptr ? tableName : "");
+}
+
+bool ParameterSetManager::CreateDefaultModeTable()
+{
+    auto* slots = static_cast<ModeSlot*>(VornCalloc(sizeof(ModeSlot), VornTagAllocData));
+    auto* root = new (std::nothrow) ModeEntry(true, true);
+    auto* table = slots != nullptr && root != nullptr ? new (std::nothrow)
+                                                            ParameterModeTable(nullptr, slots, 1)
+                                                      : nullptr;
+    if (table == nullptr) {
+        delete root;
+        VornFree(slots, VornTagRelease);
+        SetError("ReadModeSection: Failed to allocate the default mode table");
+        return false;
+    }
+    root->Initialize(0, 0, 0, nullptr);
+    table->rootMode = root;
+    slots[0].mode = root;
+    m_modeTables.Add(table);
+    return true;
+}
+
+namespace {
+
+// Checks one entry, then places its node in the slot and in the tree. False when a check failed;
+// the reason is then kept as the manager's error.
+bool ReadModeEntry(ParameterSetManager& manager, ParameterModeTable& table, unsigned int tableIndex,
+                   ModeRecord const& record, bool fileMode)
+{
+    bool const hasLink = record.linkId != NoLink;
+    if (TableIndexOf(record.modeId) != tableIndex) {
+        ParameterLogging::Write(
+            &manager, ParameterLogging::LogError,
+            "ReadModeSection: Mode Table Index in Mode ID (%u) does not match expected (%u)\n",
+            record.modeId, tableIndex);
+        manager.SetError("ReadModeSection: Index from Mode ID does not match expected");
+        return false;
+    }
+    if (TableIndexOf(record.parentId) != tableIndex) {
+        ParameterLogging::Write(&manager, ParameterLogging::LogError,
+                                "ReadModeSection: Mode Table Index != Parent Table Index,Mode ID "
+                                "(%u), Parent ID (%u)\n",
+                                record.modeId, record.parentId);
+        manager.SetError("ReadModeSection: Mode Table Index != Parent Table Index");
+        return false;
+    }
+    if (hasLink && TableIndexOf(record.linkId) != tableIndex) {
+        ParameterLogging::Write(
+            &manager, ParameterLogging::LogError,
+            "ReadModeSection: Mode Table Index != Link Table Index, Mode ID (%u), Link ID (%u)\n",
+            record.modeId, record.linkId);
+        manager.SetError("ReadModeSection: Mode Table Index != Link Table Index");
+        return false;
+    }
+    if (SlotIndexOf(record.modeId) >= table.m_modeCount) {
+        manager.SetError("ReadModeSection: Mode ID exceeds mode count");
+        return false;
+    }
+    if (SlotIndexOf(record.parentId) >= table.m_modeCount) {
+        manager.SetError("ReadModeSection: Parent Mode ID exceeds mode count");
+        return false;
+    }
+    if (hasLink && SlotIndexOf(record.linkId) >= table.m_modeCount) {
+        manager.SetError("ReadModeSection: Link Mode ID exceeds mode count");
+        return false;
+    }
+
+    bool const isRootEntry = record.parentId == record.modeId;
+    ModeEntry* parentNode = isRootEntry ? nullptr : table.modes[SlotIndexOf(record.parentId)].mode;
+    ModeEntry** link = hasLink ? SlotLink(&table.modes[SlotIndexOf(record.linkId)]) : nullptr;
+
+    // An entry that repeats its parent's mode and sub-mode differs only in pipeline: it shares
+    // the parent's node and so the parent's modules, and keeps only its own slot.
+    ModeEntry* node = nullptr;
+    if (parentNode != nullptr && parentNode->mode.Parts.mode == record.mode.Parts.mode &&
+        parentNode->mode.Parts.subMode == record.mode.Parts.subMode) {
+        node = parentNode;
+    } else {
+        // In file mode the node's modules are read when the mode is first used.
+        node = new (std::nothrow) ModeEntry(!fileMode, (record.flags & ResidentFlag) != 0);
+        if (node == nullptr) {
+            manager.SetError("ReadModeSection: Failed to allocate a mode entry");
+            return false;
+        }
+        node->Initialize(record.modeId, record.mode, link);
+    }
+
+    ModeSlot& slot = table.modes[SlotIndexOf(record.modeId)];
+    slot.mode = node;
+    slot.pipeline = static_cast<uint8_t>(record.mode.Parts.pipeline & 0xFF);
+
+    if (table.rootMode == nullptr) {
+        table.rootMode = node;
+        node->loaded = true;
+        node->resident = true;
+        return true;
+    }
+    if (node->mode.Parts.mode < FirstUnloadableMode) {
+        node->loaded = true;
+        node->resident = true;
+    }
+    if (parentNode != nullptr && parentNode != node)
+        parentNode->AddMode(node);
+    else if (node != parentNode)
+        // A node whose parent slot is still empty (or a second root) has no place in the tree;
+        // the table keeps it so that it is freed with the tree.
+        table.detachedModes.Add(node);
+    return true;
+}
+
+} // namespace
+
+bool ParameterSetManager::ReadModeSections(unsigned char* buffer, unsigned int length,
+                                           ParameterBinaryFile* file, unsigned char alignment)
+{
+    if (m_mainSetManager != nullptr)
+        return MainManager()->ReadModeSections(buffer, length, file, alignment);
+
+    unsigned int const sectionCount = m_modeSections.Count();
+    if (sectionCount == 0) {
+        ParameterLogging::Write(this, ParameterLogging::LogVerbose,
+                                "ReadModeSection: No mode tables in binary, creating default\n");
+        return CreateDefaultModeTable();
+    }
+
+    unsigned int const nameLength = ModeNameLength(m_binaryVersion);
+    unsigned int const entrySize = ModeEntrySize(alignment, m_binaryVersion);
+    bool result = false;
+    for (unsigned int section = 0; section < sectionCount; ++section) {
+        SectionInfo const info = m_modeSections[section];
+        unsigned int const count =
+            info.Size >= nameLength ? (info.Size - nameLength) / entrySize : 0;
+        unsigned int const expected = nameLength + entrySize * count;
+        if (info.Size != expected) {
+            ParameterLogging::Write(
+                this, ParameterLogging::LogError,
+                "ReadModeSection: ModeSize %d does not match expected size %d\n",
+                static_cast<int>(info.Size), static_cast<int>(expected));
+            continue;
+        }
+
+        unsigned char* sectionBuffer = buffer;
+        unsigned int sectionLength = length;
+        unsigned int pos = info.Offset;
+        unsigned char* ownBuffer = nullptr;
+        if (file != nullptr) {
+            ownBuffer = file->Read(info.Offset, info.Size);
+            if (ownBuffer == nullptr)
+                ParameterLogging::Write(
+                    this, ParameterLogging::LogError,
+                    "ReadModeSection(%u): Failed to read %d bytes for mode table from binary "
+                    "file\n",
+                    section, static_cast<int>(info.Size));
+            sectionBuffer = ownBuffer;
+            sectionLength = info.Size;
+            pos = 0;
+        }
+        if (sectionBuffer == nullptr) {
+            SetError("ReadModeSection: Failed, buffer is nullptr");
+            continue;
+        }
+        if (sectionLength == 0) {
+            SetError("ReadModeSection: Failed, buffer length is 0");
+            VornFree(ownBuffer, VornTagRelease);
+            continue;
+        }
+
+        // The table takes the name it was read into; a format without names leaves it null.
+        char* name = nameLength != 0 ? ParameterUtils::ReadString(sectionBuffer, sectionLength, pos,
+                                                                  nameLength, alignment)
+                                     : nullptr;
+        auto const tableIndex = m_modeTables.Count();
+        ModeSlot* slots = nullptr;
+        if (count != 0)
+            slots = static_cast<ModeSlot*>(VornCalloc(sizeof(ModeSlot) * count, VornTagAllocData));
+        auto* table = (count == 0 || slots != nullptr) ? new (std::nothrow)
+                                                             ParameterModeTable(name, slots, count)
+                                                       : nullptr;
+        if (table == nullptr) {
+            VornFree(name, VornTagRelease);
+            VornFree(slots, VornTagRelease);
+            VornFree(ownBuffer, VornTagRelease);
+            SetError("ReadModeSection: Failed to allocate the mode table");
+            continue;
+        }
+        m_modeTables.Add(table);
+        result = true;
+
+        unsigned int const entriesStart = pos;
+        for (unsigned int entry = 0; entry < count; ++entry) {
+            pos = entriesStart + entry * entrySize;
+            ParameterByteReader reader(sectionBuffer, sectionLength, pos, alignment, this);
+            ModeRecord record = {tableIndex << ModeTableIndexShift, ModeUnion(),
+                                 tableIndex << ModeTableIndexShift, NoLink, 0};
+            ReadModeRecord(reader, m_binaryVersion, record);
+            // A short read still processes what it got, then ends the table.
+            bool const lastEntry = reader.Failed();
+            if (!ReadModeEntry(*this, *table, tableIndex, record, file != nullptr))
+                result = false;
+            if (lastEntry)
+                break;
+        }
+        VornFree(ownBuffer, VornTagRelease);
+    }
+    return result;
+}
+
+ModeEntry* ParameterSetManager::GetModeEntry(unsigned char modeTableIndex,
+                                             TuningMode const* modeBranch, unsigned int modeCount)
+{
+    ParameterSetManager* main = MainManager();
+    if (modeTableIndex >= main->m_modeTables.Count()) {
+        ParameterLogging::Write(main, ParameterLogging::LogError,
+                                "%s called with mode table index (%u) >= mode table count (%u)\n",
+                                "GetModeEntry", static_cast<unsigned int>(modeTableIndex),
+                                main->m_modeTables.Count());
+        return nullptr;
+    }
+    ParameterModeTable* table = main->m_modeTables[modeTableIndex];
+    if (table == nullptr || table->rootMode == nullptr)
+        return nullptr;
+    ModeEntry* node = table->rootMode;
+    if (modeBranch == nullptr)
+        return node;
+
+    // Step 0 is the root. A run of steps of one mode value names several nested nodes of that
+    // mode in no particular order, so the run is matched as a whole.
+    unsigned int i = 1;
+    while (i < modeCount) {
+        if (!main->ValidateMode("GetModeEntry", modeBranch, i))
+            break;
+        unsigned int run = 1;
+        while (i + run < modeCount && modeBranch[i + run].mode == modeBranch[i].mode)
+            ++run;
+        node = node->FindMode(&modeBranch[i], run, 0);
+        if (node == nullptr)
+            return nullptr;
+        i += run;
+    }
+    return node;
+}
+
+ModeEntry* ParameterSetManager::GetModeEntry(unsigned char modeTableIndex, char const* modePath)
+{
+    if (modePath == nullptr)
+        return nullptr;
+    PList<TuningMode> branch;
+    if (!GetModeBranchFromPath(modePath, branch))
+        return nullptr;
+    return GetModeEntry(modeTableIndex, branch.Items(), branch.Count());
+}
+
+bool ParameterSetManager::ValidateMode(char const* caller, TuningMode const* modeBranch,
+                                       unsigned int index)
+{
+    uint32_t const value = modeBranch[index].mode;
+    char message[ErrorStringLength] = {};
+    if (value > MaxModeValue) {
+        Vorn::OsUtils::SNPrintF(message, sizeof(message),
+                                "%s Error: Invalid Mode value (%u) found in modeBranch[%u]. "
+                                "Expected range: %u to %u",
+                                caller, value, index, 0U, MaxModeValue);
+        SetError(message);
+        return false;
+    }
+    if (value == ModeDefault && index != 0) {
+        Vorn::OsUtils::SNPrintF(message, sizeof(message),
+                                "%s Error: Default mode found in modeBranch at an index > 0 (%u). "
+                                "Index 0 must be Default, but only index 0 may be Default",
+                                caller, index);
+        SetError(message);
+        return false;
+    }
+    return true;
+}
+
+bool ParameterSetManager::GetModeBranchFromPath(char const* path, PList<TuningMode>& modeBranch)
+{
+    if (path == nullptr)
+        return false;
+    size_t const length = std::strlen(path);
+    size_t pos = 0;
+    while (pos < length) {
+        char item[PathItemLength] = {};
+        unsigned int const taken =
+            ParameterUtils::GetSubString(path + pos, '|', item, sizeof(item));
+        if (taken == 0)
+            break;
+        int const dot = ParameterUtils::GetStringPos(item, '.');
+        for (unsigned int c = 0; c < taken; ++c) {
+            if (static_cast<int>(c) != dot && (item[c] < '0' || item[c] > '9'))
+                return false;
+        }
+        TuningMode step = {0, 0, 0};
+        if (dot > 0) {
+            auto const dotPos = static_cast<size_t>(dot);
+            step.mode = ParseDigits(item, dotPos);
+            step.subMode =
+                static_cast<uint16_t>(ParseDigits(item + dotPos + 1, taken - dotPos - 1));
+        } else {
+            // Without a mode part the item is read from its second character on, as a sub-mode
+            // of Default: "12" is 0.2.
+            step.subMode = static_cast<uint16_t>(ParseDigits(item + 1, taken - 1));
+        }
+        modeBranch.Add(step);
+        // An item cut at 9 characters loses its tenth as if that were the separator.
+        pos += taken + 1;
+    }
+    return modeBranch.Count() != 0;
+}
+
+void ParameterSetManager::GetPathFromModeBranch(TuningMode const* modeBranch,
+                                                unsigned int modeCount, char* path,
+                                                unsigned int length)
+{
+    if (modeBranch == nullptr || modeCount == 0 || path == nullptr)
+        return;
+    for (unsigned int i = 0; i < modeCount; ++i) {
+        if (!ValidateMode("GetPathFromModeBranch", modeBranch, i))
+            break;
+        if (i > 0)
+            Vorn::OsUtils::StrLCat(path, "|", length);
+        char step[StepTextLength] = {};
+        Vorn::OsUtils::SNPrintF(step, sizeof(step), "%u.%u", modeBranch[i].mode,
+                                static_cast<unsigned int>(modeBranch[i].subMode));
+        Vorn::OsUtils::StrLCat(path, step, length);
+    }
+}
+
+unsigned short ParameterSetManager::GetModeIndex(char const* name)
+{
+    if (name == nullptr)
+        return 0;
+    size_t const nameLength = std::strlen(name);
+    for (unsigned int value = 0; value <= MaxModeValue; ++value) {
+        if (NamesMatch(name, nameLength, ModeEntry::GetModeName(value)))
+            return static_cast<unsigned short>(value);
+    }
+    return 0;
+}
+
+unsigned short ParameterSetManager::GetSubModeIndex(unsigned short mode, char const* name)
+{
+    if (name == nullptr)
+        return 0;
+    bool isNumber = false;
+    double const number = ParameterUtils::StringToDouble(name, isNumber);
+    if (isNumber)
+        return ToUnsignedShort(number);
+    size_t const nameLength = std::strlen(name);
+    unsigned int const count = ModeEntry::GetSubModeNameCount(mode);
+    for (unsigned int value = 0; value < count; ++value) {
+        if (NamesMatch(name, nameLength, ModeEntry::GetSubModeName(mode, value)))
+            return static_cast<unsigned short>(value);
+    }
+    return 0;
+}
+
+void ParameterSetManager::GetModeShorthand(char const* modes, char* result,
+                                           unsigned int resultLength)
+{
+    if (m_mainSetManager != nullptr) {
+        MainManager()->GetModeShorthand(modes, result, resultLength);
+        return;
+    }
+    if (result == nullptr || resultLength == 0)
+        return;
+    unsigned int out = 0;
+    size_t const length = modes != nullptr ? std::strlen(modes) : 0;
+    size_t pos = 0;
+    bool ok = false;
+    while (pos < length) {
+        char item[ShorthandItemLength] = {};
+        unsigned int const taken =
+            ParameterUtils::GetSubString(modes + pos, '|', item, sizeof(item));
+        // An empty item between two "|" ends the conversion.
+        if (taken == 0)
+            break;
+        if (pos != 0 && out + 1 < resultLength)
+            result[out++] = '|';
+        char name[ShorthandItemLength] = {};
+        ParameterUtils::GetSubString(item, '.', name, sizeof(name));
+        unsigned short const modeValue = GetModeIndex(name);
+        if (out < resultLength)
+            out +=
+                ParameterUtils::DoubleToString(modeValue, result + out, resultLength - out, 0, ok);
+        int const dot = ParameterUtils::GetStringPos(item, '.');
+        if (dot >= 0 && item[dot + 1] != '\0') {
+            if (out + 1 < resultLength)
+                result[out++] = '.';
+            if (out < resultLength)
+                out += ParameterUtils::DoubleToString(GetSubModeIndex(modeValue, item + dot + 1),
+                                                      result + out, resultLength - out, 0, ok);
+        }
+        pos += taken + 1;
+    }
+    result[out < resultLength ? out : resultLength - 1] = '\0';
+    result[resultLength - 1] = '\0';
+}
+
+void ParameterSetManager::GetKnobbyModesString(char const* modes, char* result,
+                                               unsigned int resultLength)
+{
+    if (result == nullptr || resultLength == 0)
+        return;
+    result[0] = '\0';
+    char const* text = modes != nullptr ? modes : "";
+    size_t const length = std::strlen(text);
+    size_t pos = 0;
+    bool first = true;
+    do {
+        char path[KnobbyItemLength] = {};
+        unsigned int const taken =
+            ParameterUtils::GetSubString(text + pos, ';', path, sizeof(path));
+        if (!first)
+            Vorn::OsUtils::StrLCat(result, ";", resultLength);
+        first = false;
+        AppendNamedPath(path, result, resultLength);
+        pos += taken + 1;
+    } while (pos < length);
+}
+
+unsigned int ParameterSetManager::GetChildModes(unsigned char modeTableIndex, char const* modePath,
+                                                unsigned char* result, unsigned int resultLength)
+{
+    if (m_mainSetManager != nullptr)
+        return MainManager()->GetChildModes(modeTableIndex, modePath, result, resultLength);
+
+    ModeEntry* node = GetModeEntry(modeTableIndex, modePath);
+    if (node == nullptr) {
+        if (modeTableIndex >= m_modeTables.Count())
+            ParameterLogging::Write(
+                this, ParameterLogging::LogError,
+                "%s called with mode table index (%u) >= mode table count (%u)\n", "GetChildModes",
+                static_cast<unsigned int>(modeTableIndex), m_modeTables.Count());
+        else if (m_modeTables[modeTableIndex] != nullptr)
+            node = m_modeTables[modeTableIndex]->rootMode;
+    }
+
+    unsigned int pos = 0;
+    if (result == nullptr)
+        resultLength = 0;
+    // The children are the node's own: a link lends modules, not sub-modes.
+    for (ModeEntry* child = node != nullptr ? node->firstChild : nullptr; child != nullptr;
+         child = child->nextSibling) {
+        if (child != node->firstChild)
+            WriteResultByte(',', result, resultLength, pos, this);
+        unsigned int const modeValue = child->mode.Parts.mode;
+        char const* modeName = ModeEntry::GetModeName(modeValue);
+        (void)ParameterUtils::WriteString(modeName, result, resultLength, pos, false, this);
+        if (modeValue == ModeDefault)
+            continue;
+        WriteResultByte('.', result, resultLength, pos, this);
+        char const* subModeName = child->GetSubModeName();
+        if (subModeName != nullptr) {
+            (void)ParameterUtils::WriteString(subModeName, result, resultLength, pos, false, this);
+        } else if (pos < resultLength) {
+            // The number is formatted in place; its terminator is overwritten by what follows.
+            bool ok = false;
+            pos += ParameterUtils::DoubleToString(child->mode.Parts.subMode,
+                                                  reinterpret_cast<char*>(result + pos),
+                                                  resultLength - pos, 0, ok);
+        }
+    }
+    WriteResultByte('\0', result, resultLength, pos, this);
+    return pos;
+}
+
+void ParameterSetManager::GetActiveModes(unsigned char modeTableIndex, char* result,
+                                         unsigned int resultLength)
+{
+    if (m_mainSetManager != nullptr) {
+        MainManager()->GetActiveModes(modeTableIndex, result, resultLength);
+        return;
+    }
+    if (modeTableIndex >= m_modeTables.Count() || result == nullptr || resultLength == 0)
+        return;
+    ParameterModeTable* table = m_modeTables[modeTableIndex];
+    if (table == nullptr)
+        return;
+
+    std::lock_guard<std::recursive_mutex> lock(table->activeModeMutex);
+    result[0] = '\0';
+    ModeEntry* kept[MaxReportedActiveModes] = {};
+    unsigned int keptCount = 0;
+    // Once an inactive node has been passed over, resident nodes behind it are passed over too:
+    // they are in the list only because they never leave it.
+    bool skipResident = false;
+    for (unsigned int i = 0; i < table->activeModes.Count() && keptCount < MaxReportedActiveModes;
+         ++i) {
+        ModeEntry* node = table->activeModes[i];
+        if (node == nullptr)
+            continue;
+        if (!node->IsActive()) {
+            skipResident = true;
+            continue;
+        }
+        if (skipResident && node->resident)
+            continue;
+        // Only the deepest node of a branch is reported: a descendant replaces its ancestor and
+        // an ancestor of a kept node is dropped.
+        bool related = false;
+        for (unsigned int k = 0; k < keptCount && !related; ++k) {
+            if (node->IsParent(kept[k])) {
+                kept[k] = node;
+                related = true;
+            } else if (kept[k] == node || kept[k]->IsParent(node)) {
+                related = true;
+            }
+        }
+        if (!related)
+            kept[keptCount++] = node;
+    }
+
+    char paths[ActiveModesLength] = {};
+    for (unsigned int k = 0; k < keptCount; ++k) {
+        char path[ModePathLength] = {};
+        kept[k]->GetModePath(path, sizeof(path));
+        if (k > 0)
+            Vorn::OsUtils::StrLCat(paths, ";", sizeof(paths));
+        Vorn::OsUtils::StrLCat(paths, path, sizeof(paths));
+    }
+    GetKnobbyModesString(paths, result, resultLength);
+}

@@ -1,0 +1,200 @@
+// SPDX-License-Identifier: Apache-2.0
+// paramctl modes: the mode tables of a tuning file as trees.
+#include <cstdio>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "parameterparser/modeentry.h"
+#include "parameterparser/modeslot.h"
+#include "parameterparser/parametermodetable.h"
+#include "tools/paramctl/commandline.h"
+#include "tools/paramctl/commands.h"
+#include "tools/paramctl/inspection.h"
+#include "tools/paramctl/jsonwriter.h"
+
+namespace ParamCtl {
+
+namespace {
+
+constexpr char ModesUsage[] =
+    "usage: paramctl modes [--json | --dot] FILE\n"
+    "\n"
+    "Prints every mode table of FILE as a tree of named steps (Usecase.Preview) with each\n"
+    "node's Mode ID, the pipelines of its slots, its link and whether it stays resident.\n"
+    "--dot writes a Graphviz graph instead (links dashed), --json a document for scripts.\n";
+
+// What the tree shows of one node, gathered from the node and the table's slots.
+struct NodeView
+{
+    ModeEntry* node;
+    std::string step;
+    std::vector<unsigned int> pipelines;
+    long linkId; ///< Mode ID of the linked slot, -1 without a link
+};
+
+std::string StepName(ModeEntry const& node)
+{
+    unsigned int const mode = node.mode.Parts.mode;
+    unsigned int const subMode = node.mode.Parts.subMode;
+    char const* modeName = ModeEntry::GetModeName(mode);
+    std::string step = modeName != nullptr ? modeName : std::to_string(mode);
+    if (mode == ModeDefault)
+        return step;
+    char const* subName = ModeEntry::GetSubModeName(mode, subMode);
+    return step + "." + (subName != nullptr ? subName : std::to_string(subMode));
+}
+
+NodeView ViewOf(ParameterModeTable const& table, unsigned int tableIndex, ModeEntry* node)
+{
+    NodeView view{node, StepName(*node), {}, -1};
+    for (uint32_t i = 0; i < table.m_modeCount; ++i) {
+        ModeSlot const& slot = table.modes[i];
+        if (slot.mode == node && slot.pipeline != 0)
+            view.pipelines.push_back(slot.pipeline);
+    }
+    if (node->link != nullptr) {
+        // Links point at slots of the same table: the slot's index is its Mode ID's low part.
+        auto const* slot = reinterpret_cast<ModeSlot const*>(node->link);
+        long const index = slot - table.modes;
+        if (index >= 0 && static_cast<uint32_t>(index) < table.m_modeCount)
+            view.linkId = static_cast<long>((tableIndex << 24) | static_cast<uint32_t>(index));
+    }
+    return view;
+}
+
+std::string Hex(unsigned long value)
+{
+    char text[16];
+    std::snprintf(text, sizeof(text), "0x%08lx", value);
+    return text;
+}
+
+void PrintNode(ParameterModeTable const& table, unsigned int tableIndex, ModeEntry* node,
+               std::string const& prefix, bool last, bool root)
+{
+    NodeView const view = ViewOf(table, tableIndex, node);
+    std::string const branch = root ? "" : (last ? "`- " : "|- ");
+    std::string line = prefix + branch + view.step;
+    if (line.size() < 40)
+        line.resize(40, ' ');
+    std::printf("%s id %s", line.c_str(), Hex(node->modeId).c_str());
+    if (!view.pipelines.empty()) {
+        std::printf("  pipelines");
+        for (unsigned int pipeline : view.pipelines)
+            std::printf(" %u", pipeline);
+    }
+    if (view.linkId >= 0)
+        std::printf("  link -> %s", Hex(static_cast<unsigned long>(view.linkId)).c_str());
+    if (node->resident)
+        std::printf("  resident");
+    std::printf("\n");
+    std::string const childPrefix = root ? prefix : prefix + (last ? "   " : "|  ");
+    for (ModeEntry* child = node->firstChild; child != nullptr; child = child->nextSibling)
+        PrintNode(table, tableIndex, child, childPrefix, child->nextSibling == nullptr, false);
+}
+
+void JsonNode(JsonWriter& json, ParameterModeTable const& table, unsigned int tableIndex,
+              ModeEntry* node)
+{
+    NodeView const view = ViewOf(table, tableIndex, node);
+    json.BeginObject()
+        .Field("step", view.step)
+        .Field("mode", static_cast<uint32_t>(node->mode.Parts.mode))
+        .Field("subMode", static_cast<uint32_t>(node->mode.Parts.subMode))
+        .Field("modeId", node->modeId)
+        .Field("resident", node->resident);
+    json.Key("pipelines").BeginArray();
+    for (unsigned int pipeline : view.pipelines)
+        json.Number(static_cast<uint64_t>(pipeline));
+    json.EndArray();
+    if (view.linkId >= 0)
+        json.Field("link", static_cast<uint64_t>(view.linkId));
+    json.Key("children").BeginArray();
+    for (ModeEntry* child = node->firstChild; child != nullptr; child = child->nextSibling)
+        JsonNode(json, table, tableIndex, child);
+    json.EndArray();
+    json.EndObject();
+}
+
+void DotNode(ParameterModeTable const& table, unsigned int tableIndex, ModeEntry* node)
+{
+    NodeView const view = ViewOf(table, tableIndex, node);
+    std::printf("  n%u_%u [label=\"%s\\n%s\"%s];\n", tableIndex, node->modeId & 0xFFFFFF,
+                view.step.c_str(), Hex(node->modeId).c_str(),
+                node->resident ? ", style=bold" : "");
+    if (view.linkId >= 0)
+        std::printf("  n%u_%u -> n%u_%lu [style=dashed, label=\"link\"];\n", tableIndex,
+                    node->modeId & 0xFFFFFF, tableIndex, view.linkId & 0xFFFFFF);
+    for (ModeEntry* child = node->firstChild; child != nullptr; child = child->nextSibling) {
+        std::printf("  n%u_%u -> n%u_%u;\n", tableIndex, node->modeId & 0xFFFFFF, tableIndex,
+                    child->modeId & 0xFFFFFF);
+        DotNode(table, tableIndex, child);
+    }
+}
+
+} // namespace
+
+int RunModes(int argc, char** argv)
+{
+    CommandLine line({"--json", "--dot"}, {});
+    if (!line.Parse(argc, argv)) {
+        std::fprintf(stderr, "paramctl modes: %s\n%s", line.Error().c_str(), ModesUsage);
+        return ExitUsage;
+    }
+    if (line.Has("--help")) {
+        std::fputs(ModesUsage, stdout);
+        return ExitSuccess;
+    }
+    if (line.Operands().size() != 1 || (line.Has("--json") && line.Has("--dot"))) {
+        std::fputs(ModesUsage, stderr);
+        return ExitUsage;
+    }
+    Inspection inspection;
+    if (!OpenForInspection(line.Operands()[0], "modes", inspection))
+        return ExitFailure;
+    InspectSetManager& manager = inspection.manager;
+    unsigned int const count = manager.GetModeTableCount();
+
+    if (line.Has("--json")) {
+        JsonWriter json(std::cout);
+        json.BeginObject().Key("tables").BeginArray();
+        for (unsigned int i = 0; i < count; ++i) {
+            ParameterModeTable const* table = manager.GetModeTable(i);
+            json.BeginObject()
+                .Field("index", i)
+                .Field("name", table->name != nullptr ? table->name : "")
+                .Field("slots", table->m_modeCount);
+            json.Key("root");
+            if (table->rootMode != nullptr)
+                JsonNode(json, *table, i, table->rootMode);
+            else
+                json.BeginObject().EndObject();
+            json.EndObject();
+        }
+        json.EndArray().EndObject();
+        return ExitSuccess;
+    }
+    if (line.Has("--dot"))
+        std::printf("digraph modes {\n  node [shape=box, fontname=\"monospace\"];\n");
+    for (unsigned int i = 0; i < count; ++i) {
+        ParameterModeTable const* table = manager.GetModeTable(i);
+        char const* name = table->name != nullptr && table->name[0] != '\0' ? table->name
+                                                                              : "(unnamed)";
+        if (line.Has("--dot")) {
+            std::printf("  subgraph cluster_%u {\n  label=\"table %u: %s\";\n", i, i, name);
+            if (table->rootMode != nullptr)
+                DotNode(*table, i, table->rootMode);
+            std::printf("  }\n");
+            continue;
+        }
+        std::printf("Mode table %u: %s (%u slots)\n", i, name, table->m_modeCount);
+        if (table->rootMode != nullptr)
+            PrintNode(*table, i, table->rootMode, "  ", true, true);
+    }
+    if (line.Has("--dot"))
+        std::printf("}\n");
+    return ExitSuccess;
+}
+
+} // namespace ParamCtl
