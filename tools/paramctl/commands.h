@@ -4,6 +4,7 @@
 
 namespace ParamCtl {
 
+int RunEntries(int argc, char** argv);
 int RunInfo(int argc, char** argv);
 int RunModes(int argc, char** argv);
 int RunPack(int argc, char** argv);

@@ -19,6 +19,7 @@ struct Command
 };
 
 constexpr Command Commands[] = {
+    {"entries", ParamCtl::RunEntries, "the symbol table: module instances, modes, sizes, groups"},
     {"info", ParamCtl::RunInfo, "header, sections, checksum and schema of a tuning file"},
     {"modes", ParamCtl::RunModes, "the mode tables as trees (--dot for Graphviz)"},
     {"pack", ParamCtl::RunPack, "write a binary tuning file from a text description"},

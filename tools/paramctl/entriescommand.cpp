@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: Apache-2.0
+// paramctl entries: the symbol table of a tuning file, one module instance a row.
+#include <cstdio>
+#include <iostream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "parameterparser/moduledata.h"
+#include "parameterparser/parameterfilesymboltable.h"
+#include "parameterparser/parameterfilesymboltableentry.h"
+#include "tools/paramctl/commandline.h"
+#include "tools/paramctl/commands.h"
+#include "tools/paramctl/inspection.h"
+#include "tools/paramctl/jsonwriter.h"
+
+namespace ParamCtl {
+
+namespace {
+
+constexpr char EntriesUsage[] =
+    "usage: paramctl entries [--json] FILE\n"
+    "\n"
+    "Lists the symbol table of FILE: per entry its identifier, the module's name hash and\n"
+    "version, the mode path that holds it, the size of its data and its duplicate group (0 for\n"
+    "data of its own; entries of one group share one block).\n";
+
+struct EntryRow
+{
+    unsigned int id;
+    unsigned int size;
+    unsigned int group;
+    ModuleData const* module; ///< null for an entry that is no module
+};
+
+std::string Hex64(unsigned long value)
+{
+    char text[24];
+    std::snprintf(text, sizeof(text), "0x%016lx", value);
+    return text;
+}
+
+} // namespace
+
+int RunEntries(int argc, char** argv)
+{
+    CommandLine line({"--json"}, {});
+    if (!line.Parse(argc, argv)) {
+        std::fprintf(stderr, "paramctl entries: %s\n%s", line.Error().c_str(), EntriesUsage);
+        return ExitUsage;
+    }
+    if (line.Has("--help")) {
+        std::fputs(EntriesUsage, stdout);
+        return ExitSuccess;
+    }
+    if (line.Operands().size() != 1) {
+        std::fputs(EntriesUsage, stderr);
+        return ExitUsage;
+    }
+    Inspection inspection;
+    if (!OpenForInspection(line.Operands()[0], "entries", inspection))
+        return ExitFailure;
+    InspectSetManager& manager = inspection.manager;
+
+    // The manager drops its entries once its modules exist; a table of our own keeps them.
+    ParameterFileSymbolTable table(&manager, manager.GetSymbolTable()->GetAlignment(),
+                                   manager.GetBinaryVersion());
+    auto const length = static_cast<unsigned int>(inspection.bytes.size());
+    if (!table.Load(inspection.bytes.data(), length, nullptr, nullptr, length,
+                    manager.GetSymbolSection(), manager.GetDataTableSection(),
+                    manager.GetDataSection(), manager.GetDefinitionSection(), &manager, false)) {
+        std::fprintf(stderr, "paramctl entries: %s: the symbol table cannot be read\n",
+                     inspection.path.c_str());
+        return ExitFailure;
+    }
+
+    std::map<unsigned int, ModuleData const*> modules;
+    for (unsigned int i = 0; i < table.Modules().Count(); ++i) {
+        ModuleData const* data = table.Modules()[i];
+        if (data != nullptr)
+            modules[data->ID] = data;
+    }
+    std::vector<EntryRow> rows;
+    ParameterFileSymbolTableEntry const* entries = table.GetSymbolEntries();
+    ParameterFileSymbolTable::EntryData const* lookup = table.GetSymbolLookup();
+    // Stored identifiers run from 1 to the count below 6.0.0; from 6.0.0 an identifier is the
+    // position, and position 0 is a placeholder no pointer can name.
+    unsigned int const last = manager.GetBinaryVersion() >= VersionUnion(6, 0, 0)
+                                  ? table.GetSymbolCount() - 1
+                                  : table.GetSymbolCount();
+    for (unsigned int id = 1; entries != nullptr && table.GetSymbolCount() > 0 && id <= last;
+         ++id) {
+        auto found = modules.find(id);
+        rows.push_back({id, entries[id].Size, lookup != nullptr ? lookup[id].Duplicate : 0,
+                        found != modules.end() ? found->second : nullptr});
+    }
+
+    if (line.Has("--json")) {
+        JsonWriter json(std::cout);
+        json.BeginObject()
+            .Field("symbolCount", table.GetSymbolCount())
+            .Field("dataCount", table.GetDataCount());
+        json.Key("entries").BeginArray();
+        for (EntryRow const& row : rows) {
+            json.BeginObject().Field("id", row.id).Field("size", row.size).Field("group", row.group);
+            if (row.module != nullptr)
+                json.Field("nameHash", Hex64(row.module->NameHash))
+                    .Field("version", VersionText(row.module->Version))
+                    .Field("modeId", row.module->ModeId)
+                    .Field("modePath", row.module->ModePath != nullptr ? row.module->ModePath : "");
+            json.EndObject();
+        }
+        json.EndArray().EndObject();
+        return ExitSuccess;
+    }
+    std::printf("%u symbol entries, %u data entries\n", table.GetSymbolCount(),
+                table.GetDataCount());
+    std::printf("%6s  %-18s  %-10s  %-24s  %8s  %5s\n", "id", "name hash", "version", "mode path",
+                "size", "group");
+    for (EntryRow const& row : rows) {
+        if (row.module == nullptr) {
+            std::printf("%6u  %-18s  %-10s  %-24s  %8u  %5u\n", row.id, "(no module)", "", "",
+                        row.size, row.group);
+            continue;
+        }
+        std::printf("%6u  %-18s  %-10s  %-24s  %8u  %5u\n", row.id,
+                    Hex64(row.module->NameHash).c_str(), VersionText(row.module->Version).c_str(),
+                    row.module->ModePath != nullptr ? row.module->ModePath : "", row.size,
+                    row.group);
+    }
+    return ExitSuccess;
+}
+
+} // namespace ParamCtl
