@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// Writes the seed corpus of the tuning-file fuzz targets: writer-made files of every layout.
+// Writes the seed corpus of the tuning-file fuzz targets: writer-made files of every layout, with
+// mode trees, modules, shared data and schemas.
 #include <cstdio>
 #include <string>
 
 #include "tools/writer/definitiontablebuilder.h"
+#include "tools/writer/modesectionbuilder.h"
+#include "tools/writer/symboltablebuilder.h"
 #include "tools/writer/tuningfilewriter.h"
 
 namespace {
@@ -60,7 +63,23 @@ DefinitionTableBuilder SampleDefinitions()
 bool WriteSeed(std::string const& folder, FileVersion version, bool withDefinitions)
 {
     TuningFileWriter writer(version);
-    writer.AddMinimalSections();
+    // Modules over shared data and a mode tree, so that whole loads reach every table.
+    TuningWriter::SymbolTableBuilder tables(version);
+    uint32_t const shared = tables.AddData({1, 0, 0, 0, 2, 0, 0, 0});
+    for (uint32_t slot = 0; slot < 3; ++slot) {
+        TuningWriter::ModuleEntry module;
+        module.name = "FLIndicesType";
+        module.moduleVersion = {3, 4, 0};
+        module.modeId = slot;
+        module.data = {8, 0, 0, 0, 2, 0, 0, 0};
+        module.data.push_back(static_cast<uint8_t>(shared));
+        module.data.resize(16, 0);
+        tables.AddModule(std::move(module));
+    }
+    tables.AddTo(writer);
+    TuningWriter::ModeSectionBuilder modes(0, "rear");
+    modes.AddPath("Default|Sensor.0|Usecase.Preview");
+    modes.AddTo(writer);
     if (withDefinitions)
         writer.AddSection(SectionType::Definition, SampleDefinitions().Build(writer.Alignment()));
     std::string const path = folder + "/seed-" + std::to_string(version.major) + "." +
