@@ -8,6 +8,8 @@
 #include "platform/vornalloc.h"
 #include "platform/vornosutils.h"
 
+#include "parameterparser/defaultmodule.h"
+#include "parameterparser/livetuning/parameterknobbyworker.h"
 #include "parameterparser/modeentry.h"
 #include "parameterparser/modeslot.h"
 #include "parameterparser/moduledata.h"
@@ -15,6 +17,7 @@
 #include "parameterparser/parameterbytereader.h"
 #include "parameterparser/parameterfilesymboltableentry.h"
 #include "parameterparser/parametermodetable.h"
+#include "parameterparser/parametermodule.h"
 #include "parameterparser/parameterutils.h"
 
 namespace {
@@ -139,7 +142,7 @@ bool CheckHeaderFields(unsigned char* buffer, unsigned int length, char const* h
 } // namespace
 
 ParameterSetManager::ParameterSetManager(ParameterSetManager* main, unsigned char modeTableIndex,
-                                         char const* name, bool)
+                                         char const* name, bool createWorker)
     : m_mainSetManager(main), m_modeTableIndex(modeTableIndex)
 {
     if (name != nullptr && name[0] != '\0') {
@@ -151,12 +154,16 @@ ParameterSetManager::ParameterSetManager(ParameterSetManager* main, unsigned cha
             m_loggingIdentifier = m_name;
         }
     }
+    if (createWorker)
+        m_knobbyWorker = new (std::nothrow) ParameterKnobbyWorker(this);
     LogModeTableBinding();
 }
 
 ParameterSetManager::~ParameterSetManager()
 {
     ParameterLogging::Write(this, ParameterLogging::LogVerbose, "ParameterSetManager deleting\n");
+    // The worker's threads read the tables: they end before anything is freed.
+    StopKnobbyWorker();
     // A derived manager holds only its own name: freeing through the main manager would take
     // the main manager's file away from it.
     if (m_mainSetManager == nullptr)
@@ -234,6 +241,8 @@ bool ParameterSetManager::LoadBinaryParameters(unsigned char* buffer, unsigned l
                             m_binaryTag != nullptr ? m_binaryTag : "", m_binaryVersion.Parts.Major,
                             m_binaryVersion.Parts.Minor,
                             static_cast<int>(m_binaryVersion.Parts.Patch));
+    if (m_knobbyWorker != nullptr && m_knobbyEnabled)
+        m_knobbyWorker->Start();
     return m_loadStatus;
 }
 
@@ -309,11 +318,14 @@ bool ParameterSetManager::LoadBinaryParameters(char const* fileName)
     } else {
         m_loadStatus = ReadSections(window, HeaderWindowSize, m_fileName, file, size,
                                     sectionTableOffset, this, alignment);
-        if (m_loadStatus)
+        if (m_loadStatus) {
             ParameterLogging::Write(this, ParameterLogging::LogVerbose,
                                     "Load Binary Parameters completed: Binary Version: %d.%d.%d\n",
                                     m_binaryVersion.Parts.Major, m_binaryVersion.Parts.Minor,
                                     static_cast<int>(m_binaryVersion.Parts.Patch));
+            if (m_knobbyWorker != nullptr && m_knobbyEnabled)
+                m_knobbyWorker->Start();
+        }
     }
     VornFree(window, VornTagRelease);
     ReleaseLoadFile(file);
@@ -554,19 +566,26 @@ bool ParameterSetManager::AddModule(ModuleData const* data, ParameterModule* mod
     return AttachModule(node, module);
 }
 
-ParameterModule* ParameterSetManager::CreateModuleOfKind(DefaultModule*,
-                                                         ParameterFileSymbolTableEntry const*,
-                                                         ModuleData*, bool)
+ParameterModule* ParameterSetManager::CreateModuleOfKind(DefaultModule* kind,
+                                                         ParameterFileSymbolTableEntry const* entry,
+                                                         ModuleData* data, bool loadNow)
 {
-    // Module kinds come with the module framework: Create on the kind's factory instance, then
-    // LoadModule from the entry's table when loadNow. No registry entry exists before it.
-    return nullptr;
+    if (kind == nullptr || kind->module == nullptr)
+        return nullptr;
+    // The factory instance checks the record and hands back the instance already made for a
+    // duplicate; a load that finds no entry leaves the module zeroed and unloaded, which a later
+    // lookup retries, so its result does not decide here.
+    ParameterModule* module = kind->module->Create(data, kind);
+    if (module != nullptr && loadNow && entry != nullptr)
+        static_cast<void>(module->LoadModule(entry->Table));
+    return module;
 }
 
-char const* ParameterSetManager::ModuleKindName(DefaultModule*)
+char const* ParameterSetManager::ModuleKindName(DefaultModule* kind)
 {
-    // The module framework names the kind by its first instance; before it there is none.
-    return nullptr;
+    if (kind == nullptr || kind->first == nullptr || kind->first->module == nullptr)
+        return nullptr;
+    return kind->first->module->moduleName;
 }
 
 bool ParameterSetManager::AttachModule(ModeEntry*, ParameterModule*)

@@ -8,6 +8,7 @@
 #include "parameterparser/imodetable.h"
 #include "parameterparser/iparameterdataapi.h"
 #include "parameterparser/modeunion.h"
+#include "parameterparser/parametercontrolvalues.h"
 #include "parameterparser/parameterexport.h"
 #include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parameterlogging.h"
@@ -15,10 +16,12 @@
 #include "parameterparser/versionunion.h"
 
 class DefaultModule;
+class KnobbyHandler;
 class ModeEntry;
 class ModuleData;
 class ParameterBinaryFile;
 class ParameterFileSymbolTableEntry;
+class ParameterKnobbyWorker;
 class ParameterModeTable;
 class ParameterModule;
 struct ModeSlot;
@@ -162,22 +165,22 @@ public:
     ParameterModeTable* GetModeTable(unsigned int modeTableIndex) const;
 
     /// The number of mode tables this object holds itself: 0 on a derived manager.
-    virtual unsigned int GetModeTableCount();
+    unsigned int GetModeTableCount() override;
 
     /// Appends each table's name (null for a table without one) to names, in table order.
     /// Borrowed; false when no table is loaded.
-    virtual bool GetModeTableNames(PList<char const*>& names);
+    bool GetModeTableNames(PList<char const*>& names) override;
 
     /// Writes the named paths of at most five deepest active branches of a table, joined by ";"
     /// ("Default" when nothing is active) into result, cut at resultLength. A bad index, null
     /// result or resultLength 0 leaves result untouched.
-    virtual void GetActiveModes(unsigned char modeTableIndex, char* result,
-                                unsigned int resultLength);
+    void GetActiveModes(unsigned char modeTableIndex, char* result,
+                        unsigned int resultLength) override;
 
     /// Turns a named path ("Default|Sensor.2|Usecase.Preview") into a mode path ("0|1.2|2.0")
     /// in result, cut at resultLength and always terminated (nothing for resultLength 0). A path
     /// with an empty step between two "|" must not be passed.
-    virtual void GetModeShorthand(char const* modes, char* result, unsigned int resultLength);
+    void GetModeShorthand(char const* modes, char* result, unsigned int resultLength) override;
 
     /// The node that a mode path ("0.0|1.2|2.0") names in a table; null for a null or malformed
     /// path, a bad index or a step that is not in the tree. Borrowed.
@@ -194,8 +197,8 @@ public:
     /// Writes the children of the node at modePath (the root for an unknown path) as named steps
     /// joined by "," with a terminator ("Usecase.Preview,Usecase.Video"); bytes that do not fit
     /// are logged and left out. Returns the bytes written, terminator included.
-    virtual unsigned int GetChildModes(unsigned char modeTableIndex, char const* modePath,
-                                       unsigned char* result, unsigned int resultLength);
+    unsigned int GetChildModes(unsigned char modeTableIndex, char const* modePath,
+                               unsigned char* result, unsigned int resultLength) override;
 
     /// Reads every mode section into a new table of the main manager; a file without mode
     /// sections gets one unnamed table with a Default root. buffer holds the whole file in
@@ -244,6 +247,51 @@ public:
     /// slot is past the table.
     bool AddModule(ModuleData const* data, ParameterModule* module);
 
+    // Values by name, for the live tuning worker: the text forms of the main manager.
+
+    /// Values of variable in the mode of modePath as "name=value" items joined by ";"; see
+    /// IParameterDataAPI. False for a null variable, result or modePath.
+    bool GetValue(unsigned char modeTableIndex, char const* modePath, char const* variable,
+                  char const* subVariables, char* result, unsigned int resultLength) override;
+    /// Sets variableName below variableBase from text; see IParameterDataAPI.
+    bool SetValue(unsigned char modeTableIndex, char const* modePath, char const* variableBase,
+                  char const* variableName, char const* value) override;
+    /// Describes variable's members; see IParameterDataAPI.
+    bool GetInfo(unsigned char modeTableIndex, char const* modePath, char const* variable,
+                 PList<ParameterParserInfo>& info) override;
+
+    // Live tuning: the main manager's worker, made when the constructor was asked for one and
+    // started by every successful load.
+
+    /// Reads a live tuning request's head (ParameterKnobbyWorker::ParseRequest). False without a
+    /// worker or with live tuning switched off.
+    bool ParseKnobbyRequest(unsigned char const* packet, unsigned int size,
+                            unsigned short& command, unsigned long& id, unsigned int& requestID,
+                            unsigned char const*& payload, unsigned int& payloadLength);
+    /// Writes a live tuning response head and payload (ParameterKnobbyWorker::BuildResponse).
+    /// False without a worker or with live tuning switched off.
+    bool BuildKnobbyResponse(unsigned char* buffer, unsigned int bufferSize,
+                             unsigned int& totalLength, unsigned short command, unsigned long id,
+                             unsigned int requestID, unsigned char const* payload,
+                             unsigned int payloadLength);
+    /// Replaces the control values a client reads. Nothing without a worker.
+    void SetControlValues(PList<ParameterCTValue> const& values);
+    /// On the main manager inserts or updates one control value; on a derived manager replaces
+    /// the main manager's whole list by this one value. Nothing without a worker.
+    void SetControlValue(ParameterCTValue const& value);
+    /// Answers a pending trigger request for one instance with a copy of count values. False
+    /// without a worker or a matching request.
+    bool SetTriggerValues(char const* modePath, char const* module, char const* pipeline,
+                          char const* instance, ParameterCTValue const* values,
+                          unsigned int count);
+    /// True while a client's trigger request for the three texts waits for its answer.
+    bool TriggerRequestExists(char const* modePath, char const* module, char const* pipeline);
+    /// Installs the host's callbacks for custom commands and trigger requests on the main
+    /// manager's worker (null removes them; the host keeps ownership). Nothing without a worker.
+    void SetKnobbyHandler(KnobbyHandler* handler);
+    /// The port the live tuning server listens on; 0 without a worker or before a load.
+    unsigned short GetKnobbyPort() const;
+
 protected:
     /// Only concrete managers construct one. main is null for a main manager; a derived manager
     /// works on main's mode table modeTableIndex. name is copied; null or empty means none.
@@ -252,6 +300,11 @@ protected:
 
     ParameterSetManager* MainManager();
     ParameterSetManager const* MainManager() const;
+
+    /// Stops and destroys the live tuning worker, waiting for its threads. A concrete manager
+    /// calls it first in its destructor, so that no command runs against a half-destroyed
+    /// object; the frame's destructor calls it again, which does nothing.
+    void StopKnobbyWorker();
 
     char* m_binaryTag = nullptr;
     bool m_loadStatus = false;
@@ -275,6 +328,7 @@ protected:
     uint32_t m_maxActiveModes = 0;
     bool m_fileModeAllowed = false;
     char m_fileName[FileNameLength] = {};
+    ParameterKnobbyWorker* m_knobbyWorker = nullptr;
     PList<ParameterModeTable*> m_modeTables;
     char* m_name = nullptr;
     uint32_t m_nameLength = 0;

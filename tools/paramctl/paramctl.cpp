@@ -19,10 +19,12 @@ struct Command
 };
 
 constexpr Command Commands[] = {
+    {"client", ParamCtl::RunClient, "talk to a live tuning server (info, modes, get, set ...)"},
     {"entries", ParamCtl::RunEntries, "the symbol table: module instances, modes, sizes, groups"},
     {"info", ParamCtl::RunInfo, "header, sections, checksum and schema of a tuning file"},
     {"modes", ParamCtl::RunModes, "the mode tables as trees (--dot for Graphviz)"},
     {"pack", ParamCtl::RunPack, "write a binary tuning file from a text description"},
+    {"serve", ParamCtl::RunServe, "host a tuning file with the live tuning server"},
 };
 
 // The library's own log lines stay quiet unless PARAMCTL_LOG is set: paramctl reports failures

@@ -1,0 +1,356 @@
+// SPDX-License-Identifier: Apache-2.0
+// ParameterKnobbyCom: the live tuning server's socket.
+#include "parameterparser/livetuning/parameterknobbycom.h"
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "platform/vornosutils.h"
+
+#include "parameterparser/parameterlogging.h"
+
+namespace {
+
+// The interface the TCP server listens on: every interface unless the build restricts it to
+// loopback, for devices whose network must not reach the tuning port.
+#ifdef PARAM_LIVETUNING_LOOPBACK_ONLY
+constexpr in_addr_t ListenAddress = INADDR_LOOPBACK;
+#else
+constexpr in_addr_t ListenAddress = INADDR_ANY;
+#endif
+
+bool TimedOut(time_t start, int timeout)
+{
+    return timeout >= 0 && time(nullptr) - start >= timeout;
+}
+
+void CloseDescriptor(int descriptor)
+{
+    if (descriptor >= 0)
+        close(descriptor);
+}
+
+} // namespace
+
+bool ParameterKnobbyCom::UseInternalPort = false;
+
+void ParameterKnobbyCom::SocketAddress::Clear()
+{
+    std::memset(&address, 0, sizeof(address));
+    type = INET;
+    length = 0;
+    port = 0;
+    std::memset(name, 0, sizeof(name));
+}
+
+void ParameterKnobbyCom::SocketAddress::SetupSocket(int addressType, unsigned short portNumber)
+{
+    std::memset(&address, 0, sizeof(address));
+    port = portNumber;
+    if (addressType != INET) {
+        type = UNIX;
+        Vorn::OsUtils::SNPrintF(name, sizeof(name), "#Knobby%x", static_cast<unsigned>(port));
+        auto* unixAddress = reinterpret_cast<sockaddr_un*>(&address);
+        unixAddress->sun_family = AF_UNIX;
+        Vorn::OsUtils::StrLCpy(unixAddress->sun_path, name, sizeof(unixAddress->sun_path));
+        // A leading zero byte puts the name into the abstract namespace: no file is made.
+        unixAddress->sun_path[0] = '\0';
+        // The family (2 bytes) and the name with its final zero.
+        length = static_cast<uint32_t>(std::strlen(name) + 3);
+        return;
+    }
+    type = INET;
+    Vorn::OsUtils::SNPrintF(name, sizeof(name), "0x%x", static_cast<unsigned>(port));
+    auto* inetAddress = reinterpret_cast<sockaddr_in*>(&address);
+    inetAddress->sin_family = AF_INET;
+    inetAddress->sin_addr.s_addr = htonl(ListenAddress);
+    inetAddress->sin_port = htons(port);
+    length = sizeof(sockaddr_in);
+}
+
+ParameterKnobbyCom::SocketID::SocketID()
+{
+    local.Clear();
+    peer.Clear();
+}
+
+ParameterKnobbyCom::SocketID::~SocketID()
+{
+    CloseSocket();
+    CloseConnection();
+}
+
+void ParameterKnobbyCom::SocketID::CloseConnection()
+{
+    int const descriptor = connection.exchange(-1);
+    CloseDescriptor(descriptor);
+}
+
+void ParameterKnobbyCom::SocketID::CloseSocket()
+{
+    if (listenSocket < 0)
+        return;
+    CloseConnection();
+    CloseDescriptor(listenSocket);
+    listenSocket = -1;
+    local.Clear();
+    peer.Clear();
+}
+
+int ParameterKnobbyCom::SocketID::ReadData(unsigned char* buffer, unsigned int length,
+                                           int timeout, std::atomic<bool> const& stopFlag)
+{
+    time_t const start = time(nullptr);
+    bool peerClosed = false;
+    for (;;) {
+        bool readable = false;
+        int const current = connection.load();
+        if (peerClosed) {
+            // The client has closed its side: nothing more can come, so only the time passes
+            // until the call ends and the connection is reset.
+            poll(nullptr, 0, PollPeriodMs);
+        } else if (current >= 0) {
+            pollfd entry = {current, POLLIN, 0};
+            readable = poll(&entry, 1, PollPeriodMs) > 0;
+        } else {
+            pollfd entry = {listenSocket, POLLIN, 0};
+            if (poll(&entry, 1, PollPeriodMs) > 0) {
+                socklen_t peerLength = sizeof(peer.address);
+                int const accepted =
+                    accept(listenSocket, reinterpret_cast<sockaddr*>(&peer.address), &peerLength);
+                int const error = errno;
+                if (accepted < 0)
+                    ParameterLogging::Write(log, ParameterLogging::LogVerbose,
+                                            "Knobby accept failed on port %s: %s\n", local.name,
+                                            std::strerror(error));
+                else
+                    ParameterKnobbyCom::SetSendTimeout(accepted);
+                connection = accepted;
+                ParameterLogging::Write(log, ParameterLogging::LogVerbose,
+                                        "Knobby accepted data connection on port %s\n",
+                                        local.name);
+                readable = true;
+            }
+        }
+
+        if (readable) {
+            // Straight after an accept this waits for the client's first bytes.
+            ssize_t const received = recv(connection.load(), buffer, length, 0);
+            int const error = errno;
+            if (received > 0)
+                return static_cast<int>(received);
+            if (received < 0) {
+                ParameterLogging::Write(log, ParameterLogging::LogVerbose,
+                                        "Knobby client disconnected.  Resetting socket on port "
+                                        "%s\n",
+                                        local.name);
+                if (error != 0)
+                    ParameterLogging::Write(log, ParameterLogging::LogVerbose,
+                                            "Knobby receive failed on port %s: %s\n", local.name,
+                                            std::strerror(error));
+                CloseConnection();
+                return -1;
+            }
+            peerClosed = true;
+        }
+
+        if (stopFlag || TimedOut(start, timeout)) {
+            if (!peerClosed)
+                return 0;
+            ParameterLogging::Write(log, ParameterLogging::LogVerbose,
+                                    "Knobby client disconnected.  Resetting socket on port %s\n",
+                                    local.name);
+            CloseConnection();
+            return -1;
+        }
+    }
+}
+
+int ParameterKnobbyCom::SocketID::WriteData(unsigned char const* buffer, unsigned int length)
+{
+    // MSG_NOSIGNAL: a client that went away must give a failed send, not end the process.
+    ssize_t const sent = send(connection.load(), buffer, length, MSG_NOSIGNAL);
+    int const error = errno;
+    if (sent != static_cast<ssize_t>(length)) {
+        ParameterLogging::Write(
+            log, ParameterLogging::LogError,
+            "Sockets send failed. Attempted send %u bytes, sent %u bytes on port %s\n", length,
+            sent > 0 ? static_cast<unsigned int>(sent) : 0u, local.name);
+        if (sent < 0)
+            ParameterLogging::Write(log, ParameterLogging::LogError, "Knobby send error: %s\n",
+                                    std::strerror(error));
+    }
+    return static_cast<int>(sent);
+}
+
+ParameterKnobbyCom::ParameterKnobbyCom(IParameterLoggingAPI* logger)
+    : ParameterKnobbyComBase(logger, true)
+{
+    m_socket.log = logger;
+    m_socket.local.SetupSocket(SocketAddress::INET, DefaultPort);
+    m_socket.peer.SetupSocket(SocketAddress::INET, DefaultPort);
+}
+
+ParameterKnobbyCom::~ParameterKnobbyCom()
+{
+    // The threads call into this object: they must end before it goes.
+    if (IsRunning())
+        Stop();
+    ClosePort();
+}
+
+void ParameterKnobbyCom::SetSendTimeout(int descriptor)
+{
+    timeval limit = {SendTimeoutSeconds, 0};
+    setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
+}
+
+bool ParameterKnobbyCom::InitSockets()
+{
+    return true;
+}
+
+unsigned short ParameterKnobbyCom::StartCom()
+{
+    if (m_initPending && InitSockets())
+        m_initPending = false;
+    return OpenPort();
+}
+
+void ParameterKnobbyCom::StopCom()
+{
+    ClosePort();
+}
+
+int ParameterKnobbyCom::ReadData(unsigned char* buffer, unsigned int length, int timeout,
+                                 std::atomic<bool> const& stopFlag)
+{
+    return m_socket.ReadData(buffer, length, timeout, stopFlag);
+}
+
+int ParameterKnobbyCom::WriteData(unsigned char const* buffer, unsigned int length)
+{
+    return m_socket.WriteData(buffer, length);
+}
+
+unsigned short ParameterKnobbyCom::OpenPort()
+{
+    if (m_socket.listenSocket >= 0)
+        return m_socket.local.port;
+
+    unsigned short port = UseInternalPort ? InternalPort : DefaultPort;
+    m_socket.local.SetupSocket(SocketAddress::INET, port);
+    m_socket.peer.SetupSocket(SocketAddress::INET, port);
+    int descriptor = socket(AF_INET, SOCK_STREAM, 0);
+    int error = errno;
+    if (descriptor >= 0) {
+        LogDebug("Knobby Server INET socket created", descriptor, m_socket.local.name, descriptor,
+                 0);
+        // Lets a restarted server take its port back while old connections linger in
+        // TIME_WAIT; a port another server listens on still refuses the bind.
+        int const reuse = 1;
+        setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof(reuse));
+    } else {
+        LogDebug("Knobby Server INET socket create failed", descriptor, m_socket.local.name,
+                 descriptor, error);
+        if (!UseInternalPort) {
+            port = InternalPort;
+            m_socket.local.SetupSocket(SocketAddress::UNIX, port);
+            m_socket.peer.SetupSocket(SocketAddress::UNIX, port);
+            descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
+            error = errno;
+            if (descriptor >= 0)
+                LogDebug("Knobby Server UNIX socket created", descriptor, m_socket.local.name,
+                         descriptor, 0);
+            else
+                LogError("Knobby Server UNIX socket create failed", descriptor,
+                         m_socket.local.name, descriptor, error);
+        }
+    }
+    if (descriptor < 0) {
+        LogError("Knobby Server socket create failed", descriptor, m_socket.local.name, descriptor,
+                 error);
+        return port;
+    }
+    m_socket.listenSocket = descriptor;
+
+    auto const limit = static_cast<unsigned short>(port + PortCount);
+    for (;;) {
+        int const result = bind(descriptor, reinterpret_cast<sockaddr*>(&m_socket.local.address),
+                                m_socket.local.length);
+        error = errno;
+        if (result == 0) {
+            if (listen(descriptor, ListenBacklog) != 0) {
+                int const listenError = errno;
+                LogError("Knobby Server listen failed", descriptor, m_socket.local.name, -1,
+                         listenError);
+            }
+            LogDebug("Knobby Server bound", descriptor, m_socket.local.name, result, 0);
+            return port;
+        }
+        LogDebug("Knobby Server bind failed", descriptor, m_socket.local.name, result, error);
+        port = static_cast<unsigned short>(port + 1);
+        m_socket.local.SetupSocket(m_socket.local.type, port);
+        if (port == limit) {
+            ParameterLogging::Write(Logger(), ParameterLogging::LogError,
+                                    "Knobby Failed to bind any ports\n");
+            m_socket.CloseSocket();
+            return 0;
+        }
+    }
+}
+
+void ParameterKnobbyCom::ClosePort()
+{
+    m_socket.CloseSocket();
+}
+
+void ParameterKnobbyCom::CloseSocket(SocketID& socketID, bool)
+{
+    socketID.CloseSocket();
+}
+
+void ParameterKnobbyCom::CloseConnection(SocketID& socketID)
+{
+    socketID.CloseConnection();
+}
+
+unsigned short ParameterKnobbyCom::GetPort() const
+{
+    return m_socket.listenSocket >= 0 ? m_socket.local.port : 0;
+}
+
+ParameterKnobbyCom::SocketAddress::AddrType ParameterKnobbyCom::GetAddressType() const
+{
+    return m_socket.local.type;
+}
+
+void ParameterKnobbyCom::LogDebug(char const* text, int socket, char const* portName, int result,
+                                  int error)
+{
+    ParameterLogging::Write(Logger(), ParameterLogging::LogVerbose,
+                            "%s, Socket: %d, Port: %s: Result: %d, errno: %d\n", text, socket,
+                            portName, result, error);
+    if (error != 0)
+        ParameterLogging::Write(Logger(), ParameterLogging::LogVerbose, "%s: %s\n", text,
+                                std::strerror(error));
+}
+
+void ParameterKnobbyCom::LogError(char const* text, int socket, char const* portName, int result,
+                                  int error)
+{
+    ParameterLogging::Write(Logger(), ParameterLogging::LogError,
+                            "%s, Socket: %d, Port: %s: Result: %d, errno: %d\n", text, socket,
+                            portName, result, error);
+    if (error != 0)
+        ParameterLogging::Write(Logger(), ParameterLogging::LogError, "%s: %s\n", text,
+                                std::strerror(error));
+}

@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: Apache-2.0
+// ParameterKnobbyCom: the live tuning server's stream socket, TCP first, abstract UNIX fallback.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include <sys/socket.h>
+
+#include "parameterparser/livetuning/parameterknobbycombase.h"
+#include "parameterparser/parameterexport.h"
+
+/// The socket transport of the live tuning server. It listens on TCP port 19278 or the first
+/// free one of the 63 above it (all interfaces, or loopback only in a build with
+/// PARAM_LIVETUNING_LOOPBACK_ONLY), falling back to the abstract UNIX socket "#Knobby%x" where
+/// no TCP socket can be made. One client is served at a time; later ones wait in the backlog.
+class PARAMETERPARSER_API ParameterKnobbyCom : public ParameterKnobbyComBase
+{
+public:
+    static constexpr unsigned short DefaultPort = 19278;
+    static constexpr unsigned short InternalPort = 33127;
+    /// Ports tried in a row, the first one included.
+    static constexpr unsigned int PortCount = 64;
+    static constexpr int ListenBacklog = 5;
+    static constexpr int PollPeriodMs = 100;
+    /// Longest a single send may block on a client that stopped reading.
+    static constexpr int SendTimeoutSeconds = 2;
+
+    /// True makes the server take TCP port 33127 at once and forbids the UNIX fallback. Set by
+    /// the host before the server starts; nothing in this library sets it.
+    static bool UseInternalPort;
+
+    /// One end of the connection: the address as bind gets it, with the port as text for logs.
+    struct SocketAddress
+    {
+        enum AddrType : int
+        {
+            INET = 0,
+            UNIX = 1,
+        };
+
+        /// Stores port and builds the address: type 0 gives TCP on all interfaces (or loopback)
+        /// with name "0x%x"; any other type gives the abstract UNIX name "#Knobby%x", whose "#"
+        /// becomes the zero byte that marks the abstract namespace.
+        void SetupSocket(int addressType, unsigned short portNumber);
+
+        /// Zeroes every field.
+        void Clear();
+
+        sockaddr_storage address;
+        AddrType type;
+        uint32_t length;
+        uint16_t port;
+        char name[108];
+    };
+
+    /// The listening socket and the one client connection, with their addresses. Owns both
+    /// descriptors (-1 when closed) and closes them on destruction.
+    struct SocketID
+    {
+        SocketID();
+        ~SocketID();
+
+        SocketID(SocketID const&) = delete;
+        SocketID& operator=(SocketID const&) = delete;
+        SocketID(SocketID&&) = delete;
+        SocketID& operator=(SocketID&&) = delete;
+
+        /// Waits for input on the connection, or accepts a client on the listening socket, in
+        /// polls of 100 ms. Returns the bytes received; 0 when timeout seconds (negative: none)
+        /// passed or stopFlag was set; -1 when the client went away (the connection is closed and
+        /// "Knobby client disconnected.  Resetting socket on port %s\n" logged). A client that
+        /// closed its side is noticed, and the connection closed, only when the call ends.
+        int ReadData(unsigned char* buffer, unsigned int length, int timeout,
+                     std::atomic<bool> const& stopFlag);
+
+        /// One send of the whole buffer to the client. A short send logs "Sockets send failed.
+        /// Attempted send %u bytes, sent %u bytes on port %s\n" at error level; no retry.
+        int WriteData(unsigned char const* buffer, unsigned int length);
+
+        /// Closes the client connection, if one is open.
+        void CloseConnection();
+
+        /// Closes connection and listening socket and zeroes both addresses; nothing when not
+        /// listening.
+        void CloseSocket();
+
+        SocketAddress local;
+        SocketAddress peer;
+        int listenSocket = -1;
+        /// Written by the read thread (accept, close) and read by the write thread (send).
+        std::atomic<int> connection{-1};
+        IParameterLoggingAPI* log = nullptr;
+    };
+
+    /// A server with a receive buffer and both addresses set to TCP on the default port. Opens
+    /// nothing until Start().
+    explicit ParameterKnobbyCom(IParameterLoggingAPI* logger);
+
+    /// Stops the service threads if they still run, then closes the sockets.
+    ~ParameterKnobbyCom() override;
+
+    /// Opens the listening socket on the first use (a second call while listening opens nothing)
+    /// and returns the port in use; 0 when no port of the range could be bound.
+    unsigned short StartCom() override;
+    /// Closes connection and listening socket.
+    void StopCom() override;
+    int ReadData(unsigned char* buffer, unsigned int length, int timeout,
+                 std::atomic<bool> const& stopFlag) override;
+    int WriteData(unsigned char const* buffer, unsigned int length) override;
+
+    /// True: the platform's sockets need no set-up.
+    bool InitSockets();
+
+    /// Makes the listening socket and binds it, walking up from the first port (see the class
+    /// comment). Logs each step; "Knobby Failed to bind any ports\n" at error level when all 64
+    /// ports fail, in which case the socket is closed and 0 returned. Returns the port.
+    unsigned short OpenPort();
+    void ClosePort();
+    void CloseSocket(SocketID& socketID, bool flag);
+    void CloseConnection(SocketID& socketID);
+
+    /// The port being listened on; 0 when not listening.
+    unsigned short GetPort() const;
+    /// The address family in use: INET or UNIX.
+    SocketAddress::AddrType GetAddressType() const;
+
+    /// "%s, Socket: %d, Port: %s: Result: %d, errno: %d\n" at verbose and at error level; a
+    /// non-zero error is followed by its text.
+    void LogDebug(char const* text, int socket, char const* portName, int result, int error);
+    void LogError(char const* text, int socket, char const* portName, int result, int error);
+
+private:
+    /// Bounds how long a send to this accepted client may block (SendTimeoutSeconds).
+    static void SetSendTimeout(int descriptor);
+
+    bool m_initPending = true;
+    SocketID m_socket;
+};

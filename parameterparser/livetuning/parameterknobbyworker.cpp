@@ -1,0 +1,289 @@
+// SPDX-License-Identifier: Apache-2.0
+// ParameterKnobbyWorker: lifecycle, the command loop and the packet head helpers.
+#include "parameterparser/livetuning/parameterknobbyworker.h"
+
+#include <cstring>
+#include <new>
+
+#include "parameterparser/iparameterdataapi.h"
+#include "parameterparser/livetuning/parameterknobbycom.h"
+#include "parameterparser/livetuning/parameterknobbypacket.h"
+#include "parameterparser/parameterlogging.h"
+
+namespace {
+
+namespace Wire = ParameterKnobbyPacket;
+
+// The smallest request each command is executed for; shorter ones are dropped unanswered.
+constexpr unsigned int MinimumRequestSize[Wire::CommandCount] = {4,  4,  4,  19, 19,
+                                                                   19, 19, 19, 19, 15};
+
+void LogShortRead(IParameterLoggingAPI* log, long long count, int offset, unsigned int size)
+{
+    ParameterLogging::Write(log, ParameterLogging::LogError,
+                            "Failed to read %lld bytes from binary file offset %d, length %d\n",
+                            count, offset, static_cast<int>(size));
+}
+
+} // namespace
+
+ParameterKnobbyWorker::ParameterKnobbyWorker(IParameterDataAPI* data)
+    : m_data(data), m_knobbyID(static_cast<uint64_t>(reinterpret_cast<uintptr_t>(data)))
+{
+    if (data == nullptr)
+        ParameterLogging::Write(
+            nullptr, ParameterLogging::LogError,
+            "ParameterKnobbyWorker constructed with a nullptr Set Manager object\n");
+    m_com = new (std::nothrow) ParameterKnobbyCom(data);
+}
+
+ParameterKnobbyWorker::~ParameterKnobbyWorker()
+{
+    // The transport stops its own threads if Stop() was skipped; the command thread is joined by
+    // its holder.
+    m_thread.Join();
+    delete m_com;
+    for (unsigned int i = 0; i < m_triggerRequests.Count(); ++i)
+        ParameterTriggerValues::Destroy(m_triggerRequests[i]);
+}
+
+void ParameterKnobbyWorker::Start()
+{
+    if (m_thread.Joinable() || m_com == nullptr)
+        return;
+    m_stopRequested = false;
+    m_com->Start();
+    if (!m_thread.Start(ReadFunction, this, "command", m_data))
+        m_com->Stop();
+}
+
+void ParameterKnobbyWorker::Stop()
+{
+    m_stopRequested = true;
+    if (!m_thread.Joinable())
+        return;
+    // Read and write threads and the port first; the stop wakes the command thread's Read().
+    m_com->Stop();
+    m_thread.Join();
+}
+
+unsigned short ParameterKnobbyWorker::GetPort() const
+{
+    return m_com != nullptr ? m_com->GetPort() : 0;
+}
+
+void ParameterKnobbyWorker::SetHandler(KnobbyHandler* handler)
+{
+    std::lock_guard<std::recursive_mutex> lock(m_valueMutex);
+    m_handler = handler;
+}
+
+KnobbyHandler* ParameterKnobbyWorker::Handler()
+{
+    std::lock_guard<std::recursive_mutex> lock(m_valueMutex);
+    return m_handler;
+}
+
+void* ParameterKnobbyWorker::ReadFunction(void* argument)
+{
+    if (argument != nullptr)
+        static_cast<ParameterKnobbyWorker*>(argument)->ReadWorker();
+    return nullptr;
+}
+
+void ParameterKnobbyWorker::ReadWorker()
+{
+    while (!m_stopRequested) {
+        // Answers leave only here, so a due trigger request waits for the next packet's round.
+        SendTriggerResponses();
+        ParameterKnobbyComBase::Packet* packet = m_com->Read();
+        if (packet == nullptr)
+            continue;
+        unsigned int const size = packet->length;
+        unsigned char const* data = packet->data;
+        if (!m_stopRequested && size > 0 && data != nullptr && m_data != nullptr) {
+            unsigned int command = Wire::DeviceInfo;
+            if (size < 4)
+                LogShortRead(m_data, 2, static_cast<int>(Wire::CommandOffset), size);
+            else
+                command = Wire::GetU16(data + Wire::CommandOffset);
+            if (command < Wire::CommandCount && size >= MinimumRequestSize[command]) {
+                switch (command) {
+                case Wire::DeviceInfo:
+                    ProcessDeviceInfo();
+                    break;
+                case Wire::ActiveModes:
+                    ProcessActiveModes();
+                    break;
+                case Wire::ControlValues:
+                    ProcessControlValues();
+                    break;
+                case Wire::Modes:
+                    ProcessModes(data, size);
+                    break;
+                case Wire::Info:
+                    ProcessInfo(data, size);
+                    break;
+                case Wire::GetValues:
+                    ProcessGetValues(data, size);
+                    break;
+                case Wire::SetValues:
+                    ProcessSetValues(data, size);
+                    break;
+                case Wire::TriggerValues:
+                    ProcessTriggerValues(data, size);
+                    break;
+                case Wire::Custom:
+                    ProcessCustom(data, size);
+                    break;
+                default:
+                    ProcessModeTableIndex(data, size);
+                    break;
+                }
+            }
+        }
+        ParameterKnobbyComBase::FreePacket(packet);
+    }
+}
+
+void ParameterKnobbyWorker::WriteBareHead(unsigned char* buffer, unsigned short command,
+                                          unsigned int length) const
+{
+    Wire::PutU16(buffer + Wire::TagOffset, Wire::StartTag);
+    Wire::PutU16(buffer + Wire::CommandOffset, command);
+    Wire::PutU16(buffer + Wire::LengthOffset, static_cast<uint16_t>(length));
+    Wire::PutU64(buffer + Wire::SessionOffset, m_knobbyID);
+}
+
+bool ParameterKnobbyWorker::ParseRequest(unsigned char const* packet, unsigned int size,
+                                         unsigned short& command, unsigned long& id,
+                                         unsigned int& requestID, unsigned char const*& payload,
+                                         unsigned int& payloadLength, IParameterLoggingAPI* log)
+{
+    command = 0;
+    id = 0;
+    requestID = 0;
+    payload = nullptr;
+    payloadLength = 0;
+    if (packet == nullptr || size < 7)
+        return false;
+    if (Wire::GetU16(packet + Wire::TagOffset) != Wire::StartTag)
+        return false;
+    command = Wire::GetU16(packet + Wire::CommandOffset);
+    if (size < Wire::HeadSize) {
+        LogShortRead(log, 8, static_cast<int>(Wire::SessionOffset), size);
+        return command < Wire::Modes || command > Wire::Custom;
+    }
+    id = Wire::GetU64(packet + Wire::SessionOffset);
+    unsigned int start = 0;
+    if (Wire::HasRequestId(command)) {
+        if (size < Wire::RequestHeadSize + 1)
+            return false;
+        requestID = Wire::GetU32(packet + Wire::RequestIdOffset);
+        start = Wire::RequestHeadSize;
+    } else if (command == Wire::TriggerValues) {
+        if (size < Wire::RequestHeadSize + 1)
+            return false;
+        start = Wire::HeadSize;
+    } else {
+        return true;
+    }
+    payload = packet + start;
+    payloadLength = size - start;
+    return true;
+}
+
+bool ParameterKnobbyWorker::ParseResponse(unsigned char const* packet, unsigned int size,
+                                          unsigned short& command, unsigned long& id,
+                                          unsigned int& requestID, unsigned char const*& payload,
+                                          unsigned int& payloadLength, IParameterLoggingAPI* log)
+{
+    command = 0;
+    id = 0;
+    requestID = 0;
+    payload = nullptr;
+    payloadLength = 0;
+    if (packet == nullptr || size < 7)
+        return false;
+    if (Wire::GetU16(packet + Wire::TagOffset) != Wire::StartTag)
+        return false;
+    command = Wire::GetU16(packet + Wire::CommandOffset);
+    unsigned int const idOffset =
+        command == Wire::DeviceInfo ? Wire::DeviceInfoSessionOffset : Wire::SessionOffset;
+    if (size < idOffset + 8) {
+        LogShortRead(log, 8, static_cast<int>(idOffset), size);
+        return command == Wire::ActiveModes || command == Wire::ControlValues ||
+               command >= Wire::ModeIndex;
+    }
+    id = Wire::GetU64(packet + idOffset);
+    unsigned int const head = idOffset + 8;
+    unsigned int start = 0;
+    if (Wire::HasRequestId(command)) {
+        if (size < Wire::RequestHeadSize + 1)
+            return false;
+        requestID = Wire::GetU32(packet + head);
+        start = head + 4;
+    } else if (command == Wire::DeviceInfo || command == Wire::TriggerValues) {
+        if (size < Wire::RequestHeadSize + 1)
+            return false;
+        start = head;
+    } else {
+        return true;
+    }
+    payload = packet + start;
+    payloadLength = size - start;
+    return true;
+}
+
+bool ParameterKnobbyWorker::BuildResponse(unsigned char* buffer, unsigned int bufferSize,
+                                          unsigned int& totalLength, unsigned short command,
+                                          unsigned long id, unsigned int requestID,
+                                          unsigned char const* payload, unsigned int payloadLength,
+                                          IParameterLoggingAPI* log)
+{
+    if (buffer == nullptr || bufferSize < Wire::HeadSize + 1 || command == Wire::DeviceInfo) {
+        totalLength = 0;
+        return false;
+    }
+    bool const withRequestId = Wire::HasRequestId(command);
+    totalLength = payloadLength + (withRequestId ? 10 : 6);
+    if (bufferSize <= totalLength)
+        return false;
+    Wire::PutU16(buffer + Wire::TagOffset, Wire::StartTag);
+    Wire::PutU16(buffer + Wire::CommandOffset, command);
+    Wire::PutU16(buffer + Wire::LengthOffset, static_cast<uint16_t>(totalLength));
+    Wire::PutU64(buffer + Wire::SessionOffset, id);
+    unsigned int offset = Wire::HeadSize;
+    if (withRequestId) {
+        if (bufferSize < Wire::RequestHeadSize) {
+            ParameterLogging::Write(log, ParameterLogging::LogError,
+                                    "Failed to write %lld bytes to binary offset %d, length %d\n",
+                                    4LL, static_cast<int>(Wire::RequestIdOffset),
+                                    static_cast<int>(bufferSize));
+            return false;
+        }
+        Wire::PutU32(buffer + Wire::RequestIdOffset, requestID);
+        offset = Wire::RequestHeadSize;
+    }
+    if (command >= Wire::Modes && command <= Wire::Custom && payload != nullptr) {
+        // totalLength leaves the session ID out, so the payload may reach up to 8 bytes past
+        // what the length check covered: cut it at the buffer's end. A payload that already
+        // stands in place needs no copy.
+        unsigned int const room = bufferSize - offset;
+        unsigned int const count = payloadLength < room ? payloadLength : room;
+        if (payload != buffer + offset)
+            std::memmove(buffer + offset, payload, count);
+    }
+    return true;
+}
+
+bool ParameterKnobbyWorker::IsPrintable(unsigned char const* buffer, unsigned int length)
+{
+    if (buffer == nullptr || length == 0)
+        return false;
+    for (unsigned int i = 0; i < length; ++i) {
+        if (buffer[i] != 0 && (buffer[i] < 32 || buffer[i] > 126))
+            return false;
+    }
+    return true;
+}

@@ -1,0 +1,421 @@
+// SPDX-License-Identifier: Apache-2.0
+// ParameterKnobbyWorker: the commands that read the mode tree and the values of the store.
+#include <cstring>
+
+#include "platform/vornalloc.h"
+#include "platform/vornosutils.h"
+
+#include "parameterparser/iparameterdataapi.h"
+#include "parameterparser/livetuning/parameterknobbycom.h"
+#include "parameterparser/livetuning/parameterknobbypacket.h"
+#include "parameterparser/livetuning/parameterknobbyworker.h"
+#include "parameterparser/parameterlogging.h"
+#include "parameterparser/parameterparserinfo.h"
+#include "parameterparser/parameterutils.h"
+
+namespace {
+
+namespace Wire = ParameterKnobbyPacket;
+
+// Text fields of a request are cut into buffers of this size.
+constexpr unsigned int FieldLength = 512;
+// Device Info text, without and with its head; Active Modes text.
+constexpr unsigned int DeviceInfoTextLength = 4080;
+constexpr unsigned int ActiveModesTextLength = 4082;
+// The Modes response is built in a buffer of this size; the child list fills it from 18.
+constexpr unsigned int ModesBufferSize = 16384;
+constexpr unsigned int ModesTextLength = 16366;
+// The Modes response's length counts 10 bytes behind the buffer's text that BuildResponse's
+// arithmetic adds; they are kept zero behind the buffer so that the packet never reads past it.
+constexpr unsigned int ModesBufferSlack = 16;
+// Room for value text behind an 18-byte head in a 65535-byte packet.
+constexpr unsigned int ValueTextLength = 65517;
+constexpr unsigned int CustomAnswerCapacity = 65515;
+constexpr unsigned int CustomAnswerOffset = 20;
+// Log lines show at most this much of a text, or this many bytes in hexadecimal.
+constexpr int LogTextLength = 127;
+constexpr unsigned int LogHexBytes = 63;
+
+// A zero-filled block from the platform allocator, freed with its holder.
+class WorkBuffer
+{
+public:
+    explicit WorkBuffer(size_t size)
+        : m_data(static_cast<unsigned char*>(VornCalloc(size, VornTagAllocData)))
+    {
+    }
+    ~WorkBuffer() { VornFree(m_data, VornTagRelease); }
+
+    WorkBuffer(WorkBuffer const&) = delete;
+    WorkBuffer& operator=(WorkBuffer const&) = delete;
+
+    unsigned char* Data() const { return m_data; }
+    char* Text(size_t offset = 0) const { return reinterpret_cast<char*>(m_data + offset); }
+
+private:
+    unsigned char* m_data;
+};
+
+// A zero-terminated copy of a request's payload, so that its text fields can be cut without
+// reading past the packet whatever the client sent.
+class PayloadText
+{
+public:
+    PayloadText(unsigned char const* payload, unsigned int length)
+        : m_buffer(static_cast<size_t>(length) + 1)
+    {
+        if (m_buffer.Data() != nullptr && payload != nullptr) {
+            std::memcpy(m_buffer.Data(), payload, length);
+            m_length = length;
+        }
+    }
+
+    char const* Text() const { return m_buffer.Text(); }
+    unsigned int Length() const { return m_length; }
+    bool Valid() const { return m_buffer.Data() != nullptr; }
+
+private:
+    WorkBuffer m_buffer;
+    unsigned int m_length = 0;
+};
+
+// Cuts the field that starts at offset of text (length bytes) up to delimiter, the text's end
+// or a zero byte into result (resultLength bytes, terminated). Returns the offset of the next
+// field when one stands behind the delimiter, or 0 when the text ends there or one byte later.
+unsigned int CutField(PayloadText const& payload, unsigned int offset, char delimiter,
+                      char* result, unsigned int resultLength)
+{
+    char const* text = payload.Text();
+    unsigned int const length = payload.Length();
+    unsigned int end = offset;
+    while (end < length && text[end] != delimiter && text[end] != '\0')
+        ++end;
+    unsigned int const count = offset < end ? end - offset : 0;
+    unsigned int const copied = count < resultLength - 1 ? count : resultLength - 1;
+    if (copied > 0)
+        std::memcpy(result, text + offset, copied);
+    result[copied] = '\0';
+    if (end >= length || text[end] != delimiter)
+        return 0;
+    unsigned int const next = end + 1;
+    return next < length && text[next] != '\0' ? next : 0;
+}
+
+// Appends text at position, keeping limit - position bytes as the most that fits; what does not
+// fit is logged and dropped.
+void AppendText(unsigned char* buffer, unsigned int& position, unsigned int limit,
+                char const* text, IParameterLoggingAPI* log)
+{
+    if (text == nullptr)
+        return;
+    size_t const length = std::strlen(text);
+    size_t const room = position < limit ? limit - position : 0;
+    size_t const count = length < room ? length : room;
+    std::memcpy(buffer + position, text, count);
+    position += static_cast<unsigned int>(count);
+    if (count < length)
+        ParameterLogging::Write(log, ParameterLogging::LogError,
+                                "Failed to write %lld bytes to binary offset %d, length %d\n",
+                                static_cast<long long>(length - count),
+                                static_cast<int>(position), static_cast<int>(limit));
+}
+
+// Copies the request's 18-byte head (tag, command, session and request ID) to the response.
+void EchoHead(unsigned char* response, unsigned char const* request)
+{
+    std::memcpy(response, request, Wire::RequestHeadSize);
+}
+
+} // namespace
+
+void ParameterKnobbyWorker::ProcessDeviceInfo()
+{
+    unsigned char buffer[Wire::DeviceInfoHeadSize + DeviceInfoTextLength] = {};
+    char* text = reinterpret_cast<char*>(buffer + Wire::DeviceInfoHeadSize);
+    char const* identifier = m_data->GetLoggingIdentifier();
+    if (identifier == nullptr || identifier[0] == '\0')
+        Vorn::OsUtils::SNPrintF(text, DeviceInfoTextLength, "0x%016lx",
+                                static_cast<unsigned long>(m_knobbyID));
+    else
+        Vorn::OsUtils::StrLCpy(text, identifier, DeviceInfoTextLength);
+    PList<char const*> names;
+    if (m_data->GetModeTableNames(names) && names.Count() > 1) {
+        Vorn::OsUtils::StrLCat(text, ":", DeviceInfoTextLength);
+        for (unsigned int i = 0; i < names.Count(); ++i) {
+            if (i > 0)
+                Vorn::OsUtils::StrLCat(text, ",", DeviceInfoTextLength);
+            Vorn::OsUtils::StrLCat(text, names[i] != nullptr ? names[i] : "",
+                                   DeviceInfoTextLength);
+        }
+    }
+    unsigned int const length = static_cast<unsigned int>(std::strlen(text)) + 17;
+    Wire::PutU16(buffer + Wire::TagOffset, Wire::StartTag);
+    Wire::PutU16(buffer + Wire::CommandOffset, Wire::DeviceInfo);
+    Wire::PutU16(buffer + Wire::LengthOffset, static_cast<uint16_t>(length));
+    Wire::PutU16(buffer + Wire::DeviceInfoVersionOffset, Wire::ProtocolVersion);
+    Wire::PutU64(buffer + Wire::DeviceInfoSessionOffset, m_knobbyID);
+    m_com->Write(buffer, static_cast<int>(length));
+    ParameterLogging::Write(m_data, ParameterLogging::LogVerbose,
+                            "Knobby queued command: Info(%d), Version: %u.%u, Name: %.*s\n",
+                            Wire::DeviceInfo, 2u, 0u, LogTextLength, text);
+}
+
+void ParameterKnobbyWorker::ProcessActiveModes()
+{
+    unsigned char buffer[Wire::HeadSize + ActiveModesTextLength] = {};
+    char* text = reinterpret_cast<char*>(buffer + Wire::HeadSize);
+    m_data->GetActiveModes(m_modeTableIndex, text, ActiveModesTextLength);
+    text[ActiveModesTextLength - 1] = '\0';
+    unsigned int const length = static_cast<unsigned int>(std::strlen(text)) + 15;
+    WriteBareHead(buffer, Wire::ActiveModes, length);
+    m_com->Write(buffer, static_cast<int>(length));
+    ParameterLogging::Write(m_data, ParameterLogging::LogVerbose,
+                            "Knobby queued command: Active Modes(%d), Version: %u.%u, Active: %s\n",
+                            Wire::ActiveModes, 2u, 0u, text);
+}
+
+void ParameterKnobbyWorker::ProcessModes(unsigned char const* packet, unsigned int size)
+{
+    unsigned short command = 0;
+    unsigned long id = 0;
+    unsigned int requestID = 0;
+    unsigned char const* payload = nullptr;
+    unsigned int payloadLength = 0;
+    if (!ParseRequest(packet, size, command, id, requestID, payload, payloadLength, m_data))
+        return;
+    if (id != m_knobbyID)
+        ParameterLogging::Write(m_data, ParameterLogging::LogError,
+                                "Request packet Knobby ID does not match, Command: Modes(%d): "
+                                "Expected: %llu, Actual: %llu\n",
+                                Wire::Modes, static_cast<unsigned long long>(m_knobbyID),
+                                static_cast<unsigned long long>(id));
+    PayloadText const modes(payload, payloadLength);
+    WorkBuffer const buffer(ModesBufferSize + ModesBufferSlack);
+    if (!modes.Valid() || buffer.Data() == nullptr)
+        return;
+    char path[FieldLength] = {};
+    m_data->GetModeShorthand(modes.Text(), path, sizeof(path));
+    unsigned char* text = buffer.Data() + Wire::RequestHeadSize;
+    unsigned int written = m_data->GetChildModes(m_modeTableIndex, path, text, ModesTextLength);
+    if (written > ModesTextLength)
+        written = ModesTextLength;
+    unsigned int total = 0;
+    // A list too long for the buffer leaves the head zero; the packet goes out all the same.
+    (void)BuildResponse(buffer.Data(), ModesBufferSize, total, Wire::Modes, m_knobbyID, requestID,
+                        text, written + Wire::RequestHeadSize, m_data);
+    m_com->Write(buffer.Data(), static_cast<int>(total));
+    ParameterLogging::Write(m_data, ParameterLogging::LogVerbose,
+                            "Knobby queued command: Modes(%d), ID: %u, Payload: %.*s...\n",
+                            Wire::Modes, requestID, LogTextLength,
+                            reinterpret_cast<char const*>(text));
+}
+
+void ParameterKnobbyWorker::ProcessInfo(unsigned char const* packet, unsigned int size)
+{
+    WorkBuffer const response(Wire::MaxPacketSize);
+    PayloadText const payload(packet + Wire::RequestHeadSize, size - Wire::RequestHeadSize);
+    if (response.Data() == nullptr || !payload.Valid())
+        return;
+    EchoHead(response.Data(), packet);
+    char modes[FieldLength] = {};
+    unsigned int const next = CutField(payload, 0, ':', modes, sizeof(modes));
+    char const* variable = next != 0 ? payload.Text() + next : nullptr;
+    char path[FieldLength] = {};
+    m_data->GetModeShorthand(modes, path, sizeof(path));
+
+    PList<ParameterParserInfo> records;
+    unsigned int position = Wire::RequestHeadSize;
+    // The text and its terminator must fit the packet: the terminator goes at 65534 at most.
+    unsigned int const limit = Wire::MaxPacketSize - 1;
+    if (m_data->GetInfo(m_modeTableIndex, path, variable, records)) {
+        for (unsigned int i = 0; i < records.Count(); ++i) {
+            ParameterParserInfo const& record = records[i];
+            if (i > 0)
+                AppendText(response.Data(), position, limit, ";", m_data);
+            AppendText(response.Data(), position, limit, record.name, m_data);
+            if (record.value[0] != '\0') {
+                AppendText(response.Data(), position, limit, "=", m_data);
+                AppendText(response.Data(), position, limit, record.value, m_data);
+            }
+            AppendText(response.Data(), position, limit, ",", m_data);
+            AppendText(response.Data(), position, limit, record.type, m_data);
+            if (record.isArray || record.flag) {
+                char count[16];
+                Vorn::OsUtils::SNPrintF(count, sizeof(count), ",%u", record.count);
+                AppendText(response.Data(), position, limit, count, m_data);
+            }
+        }
+    }
+    response.Data()[position] = '\0';
+    unsigned int const length = position + 1;
+    Wire::PutU16(response.Data() + Wire::LengthOffset, static_cast<uint16_t>(length));
+    m_com->Write(response.Data(), static_cast<int>(length));
+    ParameterLogging::Write(m_data, ParameterLogging::LogVerbose,
+                            "Knobby queued command: Info(%d), ID: %u, Payload: %s\n", Wire::Info,
+                            Wire::GetU32(packet + Wire::RequestIdOffset),
+                            response.Text(Wire::RequestHeadSize));
+}
+
+void ParameterKnobbyWorker::ProcessGetValues(unsigned char const* packet, unsigned int size)
+{
+    WorkBuffer const response(Wire::MaxPacketSize);
+    PayloadText const payload(packet + Wire::RequestHeadSize, size - Wire::RequestHeadSize);
+    if (response.Data() == nullptr || !payload.Valid())
+        return;
+    EchoHead(response.Data(), packet);
+    char* text = response.Text(Wire::RequestHeadSize);
+    char modes[FieldLength] = {};
+    unsigned int const next = CutField(payload, 0, ':', modes, sizeof(modes));
+    if (next != 0) {
+        char variable[FieldLength] = {};
+        unsigned int const subNext = CutField(payload, next, ':', variable, sizeof(variable));
+        char const* subVariables = subNext != 0 ? payload.Text() + subNext : nullptr;
+        char path[FieldLength] = {};
+        m_data->GetModeShorthand(modes, path, sizeof(path));
+        // A failed read leaves what the store wrote, usually nothing: the client sees the text.
+        (void)m_data->GetValue(m_modeTableIndex, path, variable, subVariables, text,
+                               ValueTextLength);
+        text[ValueTextLength - 1] = '\0';
+    }
+    unsigned int const length = static_cast<unsigned int>(std::strlen(text)) + 19;
+    Wire::PutU16(response.Data() + Wire::LengthOffset, static_cast<uint16_t>(length));
+    m_com->Write(response.Data(), static_cast<int>(length));
+    ParameterLogging::Write(m_data, ParameterLogging::LogVerbose,
+                            "Knobby queued command: GetValues(%d), ID: %u, Payload: %s\n",
+                            Wire::GetValues, Wire::GetU32(packet + Wire::RequestIdOffset), text);
+}
+
+void ParameterKnobbyWorker::ProcessSetValues(unsigned char const* packet, unsigned int size)
+{
+    WorkBuffer const response(Wire::MaxPacketSize);
+    WorkBuffer const item(Wire::MaxPacketSize);
+    WorkBuffer const readBack(Wire::MaxPacketSize);
+    PayloadText const payload(packet + Wire::RequestHeadSize, size - Wire::RequestHeadSize);
+    if (response.Data() == nullptr || item.Data() == nullptr || readBack.Data() == nullptr ||
+        !payload.Valid())
+        return;
+    EchoHead(response.Data(), packet);
+    unsigned int const requestID = Wire::GetU32(packet + Wire::RequestIdOffset);
+    char* text = response.Text(Wire::RequestHeadSize);
+    unsigned int position = Wire::RequestHeadSize;
+    unsigned int const limit = Wire::RequestHeadSize + ValueTextLength - 1;
+
+    bool succeeded = false;
+    char modes[FieldLength] = {};
+    char variable[FieldLength] = {};
+    unsigned int const next = CutField(payload, 0, ':', modes, sizeof(modes));
+    unsigned int itemOffset = next != 0 ? CutField(payload, next, ':', variable, sizeof(variable))
+                                        : 0;
+    if (next != 0 && itemOffset == 0)
+        ParameterLogging::Write(m_data, ParameterLogging::LogError,
+                                "Knobby SetValues failed: Failed to read mode\n");
+    if (itemOffset != 0) {
+        char path[FieldLength] = {};
+        m_data->GetModeShorthand(modes, path, sizeof(path));
+        while (itemOffset != 0 && itemOffset < payload.Length()) {
+            // Items run up to ";" and may be long (a whole array), so they get a packet-sized
+            // buffer; only the name is cut to a field.
+            unsigned int const after =
+                CutField(payload, itemOffset, ';', item.Text(), Wire::MaxPacketSize);
+            itemOffset = after;
+            char* equals = std::strchr(item.Text(), '=');
+            if (equals == nullptr || equals[1] == '\0')
+                continue;
+            char name[FieldLength] = {};
+            size_t const nameLength = static_cast<size_t>(equals - item.Text());
+            std::memcpy(name, item.Text(), nameLength < FieldLength ? nameLength : FieldLength - 1);
+            char const* value = equals + 1;
+            succeeded = m_data->SetValue(m_modeTableIndex, path, variable, name, value);
+            if (!succeeded) {
+                ParameterLogging::Write(m_data, ParameterLogging::LogError,
+                                        "Knobby SetValues failed: Mode: %s, Value: %s\n", modes,
+                                        item.Text());
+                continue;
+            }
+            readBack.Text()[0] = '\0';
+            if (m_data->GetValue(m_modeTableIndex, path, variable, name, readBack.Text(),
+                                 Wire::MaxPacketSize)) {
+                readBack.Text()[Wire::MaxPacketSize - 1] = '\0';
+                if (position > Wire::RequestHeadSize)
+                    AppendText(response.Data(), position, limit, ";", m_data);
+                AppendText(response.Data(), position, limit, readBack.Text(), m_data);
+            }
+        }
+    }
+    response.Data()[position] = '\0';
+    unsigned int const length = static_cast<unsigned int>(std::strlen(text)) + 19;
+    Wire::PutU16(response.Data() + Wire::LengthOffset, static_cast<uint16_t>(length));
+    m_com->Write(response.Data(), static_cast<int>(length));
+    if (succeeded)
+        ParameterLogging::Write(m_data, ParameterLogging::LogVerbose,
+                                "Knobby command succeeded: SetValues(%d), ID: %u, Payload: %s\n",
+                                Wire::SetValues, requestID, text);
+    else
+        ParameterLogging::Write(m_data, ParameterLogging::LogError,
+                                "Knobby command failed: SetValues(%d), ID: %u, Payload: %s\n",
+                                Wire::SetValues, requestID, text);
+}
+
+void ParameterKnobbyWorker::ProcessCustom(unsigned char const* packet, unsigned int size)
+{
+    WorkBuffer const response(Wire::MaxPacketSize);
+    if (response.Data() == nullptr)
+        return;
+    EchoHead(response.Data(), packet);
+    unsigned short result = 0;
+    unsigned short answerLength = 0;
+    unsigned char* answer = response.Data() + CustomAnswerOffset;
+    KnobbyHandler* handler = Handler();
+    if (handler != nullptr) {
+        result = handler->Custom(packet + Wire::RequestHeadSize, size - Wire::RequestHeadSize,
+                                 static_cast<unsigned short>(CustomAnswerCapacity), answer,
+                                 answerLength);
+        if (answerLength > CustomAnswerCapacity)
+            answerLength = static_cast<unsigned short>(CustomAnswerCapacity);
+    } else {
+        ParameterLogging::Write(m_data, ParameterLogging::LogError,
+                                "Knobby queued Custom command received with no handler "
+                                "installed, sending result = 0\n");
+    }
+    Wire::PutU16(response.Data() + Wire::RequestHeadSize, result);
+    unsigned int const length = answerLength + CustomAnswerOffset;
+    Wire::PutU16(response.Data() + Wire::LengthOffset, static_cast<uint16_t>(length));
+    m_com->Write(response.Data(), static_cast<int>(length));
+
+    char shown[2 * LogHexBytes + 1] = {};
+    if (IsPrintable(answer, answerLength)) {
+        unsigned int const count =
+            answerLength < static_cast<unsigned int>(LogTextLength) ? answerLength : LogTextLength;
+        std::memcpy(shown, answer, count);
+        shown[count] = '\0';
+    } else {
+        unsigned int const count = answerLength < LogHexBytes ? answerLength : LogHexBytes;
+        for (unsigned int i = 0; i < count; ++i)
+            Vorn::OsUtils::SNPrintF(shown + 2 * i, 3, "%02X", answer[i]);
+    }
+    ParameterLogging::Write(m_data, ParameterLogging::LogVerbose,
+                            "Knobby queued command: Custom(%d), ID: %u, Payload: %s...\n",
+                            Wire::Custom, Wire::GetU32(packet + Wire::RequestIdOffset), shown);
+}
+
+void ParameterKnobbyWorker::ProcessModeTableIndex(unsigned char const* packet, unsigned int size)
+{
+    PayloadText const request(packet + Wire::HeadSize, size - Wire::HeadSize);
+    if (!request.Valid())
+        return;
+    bool ok = false;
+    double const value = ParameterUtils::StringToDouble(request.Text(), ok);
+    if (ok && value < static_cast<double>(m_data->GetModeTableCount()))
+        // A negative number is below every count and selects the first table.
+        m_modeTableIndex = value < 1.0 ? 0 : static_cast<uint8_t>(static_cast<unsigned int>(value));
+    unsigned char buffer[Wire::HeadSize + 18] = {};
+    char* text = reinterpret_cast<char*>(buffer + Wire::HeadSize);
+    Vorn::OsUtils::SNPrintF(text, 18, "%u", static_cast<unsigned int>(m_modeTableIndex));
+    unsigned int const length = static_cast<unsigned int>(std::strlen(text)) + 15;
+    WriteBareHead(buffer, Wire::ModeIndex, length);
+    m_com->Write(buffer, static_cast<int>(length));
+    ParameterLogging::Write(m_data, ParameterLogging::LogVerbose,
+                            "Knobby queued command (%d): Mode Index(%s), Version: %u.%u, Index: "
+                            "%s\n",
+                            Wire::ModeIndex, request.Text(), 2u, 0u, text);
+}

@@ -1,0 +1,152 @@
+// SPDX-License-Identifier: Apache-2.0
+// ParameterModule: the base of every generated module class, and the frame of its load.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+
+#include "parameterparser/modeunion.h"
+#include "parameterparser/parameterexport.h"
+#include "parameterparser/parameterfilesymboltableentry.h"
+#include "parameterparser/parameterloadparameters.h"
+#include "parameterparser/plist.h"
+#include "parameterparser/versionunion.h"
+
+class DefaultModule;
+class IParameterLoggingAPI;
+class ModuleData;
+class ParameterDefinitionElement;
+class ParameterFileSymbolTable;
+class ParameterParserInfo;
+
+/// The layout of generated modules that this framework reads: member descriptor tables, the
+/// module base and the load frame. Generated files assert that they were made for it, so a
+/// generator and a framework that disagree fail at compile time, not in a load.
+constexpr unsigned int ParameterModuleLayoutVersion = 1;
+
+/// The low 24 bits of symbolTableID: the module's symbol table ID; the high 8: its edit
+/// generation.
+constexpr uint32_t ModuleIdMask = 0xFFFFFF;
+
+/// Base of every module class. A module class derives from this first and from its plain
+/// structure second; the structure is what clients read. Instances are made by the factory
+/// instance's Create and owned by their kind's DefaultModule.
+class PARAMETERPARSER_API ParameterModule
+{
+public:
+    /// Name hash of the instance name, computed here; version is the schema's source version;
+    /// mode comes from data's slot when data is given (the node's mode with the slot's pipeline).
+    /// name is borrowed for the module's lifetime.
+    ParameterModule(char const* name, unsigned short major, unsigned short minor,
+                    unsigned int patch, ModuleData* data);
+    virtual ~ParameterModule();
+
+    ParameterModule(ParameterModule const&) = delete;
+    ParameterModule& operator=(ParameterModule const&) = delete;
+
+    /// Module objects live in zeroed platform blocks (object tag) and go back with the release
+    /// tag, whoever deletes them. Null when memory runs out: the new-expression then constructs
+    /// nothing and yields null; a throwing constructor frees the block again.
+    static void* operator new(std::size_t size) noexcept;
+    static void operator delete(void* block) noexcept;
+
+    /// A new instance for data's module record, or the one already made for its ID in defaults
+    /// (a shared default). Null after logging when the record's version or name hash differs.
+    virtual ParameterModule* Create(ModuleData* data, DefaultModule* defaults) const = 0;
+    /// Reads the module from table once; true if its entry was found (and when already loaded).
+    virtual bool LoadModule(ParameterFileSymbolTable* table) = 0;
+    /// Frees what the load allocated; a no-op when not loaded.
+    virtual void UnloadModule() = 0;
+    /// Value access by textual path; the base forms have no members and return false.
+    virtual bool GetValue(char const* path, char* out, unsigned int outSize);
+    virtual bool SetValue(char const* path, char const* value);
+    virtual bool GetInfo(char const* path, PList<ParameterParserInfo>& list);
+
+    /// Gives back one client reference through the hook that module lookup installs; nothing
+    /// without a hook (no references are counted then).
+    void Release();
+    /// The references clients hold, through the same hook; 0 without one.
+    int GetReferenceCount();
+
+    /// How module lookup counts references; installed once by the lookup side.
+    struct ReferenceHooks
+    {
+        void (*release)(ParameterModule* module);
+        int (*referenceCount)(ParameterModule* module);
+    };
+    /// Installs hooks (null fields: the no-op forms). Not synchronised with running lookups.
+    static void SetReferenceHooks(ReferenceHooks hooks);
+
+    // Fields, in record order (read by set managers and live tuning).
+    unsigned long moduleNameHash;
+    char const* moduleName;
+    VersionUnion version;
+    ModeUnion mode;
+    ModuleData* data;
+    bool loaded;
+    uint32_t modified;
+    std::recursive_mutex moduleMutex;
+
+protected:
+    /// The checks of Create: false after logging (at error level, through data's set manager)
+    /// "Unable to create <className>, binary version (%lld) does not match source version
+    /// (%lld)\n" when the versions differ, else "... binary name hash (0x%016llx) does not match
+    /// source name hash (0x%016llx)\n" when the hashes do. className is the generated class.
+    bool CanCreate(ModuleData const* data, char const* className) const;
+    /// Makes a real instance of the generated class with its symbolTableID set to id; null when
+    /// memory runs out.
+    using MakeFunction = ParameterModule* (*)(char const* name, ModuleData* data, unsigned int id);
+    /// The frame of a generated Create: the checks of CanCreate, then the instance already made
+    /// for the record's ID (its override ID, else its own) in defaults, else a new one from make
+    /// under this factory's name, appended to defaults. Null after a failed check or
+    /// allocation.
+    ParameterModule* CreateInstance(ModuleData* data, DefaultModule* defaults,
+                                    char const* className, MakeFunction make) const;
+    /// The symbol table an unload gives shared arrays back to: data's; null after logging
+    /// "UnloadModule %s called with nullptr Data->SymbolTable object\n" when it is missing.
+    ParameterFileSymbolTable* UnloadTable();
+    /// The logger of data's set manager (null logs everything).
+    IParameterLoggingAPI* Logger() const;
+};
+
+/// One generated LoadModule from lookup to finish. The constructor finds the entry of id, logs
+/// "<className>::LoadModule Failed to find module ID (%d) in Symbol Table\n" when it is missing,
+/// builds the root element when the file has definitions and fills the parameters; the caller
+/// runs its structure's Load on Parameters() and then Finish. The root element is freed however
+/// the load ends.
+class PARAMETERPARSER_API ParameterModuleLoad
+{
+public:
+    ParameterModuleLoad(ParameterModule* module, ParameterFileSymbolTable* table, unsigned int id,
+                        char const* className);
+    ~ParameterModuleLoad();
+
+    ParameterModuleLoad(ParameterModuleLoad const&) = delete;
+    ParameterModuleLoad& operator=(ParameterModuleLoad const&) = delete;
+
+    ParameterLoadParameters& Parameters() { return m_parameters; }
+    bool Found() const { return m_found; }
+
+    /// Counts the load in modified and marks the module loaded; a module whose entry was missing
+    /// is unloaded again through its virtual UnloadModule. Returns Found().
+    bool Finish();
+
+private:
+    ParameterModule* m_module;
+    ParameterFileSymbolTableEntry m_entry;
+    ParameterDefinitionElement* m_root = nullptr;
+    ParameterLoadParameters m_parameters{};
+    bool m_found = false;
+};
+
+/// The edit generation step of symbolTableID: the high byte counts 1 to 0xFF and wraps to 1, so a
+/// set high byte always marks an edited module; the low 24 bits stay.
+inline uint32_t NextEditGeneration(uint32_t symbolTableID)
+{
+    uint32_t generation = (symbolTableID >> 24) + 1;
+    if (generation > 0xFF)
+        generation = 1;
+    return (generation << 24) | (symbolTableID & ModuleIdMask);
+}

@@ -1,0 +1,326 @@
+// SPDX-License-Identifier: Apache-2.0
+// ROIStableChecker and ROIChangeChecker: the shared difference measure and the two frame updates.
+#include "stats/statsalgo/common/vornstatsroistability.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace {
+
+using DifferenceTuning = statsroidifference::varitonalStatsROIDifferenceType;
+using ThresholdRow = statsglobalelements::FaceROIDiffThresholdType;
+
+// The threshold rows of the tuning, and how many there are.
+uint32_t RowCount(DifferenceTuning const& tuning)
+{
+    return tuning.statsROIDiffThreshold.triggerDataCount;
+}
+
+ThresholdRow const* Rows(DifferenceTuning const& tuning)
+{
+    return tuning.statsROIDiffThreshold.triggerData;
+}
+
+// The row the thresholds come from: the first whose start is at or below the gain, otherwise
+// the last. -1 when there is no row to choose.
+int SelectThresholdRow(DifferenceTuning const* tuning, float gain)
+{
+    if (tuning == nullptr || RowCount(*tuning) == 0 || Rows(*tuning) == nullptr)
+        return -1;
+    uint32_t const count = RowCount(*tuning);
+    for (uint32_t i = 0; i < count; ++i) {
+        if (Rows(*tuning)[i].triggerPt.start <= gain)
+            return static_cast<int>(i);
+    }
+    return static_cast<int>(count - 1);
+}
+
+// The row at `index`, or null when the tuning has no such row (no tuning, an empty table, or an
+// index left from a longer table).
+ThresholdRow const* RowAt(DifferenceTuning const* tuning, int index)
+{
+    if (tuning == nullptr || Rows(*tuning) == nullptr || index < 0 ||
+        static_cast<uint32_t>(index) >= RowCount(*tuning))
+        return nullptr;
+    return &Rows(*tuning)[index];
+}
+
+// How far two ROIs are apart, in percent of the image diagonal: centre distance and difference
+// of the ROI diagonals. Centres are cut to whole pixels first, so sub-pixel jitter counts as 0.
+struct ROIDifference
+{
+    int newX;
+    int newY;
+    int oldX;
+    int oldY;
+    float location;
+    float size;
+};
+
+ROIDifference MeasureDifference(ROIData const& newROI, ROIData const& oldROI, float width,
+                                float height)
+{
+    ROIDifference difference = {};
+    difference.newX = static_cast<int>(newROI.left + newROI.width * 0.5);
+    difference.newY = static_cast<int>(newROI.top + newROI.height * 0.5);
+    difference.oldX = static_cast<int>(oldROI.left + oldROI.width * 0.5);
+    difference.oldY = static_cast<int>(oldROI.top + oldROI.height * 0.5);
+    float const dx = static_cast<float>(difference.newX - difference.oldX);
+    float const dy = static_cast<float>(difference.newY - difference.oldY);
+    float const diagonal = std::sqrt(width * width + height * height);
+    difference.location = std::sqrt(dx * dx + dy * dy) * 100.0F / diagonal;
+    float const newDiagonal =
+        std::sqrt(newROI.width * newROI.width + newROI.height * newROI.height);
+    float const oldDiagonal =
+        std::sqrt(oldROI.width * oldROI.width + oldROI.height * oldROI.height);
+    difference.size = std::fabs(newDiagonal - oldDiagonal) * 100.0F / diagonal;
+    return difference;
+}
+
+// The per-ROI arrays hold MaxROICount records; a larger count is never walked past them.
+int CappedCount(unsigned int count)
+{
+    return static_cast<int>(std::min(count, MaxROICount));
+}
+
+} // namespace
+
+ROIStableChecker::ROIStableChecker()
+    : m_stable{}, m_stableCount{}, m_tuning(nullptr), m_thresholdIndex(0)
+{
+}
+
+bool ROIStableChecker::SetTuningData(TuningType const* tuning)
+{
+    m_tuning = tuning;
+    return true;
+}
+
+bool ROIStableChecker::UpdateROIData(StatsROIInformation const* information, int processPartial)
+{
+    if (information == nullptr) {
+        STATS_ROI_LOG(m_logFunction, StatsLogLevelError, "%s: NULL input pointer", m_name);
+        return false;
+    }
+    ROIData rois[MaxROICount];
+    ConvertToROIData(information, rois, processPartial, 1.0F);
+    UpdateROIStable(rois, m_roiCount);
+    return true;
+}
+
+bool ROIStableChecker::UpdateProcROIData(ROIData const* rois, unsigned int count)
+{
+    if (rois == nullptr) {
+        STATS_ROI_LOG(m_logFunction, StatsLogLevelError, "%s: NULL input pointer", m_name);
+        return false;
+    }
+    SetROIsCount(count);
+    UpdateROIStable(rois, count);
+    return true;
+}
+
+bool ROIStableChecker::UpdateThreshold()
+{
+    int const index = SelectThresholdRow(m_tuning, GetAECGain());
+    if (index < 0) {
+        STATS_ROI_LOG(m_logFunction, StatsLogLevelError, "%s: NULL tuning pointer", m_name);
+        return false;
+    }
+    m_thresholdIndex = index;
+    return true;
+}
+
+bool ROIStableChecker::ROIStableCheck(ROIData newROI, ROIData oldROI) const
+{
+    float const width = GetWidth();
+    float const height = GetHeight();
+    ThresholdRow const* row = RowAt(m_tuning, m_thresholdIndex);
+    if (width <= 0.0F || height <= 0.0F || row == nullptr) {
+        STATS_ROI_LOG(m_logFunction, StatsLogLevelError,
+                      "%s: NULL tuning pointer %p or invalid resolution (%f, %f)", m_name,
+                      static_cast<void const*>(m_tuning), static_cast<double>(width),
+                      static_cast<double>(height));
+        return true;
+    }
+    ROIDifference const difference = MeasureDifference(newROI, oldROI, width, height);
+    float const locationThreshold = row->triggerData.locationThreshold;
+    float const sizeThreshold = row->triggerData.sizeThreshold;
+    STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace,
+                  "%s: ROI new (%d %d) old (%d %d) diff loc %f size %f thres loc %f size %f",
+                  m_name, difference.newX, difference.newY, difference.oldX, difference.oldY,
+                  static_cast<double>(difference.location), static_cast<double>(difference.size),
+                  static_cast<double>(locationThreshold), static_cast<double>(sizeThreshold));
+    return locationThreshold > difference.location && sizeThreshold > difference.size;
+}
+
+bool ROIStableChecker::UpdateROIStable(ROIData const* rois, unsigned int count)
+{
+    if (rois == nullptr) {
+        STATS_ROI_LOG(m_logFunction, StatsLogLevelError, "%s: NULL input pointer", m_name);
+        return false;
+    }
+    if (m_tuning == nullptr) {
+        STATS_ROI_LOG(m_logFunction, StatsLogLevelFault, "%s: NULL tuning pointer", m_name);
+        return false;
+    }
+    UpdateThreshold();
+    ThresholdRow const* row = RowAt(m_tuning, m_thresholdIndex);
+    if (row == nullptr) {
+        STATS_ROI_LOG(m_logFunction, StatsLogLevelFault, "%s: NULL tuning pointer", m_name);
+        return false;
+    }
+    STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace, "%s: ROI size %u", m_name, count);
+
+    // The stored records are the previous frame. They are searched with the new count, so a ROI
+    // whose previous index lies at or behind it starts again from 0.
+    int const limit = CappedCount(count);
+    int32_t counters[MaxROICount] = {};
+    for (int i = 0; i < limit; ++i) {
+        int const previous = FindROIIndexByROIID(m_rois, limit, static_cast<int>(rois[i].roiID));
+        int32_t counter = 0;
+        if (previous >= 0 && ROIStableCheck(rois[i], GetROI(previous)))
+            counter = m_stableCount[previous] + 1;
+        counters[i] = counter;
+        m_stable[i] = row->triggerData.countThreshold <= counter ? 1 : 0;
+        STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace,
+                      "%s: ROI id %d index %d stable %d stable cnt %d", m_name,
+                      static_cast<int>(rois[i].roiID), i, static_cast<int>(m_stable[i]), counter);
+    }
+    std::memcpy(m_stableCount, counters, sizeof(m_stableCount));
+    SetROIs(rois);
+    return true;
+}
+
+bool ROIStableChecker::IsROIStableByID(int id) const
+{
+    if (m_tuning == nullptr) {
+        STATS_ROI_LOG(m_logFunction, StatsLogLevelFault,
+                      "%s: return stable when no tuning data available", m_name);
+        return true;
+    }
+    int const index = FindROIIndexByROIID(m_rois, CappedCount(m_roiCount), id);
+    if (index < 0) {
+        STATS_ROI_LOG(m_logFunction, StatsLogLevelFault, "%s: No ROI ID %d in ROIStableChecker",
+                      m_name, id);
+        return true;
+    }
+    return m_stable[index] != 0;
+}
+
+ROIChangeChecker::ROIChangeChecker()
+    : m_change{}, m_changeCount{}, m_referenceROIs{}, m_tuning(nullptr), m_thresholdIndex(0)
+{
+}
+
+bool ROIChangeChecker::SetTuningData(TuningType const* tuning)
+{
+    m_tuning = tuning;
+    return true;
+}
+
+bool ROIChangeChecker::UpdateROIData(StatsROIInformation const* information, int processPartial)
+{
+    if (information == nullptr)
+        return false;
+    ROIData rois[MaxROICount];
+    ConvertToROIData(information, rois, processPartial, 1.0F);
+    UpdateROIChange(rois, m_roiCount);
+    return true;
+}
+
+bool ROIChangeChecker::UpdateThreshold()
+{
+    int const index = SelectThresholdRow(m_tuning, GetAECGain());
+    if (index < 0) {
+        STATS_ROI_LOG(m_logFunction, StatsLogLevelError, "%s: NULL tuning pointer", m_name);
+        return false;
+    }
+    m_thresholdIndex = index;
+    return true;
+}
+
+bool ROIChangeChecker::ROIChangeCheck(ROIData newROI, ROIData referenceROI) const
+{
+    float const width = GetWidth();
+    float const height = GetHeight();
+    ThresholdRow const* row = RowAt(m_tuning, m_thresholdIndex);
+    if (width <= 0.0F || height <= 0.0F || row == nullptr) {
+        STATS_ROI_LOG(m_logFunction, StatsLogLevelError,
+                      "%s: NULL tuning pointer %p or invalid resolution (%f, %f)", m_name,
+                      static_cast<void const*>(m_tuning), static_cast<double>(width),
+                      static_cast<double>(height));
+        return false;
+    }
+    ROIDifference const difference = MeasureDifference(newROI, referenceROI, width, height);
+    float const locationThreshold = row->triggerData.locationThreshold;
+    float const sizeThreshold = row->triggerData.sizeThreshold;
+    STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace,
+                  "%s: ROI new (%d %d) ref (%d %d) diff loc %f size %f thres loc %f size %f",
+                  m_name, difference.newX, difference.newY, difference.oldX, difference.oldY,
+                  static_cast<double>(difference.location), static_cast<double>(difference.size),
+                  static_cast<double>(locationThreshold), static_cast<double>(sizeThreshold));
+    return locationThreshold < difference.location || sizeThreshold < difference.size;
+}
+
+bool ROIChangeChecker::UpdateROIChange(ROIData const* rois, unsigned int count)
+{
+    if (rois == nullptr) {
+        STATS_ROI_LOG(m_logFunction, StatsLogLevelError, "%s: NULL input pointer", m_name);
+        return false;
+    }
+    if (m_tuning == nullptr) {
+        STATS_ROI_LOG(m_logFunction, StatsLogLevelError, "%s: NULL tuning pointer", m_name);
+        return false;
+    }
+    UpdateThreshold();
+    ThresholdRow const* row = RowAt(m_tuning, m_thresholdIndex);
+    if (row == nullptr) {
+        STATS_ROI_LOG(m_logFunction, StatsLogLevelError, "%s: NULL tuning pointer", m_name);
+        return false;
+    }
+    STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace, "%s: ROI size %u", m_name, count);
+
+    int const limit = CappedCount(count);
+    int32_t counters[MaxROICount] = {};
+    for (int i = 0; i < limit; ++i) {
+        int const id = static_cast<int>(rois[i].roiID);
+        int const previous = FindROIIndexByROIID(m_rois, limit, id);
+        int32_t const old = previous >= 0 ? m_changeCount[previous] : 0;
+        int const reference = FindROIIndexByROIID(m_referenceROIs, limit, id);
+        // A ROI that the reference does not hold has changed by definition.
+        int32_t counter = old + 1;
+        if (reference >= 0 && !ROIChangeCheck(rois[i], m_referenceROIs[reference]))
+            counter = 0;
+        counters[i] = counter;
+        m_change[i] = row->triggerData.countThreshold <= counter ? 1 : 0;
+        STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace,
+                      "%s: ROI id %d index %d change %d change cnt %d", m_name, id, i,
+                      static_cast<int>(m_change[i]), counter);
+    }
+    std::memcpy(m_changeCount, counters, sizeof(m_changeCount));
+    SetROIs(rois);
+    return true;
+}
+
+bool ROIChangeChecker::UpdateReferenceROI()
+{
+    std::memcpy(m_referenceROIs, m_rois, sizeof(m_referenceROIs));
+    return true;
+}
+
+bool ROIChangeChecker::IsROIChangeByID(int id) const
+{
+    if (m_tuning == nullptr) {
+        STATS_ROI_LOG(m_logFunction, StatsLogLevelFault,
+                      "%s: return no change when no tuning data available", m_name);
+        return false;
+    }
+    int const index = FindROIIndexByROIID(m_rois, CappedCount(m_roiCount), id);
+    if (index < 0) {
+        STATS_ROI_LOG(m_logFunction, StatsLogLevelError,
+                      "%s: No ROI ID %d at index %d in ROIStableChecker", m_name, id, index);
+        return false;
+    }
+    return m_change[index] != 0;
+}

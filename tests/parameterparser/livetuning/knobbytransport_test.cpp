@@ -1,0 +1,231 @@
+// SPDX-License-Identifier: Apache-2.0
+// Tests of the live tuning transport on loopback: framing of the byte stream, the port walk and
+// the write queue.
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "parameterparser/livetuning/parameterknobbycom.h"
+
+#include "tests/common/logcapture.h"
+#include "tests/parameterparser/livetuning/livetuningsupport.h"
+
+namespace {
+
+using LiveTuningTest::Bytes;
+using LiveTuningTest::FakeDataAPI;
+using LiveTuningTest::Join;
+using LiveTuningTest::LoopbackClient;
+using LiveTuningTest::Request;
+using LiveTuningTest::WaitFor;
+namespace Wire = ParameterKnobbyPacket;
+
+// The server's socket driven from the test thread: each Receive is one ReceiveKnobbyRequest
+// with the service's time-out of one second.
+class KnobbyFramingTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        m_port = m_com.StartCom();
+        ASSERT_NE(m_port, 0);
+        ASSERT_TRUE(m_client.Connect(m_port));
+    }
+
+    Bytes Receive(unsigned int packetSize = Wire::MaxPacketSize)
+    {
+        Bytes packet(Wire::MaxPacketSize);
+        unsigned int const length = m_com.ReceiveKnobbyRequest(
+            packet.data(), packetSize, ParameterKnobbyComBase::MaxRequestID, 1, m_stop);
+        packet.resize(length);
+        return packet;
+    }
+
+    ParamTest::LogCapture m_log;
+    FakeDataAPI m_store;
+    ParameterKnobbyCom m_com{&m_store};
+    std::atomic<bool> m_stop{false};
+    unsigned short m_port = 0;
+    LoopbackClient m_client;
+};
+
+TEST_F(KnobbyFramingTest, TwoPacketsInOneSendComeOutOfTwoCalls)
+{
+    Bytes const first = Request(Wire::ModeIndex, "1");
+    Bytes const second = Request(Wire::Info, "Default:module.gain", 99);
+    ASSERT_TRUE(m_client.Send(Join(first, second)));
+
+    EXPECT_EQ(Receive(), first);
+    // The second packet is already buffered: it comes out although nothing more can be read.
+    m_client.Close();
+    EXPECT_EQ(Receive(), second);
+}
+
+TEST_F(KnobbyFramingTest, PacketSplitOverManySendsIsAssembledAcrossTimeOuts)
+{
+    Bytes const packet = Request(Wire::GetValues, "Default|Sensor.0:module.table[3]:a,b", 5);
+    ASSERT_TRUE(m_client.Send(Bytes(packet.begin(), packet.begin() + 9)));
+    // The time-out ends the call; the nine bytes stay for the next one.
+    EXPECT_TRUE(Receive().empty());
+
+    for (size_t i = 9; i < packet.size(); ++i)
+        ASSERT_TRUE(m_client.Send(Bytes{packet[i]}));
+    EXPECT_EQ(Receive(), packet);
+}
+
+TEST_F(KnobbyFramingTest, HeadIsOnlyTestedFromFourteenBytes)
+{
+    // Thirteen bytes with a wrong start tag are no head yet.
+    Bytes damaged = Request(Wire::ActiveModes);
+    Wire::PutU16(damaged.data(), 0x1234);
+    ASSERT_TRUE(m_client.Send(Bytes(damaged.begin(), damaged.begin() + 13)));
+    EXPECT_TRUE(Receive().empty());
+    EXPECT_EQ(m_log.Count("Knobby request missing start tag"), 0u);
+
+    ASSERT_TRUE(m_client.Send(Bytes{damaged[13]}));
+    EXPECT_TRUE(Receive().empty());
+    EXPECT_TRUE(m_log.HasMessage(
+        "Knobby request missing start tag, Expected: 19278, Received: 4660: 0x341201000e\n"));
+}
+
+struct BadHeadCase
+{
+    char const* name;
+    uint16_t tag;
+    uint16_t command;
+    int length; ///< -1 keeps the request's own length
+    unsigned int packetSize;
+    char const* message;
+    bool nextPacketReturned; ///< the good packet sent behind the bad one comes out
+};
+
+class KnobbyBadHeadTest : public KnobbyFramingTest, public ::testing::WithParamInterface<BadHeadCase>
+{
+};
+
+TEST_P(KnobbyBadHeadTest, IsLoggedAndNeverReturned)
+{
+    BadHeadCase const& test = GetParam();
+    Bytes bad = Request(Wire::ModeIndex, "123");
+    Wire::PutU16(bad.data() + Wire::TagOffset, test.tag);
+    Wire::PutU16(bad.data() + Wire::CommandOffset, test.command);
+    if (test.length >= 0)
+        Wire::PutU16(bad.data() + Wire::LengthOffset, static_cast<uint16_t>(test.length));
+    Bytes const good = Request(Wire::ActiveModes);
+    ASSERT_TRUE(m_client.Send(Join(bad, good)));
+
+    // A call may end on its time-out before the bytes behind the bad head are looked at.
+    Bytes received = Receive(test.packetSize);
+    if (received.empty())
+        received = Receive(test.packetSize);
+    EXPECT_TRUE(m_log.HasMessage(test.message));
+    EXPECT_EQ(received, test.nextPacketReturned ? good : Bytes{});
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Heads, KnobbyBadHeadTest,
+    ::testing::Values(
+        // A wrong tag throws the whole buffer away, the good packet behind it included.
+        BadHeadCase{"WrongStartTag", 0x0102, Wire::ModeIndex, -1, Wire::MaxPacketSize,
+                    "Knobby request missing start tag, Expected: 19278, Received: 258: "
+                    "0x0201090012\n",
+                    false},
+        // These two heads stay in place and block the stream behind them.
+        BadHeadCase{"CommandAboveMax", Wire::StartTag, 12, -1, Wire::MaxPacketSize,
+                    "Knobby request ID 12 exceeds Max 10\n", false},
+        BadHeadCase{"ZeroLength", Wire::StartTag, Wire::ModeIndex, 0, Wire::MaxPacketSize,
+                    "Knobby request length is zero: 0x4e4b090000\n", false},
+        // An over-length packet is removed, so the next one is read.
+        BadHeadCase{"LongerThanPacketSize", Wire::StartTag, Wire::ModeIndex, -1, 16,
+                    "Knobby request length (18) is greater than packet size (16): "
+                    "0x4e4b090012\n",
+                    true}),
+    [](::testing::TestParamInfo<BadHeadCase> const& test) { return test.param.name; });
+
+// Holds TCP port 19278 for the test when nothing else does; otherwise someone else holds it,
+// which is just as good.
+class PortHolder
+{
+public:
+    PortHolder()
+    {
+        m_socket = socket(AF_INET, SOCK_STREAM, 0);
+        // As the server does, so that only a listening socket keeps the port from us.
+        int const reuse = 1;
+        setsockopt(m_socket, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof(reuse));
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(ParameterKnobbyCom::DefaultPort);
+        address.sin_addr.s_addr = htonl(INADDR_ANY);
+        if (bind(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0)
+            listen(m_socket, 1);
+    }
+    ~PortHolder() { close(m_socket); }
+
+    PortHolder(PortHolder const&) = delete;
+    PortHolder& operator=(PortHolder const&) = delete;
+
+private:
+    int m_socket;
+};
+
+TEST(KnobbyPortTest, TakenPortsAreWalkedUpOneByOne)
+{
+    ParamTest::LogCapture log;
+    PortHolder const holder;
+    FakeDataAPI store;
+    ParameterKnobbyCom com(&store);
+
+    unsigned short const port = com.StartCom();
+    ASSERT_GT(port, ParameterKnobbyCom::DefaultPort);
+    ASSERT_LT(port, ParameterKnobbyCom::DefaultPort + ParameterKnobbyCom::PortCount);
+    EXPECT_EQ(com.GetAddressType(), ParameterKnobbyCom::SocketAddress::INET);
+    // Every port below the one in use was tried and refused, in order.
+    for (unsigned int tried = ParameterKnobbyCom::DefaultPort; tried < port; ++tried) {
+        char expected[64];
+        std::snprintf(expected, sizeof(expected), "Port: 0x%x: Result: -1, errno: 98\n", tried);
+        EXPECT_EQ(log.Count(expected), 1u) << expected;
+    }
+    char bound[64];
+    std::snprintf(bound, sizeof(bound), "Port: 0x%x: Result: 0, errno: 0\n", port);
+    EXPECT_EQ(log.Count(bound), 1u);
+
+    // A second start on the open port opens nothing.
+    EXPECT_EQ(com.StartCom(), port);
+    EXPECT_EQ(log.Count("Knobby Server INET socket created"), 1u);
+
+    LoopbackClient client;
+    EXPECT_TRUE(client.Connect(port));
+}
+
+TEST(KnobbyWriteQueueTest, EmptyAndOversizedWritesAreLoggedAndNotSent)
+{
+    ParamTest::LogCapture log;
+    FakeDataAPI store;
+    ParameterKnobbyCom com(&store);
+    com.Start();
+    LoopbackClient client;
+    ASSERT_TRUE(client.Connect(com.GetPort()));
+    ASSERT_TRUE(WaitFor([&] { return log.Contains("Knobby accepted data connection"); }));
+
+    Bytes const oversized(Wire::MaxPacketSize, 0x41);
+    Bytes const good = Request(Wire::ActiveModes);
+    com.Write(nullptr, 10);
+    com.Write(oversized.data(), static_cast<int>(oversized.size()));
+    com.Write(good.data(), 0);
+    com.Write(good.data(), static_cast<int>(good.size()));
+
+    EXPECT_EQ(client.ReadPacket(), good);
+    EXPECT_TRUE(client.Silent());
+    // A connected client that sends nothing would hold the read thread in its receive.
+    client.Close();
+    com.Stop();
+    EXPECT_EQ(log.Count("Knobby write insufficient buffer size 0\n"), 3u);
+    EXPECT_TRUE(log.HasMessage("Knobby write 14 bytes, Command: 1\n"));
+}
+
+} // namespace

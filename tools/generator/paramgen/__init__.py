@@ -1,0 +1,1 @@
+"""The module generator: schema tables in, C++ namespaces out."""

@@ -1,0 +1,532 @@
+// SPDX-License-Identifier: Apache-2.0
+// paramctl client: talks to a live tuning server the way a desktop tuning tool does.
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include <netdb.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "parameterparser/livetuning/parameterknobbycom.h"
+#include "parameterparser/livetuning/parameterknobbypacket.h"
+#include "parameterparser/livetuning/parameterknobbyworker.h"
+#include "tools/paramctl/commandline.h"
+#include "tools/paramctl/commands.h"
+#include "tools/paramctl/jsonwriter.h"
+
+namespace ParamCtl {
+
+namespace {
+
+namespace Wire = ParameterKnobbyPacket;
+
+constexpr char ClientUsage[] =
+    "usage: paramctl client [--json] [--timeout SECONDS] [HOST][:PORT] COMMAND [ARGS]\n"
+    "\n"
+    "Connects to a live tuning server (default 127.0.0.1:19278) and sends one command:\n"
+    "  info                              device name and mode tables\n"
+    "  active                            the active mode branches\n"
+    "  modes PATH                        children of a named mode path (Default|Sensor.0)\n"
+    "  info-var MODES:VARIABLE           description of a variable's members\n"
+    "  get MODES:VARIABLE[:SUBVARIABLES] values as name=value items\n"
+    "  set MODES:VARIABLE NAME=VALUE...  change values; prints what was read back\n"
+    "  control                           the control values the camera publishes\n"
+    "  trigger MODE:MODULE:PIPELINE      ask for trigger values and wait for the answer\n"
+    "  custom HEX                        send bytes to the host's custom handler\n"
+    "  index N                           select mode table N\n"
+    "--timeout bounds each wait for an answer (default 5 seconds).\n";
+
+constexpr int ExitNoAnswer = ExitFailure;
+
+using Bytes = std::vector<unsigned char>;
+
+// One TCP connection to the server; every wait is bounded.
+class Connection
+{
+public:
+    Connection() = default;
+    ~Connection()
+    {
+        if (m_socket >= 0)
+            close(m_socket);
+    }
+
+    Connection(Connection const&) = delete;
+    Connection& operator=(Connection const&) = delete;
+
+    bool Open(std::string const& host, std::string const& port, std::string& error)
+    {
+        addrinfo hints = {};
+        hints.ai_family = AF_UNSPEC;
+        hints.ai_socktype = SOCK_STREAM;
+        addrinfo* found = nullptr;
+        int const result = getaddrinfo(host.c_str(), port.c_str(), &hints, &found);
+        if (result != 0) {
+            error = gai_strerror(result);
+            return false;
+        }
+        error = "no address";
+        for (addrinfo* entry = found; entry != nullptr; entry = entry->ai_next) {
+            int const candidate = socket(entry->ai_family, entry->ai_socktype, entry->ai_protocol);
+            if (candidate < 0) {
+                error = std::strerror(errno);
+                continue;
+            }
+            if (connect(candidate, entry->ai_addr, entry->ai_addrlen) == 0) {
+                m_socket = candidate;
+                break;
+            }
+            error = std::strerror(errno);
+            close(candidate);
+        }
+        freeaddrinfo(found);
+        return m_socket >= 0;
+    }
+
+    bool Send(Bytes const& packet)
+    {
+        return send(m_socket, packet.data(), packet.size(), MSG_NOSIGNAL) ==
+               static_cast<ssize_t>(packet.size());
+    }
+
+    // The next packet by its length field; empty when none came in time or the server closed.
+    Bytes Receive(int timeoutMs)
+    {
+        Bytes head = ReadExactly(6, timeoutMs);
+        if (head.size() < 6)
+            return {};
+        size_t const length = Wire::GetU16(head.data() + Wire::LengthOffset);
+        if (length <= head.size())
+            return head;
+        Bytes const rest = ReadExactly(length - head.size(), timeoutMs);
+        if (rest.size() < length - head.size())
+            return {};
+        head.insert(head.end(), rest.begin(), rest.end());
+        return head;
+    }
+
+private:
+    Bytes ReadExactly(size_t count, int timeoutMs)
+    {
+        Bytes bytes;
+        auto const end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+        unsigned char chunk[4096];
+        while (bytes.size() < count) {
+            auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                end - std::chrono::steady_clock::now());
+            if (left.count() <= 0)
+                break;
+            pollfd entry = {m_socket, POLLIN, 0};
+            if (poll(&entry, 1, static_cast<int>(left.count())) <= 0)
+                break;
+            size_t const want = std::min(sizeof(chunk), count - bytes.size());
+            ssize_t const got = recv(m_socket, chunk, want, 0);
+            if (got <= 0)
+                break;
+            bytes.insert(bytes.end(), chunk, chunk + got);
+        }
+        return bytes;
+    }
+
+    int m_socket = -1;
+};
+
+struct Target
+{
+    std::string host = "127.0.0.1";
+    std::string port = std::to_string(ParameterKnobbyCom::DefaultPort);
+};
+
+bool IsCommandName(std::string const& word)
+{
+    static char const* const names[] = {"info",    "active",  "modes",  "info-var", "get",
+                                        "set",     "control", "trigger", "custom",  "index"};
+    for (char const* name : names) {
+        if (word == name)
+            return true;
+    }
+    return false;
+}
+
+Target ParseTarget(std::string const& text)
+{
+    Target target;
+    size_t const colon = text.rfind(':');
+    if (colon == std::string::npos) {
+        target.host = text;
+        return target;
+    }
+    if (colon > 0)
+        target.host = text.substr(0, colon);
+    if (colon + 1 < text.size())
+        target.port = text.substr(colon + 1);
+    return target;
+}
+
+Bytes MakeRequest(uint16_t command, uint64_t session, uint32_t requestId, Bytes const& payload)
+{
+    Bytes packet(Wire::RequestHeadSize + payload.size());
+    unsigned int const length = Wire::WriteRequest(
+        packet.data(), static_cast<unsigned int>(packet.size()), command, session, requestId,
+        payload.data(), static_cast<unsigned int>(payload.size()));
+    packet.resize(length);
+    return packet;
+}
+
+Bytes TextPayload(std::string const& text)
+{
+    Bytes payload(text.begin(), text.end());
+    payload.push_back(0);
+    return payload;
+}
+
+bool ParseHex(std::string const& text, Bytes& bytes)
+{
+    if (text.size() % 2 != 0)
+        return false;
+    for (size_t i = 0; i < text.size(); i += 2) {
+        char* end = nullptr;
+        std::string const pair = text.substr(i, 2);
+        long const value = std::strtol(pair.c_str(), &end, 16);
+        if (end == nullptr || *end != '\0')
+            return false;
+        bytes.push_back(static_cast<unsigned char>(value));
+    }
+    return true;
+}
+
+std::string Hex(unsigned char const* bytes, size_t count)
+{
+    std::string text;
+    char pair[3];
+    for (size_t i = 0; i < count; ++i) {
+        std::snprintf(pair, sizeof(pair), "%02x", bytes[i]);
+        text += pair;
+    }
+    return text;
+}
+
+std::string TextOf(unsigned char const* bytes, size_t count)
+{
+    size_t length = 0;
+    while (length < count && bytes[length] != 0)
+        ++length;
+    return std::string(reinterpret_cast<char const*>(bytes), length);
+}
+
+// One instance of a trigger answer.
+struct TriggerInstance
+{
+    std::string name;
+    std::vector<ParameterCTValue> values;
+};
+
+// Reads "mode:module:pipeline#" and the instances behind it; false when the packet is damaged.
+bool ParseTrigger(Bytes const& packet, std::string& request, std::vector<TriggerInstance>& out)
+{
+    size_t at = Wire::HeadSize;
+    while (at < packet.size() && packet[at] != '#')
+        ++at;
+    if (at >= packet.size())
+        return false;
+    request.assign(packet.begin() + Wire::HeadSize, packet.begin() + static_cast<long>(at));
+    ++at;
+    while (at < packet.size()) {
+        size_t colon = at;
+        while (colon < packet.size() && packet[colon] != ':')
+            ++colon;
+        if (colon >= packet.size())
+            return false;
+        TriggerInstance instance;
+        instance.name.assign(packet.begin() + static_cast<long>(at),
+                             packet.begin() + static_cast<long>(colon));
+        at = colon + 1;
+        if (at + 2 > packet.size())
+            return false;
+        unsigned int const count = Wire::GetU16(packet.data() + at);
+        at += 2;
+        if (at + static_cast<size_t>(count) * 12 > packet.size())
+            return false;
+        for (unsigned int i = 0; i < count; ++i, at += 12) {
+            ParameterCTValue value = {};
+            value.identifier = Wire::GetU32(packet.data() + at);
+            uint64_t const bits = Wire::GetU64(packet.data() + at + 4);
+            double number = 0;
+            std::memcpy(&number, &bits, sizeof(number));
+            value.value = number;
+            instance.values.push_back(value);
+        }
+        out.push_back(instance);
+    }
+    return true;
+}
+
+// What one command sends, and how its answer is shown.
+struct Exchange
+{
+    uint16_t command = 0;
+    Bytes payload;
+    size_t textOffset = 0; ///< where the answer's text starts
+    char const* label = "";
+};
+
+int Usage(char const* problem)
+{
+    if (problem != nullptr)
+        std::fprintf(stderr, "paramctl client: %s\n", problem);
+    std::fputs(ClientUsage, stderr);
+    return ExitUsage;
+}
+
+bool BuildExchange(std::string const& name, std::vector<std::string> const& args,
+                   Exchange& exchange, std::string& problem)
+{
+    auto needs = [&](size_t count) {
+        if (args.size() == count)
+            return true;
+        problem = "'" + name + "' takes " + std::to_string(count) + " argument(s)";
+        return false;
+    };
+    if (name == "info") {
+        exchange = {Wire::DeviceInfo, {}, Wire::DeviceInfoHeadSize, "name"};
+        return needs(0);
+    }
+    if (name == "active") {
+        exchange = {Wire::ActiveModes, {}, Wire::HeadSize, "active"};
+        return needs(0);
+    }
+    if (name == "control") {
+        exchange = {Wire::ControlValues, {}, Wire::HeadSize, "values"};
+        return needs(0);
+    }
+    if (name == "modes" || name == "info-var" || name == "get") {
+        if (!needs(1))
+            return false;
+        uint16_t const command = name == "modes" ? Wire::Modes
+                                 : name == "get" ? Wire::GetValues
+                                                 : Wire::Info;
+        exchange = {command, TextPayload(args[0]), Wire::RequestHeadSize,
+                    name == "modes" ? "children" : name == "get" ? "values" : "members"};
+        return true;
+    }
+    if (name == "set") {
+        if (args.size() < 2) {
+            problem = "'set' takes MODES:VARIABLE and at least one NAME=VALUE";
+            return false;
+        }
+        std::string text = args[0] + ":";
+        for (size_t i = 1; i < args.size(); ++i)
+            text += (i > 1 ? ";" : "") + args[i];
+        exchange = {Wire::SetValues, TextPayload(text), Wire::RequestHeadSize, "values"};
+        return true;
+    }
+    if (name == "trigger") {
+        exchange = {Wire::TriggerValues, {}, Wire::HeadSize, "trigger"};
+        if (!needs(1))
+            return false;
+        exchange.payload = TextPayload(args[0]);
+        return true;
+    }
+    if (name == "custom") {
+        exchange = {Wire::Custom, {}, 20, "answer"};
+        if (!needs(1))
+            return false;
+        if (!ParseHex(args[0], exchange.payload) || exchange.payload.empty()) {
+            problem = "custom needs an even number of hexadecimal digits";
+            return false;
+        }
+        return true;
+    }
+    if (name == "index") {
+        exchange = {Wire::ModeIndex, {}, Wire::HeadSize, "index"};
+        if (!needs(1))
+            return false;
+        exchange.payload = TextPayload(args[0]);
+        return true;
+    }
+    problem = "unknown command '" + name + "'";
+    return false;
+}
+
+void PrintTrigger(std::string const& request, std::vector<TriggerInstance> const& instances,
+                  bool json)
+{
+    if (!json) {
+        std::printf("trigger: %s\n", request.c_str());
+        for (TriggerInstance const& instance : instances) {
+            std::printf("  %s:", instance.name.c_str());
+            for (ParameterCTValue const& value : instance.values)
+                std::printf(" %u=%g", static_cast<unsigned int>(value.identifier),
+                            static_cast<double>(value.value));
+            std::printf("\n");
+        }
+        return;
+    }
+    JsonWriter writer(std::cout);
+    writer.BeginObject().Field("command", "trigger").Field("request", request);
+    writer.Key("instances").BeginArray();
+    for (TriggerInstance const& instance : instances) {
+        writer.BeginObject().Field("name", instance.name).Key("values").BeginArray();
+        for (ParameterCTValue const& value : instance.values) {
+            // Copies: the record is packed, its members may not be bound to references.
+            uint32_t const identifier = value.identifier;
+            double const number = value.value;
+            writer.BeginObject().Field("id", identifier).Field("value", number);
+            writer.EndObject();
+        }
+        writer.EndArray().EndObject();
+    }
+    writer.EndArray().EndObject();
+}
+
+void PrintAnswer(std::string const& name, Exchange const& exchange, Bytes const& response,
+                 bool json)
+{
+    unsigned short command = 0;
+    unsigned long id = 0;
+    unsigned int requestId = 0;
+    unsigned char const* payload = nullptr;
+    unsigned int payloadLength = 0;
+    static_cast<void>(ParameterKnobbyWorker::ParseResponse(
+        response.data(), static_cast<unsigned int>(response.size()), command, id, requestId,
+        payload, payloadLength));
+    size_t const offset = std::min(exchange.textOffset, response.size());
+    std::string text;
+    std::string raw;
+    unsigned int result = 0;
+    if (exchange.command == Wire::Custom) {
+        if (response.size() >= 20)
+            result = Wire::GetU16(response.data() + 18);
+        unsigned char const* answer = response.data() + offset;
+        size_t const count = response.size() - offset;
+        if (ParameterKnobbyWorker::IsPrintable(answer, static_cast<unsigned int>(count)))
+            text = TextOf(answer, count);
+        raw = Hex(answer, count);
+    } else {
+        text = TextOf(response.data() + offset, response.size() - offset);
+    }
+
+    if (json) {
+        JsonWriter writer(std::cout);
+        writer.BeginObject().Field("command", name);
+        writer.Field("session", static_cast<uint64_t>(id));
+        if (exchange.command == Wire::DeviceInfo && response.size() >= 8)
+            writer.Field("protocol", static_cast<uint64_t>(Wire::GetU16(response.data() + 6)));
+        if (Wire::HasRequestId(exchange.command))
+            writer.Field("request", static_cast<uint64_t>(requestId));
+        if (exchange.command == Wire::Custom)
+            writer.Field("result", static_cast<uint64_t>(result)).Field("hex", raw);
+        writer.Field(exchange.label, text).EndObject();
+        return;
+    }
+    if (exchange.command == Wire::DeviceInfo)
+        std::printf("session: 0x%016lx\nprotocol: %u\n", id,
+                    response.size() >= 8 ? Wire::GetU16(response.data() + 6) : 0u);
+    if (exchange.command == Wire::Custom)
+        std::printf("result: %u\nhex: %s\n", result, raw.c_str());
+    std::printf("%s: %s\n", exchange.label, text.c_str());
+}
+
+} // namespace
+
+int RunClient(int argc, char** argv)
+{
+    CommandLine line({"--json"}, {"--timeout"});
+    if (!line.Parse(argc, argv))
+        return Usage(line.Error().c_str());
+    if (line.Has("--help")) {
+        std::fputs(ClientUsage, stdout);
+        return ExitSuccess;
+    }
+    std::vector<std::string> operands = line.Operands();
+    Target target;
+    if (!operands.empty() && !IsCommandName(operands[0])) {
+        target = ParseTarget(operands[0]);
+        operands.erase(operands.begin());
+    }
+    if (operands.empty())
+        return Usage("a command is needed");
+    std::string const name = operands[0];
+    std::vector<std::string> const args(operands.begin() + 1, operands.end());
+    Exchange exchange;
+    std::string problem;
+    if (!BuildExchange(name, args, exchange, problem))
+        return Usage(problem.c_str());
+    int const timeoutMs = std::atoi(line.Value("--timeout", "5").c_str()) * 1000;
+    if (timeoutMs <= 0)
+        return Usage("--timeout needs a positive number of seconds");
+    bool const json = line.Has("--json");
+
+    Connection connection;
+    std::string error;
+    if (!connection.Open(target.host, target.port, error)) {
+        std::fprintf(stderr, "paramctl client: cannot connect to %s:%s: %s\n",
+                     target.host.c_str(), target.port.c_str(), error.c_str());
+        return ExitFailure;
+    }
+    // The server announces its session ID in Device Info; the Modes command checks it.
+    uint64_t session = 0;
+    if (exchange.command != Wire::DeviceInfo) {
+        if (!connection.Send(MakeRequest(Wire::DeviceInfo, 0, 0, {}))) {
+            std::fprintf(stderr, "paramctl client: send failed\n");
+            return ExitFailure;
+        }
+        Bytes const hello = connection.Receive(timeoutMs);
+        if (hello.size() < Wire::DeviceInfoHeadSize) {
+            std::fprintf(stderr, "paramctl client: no answer from %s:%s\n", target.host.c_str(),
+                         target.port.c_str());
+            return ExitNoAnswer;
+        }
+        session = Wire::GetU64(hello.data() + Wire::DeviceInfoSessionOffset);
+    }
+
+    uint32_t const requestId = 1;
+    if (!connection.Send(MakeRequest(exchange.command, session, requestId, exchange.payload))) {
+        std::fprintf(stderr, "paramctl client: send failed\n");
+        return ExitFailure;
+    }
+
+    if (exchange.command == Wire::TriggerValues) {
+        // The answer leaves the server in the round after a later packet: keep asking for the
+        // control values until it comes.
+        auto const end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+        while (std::chrono::steady_clock::now() < end) {
+            // The server counts its processor time before it answers; frequent requests bring
+            // that moment closer.
+            Bytes const packet = connection.Receive(50);
+            if (packet.size() >= Wire::HeadSize &&
+                Wire::GetU16(packet.data() + Wire::CommandOffset) == Wire::TriggerValues) {
+                std::string request;
+                std::vector<TriggerInstance> instances;
+                if (!ParseTrigger(packet, request, instances)) {
+                    std::fprintf(stderr, "paramctl client: damaged trigger answer\n");
+                    return ExitFailure;
+                }
+                PrintTrigger(request, instances, json);
+                return ExitSuccess;
+            }
+            if (packet.empty() && !connection.Send(MakeRequest(Wire::ControlValues, session, 0, {})))
+                break;
+        }
+        std::fprintf(stderr, "paramctl client: no trigger answer within the time-out\n");
+        return ExitNoAnswer;
+    }
+
+    Bytes const response = connection.Receive(timeoutMs);
+    if (response.size() < Wire::HeadSize) {
+        std::fprintf(stderr, "paramctl client: no answer from %s:%s\n", target.host.c_str(),
+                     target.port.c_str());
+        return ExitNoAnswer;
+    }
+    PrintAnswer(name, exchange, response, json);
+    return ExitSuccess;
+}
+
+} // namespace ParamCtl

@@ -1,0 +1,175 @@
+// SPDX-License-Identifier: Apache-2.0
+// paramctl serve: hosts a tuning file with the live tuning server, as a camera process would.
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "parameterparser/livetuning/knobbyhandler.h"
+#include "parameterparser/livetuning/parameterknobbyworker.h"
+#include "parameterparser/parametersetmanager.h"
+#include "tools/paramctl/commandline.h"
+#include "tools/paramctl/commands.h"
+
+namespace ParamCtl {
+
+namespace {
+
+constexpr char ServeUsage[] =
+    "usage: paramctl serve FILE\n"
+    "\n"
+    "Loads FILE into a set manager with the live tuning server and serves it until SIGINT or\n"
+    "SIGTERM. Prints \"listening on port N\" once the server is up. A demo publisher updates\n"
+    "control values 1 (frame count), 2 (a slow sine) and 3 (an exposure time) five times a\n"
+    "second; trigger requests are answered with sample values for two instances; custom\n"
+    "commands are echoed back. Talk to it with 'paramctl client'.\n";
+
+// Set from the signal handler; the main loop polls it.
+volatile std::sig_atomic_t g_stopRequested = 0;
+
+void RequestStop(int)
+{
+    g_stopRequested = 1;
+}
+
+/// The manager paramctl serves with: no module kinds, the live tuning worker on.
+class ServeSetManager final : public ParameterSetManager
+{
+public:
+    ServeSetManager() : ParameterSetManager(nullptr, 0, "paramctl-serve", true) {}
+    ~ServeSetManager() override { StopKnobbyWorker(); }
+
+    ServeSetManager(ServeSetManager const&) = delete;
+    ServeSetManager& operator=(ServeSetManager const&) = delete;
+
+    DefaultModule* GetDefaultModule(unsigned long) override { return nullptr; }
+    void SaveAndClearModules() override {}
+
+    /// Starts the server for a file whose tables loaded although its modules did not: this
+    /// manager knows no module kinds, so a file with modules never loads as a whole.
+    void StartLiveTuning()
+    {
+        if (m_knobbyWorker != nullptr && GetModeTableCount() > 0)
+            m_knobbyWorker->Start();
+    }
+};
+
+/// Answers trigger requests at once with two instances of sample values, and echoes custom
+/// commands.
+class DemoHandler final : public KnobbyHandler
+{
+public:
+    explicit DemoHandler(ParameterSetManager& manager) : m_manager(manager) {}
+
+    unsigned short Custom(unsigned char const* payload, unsigned int payloadLength,
+                          unsigned short answerCapacity, unsigned char* answer,
+                          unsigned short& answerLength) override
+    {
+        unsigned int const count = payloadLength < answerCapacity ? payloadLength : answerCapacity;
+        std::memcpy(answer, payload, count);
+        answerLength = static_cast<unsigned short>(count);
+        return 1;
+    }
+
+    void TriggerNotice(char const* modePath, char const* module, unsigned long moduleHash,
+                       char const* pipeline) override
+    {
+        // The identifiers stand for what the tool and the host agreed on; here: 1 a gain,
+        // 2 the module's hash folded to a small number, 3 the pipeline's number.
+        double const fold = static_cast<double>(moduleHash % 1000);
+        ParameterCTValue const first[] = {{1, 1.25}, {2, fold}, {3, std::atof(pipeline)}};
+        ParameterCTValue const second[] = {{1, 2.5}, {2, fold}};
+        m_manager.SetTriggerValues(modePath, module, pipeline, "instance0", first, 3);
+        m_manager.SetTriggerValues(modePath, module, pipeline, "instance1", second, 2);
+    }
+
+private:
+    ParameterSetManager& m_manager;
+};
+
+bool ReadFile(std::string const& path, std::vector<unsigned char>& bytes)
+{
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        return false;
+    bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return true;
+}
+
+} // namespace
+
+int RunServe(int argc, char** argv)
+{
+    CommandLine line({}, {});
+    if (!line.Parse(argc, argv)) {
+        std::fprintf(stderr, "paramctl serve: %s\n%s", line.Error().c_str(), ServeUsage);
+        return ExitUsage;
+    }
+    if (line.Has("--help")) {
+        std::fputs(ServeUsage, stdout);
+        return ExitSuccess;
+    }
+    if (line.Operands().size() != 1) {
+        std::fputs(ServeUsage, stderr);
+        return ExitUsage;
+    }
+    std::string const& path = line.Operands()[0];
+    std::vector<unsigned char> bytes;
+    if (!ReadFile(path, bytes)) {
+        std::fprintf(stderr, "paramctl serve: %s: cannot read the file\n", path.c_str());
+        return ExitFailure;
+    }
+
+    struct sigaction action = {};
+    action.sa_handler = RequestStop;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+
+    ServeSetManager manager;
+    DemoHandler handler(manager);
+    // Installed before the load, so the worker's thread sees it from its first request.
+    manager.SetKnobbyHandler(&handler);
+    if (!manager.LoadBinaryParameters(bytes.data(), bytes.size()))
+        manager.StartLiveTuning();
+    if (manager.GetModeTableCount() == 0) {
+        std::fprintf(stderr, "paramctl serve: %s: %s\n", path.c_str(), manager.GetErrorString());
+        return ExitFailure;
+    }
+    unsigned short const port = manager.GetKnobbyPort();
+    if (port == 0) {
+        std::fprintf(stderr, "paramctl serve: no port could be bound\n");
+        return ExitFailure;
+    }
+    std::printf("listening on port %u\n", static_cast<unsigned int>(port));
+    std::fflush(stdout);
+
+    // The demo camera: publishes control values until stopped.
+    std::atomic<bool> stop{false};
+    std::thread publisher([&] {
+        unsigned int frame = 0;
+        while (!stop) {
+            ++frame;
+            manager.SetControlValue({1, static_cast<double>(frame)});
+            manager.SetControlValue({2, std::sin(frame / 10.0)});
+            manager.SetControlValue({3, 0.033 - 0.001 * (frame % 10)});
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        }
+    });
+    while (g_stopRequested == 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    stop = true;
+    publisher.join();
+    std::printf("stopping\n");
+    std::fflush(stdout);
+    return ExitSuccess;
+}
+
+} // namespace ParamCtl
