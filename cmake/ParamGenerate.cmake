@@ -51,3 +51,43 @@ function(param_generate_schemas)
         set(${ARG_WRITER_SOURCES} ${writer_sources} PARENT_SCOPE)
     endif()
 endfunction()
+
+# param_generate_managers: runs the module generator over every module list of a folder.
+#
+#   param_generate_managers(DIRECTORY <folder>
+#                           SCHEMAS <folder>
+#                           LIBRARY_SOURCES <variable>
+#                           [WRITER_SOURCES <variable>])
+#
+# One custom command per list <Manager>.list writes <build>/gen/paramgen/<Manager>.{h,cpp} (the
+# concrete set manager) and <Manager>.writer.{h,cpp} (its instances with their writer
+# descriptions). The schemas of the listed namespaces are looked up in SCHEMAS; the command
+# depends on the generator's sources, the list and, through a depfile, those schemas.
+function(param_generate_managers)
+    cmake_parse_arguments(ARG "" "DIRECTORY;SCHEMAS;LIBRARY_SOURCES;WRITER_SOURCES" "" ${ARGN})
+    file(GLOB lists CONFIGURE_DEPENDS ${ARG_DIRECTORY}/*.list)
+    list(SORT lists)
+    set(library_sources)
+    set(writer_sources)
+    foreach(list_file IN LISTS lists)
+        get_filename_component(manager ${list_file} NAME_WE)
+        set(base ${PARAMGEN_OUTPUT_DIR}/${manager})
+        add_custom_command(
+            OUTPUT ${base}.h ${base}.cpp ${base}.writer.h ${base}.writer.cpp
+            COMMAND Python3::Interpreter ${PARAMGEN_DIR}/paramgen.py --manager ${list_file}
+                --out-dir ${PARAMGEN_OUTPUT_DIR} --source-root ${PROJECT_SOURCE_DIR}
+                --schema-dir ${ARG_SCHEMAS} --depfile ${base}.d
+            COMMAND ${CMAKE_COMMAND} -E touch_nocreate ${base}.h ${base}.cpp ${base}.writer.h
+                ${base}.writer.cpp
+            DEPENDS ${list_file} ${PARAMGEN_GENERATOR_SOURCES}
+            DEPFILE ${base}.d
+            COMMENT "Generating set manager ${manager}"
+            VERBATIM)
+        list(APPEND library_sources ${base}.cpp)
+        list(APPEND writer_sources ${base}.writer.cpp)
+    endforeach()
+    set(${ARG_LIBRARY_SOURCES} ${library_sources} PARENT_SCOPE)
+    if(ARG_WRITER_SOURCES)
+        set(${ARG_WRITER_SOURCES} ${writer_sources} PARENT_SCOPE)
+    endif()
+endfunction()

@@ -1,29 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
-// A camera process in miniature: loads a tuning file through the shared library's public API,
-// routes the library's log into its own, and reports what it loaded.
+// A camera process in miniature: creates the tuning set manager, loads a tuning file through the
+// shared library's public API, follows a changing mode branch as a camera does when the use case
+// changes, and prints the tuning it gets for each branch.
 #include <cstdio>
 
+#include "paramgen/TuningSetManager.h"
 #include <parameterparser/parameterparser.h>
 #include <platform/vornlog.h>
 
 namespace {
-
-// The camera process's manager. A shipped build registers its module kinds here; this one only
-// validates and inspects files.
-class HostSetManager final : public ParameterSetManager
-{
-public:
-    HostSetManager() : ParameterSetManager(nullptr, 0, "host", false) { m_fileModeAllowed = true; }
-
-    DefaultModule* GetDefaultModule(unsigned long /*nameHash*/) override { return nullptr; }
-    void SaveAndClearModules() override {}
-};
 
 void HostLog(uint32_t /*group*/, char severity, uint32_t level, char const* line, void*)
 {
     if (level <= Vorn::Log::LevelWarning)
         std::fprintf(stderr, "camera-host %c: %s", severity, line);
 }
+
+/// One configuration of the camera: a use case on a sensor, and the branch it names.
+struct Configuration
+{
+    char const* label;
+    unsigned short sensor;
+    char const* usecase;
+};
 
 } // namespace
 
@@ -35,7 +34,7 @@ int main(int argc, char** argv)
     }
     Vorn::Log::SetSink(HostLog, nullptr);
 
-    HostSetManager manager;
+    TuningSetManager manager("camera-host");
     if (!manager.LoadBinaryParameters(argv[1])) {
         std::fprintf(stderr, "tuning file refused: %s\n", manager.GetErrorString());
         return 1;
@@ -44,5 +43,35 @@ int main(int argc, char** argv)
     std::printf("loaded %s: tag %s, version %u.%u.%u, %s mode\n", argv[1], manager.GetBinaryTag(),
                 version.Parts.Major, version.Parts.Minor, version.Parts.Patch,
                 manager.IsFileMode() ? "file" : "buffer");
-    return 0;
+
+    // The session: preview, a snapshot, video recording, then back to preview on the other
+    // sensor. Each step asks for the module of the new branch and hands back the old one.
+    Configuration const session[] = {
+        {"preview, sensor 0", 0, "Preview"},
+        {"snapshot, sensor 0", 0, "Snapshot"},
+        {"video, sensor 0", 0, "Video"},
+        {"preview, sensor 1", 1, "Preview"},
+    };
+    vornt2tconfig::T2TCtrlType* tracker = nullptr;
+    int found = 0;
+    for (Configuration const& step : session) {
+        TuningMode const branch[] = {
+            {ModeDefault, 0, 0},
+            {ModeSensor, step.sensor, 0},
+            {ModeUsecase, ParameterSetManager::GetSubModeIndex(ModeUsecase, step.usecase), 0},
+        };
+        tracker = manager.GetModule_t2tconfigdata(branch, 3, tracker);
+        if (tracker == nullptr) {
+            std::printf("%-20s no tracker tuning\n", step.label);
+            continue;
+        }
+        ++found;
+        std::printf("%-20s tracker mode %u, precision %u, downscale %.3f, confidence %u\n",
+                    step.label, tracker->operationMode, tracker->precisionMode,
+                    static_cast<double>(tracker->downscaleRatio), tracker->confidenceThreshold);
+    }
+    // The camera closes: the last module goes back before the manager does.
+    if (tracker != nullptr)
+        tracker->Release();
+    return found > 0 ? 0 : 1;
 }

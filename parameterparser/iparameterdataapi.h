@@ -26,9 +26,8 @@ public:
     /// as "name=value" items joined by ";" into result, cut at resultLength. subVariables, if
     /// not null, is a comma list of names under variable to read instead of all of it. False
     /// when the module or a variable is not found; what was read before stays in result.
-    virtual bool GetValue(unsigned char modeTableIndex, char const* modePath,
-                          char const* variable, char const* subVariables, char* result,
-                          unsigned int resultLength) = 0;
+    virtual bool GetValue(unsigned char modeTableIndex, char const* modePath, char const* variable,
+                          char const* subVariables, char* result, unsigned int resultLength) = 0;
 
     /// Sets variableName below variableBase in the mode of modePath from its text form. False
     /// when the module or the variable is not found or the value is refused.

@@ -6,6 +6,13 @@
 
 #include "platform/vornosutils.h"
 
+#include "parameterparser/modeslot.h"
+#include "parameterparser/moduledata.h"
+#include "parameterparser/parameterlogging.h"
+#include "parameterparser/parametermodetable.h"
+#include "parameterparser/parametermodule.h"
+#include "parameterparser/parametersetmanager.h"
+
 namespace {
 
 constexpr char const* ModeNames[] = {"Default",  "Sensor", "Usecase", "Feature1",
@@ -81,6 +88,57 @@ ModeEntry* ReadLink(ModeEntry** link)
     std::memcpy(&target, static_cast<void*>(link), sizeof(target));
     return target;
 }
+
+// Reference messages go through the manager of the module's record; a module without one logs
+// through the default sink.
+IParameterLoggingAPI* LoggerOf(ParameterModule const* module)
+{
+    return module->data != nullptr ? module->data->SetManager : nullptr;
+}
+
+char const* NameOf(ParameterModule const* module)
+{
+    return module->moduleName != nullptr ? module->moduleName : "";
+}
+
+char const* PathOf(ParameterModule const* module)
+{
+    return module->data != nullptr && module->data->ModePath != nullptr ? module->data->ModePath
+                                                                        : "";
+}
+
+// Holds the activeModeMutex of the table that module's record names, for the span of one count
+// change. A record whose table cannot be found is logged and the change goes on unlocked, as a
+// count must still be kept.
+class ReferenceLock
+{
+public:
+    explicit ReferenceLock(ParameterModule const* module)
+    {
+        ParameterModeTable* table =
+            module->data != nullptr ? module->data->GetModeTable() : nullptr;
+        if (table != nullptr) {
+            m_mutex = &table->activeModeMutex;
+            m_mutex->lock();
+            return;
+        }
+        ParameterLogging::Write(
+            LoggerOf(module), ParameterLogging::LogError,
+            "Attempt to lock Active Mode Mutex failed, mode table not found for ModeID: %u\n",
+            module->data != nullptr ? module->data->ModeId : 0U);
+    }
+    ~ReferenceLock()
+    {
+        if (m_mutex != nullptr)
+            m_mutex->unlock();
+    }
+
+    ReferenceLock(ReferenceLock const&) = delete;
+    ReferenceLock& operator=(ReferenceLock const&) = delete;
+
+private:
+    std::recursive_mutex* m_mutex = nullptr;
+};
 
 } // namespace
 
@@ -240,13 +298,202 @@ ModeEntry* ModeEntry::ResolveLink()
     return node;
 }
 
+ModeEntry* ModeEntry::OwnerOf(ParameterModule const* module)
+{
+    if (module == nullptr || module->data == nullptr || module->data->Mode == nullptr)
+        return nullptr;
+    // The slot array is packed: the node pointer is copied out rather than read in place.
+    ModeSlot slot;
+    std::memcpy(&slot, module->data->Mode, sizeof(slot));
+    return slot.mode;
+}
+
+bool ModeEntry::AddModule(ParameterModule* module)
+{
+    if (module == nullptr)
+        return false;
+    // The first module of a name in a node is the one that serves it; try_emplace leaves an
+    // existing entry as it is.
+    auto result = modules.try_emplace(module->moduleNameHash);
+    if (result.second) {
+        result.first->second.module = module;
+        result.first->second.refCount.store(0);
+    }
+    return true;
+}
+
+ParameterModule* ModeEntry::FindModule(unsigned long nameHash)
+{
+    ModeEntry* target = ResolveLink();
+    auto found = target->modules.find(nameHash);
+    return found != target->modules.end() ? found->second.module : nullptr;
+}
+
+void ModeEntry::AddReference(ParameterModule const* module)
+{
+    if (module == nullptr)
+        return;
+    ReferenceLock lock(module);
+    auto found = modules.find(module->moduleNameHash);
+    if (found == modules.end()) {
+        ParameterLogging::Write(LoggerOf(module), ParameterLogging::LogError,
+                                "Attempt to add reference to a non-existant module.  Mode: %d, "
+                                "SubMode: %d, Module %s\n",
+                                mode.Parts.mode, mode.Parts.subMode, NameOf(module));
+        return;
+    }
+    if (OwnerOf(found->second.module) != this) {
+        ParameterLogging::Write(LoggerOf(module), ParameterLogging::LogError,
+                                "Attempt to add module reference from wrong mode.  Mode: %d, "
+                                "SubMode: %d, Module %s, ModePath: %s\n",
+                                mode.Parts.mode, mode.Parts.subMode, NameOf(module),
+                                PathOf(module));
+        return;
+    }
+    found->second.refCount.fetch_add(1);
+}
+
+void ModeEntry::ReleaseReference(ParameterModule const* module)
+{
+    if (module == nullptr)
+        return;
+    ReferenceLock lock(module);
+    auto found = modules.find(module->moduleNameHash);
+    if (found == modules.end() || found->second.module == nullptr ||
+        found->second.module->data == nullptr || found->second.module->data->Mode == nullptr) {
+        ParameterLogging::Write(LoggerOf(module), ParameterLogging::LogError,
+                                "Attempt to release a non-existant module.  Mode: %d, SubMode: %d, "
+                                "Module %s\n",
+                                mode.Parts.mode, mode.Parts.subMode, NameOf(module));
+        return;
+    }
+    if (OwnerOf(found->second.module) != this) {
+        ParameterLogging::Write(LoggerOf(module), ParameterLogging::LogError,
+                                "Attempt to release module reference from wrong mode.  Mode: %d, "
+                                "SubMode: %d, Module %s, ModePath: %s\n",
+                                mode.Parts.mode, mode.Parts.subMode, NameOf(module),
+                                PathOf(module));
+        return;
+    }
+    // Counts change only under the table's lock, so the test and the decrement cannot be split
+    // by another release.
+    if (found->second.refCount.load() <= 0) {
+        ParameterLogging::Write(LoggerOf(module), ParameterLogging::LogError,
+                                "Attempt to release unreferenced module.  Mode: %d, SubMode: %d, "
+                                "Module %s\n",
+                                mode.Parts.mode, mode.Parts.subMode, NameOf(module));
+        return;
+    }
+    found->second.refCount.fetch_sub(1);
+}
+
+void ModeEntry::ReleaseReferences()
+{
+    for (auto& entry : modules) {
+        ParameterModule const* module = entry.second.module;
+        if (OwnerOf(module) != this)
+            continue;
+        int32_t const count = entry.second.refCount.load();
+        if (count > 0)
+            ParameterLogging::Write(LoggerOf(module), ParameterLogging::LogError,
+                                    "ReleaseReferences called with unreleased module: %s, RefCnt: "
+                                    "%u\n",
+                                    NameOf(module), static_cast<unsigned int>(count));
+        entry.second.refCount.store(0);
+    }
+}
+
+void ModeEntry::ReleaseModules(PList<ParameterModule*>& list)
+{
+    while (list.Count() != 0) {
+        ParameterModule* module = list[0];
+        ModeEntry* owner = OwnerOf(module);
+        if (owner != nullptr)
+            owner->ReleaseReference(module);
+        list.Remove(0);
+    }
+}
+
+void ModeEntry::GetModules(PList<ParameterModule*>& list, bool includeLocal, bool includeShared,
+                           PipelineType* pipeline)
+{
+    ModeEntry* target = ResolveLink();
+    ReleaseModules(list);
+    for (auto const& entry : target->modules) {
+        ParameterModule* module = entry.second.module;
+        if (module == nullptr)
+            continue;
+        if (pipeline != nullptr && module->mode.Parts.pipeline != *pipeline + 1)
+            continue;
+        ModeEntry* owner = OwnerOf(module);
+        bool const local = owner == target;
+        if ((local && !includeLocal) || (!local && !includeShared))
+            continue;
+        list.Add(module);
+        if (owner != nullptr)
+            owner->AddReference(module);
+    }
+}
+
+unsigned int ModeEntry::GetReferenceCount(ParameterModule const* module)
+{
+    auto entry = modules.begin();
+    if (module != nullptr) {
+        entry = modules.find(module->moduleNameHash);
+        if (entry == modules.end())
+            return 0;
+    }
+    // With a module the sum starts at its entry and runs on to the end of the map in map order;
+    // it is that module's count alone only when its entry is the last local one.
+    unsigned int sum = 0;
+    for (; entry != modules.end(); ++entry) {
+        if (OwnerOf(entry->second.module) != this)
+            continue;
+        int32_t const count = entry->second.refCount.load();
+        if (count > 0)
+            sum += static_cast<unsigned int>(count);
+    }
+    return sum;
+}
+
 bool ModeEntry::IsActive()
 {
+    // Only an owner's entry is ever counted (AddReference refuses the others), so any count
+    // above 0 is a local module in use; the eviction asks this for every candidate under the
+    // active list's lock, so it skips the owner test.
     for (auto const& entry : modules) {
         if (entry.second.refCount.load() > 0)
             return true;
     }
     return false;
+}
+
+bool ModeEntry::HasLocalModules()
+{
+    for (auto const& entry : modules) {
+        if (OwnerOf(entry.second.module) == this)
+            return true;
+    }
+    return false;
+}
+
+ParameterModule* ModeEntry::ReplaceModule(ParameterModule* module)
+{
+    if (module == nullptr)
+        return nullptr;
+    // The entry keeps its place in the map, so a walk of the map in order sees the new module
+    // where the old one stood.
+    auto const found = modules.find(module->moduleNameHash);
+    if (found == modules.end()) {
+        ModuleReference& reference = modules[module->moduleNameHash];
+        reference.module = module;
+        reference.refCount.store(0);
+        return nullptr;
+    }
+    ParameterModule* const previous = found->second.module;
+    found->second.module = module;
+    found->second.refCount.store(0);
+    return previous;
 }
 
 char const* ModeEntry::GetSubModeName()

@@ -9,6 +9,7 @@
 
 #include "parameterparser/modeunion.h"
 #include "parameterparser/parameterexport.h"
+#include "parameterparser/plist.h"
 
 class ParameterModule;
 
@@ -66,8 +67,67 @@ public:
     /// A chain that loops ends after 64 links. Borrowed.
     ModeEntry* ResolveLink();
 
-    /// True while some module held through this node has a reference count above 0.
+    // Modules and references. A module is local to the node that owns it (the node of its
+    // record's slot) and shared in every other node whose map names it; its reference count lives
+    // in its owner's map. Counts change under the table's activeModeMutex and are read without a
+    // lock.
+
+    /// The node that owns module: the node of its record's slot. Null for a null module, one
+    /// without a record (a factory instance) or one whose record has no slot. Borrowed.
+    static ModeEntry* OwnerOf(ParameterModule const* module);
+
+    /// Enters module under its name hash with a count of 0; the first module of a name stays, so
+    /// a second one of the same hash changes nothing. False only for null.
+    bool AddModule(ParameterModule* module);
+
+    /// The module of nameHash in the map of the node at the end of this node's link chain; null
+    /// if that map has none. Parents are not searched. Borrowed.
+    ParameterModule* FindModule(unsigned long nameHash);
+
+    /// Adds one reference to module, which must be local here, under its table's
+    /// activeModeMutex. Logs at error level (through the module's manager) "Attempt to lock
+    /// Active Mode Mutex failed, mode table not found for ModeID: %u\n" when the table is not
+    /// found (and goes on unlocked), "Attempt to add reference to a non-existant module. ..." when
+    /// the map lacks it and "Attempt to add module reference from wrong mode. ..." when it is
+    /// shared here; the count is unchanged in both. Null does nothing.
+    void AddReference(ParameterModule const* module);
+
+    /// Takes one reference off module, in the same frame as AddReference. Logs "Attempt to
+    /// release a non-existant module. ..." (not in the map, or the map's module has no record or
+    /// slot), "Attempt to release module reference from wrong mode. ..." (shared here) or "Attempt
+    /// to release unreferenced module. ..." (count 0), each leaving the count alone.
+    void ReleaseReference(ParameterModule const* module);
+
+    /// Sets every local count to 0, logging "ReleaseReferences called with unreleased module:
+    /// %s, RefCnt: %u\n" at error level for each that was above 0. The caller holds the table's
+    /// activeModeMutex.
+    void ReleaseReferences();
+
+    /// Gives back the reference of each module in modules to its owner and empties the list.
+    void ReleaseModules(PList<ParameterModule*>& modules);
+
+    /// Releases what modules held, then appends every module of the map at the end of the link
+    /// chain that passes the filters, taking a reference on its owner for each. includeLocal
+    /// takes the modules owned by that node, includeShared the others; pipeline, if given, keeps
+    /// only modules whose mode's pipeline is *pipeline + 1. The caller releases the list.
+    void GetModules(PList<ParameterModule*>& modules, bool includeLocal, bool includeShared,
+                    PipelineType* pipeline);
+
+    /// With a null module: the sum of the counts of all local modules. With a module: the sum of
+    /// the local counts from its map entry to the end of the map, in map order (so not that
+    /// module's count alone unless it is the last); 0 if the map lacks it.
+    unsigned int GetReferenceCount(ParameterModule const* module);
+
+    /// True while some local module has a reference count above 0.
     bool IsActive();
+
+    /// True if some module of the map is local.
+    bool HasLocalModules();
+
+    /// Stores module under its name hash with a count of 0, in place of the module stored there
+    /// before, whose count is dropped. Returns that earlier module (null if the name was not
+    /// here, or module is null), which the caller takes over. Only for a merge that runs alone.
+    ParameterModule* ReplaceModule(ParameterModule* module);
 
     /// The name of this node's sub-mode ("Preview" for Usecase 0); null for Default and Sensor
     /// and for a value past the end of its mode's names. Static text.

@@ -52,3 +52,7 @@ struct PARAMETERPARSER_API TuningMode
 };
 
 static_assert(sizeof(TuningMode) == 8, "TuningMode is 8 bytes");
+
+/// A client's pipeline value. A mode step that belongs to a pipeline stores this value plus one in
+/// its pipeline field (0 there means no pipeline), which is how module lists are filtered by it.
+using PipelineType = uint32_t;

@@ -18,11 +18,6 @@
 
 namespace {
 
-// Module lookup owns reference counting; until it installs its hooks no reference is counted,
-// so giving one back has nothing to do and the count is 0.
-std::atomic<void (*)(ParameterModule*)> g_releaseHook{nullptr};
-std::atomic<int (*)(ParameterModule*)> g_referenceCountHook{nullptr};
-
 ModeUnion ModeOf(ModuleData const* data)
 {
     ModeUnion result;
@@ -75,21 +70,23 @@ bool ParameterModule::GetInfo(char const*, PList<ParameterParserInfo>&)
 
 void ParameterModule::Release()
 {
-    void (*hook)(ParameterModule*) = g_releaseHook.load(std::memory_order_acquire);
-    if (hook != nullptr)
-        hook(this);
+    ParameterSetManager* manager = data != nullptr ? data->SetManager : nullptr;
+    if (manager == nullptr) {
+        ParameterLogging::Write(nullptr, ParameterLogging::LogError,
+                                "Attempt to release module reference when Data or SetManager is "
+                                "nullptr. Module %s\n",
+                                moduleName != nullptr ? moduleName : "");
+        return;
+    }
+    // Buffer mode counts no references, so there is nothing to give back.
+    if (manager->IsFileMode())
+        manager->ReleaseModule(this);
 }
 
 int ParameterModule::GetReferenceCount()
 {
-    int (*hook)(ParameterModule*) = g_referenceCountHook.load(std::memory_order_acquire);
-    return hook != nullptr ? hook(this) : 0;
-}
-
-void ParameterModule::SetReferenceHooks(ReferenceHooks hooks)
-{
-    g_releaseHook.store(hooks.release, std::memory_order_release);
-    g_referenceCountHook.store(hooks.referenceCount, std::memory_order_release);
+    ModeEntry* owner = ModeEntry::OwnerOf(this);
+    return owner != nullptr ? static_cast<int>(owner->GetReferenceCount(this)) : 0;
 }
 
 IParameterLoggingAPI* ParameterModule::Logger() const

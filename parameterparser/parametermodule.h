@@ -64,20 +64,14 @@ public:
     virtual bool SetValue(char const* path, char const* value);
     virtual bool GetInfo(char const* path, PList<ParameterParserInfo>& list);
 
-    /// Gives back one client reference through the hook that module lookup installs; nothing
-    /// without a hook (no references are counted then).
+    /// Gives back one client reference: in file mode through the record's manager
+    /// (ReleaseModule); in buffer mode, where nothing is counted, nothing. Without a record or a
+    /// manager logs "Attempt to release module reference when Data or SetManager is nullptr.
+    /// Module %s\n" at error level through the default sink.
     void Release();
-    /// The references clients hold, through the same hook; 0 without one.
+    /// The reference count that the owner node reports for this module
+    /// (ModeEntry::GetReferenceCount); 0 without a record or a slot.
     int GetReferenceCount();
-
-    /// How module lookup counts references; installed once by the lookup side.
-    struct ReferenceHooks
-    {
-        void (*release)(ParameterModule* module);
-        int (*referenceCount)(ParameterModule* module);
-    };
-    /// Installs hooks (null fields: the no-op forms). Not synchronised with running lookups.
-    static void SetReferenceHooks(ReferenceHooks hooks);
 
     // Fields, in record order (read by set managers and live tuning).
     unsigned long moduleNameHash;

@@ -4,6 +4,8 @@
 
 #include "parameterparser/imodetable.h"
 #include "parameterparser/iparameterdataapi.h"
+#include "parameterparser/livetuning/parameterknobbycom.h"
+#include "parameterparser/livetuning/parameterknobbyworker.h"
 #include "parameterparser/modeunion.h"
 #include "parameterparser/parameterbinaryfile.h"
 #include "parameterparser/parametercontrolvalues.h"

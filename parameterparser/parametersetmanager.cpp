@@ -166,10 +166,14 @@ ParameterSetManager::~ParameterSetManager()
     StopKnobbyWorker();
     // A derived manager holds only its own name: freeing through the main manager would take
     // the main manager's file away from it.
-    if (m_mainSetManager == nullptr)
+    // The parked generation goes before the one in service: its modules may still be loaded and
+    // unload through their own symbol tables.
+    if (m_mainSetManager == nullptr) {
+        FreeReplacedParameters();
         FreeBinaryParameters();
-    else
+    } else {
         FreeOwnData();
+    }
 }
 
 ParameterSetManager* ParameterSetManager::MainManager()
@@ -563,7 +567,7 @@ bool ParameterSetManager::AddModule(ModuleData const* data, ParameterModule* mod
     ModeEntry* node = table->modes != nullptr ? table->modes[slot].mode : nullptr;
     if (node == nullptr)
         return false;
-    return AttachModule(node, module);
+    return node->AddModule(module);
 }
 
 ParameterModule* ParameterSetManager::CreateModuleOfKind(DefaultModule* kind,
@@ -586,12 +590,6 @@ char const* ParameterSetManager::ModuleKindName(DefaultModule* kind)
     if (kind == nullptr || kind->first == nullptr || kind->first->module == nullptr)
         return nullptr;
     return kind->first->module->moduleName;
-}
-
-bool ParameterSetManager::AttachModule(ModeEntry*, ParameterModule*)
-{
-    // The module framework adds the module to the node's map; before it no module exists.
-    return false;
 }
 
 void ParameterSetManager::SetError(char const* message, ModuleData const* data)

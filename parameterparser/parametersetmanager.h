@@ -82,6 +82,42 @@ public:
     /// Releases the loaded tables, the tag and the name. Sections, file name and modules stay.
     void FreeBinaryParameters();
 
+    // Reload and update. Clients hold raw pointers into modules, so nothing they can read is
+    // freed by a reload: the generation it replaces is parked, readable, until the next reload
+    // or the destructor. These run alone: no other call on this manager or its derived managers
+    // may overlap them, but reads through module pointers held from before may.
+
+    /// Reads the file by its name again into a new generation and parks the current one (its
+    /// modules, symbol table and mode tables); the generation parked by the reload before is
+    /// freed first. In file mode the file stays on disk as before; with bufferMode the whole file
+    /// is read at once and the name is cleared, so no later reload is possible. When the new
+    /// file has the old one's table and slot layout, clients' reference counts carry over to the
+    /// new modules slot by slot. A manager without a file name (loaded from a buffer) keeps
+    /// "ReloadBinaryParameters called with empty file name" as the error. A failed load leaves
+    /// the manager empty, with the last generation parked intact; a file-mode reload can be
+    /// tried again. Returns the result of the load.
+    [[nodiscard]] bool ReloadBinaryParameters(bool bufferMode);
+
+    /// Deletes the parked generation: its modules first (whose unload needs their symbol
+    /// table), then its symbol tables, then its mode tables. Pointers into it become invalid.
+    void FreeReplacedParameters();
+
+    /// Moves the modules of update, a second loaded manager, into this manager's trees: the
+    /// module of a name in a node replaces the one this node had, which is parked like a module
+    /// of a reload. With one table on each side the tables are merged whatever their names;
+    /// otherwise tables are merged where both have one of the same name at the same index. False
+    /// for a null update or a manager that is not loaded (silently), and with "UpdateParameters:
+    /// Error: No matching module tables names found, unable to update parameters" kept as the
+    /// error when no table matches. update and its symbol table must outlive this manager: the
+    /// moved modules keep their records there and read from update's file.
+    bool UpdateParameters(ParameterSetManager* update);
+
+    /// Moves the modules of source and of its later siblings into target (unless target links
+    /// elsewhere), then merges each child of source into target's child of the same mode and
+    /// sub-mode. False when target or source is null or a child of source has no counterpart
+    /// below target, which ends the merge there.
+    bool UpdateParameters(ModeEntry* target, ModeEntry* source, ParameterSetManager* update);
+
     /// Keeps message (cut at 2047 characters) as the main manager's error text and logs it at
     /// error level. data names the module concerned; it may be null.
     void SetError(char const* message, ModuleData const* data = nullptr);
@@ -247,18 +283,111 @@ public:
     /// slot is past the table.
     bool AddModule(ModuleData const* data, ParameterModule* module);
 
-    // Values by name, for the live tuning worker: the text forms of the main manager.
+    // Module lookup. In file mode a mode's modules are read when the mode is first asked for,
+    // every pointer handed out holds one reference on the mode that owns the module, and at
+    // most m_maxActiveModes recently asked modes that no client holds stay loaded. In buffer
+    // mode everything was read at load and lookups only search. All of these run on the main
+    // manager and may be called from several threads at once after a load.
 
-    /// Values of variable in the mode of modePath as "name=value" items joined by ";"; see
-    /// IParameterDataAPI. False for a null variable, result or modePath.
+    /// The module moduleName for a branch (step 0 is Default, the root): the module of the
+    /// deepest node of the branch that holds one, found by walking the branch down from the
+    /// root; a step that fails validation or is not in the tree ends the walk. In file mode the
+    /// branch's modes are read first and the result carries a reference for the caller. previous
+    /// (the module the caller held, may be null) is released after the new reference is taken.
+    /// Null, after logging, for a bad table index, a module in no node of the branch (the root's
+    /// miss is a warning; a null branch stops there) or one that fails to load. unused is not
+    /// looked at. Borrowed: the registry owns the module.
+    ParameterModule* GetModuleInternal(unsigned char modeTableIndex, char const* moduleName,
+                                       TuningMode const* modeBranch, unsigned int modeCount,
+                                       ParameterModule* previous, bool unused);
+
+    /// Releases what modules held, then fills it with the modules of the one node the branch
+    /// reaches (a null branch: the root), each with a reference for the caller: those owned by
+    /// the node with includeLocal, the others with includeShared; pipeline, if given, keeps only
+    /// modules of that pipeline. No merge with parents. A bad table index is logged; a step that
+    /// is not in the tree leaves modules empty.
+    void GetModules(unsigned char modeTableIndex, PList<ParameterModule*>& modules,
+                    TuningMode const* modeBranch, unsigned int modeCount, bool includeLocal,
+                    bool includeShared, PipelineType* pipeline);
+
+    /// Gives back one reference of module to the node that owns it. Null does nothing; a module
+    /// without a record or whose record has no mode is logged at error level.
+    void ReleaseModule(ParameterModule const* module);
+
+    /// Releases every module of modules, first to last, and empties the list.
+    void ReleaseModules(PList<ParameterModule*>& modules);
+
+    /// Reads the modules of every mode of the branch (file mode). moduleName is only for the
+    /// log (null: "Unknown"). False with "LoadMode called with no binary file loaded" or
+    /// "LoadMode is not valid in buffer mode" kept as the error; otherwise LoadModeInternal.
+    [[nodiscard]] bool LoadMode(unsigned char modeTableIndex, TuningMode const* modeBranch,
+                                unsigned int modeCount, char const* moduleName);
+
+    /// LoadMode without its checks: reads the root's modules and, in file mode, those of each
+    /// node the branch reaches, and closes the file again. False for a bad table index (logged),
+    /// a table without a tree, or a step that is not in the tree; a step that fails validation
+    /// or fails to read ends the walk with true.
+    [[nodiscard]] bool LoadModeInternal(unsigned char modeTableIndex, TuningMode const* modeBranch,
+                                        unsigned int modeCount, char const* moduleName);
+
+    /// Unloads the modules of the last mode that the branch reaches, never its parents; a
+    /// resident mode (the root, Default and Sensor modes, modes changed by SetValue) stays.
+    /// References still held are logged and cleared; clients' pointers stay valid objects whose
+    /// values are gone. False for a bad table index (logged), a table without a tree ("UnloadMode
+    /// root mode is nullptr") or a step that is not in the tree. In buffer mode keeps "UnloadMode
+    /// is not valid in buffer mode" as the error and returns whether the table has a tree.
+    bool UnloadMode(unsigned char modeTableIndex, TuningMode const* modeBranch,
+                    unsigned int modeCount);
+
+    /// Loads (load) or unloads the modules of mode, or of the node its link leads to, and keeps
+    /// the table's active list: a loaded mode of value 2 or more goes to its front and, in file
+    /// mode with a limit, the oldest modes that no client holds are unloaded past the limit.
+    /// fileReferences counts the file references the load took, which the caller gives back.
+    /// Bad arguments are logged and give true; false when a module of a load failed to read.
+    bool LoadModules(ModeEntry* mode, bool load, char const* moduleName,
+                     TuningMode const* modeBranch, unsigned int modeCount, int& fileReferences);
+
+    // Values by name, for the live tuning worker and tools. A variable is "<module>" or
+    // "<module>.<path>": an instance name, then a value path inside the module. Each call takes
+    // a reference on the module's mode that it keeps, so a mode read or changed this way stays
+    // loaded. A derived manager's text forms run on its main manager.
+
+    /// Values of variable in the mode of modePath (a numeric path from the root, "0.0|1.2") as
+    /// "name=value" items joined by ";" (array elements joined by ","), cut at resultLength.
+    /// subVariables, if not null, is a comma list of names under variable read one by one; the
+    /// result is that of the last. Without it, variable's path is read whole, member by member,
+    /// each element's text cut at 64 characters. False for a null variable, result or modePath,
+    /// a path that does not parse, an unknown module or a member that cannot be read; the items
+    /// read before stay in result.
     bool GetValue(unsigned char modeTableIndex, char const* modePath, char const* variable,
                   char const* subVariables, char* result, unsigned int resultLength) override;
-    /// Sets variableName below variableBase from text; see IParameterDataAPI.
+    /// GetValue for a mode branch (step 0 is the root) of modeCount steps; false for a null
+    /// branch or a count of 0.
+    bool GetValue(unsigned char modeTableIndex, TuningMode const* modeBranch,
+                  unsigned int modeCount, char const* variable, char const* subVariables,
+                  char* result, unsigned int resultLength);
+    /// Sets variableName below variableBase ("<module>" or "<module>.<path>") in the mode of
+    /// modePath from its text, in the loaded module only (the file is not written). Every mode
+    /// that shares the module sees the change; the mode that owns it becomes resident and leaves
+    /// the active list. False for a null argument, an empty module name or a path that does not
+    /// parse; false after logging "Knobby SetValues failed: Module not found: \n" or "Knobby
+    /// SetValues failed: Variable not found: \n".
     bool SetValue(unsigned char modeTableIndex, char const* modePath, char const* variableBase,
                   char const* variableName, char const* value) override;
-    /// Describes variable's members; see IParameterDataAPI.
+    /// SetValue for a mode branch; false for a null branch or a count of 0.
+    bool SetValue(unsigned char modeTableIndex, TuningMode const* modeBranch,
+                  unsigned int modeCount, char const* variableBase, char const* variableName,
+                  char const* value);
+    /// Appends the description of variable's members to info: the module's top level when
+    /// variable has no path (a path of one character counts as none). A null modePath asks the
+    /// branch form with no branch. False for an unknown module or member, or a module without
+    /// value access.
     bool GetInfo(unsigned char modeTableIndex, char const* modePath, char const* variable,
                  PList<ParameterParserInfo>& info) override;
+    /// GetInfo for a mode branch; a null branch or a count of 0 logs "GetInfo called with null
+    /// or empty modeBranch\n" and gives false.
+    bool GetInfo(unsigned char modeTableIndex, TuningMode const* modeBranch, unsigned int modeCount,
+                 char const* variable, PList<ParameterParserInfo>& info);
 
     // Live tuning: the main manager's worker, made when the constructor was asked for one and
     // started by every successful load.
@@ -328,11 +457,17 @@ protected:
     uint32_t m_maxActiveModes = 0;
     bool m_fileModeAllowed = false;
     char m_fileName[FileNameLength] = {};
+    /// Module instances taken out of service, in the order they were parked; owned.
+    PList<ParameterModule*> m_replacedModules;
     ParameterKnobbyWorker* m_knobbyWorker = nullptr;
     PList<ParameterModeTable*> m_modeTables;
     char* m_name = nullptr;
     uint32_t m_nameLength = 0;
     char* m_loggingIdentifier = nullptr;
+    /// Mode tables of the generation before, with their trees, first to last; owned.
+    PList<ParameterModeTable*> m_replacedModeTables;
+    /// Symbol tables of the generation before; owned.
+    PList<ParameterFileSymbolTable*> m_replacedSymbolTables;
     ParameterSetManager* m_mainSetManager = nullptr;
     uint8_t m_modeTableIndex = 0;
 
@@ -354,9 +489,6 @@ private:
     /// The name of a registered kind's first instance for error texts; null when it has none.
     /// Filled in by the module framework, like CreateModuleOfKind.
     char const* ModuleKindName(DefaultModule* kind);
-    /// Adds module to node's modules. Filled in by the module framework, like
-    /// CreateModuleOfKind; until then there is no module to add.
-    bool AttachModule(ModeEntry* node, ParameterModule* module);
     /// Takes tag as the binary tag, keeping the logging identifier off the old one.
     void ReplaceBinaryTag(char* tag);
     /// Points the logging identifier at the tag, or at the name followed by the tag.

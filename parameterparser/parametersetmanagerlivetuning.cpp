@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // ParameterSetManager: the live tuning worker's forwards; all of them act on the main manager.
-#include "parameterparser/parametersetmanager.h"
-
 #include "parameterparser/livetuning/parameterknobbyworker.h"
+#include "parameterparser/parametersetmanager.h"
 
 void ParameterSetManager::StopKnobbyWorker()
 {
@@ -16,8 +15,7 @@ void ParameterSetManager::StopKnobbyWorker()
 
 bool ParameterSetManager::ParseKnobbyRequest(unsigned char const* packet, unsigned int size,
                                              unsigned short& command, unsigned long& id,
-                                             unsigned int& requestID,
-                                             unsigned char const*& payload,
+                                             unsigned int& requestID, unsigned char const*& payload,
                                              unsigned int& payloadLength)
 {
     ParameterSetManager* main = MainManager();

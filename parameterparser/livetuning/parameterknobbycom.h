@@ -131,8 +131,9 @@ public:
     void LogError(char const* text, int socket, char const* portName, int result, int error);
 
 private:
-    /// Bounds how long a send to this accepted client may block (SendTimeoutSeconds).
-    static void SetSendTimeout(int descriptor);
+    /// Sets up an accepted client's socket: sends block at most SendTimeoutSeconds and go out
+    /// at once.
+    static void ConfigureConnection(int descriptor);
 
     bool m_initPending = true;
     SocketID m_socket;

@@ -50,7 +50,7 @@ char const* IdentifierOf(IParameterLoggingAPI* logger)
 } // namespace
 
 ParameterKnobbyComBase::ParameterKnobbyComBase(IParameterLoggingAPI* logger, bool createBuffer)
-    : m_logger(logger), m_setManager(logger)
+    : m_logger(logger)
 {
     if (logger == nullptr)
         ParameterLogging::Write(
@@ -229,18 +229,17 @@ unsigned int ParameterKnobbyComBase::ReceiveKnobbyRequest(unsigned char* packet,
                                         "Knobby request ID %u exceeds Max %u\n", command,
                                         maxRequestID);
             } else if (length == 0) {
-                ParameterLogging::Write(
-                    m_logger, ParameterLogging::LogError,
-                    "Knobby request length is zero: 0x%02x%02x%02x%02x%02x\n", head[0], head[1],
-                    head[2], head[3], head[4]);
+                ParameterLogging::Write(m_logger, ParameterLogging::LogError,
+                                        "Knobby request length is zero: 0x%02x%02x%02x%02x%02x\n",
+                                        head[0], head[1], head[2], head[3], head[4]);
             } else if (m_receivedBytes >= length) {
                 bool copied = false;
                 if (length > packetSize) {
                     ParameterLogging::Write(m_logger, ParameterLogging::LogError,
                                             "Knobby request length (%u) is greater than packet "
                                             "size (%u): 0x%02x%02x%02x%02x%02x\n",
-                                            length, packetSize, head[0], head[1], head[2],
-                                            head[3], head[4]);
+                                            length, packetSize, head[0], head[1], head[2], head[3],
+                                            head[4]);
                 } else {
                     std::memcpy(packet, head, length);
                     copied = true;
@@ -257,8 +256,9 @@ unsigned int ParameterKnobbyComBase::ReceiveKnobbyRequest(unsigned char* packet,
                         static_cast<int>(command), requestId, payloadLength,
                         reinterpret_cast<char const*>(packet + RequestHeadSize));
                     if (packet[length - 1] != 0)
-                        ParameterLogging::Write(m_logger, ParameterLogging::LogVerbose,
-                                                "Knobby packet missing terminating nul character\n");
+                        ParameterLogging::Write(
+                            m_logger, ParameterLogging::LogVerbose,
+                            "Knobby packet missing terminating nul character\n");
                 }
                 if (copied)
                     return length;

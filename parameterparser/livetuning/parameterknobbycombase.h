@@ -120,7 +120,6 @@ private:
     unsigned char* m_receiveBuffer = nullptr;
     uint32_t m_receivedBytes = 0;
     IParameterLoggingAPI* m_logger = nullptr;
-    IParameterLoggingAPI* m_setManager = nullptr;
     std::atomic<bool> m_stop{false};
     // Each flag is changed under its queue's mutex, so it is set exactly while the queue holds
     // packets or a stop is pending; the waits test it under their own mutex.

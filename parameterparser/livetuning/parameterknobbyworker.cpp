@@ -16,7 +16,7 @@ namespace Wire = ParameterKnobbyPacket;
 
 // The smallest request each command is executed for; shorter ones are dropped unanswered.
 constexpr unsigned int MinimumRequestSize[Wire::CommandCount] = {4,  4,  4,  19, 19,
-                                                                   19, 19, 19, 19, 15};
+                                                                 19, 19, 19, 19, 15};
 
 void LogShortRead(IParameterLoggingAPI* log, long long count, int offset, unsigned int size)
 {

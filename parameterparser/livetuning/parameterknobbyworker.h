@@ -115,8 +115,7 @@ public:
     /// Adds an instance with a copy of count values to the pending request for the three texts.
     /// False (nothing changed) when no such request is pending or memory runs out.
     bool SetTriggerValues(char const* modePath, char const* module, char const* pipeline,
-                          char const* instance, ParameterCTValue const* values,
-                          unsigned int count);
+                          char const* instance, ParameterCTValue const* values, unsigned int count);
     /// True while a request for the three texts is pending.
     bool TriggerRequestExists(char const* modePath, char const* module, char const* pipeline);
 

@@ -82,8 +82,8 @@ private:
 // Cuts the field that starts at offset of text (length bytes) up to delimiter, the text's end
 // or a zero byte into result (resultLength bytes, terminated). Returns the offset of the next
 // field when one stands behind the delimiter, or 0 when the text ends there or one byte later.
-unsigned int CutField(PayloadText const& payload, unsigned int offset, char delimiter,
-                      char* result, unsigned int resultLength)
+unsigned int CutField(PayloadText const& payload, unsigned int offset, char delimiter, char* result,
+                      unsigned int resultLength)
 {
     char const* text = payload.Text();
     unsigned int const length = payload.Length();
@@ -103,8 +103,8 @@ unsigned int CutField(PayloadText const& payload, unsigned int offset, char deli
 
 // Appends text at position, keeping limit - position bytes as the most that fits; what does not
 // fit is logged and dropped.
-void AppendText(unsigned char* buffer, unsigned int& position, unsigned int limit,
-                char const* text, IParameterLoggingAPI* log)
+void AppendText(unsigned char* buffer, unsigned int& position, unsigned int limit, char const* text,
+                IParameterLoggingAPI* log)
 {
     if (text == nullptr)
         return;
@@ -116,8 +116,8 @@ void AppendText(unsigned char* buffer, unsigned int& position, unsigned int limi
     if (count < length)
         ParameterLogging::Write(log, ParameterLogging::LogError,
                                 "Failed to write %lld bytes to binary offset %d, length %d\n",
-                                static_cast<long long>(length - count),
-                                static_cast<int>(position), static_cast<int>(limit));
+                                static_cast<long long>(length - count), static_cast<int>(position),
+                                static_cast<int>(limit));
 }
 
 // Copies the request's 18-byte head (tag, command, session and request ID) to the response.
@@ -144,8 +144,7 @@ void ParameterKnobbyWorker::ProcessDeviceInfo()
         for (unsigned int i = 0; i < names.Count(); ++i) {
             if (i > 0)
                 Vorn::OsUtils::StrLCat(text, ",", DeviceInfoTextLength);
-            Vorn::OsUtils::StrLCat(text, names[i] != nullptr ? names[i] : "",
-                                   DeviceInfoTextLength);
+            Vorn::OsUtils::StrLCat(text, names[i] != nullptr ? names[i] : "", DeviceInfoTextLength);
         }
     }
     unsigned int const length = static_cast<unsigned int>(std::strlen(text)) + 17;
@@ -304,8 +303,8 @@ void ParameterKnobbyWorker::ProcessSetValues(unsigned char const* packet, unsign
     char modes[FieldLength] = {};
     char variable[FieldLength] = {};
     unsigned int const next = CutField(payload, 0, ':', modes, sizeof(modes));
-    unsigned int itemOffset = next != 0 ? CutField(payload, next, ':', variable, sizeof(variable))
-                                        : 0;
+    unsigned int itemOffset =
+        next != 0 ? CutField(payload, next, ':', variable, sizeof(variable)) : 0;
     if (next != 0 && itemOffset == 0)
         ParameterLogging::Write(m_data, ParameterLogging::LogError,
                                 "Knobby SetValues failed: Failed to read mode\n");

@@ -131,7 +131,8 @@ void ParameterKnobbyWorker::ProcessTriggerValues(unsigned char const* packet, un
 
     std::lock_guard<std::recursive_mutex> lock(m_valueMutex);
     if (!TriggerRequestExists(modePath, module, pipeline)) {
-        ParameterTriggerValues* request = ParameterTriggerValues::Create(modePath, module, pipeline);
+        ParameterTriggerValues* request =
+            ParameterTriggerValues::Create(modePath, module, pipeline);
         if (request != nullptr) {
             unsigned int const before = m_triggerRequests.Count();
             m_triggerRequests.Add(request);
@@ -141,11 +142,11 @@ void ParameterKnobbyWorker::ProcessTriggerValues(unsigned char const* packet, un
     }
     // The host may answer from inside the notice: the value mutex is recursive.
     if (m_handler != nullptr)
-        m_handler->TriggerNotice(
-            modePath, module,
-            ParserCRC64::GetCRC(reinterpret_cast<unsigned char const*>(module),
-                                static_cast<unsigned int>(std::strlen(module)), true, 0),
-            pipeline);
+        m_handler->TriggerNotice(modePath, module,
+                                 ParserCRC64::GetCRC(reinterpret_cast<unsigned char const*>(module),
+                                                     static_cast<unsigned int>(std::strlen(module)),
+                                                     true, 0),
+                                 pipeline);
 }
 
 bool ParameterKnobbyWorker::TriggerRequestExists(char const* modePath, char const* module,
@@ -210,8 +211,7 @@ void ParameterKnobbyWorker::SendTriggerValues(ParameterTriggerValues const* requ
                                 Wire::TriggerValues);
         return;
     }
-    auto* buffer =
-        static_cast<unsigned char*>(VornCalloc(Wire::MaxPacketSize, VornTagAllocData));
+    auto* buffer = static_cast<unsigned char*>(VornCalloc(Wire::MaxPacketSize, VornTagAllocData));
     if (buffer == nullptr) {
         ParameterLogging::Write(m_data, ParameterLogging::LogError,
                                 "Knobby Trigger Values(%d) command, unable to allocate memory\n",

@@ -146,8 +146,8 @@ struct Target
 
 bool IsCommandName(std::string const& word)
 {
-    static char const* const names[] = {"info",    "active",  "modes",  "info-var", "get",
-                                        "set",     "control", "trigger", "custom",  "index"};
+    static char const* const names[] = {"info", "active",  "modes",   "info-var", "get",
+                                        "set",  "control", "trigger", "custom",   "index"};
     for (char const* name : names) {
         if (word == name)
             return true;
@@ -313,7 +313,9 @@ bool BuildExchange(std::string const& name, std::vector<std::string> const& args
                                  : name == "get" ? Wire::GetValues
                                                  : Wire::Info;
         exchange = {command, TextPayload(args[0]), Wire::RequestHeadSize,
-                    name == "modes" ? "children" : name == "get" ? "values" : "members"};
+                    name == "modes" ? "children"
+                    : name == "get" ? "values"
+                                    : "members"};
         return true;
     }
     if (name == "set") {
@@ -467,8 +469,8 @@ int RunClient(int argc, char** argv)
     Connection connection;
     std::string error;
     if (!connection.Open(target.host, target.port, error)) {
-        std::fprintf(stderr, "paramctl client: cannot connect to %s:%s: %s\n",
-                     target.host.c_str(), target.port.c_str(), error.c_str());
+        std::fprintf(stderr, "paramctl client: cannot connect to %s:%s: %s\n", target.host.c_str(),
+                     target.port.c_str(), error.c_str());
         return ExitFailure;
     }
     // The server announces its session ID in Device Info; the Modes command checks it.
@@ -512,7 +514,8 @@ int RunClient(int argc, char** argv)
                 PrintTrigger(request, instances, json);
                 return ExitSuccess;
             }
-            if (packet.empty() && !connection.Send(MakeRequest(Wire::ControlValues, session, 0, {})))
+            if (packet.empty() &&
+                !connection.Send(MakeRequest(Wire::ControlValues, session, 0, {})))
                 break;
         }
         std::fprintf(stderr, "paramctl client: no trigger answer within the time-out\n");

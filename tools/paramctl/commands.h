@@ -5,10 +5,13 @@
 namespace ParamCtl {
 
 int RunClient(int argc, char** argv);
+int RunDump(int argc, char** argv);
 int RunEntries(int argc, char** argv);
+int RunGet(int argc, char** argv);
 int RunInfo(int argc, char** argv);
 int RunModes(int argc, char** argv);
 int RunPack(int argc, char** argv);
 int RunServe(int argc, char** argv);
+int RunSet(int argc, char** argv);
 
 } // namespace ParamCtl

@@ -60,7 +60,7 @@ int RunEntries(int argc, char** argv)
     Inspection inspection;
     if (!OpenForInspection(line.Operands()[0], "entries", inspection))
         return ExitFailure;
-    InspectSetManager& manager = inspection.manager;
+    ToolSetManager& manager = inspection.manager;
 
     // The manager drops its entries once its modules exist; a table of our own keeps them.
     ParameterFileSymbolTable table(&manager, manager.GetSymbolTable()->GetAlignment(),

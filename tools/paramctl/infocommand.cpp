@@ -22,11 +22,13 @@ namespace ParamCtl {
 namespace {
 
 constexpr char InfoUsage[] =
-    "usage: paramctl info [--json] FILE\n"
+    "usage: paramctl info [--json] [--modules] FILE\n"
     "\n"
     "Loads FILE as a camera process would and prints its tag, version, creator, header flags,\n"
     "section table, checksum verdict and the schema it carries (modules and structures with\n"
-    "their sizes). A file the loader refuses prints the loader's error and exits 1.\n";
+    "their sizes). --modules lists the module instances of the file instead, each with the\n"
+    "mode that holds it (an instance of a kind this build does not know shows its name hash).\n"
+    "A file the loader refuses prints the loader's error and exits 1.\n";
 
 // Header offset of the CreatedBy field, present from 1.0.2 on: behind the 28-byte tag, the
 // FileSize word and the 8-byte version.
@@ -82,7 +84,7 @@ std::string CreatedBy(std::vector<unsigned char>& bytes, VersionUnion const& ver
     return text ? text.get() : "";
 }
 
-void CollectSections(InspectSetManager const& manager, FileSummary& summary)
+void CollectSections(ToolSetManager const& manager, FileSummary& summary)
 {
     auto add = [&summary](std::string kind, ParameterSetManager::SectionInfo const& section) {
         if (section.Offset != 0 || section.Size != 0)
@@ -98,7 +100,7 @@ void CollectSections(InspectSetManager const& manager, FileSummary& summary)
 }
 
 // Reads the schema into a table of its own: the manager's table keeps only what loads need.
-void CollectDefinitions(InspectSetManager& manager, std::vector<unsigned char>& bytes,
+void CollectDefinitions(ToolSetManager& manager, std::vector<unsigned char>& bytes,
                         FileSummary& summary)
 {
     ParameterSetManager::SectionInfo const section = manager.GetDefinitionSection();
@@ -200,11 +202,37 @@ void PrintJson(FileSummary const& s)
     json.EndObject();
 }
 
+void PrintModules(std::vector<ModuleRecord> const& records, bool json)
+{
+    if (json) {
+        JsonWriter writer(std::cout);
+        writer.BeginObject().Key("modules").BeginArray();
+        for (ModuleRecord const& record : records)
+            writer.BeginObject()
+                .Field("name", record.name)
+                .Field("known", record.known)
+                .Field("id", record.id)
+                .Field("version", VersionText(record.version))
+                .Field("table", record.modeTableIndex)
+                .Field("modePath", record.modePath)
+                .Field("mode", NamedModePath(record.modePath))
+                .EndObject();
+        writer.EndArray().EndObject();
+        return;
+    }
+    std::printf("%zu module instances\n", records.size());
+    std::printf("%-32s  %6s  %-10s  %5s  %s\n", "instance", "id", "version", "table", "mode");
+    for (ModuleRecord const& record : records)
+        std::printf("%-32s  %6u  %-10s  %5u  %s\n", record.name.c_str(), record.id,
+                    VersionText(record.version).c_str(), record.modeTableIndex,
+                    NamedModePath(record.modePath).c_str());
+}
+
 } // namespace
 
 int RunInfo(int argc, char** argv)
 {
-    CommandLine line({"--json"}, {});
+    CommandLine line({"--json", "--modules"}, {});
     if (!line.Parse(argc, argv)) {
         std::fprintf(stderr, "paramctl info: %s\n%s", line.Error().c_str(), InfoUsage);
         return ExitUsage;
@@ -221,7 +249,11 @@ int RunInfo(int argc, char** argv)
     Inspection inspection;
     if (!OpenForInspection(line.Operands()[0], "info", inspection))
         return ExitFailure;
-    InspectSetManager& manager = inspection.manager;
+    ToolSetManager& manager = inspection.manager;
+    if (line.Has("--modules")) {
+        PrintModules(ModuleRecords(manager), line.Has("--json"));
+        return ExitSuccess;
+    }
     std::vector<unsigned char>& bytes = inspection.bytes;
     FileSummary summary;
     summary.path = inspection.path;

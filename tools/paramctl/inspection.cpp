@@ -6,6 +6,10 @@
 #include <fstream>
 #include <iterator>
 
+#include "parameterparser/defaultmodule.h"
+#include "parameterparser/moduledata.h"
+#include "parameterparser/parameterfilesymboltable.h"
+
 namespace ParamCtl {
 
 bool OpenForInspection(std::string const& path, char const* command, Inspection& inspection)
@@ -19,8 +23,8 @@ bool OpenForInspection(std::string const& path, char const* command, Inspection&
     inspection.bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 
     ParameterSetManager& manager = inspection.manager;
-    // The tables are what these commands show; a load that stopped only at module creation
-    // (no module kinds are registered here) still has them all in place.
+    // A load that stopped only at module creation (a module of a kind this build does not know)
+    // still has its tables in place, and every module it could make.
     if (!manager.LoadBinaryParameters(inspection.bytes.data(), inspection.bytes.size()) &&
         manager.GetSymbolTable() == nullptr) {
         std::fprintf(stderr, "paramctl %s: %s: %s\n", command, path.c_str(),
@@ -30,10 +34,58 @@ bool OpenForInspection(std::string const& path, char const* command, Inspection&
     return true;
 }
 
+std::vector<ModuleRecord> ModuleRecords(ToolSetManager& manager)
+{
+    std::vector<ModuleRecord> records;
+    ParameterFileSymbolTable const* table = manager.GetSymbolTable();
+    if (table == nullptr)
+        return records;
+    for (unsigned int i = 0; i < table->Modules().Count(); ++i) {
+        ModuleData const* data = table->Modules()[i];
+        if (data == nullptr)
+            continue;
+        ModuleRecord record{};
+        // The registry names the kind; a hash it does not know is shown as the hash.
+        DefaultModule* kind = manager.GetDefaultModule(data->NameHash);
+        record.known = kind != nullptr && kind->module != nullptr;
+        if (record.known) {
+            record.name = kind->module->moduleName;
+        } else {
+            char hash[24];
+            std::snprintf(hash, sizeof(hash), "0x%016lx", data->NameHash);
+            record.name = hash;
+        }
+        record.nameHash = data->NameHash;
+        record.id = data->ID;
+        record.version = data->Version;
+        record.modeTableIndex = data->GetModeTableIndex();
+        record.modePath = data->ModePath != nullptr ? data->ModePath : "";
+        records.push_back(record);
+    }
+    return records;
+}
+
 std::string VersionText(VersionUnion const& version)
 {
     return std::to_string(version.Parts.Major) + "." + std::to_string(version.Parts.Minor) + "." +
            std::to_string(version.Parts.Patch);
+}
+
+std::string NumericModePath(ParameterSetManager& manager, std::string const& modePath)
+{
+    if (modePath.find_first_not_of("0123456789.|") == std::string::npos)
+        return modePath;
+    // Mode paths hold at most 128 characters.
+    char numeric[128] = {};
+    manager.GetModeShorthand(modePath.c_str(), numeric, sizeof(numeric));
+    return numeric;
+}
+
+std::string NamedModePath(std::string const& modePath)
+{
+    char named[1024] = {};
+    ParameterSetManager::GetKnobbyModesString(modePath.c_str(), named, sizeof(named));
+    return named;
 }
 
 } // namespace ParamCtl

@@ -1,29 +1,59 @@
 // SPDX-License-Identifier: Apache-2.0
-// Inspection: a tuning file loaded for the read-only paramctl commands.
+// Inspection: a tuning file loaded for the paramctl commands.
 #pragma once
 
 #include <string>
 #include <vector>
 
-#include "tools/paramctl/inspectsetmanager.h"
+#include "paramgen/TuningSetManager.h"
 
 namespace ParamCtl {
+
+/// The manager paramctl loads files with: every module kind of the tuning set, with the live
+/// tuning server kept off, as a tool must not take the camera's port.
+class ToolSetManager final : public TuningSetManager
+{
+public:
+    ToolSetManager() : TuningSetManager("paramctl") { m_knobbyEnabled = false; }
+};
 
 /// The bytes of a file and a manager that has loaded them from memory.
 struct Inspection
 {
     std::string path;
     std::vector<unsigned char> bytes;
-    InspectSetManager manager;
+    ToolSetManager manager;
+};
+
+/// One module record of a loaded file: the instance it makes and the mode that holds it.
+struct ModuleRecord
+{
+    std::string name; ///< the instance name; the name hash in hex for a kind this build lacks
+    bool known;       ///< the manager registers a module kind of this name
+    unsigned long nameHash;
+    unsigned int id;
+    VersionUnion version;
+    unsigned int modeTableIndex;
+    std::string modePath; ///< numeric, "0.0|1.2"
 };
 
 /// Reads path and loads it into inspection.manager. A file the loader refuses outright (no
 /// tables came of it) prints "paramctl <command>: <path>: <error>" on stderr and returns false.
-/// A file whose tables loaded but whose modules did not (this manager knows no module kinds)
-/// counts as loaded.
+/// A file whose tables loaded but some of whose modules did not (modules of kinds this build
+/// does not know) counts as loaded.
 bool OpenForInspection(std::string const& path, char const* command, Inspection& inspection);
+
+/// The module records of the loaded file in symbol table order.
+std::vector<ModuleRecord> ModuleRecords(ToolSetManager& manager);
 
 /// Version text "major.minor.patch".
 std::string VersionText(VersionUnion const& version);
+
+/// The numeric mode path ("0.0|1.2") of a mode path given either way: numeric as it is, named
+/// ("Default|Sensor.2|Usecase.Preview") through the manager's names.
+std::string NumericModePath(ParameterSetManager& manager, std::string const& modePath);
+
+/// The named form ("Default|Sensor.2") of a numeric mode path.
+std::string NamedModePath(std::string const& modePath);
 
 } // namespace ParamCtl

@@ -153,7 +153,7 @@ int RunModes(int argc, char** argv)
     Inspection inspection;
     if (!OpenForInspection(line.Operands()[0], "modes", inspection))
         return ExitFailure;
-    InspectSetManager& manager = inspection.manager;
+    ToolSetManager& manager = inspection.manager;
     unsigned int const count = manager.GetModeTableCount();
 
     if (line.Has("--json")) {

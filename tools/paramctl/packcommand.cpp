@@ -6,6 +6,11 @@
 #include "tools/paramctl/commands.h"
 #include "tools/writer/tuningdescription.h"
 
+#include "paramgen/ImageSensorModuleSetManager.writer.h"
+#include "paramgen/TuningSetManager.writer.h"
+#include "paramgen/bitmlSetManager.writer.h"
+#include "paramgen/fdSetManager.writer.h"
+
 namespace ParamCtl {
 
 namespace {
@@ -14,7 +19,8 @@ constexpr char PackUsage[] =
     "usage: paramctl pack DESCRIPTION -o OUTPUT\n"
     "\n"
     "Writes the binary tuning file described by the text file DESCRIPTION (version, tags,\n"
-    "structures, members and modules; see examples/sample.tuning) to OUTPUT.\n";
+    "structures, members and modules, or module instances of the set managers with their\n"
+    "values; see examples/sample.tuning) to OUTPUT.\n";
 
 } // namespace
 
@@ -35,7 +41,11 @@ int RunPack(int argc, char** argv)
         return ExitUsage;
     }
 
-    TuningWriter::TuningDescription description;
+    // Instances may be of any of the shipped set managers.
+    TuningWriter::TuningDescription description(
+        {&ParamSchema::TuningSetManager::Instances(),
+         &ParamSchema::ImageSensorModuleSetManager::Instances(),
+         &ParamSchema::fdSetManager::Instances(), &ParamSchema::bitmlSetManager::Instances()});
     if (!description.ParseFile(line.Operands()[0])) {
         std::fprintf(stderr, "paramctl pack: %s: %s\n", line.Operands()[0].c_str(),
                      description.Error().c_str());

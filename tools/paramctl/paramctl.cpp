@@ -20,11 +20,14 @@ struct Command
 
 constexpr Command Commands[] = {
     {"client", ParamCtl::RunClient, "talk to a live tuning server (info, modes, get, set ...)"},
+    {"dump", ParamCtl::RunDump, "the whole value tree of the modules of a tuning file"},
     {"entries", ParamCtl::RunEntries, "the symbol table: module instances, modes, sizes, groups"},
+    {"get", ParamCtl::RunGet, "read a module's values through a mode branch"},
     {"info", ParamCtl::RunInfo, "header, sections, checksum and schema of a tuning file"},
     {"modes", ParamCtl::RunModes, "the mode tables as trees (--dot for Graphviz)"},
     {"pack", ParamCtl::RunPack, "write a binary tuning file from a text description"},
     {"serve", ParamCtl::RunServe, "host a tuning file with the live tuning server"},
+    {"set", ParamCtl::RunSet, "change a module's values in memory and read them back"},
 };
 
 // The library's own log lines stay quiet unless PARAMCTL_LOG is set: paramctl reports failures

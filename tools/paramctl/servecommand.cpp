@@ -26,24 +26,35 @@ constexpr char ServeUsage[] =
     "usage: paramctl serve FILE\n"
     "\n"
     "Loads FILE into a set manager with the live tuning server and serves it until SIGINT or\n"
-    "SIGTERM. Prints \"listening on port N\" once the server is up. A demo publisher updates\n"
-    "control values 1 (frame count), 2 (a slow sine) and 3 (an exposure time) five times a\n"
-    "second; trigger requests are answered with sample values for two instances; custom\n"
+    "SIGTERM. Prints \"listening on port N\" once the server is up. SIGHUP reloads FILE from\n"
+    "disk (a connected tool is dropped and reconnects) and prints the outcome. A demo publisher\n"
+    "updates control values 1 (frame count), 2 (a slow sine) and 3 (an exposure time) five\n"
+    "times a second; trigger requests are answered with sample values for two instances; custom\n"
     "commands are echoed back. Talk to it with 'paramctl client'.\n";
 
-// Set from the signal handler; the main loop polls it.
+// Set from the signal handlers; the main loop polls them.
 volatile std::sig_atomic_t g_stopRequested = 0;
+volatile std::sig_atomic_t g_reloadRequested = 0;
 
 void RequestStop(int)
 {
     g_stopRequested = 1;
 }
 
+void RequestReload(int)
+{
+    g_reloadRequested = 1;
+}
+
 /// The manager paramctl serves with: no module kinds, the live tuning worker on.
 class ServeSetManager final : public ParameterSetManager
 {
 public:
-    ServeSetManager() : ParameterSetManager(nullptr, 0, "paramctl-serve", true) {}
+    // Loads by name keep the name, which a reload needs.
+    ServeSetManager() : ParameterSetManager(nullptr, 0, "paramctl-serve", true)
+    {
+        m_fileModeAllowed = true;
+    }
     ~ServeSetManager() override { StopKnobbyWorker(); }
 
     ServeSetManager(ServeSetManager const&) = delete;
@@ -58,6 +69,19 @@ public:
     {
         if (m_knobbyWorker != nullptr && GetModeTableCount() > 0)
             m_knobbyWorker->Start();
+    }
+
+    /// Reads the file again. A reload must not overlap any other call on the manager, so the
+    /// server and its command thread stop for it and start again on the new tables. True when
+    /// the new tables loaded (modules of kinds this manager does not know stay out, as at the
+    /// first load).
+    bool Reload()
+    {
+        if (m_knobbyWorker != nullptr)
+            m_knobbyWorker->Stop();
+        static_cast<void>(ReloadBinaryParameters(false));
+        StartLiveTuning();
+        return GetModeTableCount() > 0;
     }
 };
 
@@ -132,12 +156,14 @@ int RunServe(int argc, char** argv)
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    action.sa_handler = RequestReload;
+    sigaction(SIGHUP, &action, nullptr);
 
     ServeSetManager manager;
     DemoHandler handler(manager);
     // Installed before the load, so the worker's thread sees it from its first request.
     manager.SetKnobbyHandler(&handler);
-    if (!manager.LoadBinaryParameters(bytes.data(), bytes.size()))
+    if (!manager.LoadBinaryParameters(path.c_str()))
         manager.StartLiveTuning();
     if (manager.GetModeTableCount() == 0) {
         std::fprintf(stderr, "paramctl serve: %s: %s\n", path.c_str(), manager.GetErrorString());
@@ -163,8 +189,20 @@ int RunServe(int argc, char** argv)
             std::this_thread::sleep_for(std::chrono::milliseconds(200));
         }
     });
-    while (g_stopRequested == 0)
+    while (g_stopRequested == 0) {
+        if (g_reloadRequested != 0) {
+            g_reloadRequested = 0;
+            if (manager.Reload())
+                std::printf("reloaded %s: tag %s, listening on port %u\n", path.c_str(),
+                            manager.GetBinaryTag() != nullptr ? manager.GetBinaryTag() : "",
+                            static_cast<unsigned int>(manager.GetKnobbyPort()));
+            else
+                std::fprintf(stderr, "paramctl serve: reload of %s failed: %s\n", path.c_str(),
+                             manager.GetErrorString());
+            std::fflush(stdout);
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
     stop = true;
     publisher.join();
     std::printf("stopping\n");

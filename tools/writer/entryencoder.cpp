@@ -37,10 +37,6 @@ bool IsText(ElementType type)
     return static_cast<uint8_t>(type) >= static_cast<uint8_t>(ElementType::String);
 }
 
-bool AtLeast(FileVersion version, uint16_t major)
-{
-    return version.major >= major;
-}
 
 unsigned int NumberWidth(ElementType type)
 {

@@ -41,14 +41,6 @@ bool IsNumber(std::string const& text)
     return true;
 }
 
-bool AtLeast(FileVersion version, uint16_t major, uint16_t minor, uint32_t patch)
-{
-    if (version.major != major)
-        return version.major > major;
-    if (version.minor != minor)
-        return version.minor > minor;
-    return version.patch >= patch;
-}
 
 } // namespace
 

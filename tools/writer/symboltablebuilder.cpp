@@ -2,7 +2,6 @@
 // SymbolTableBuilder: symbol table, data table and data section of every file version.
 #include "tools/writer/symboltablebuilder.h"
 
-#include <tuple>
 #include <utility>
 
 #include "parameterparser/parsercrc.h"
@@ -18,11 +17,6 @@ constexpr size_t OldFormatGap = 8;
 // What a padded file's reader counts beyond the 72 bytes each entry takes.
 constexpr size_t PaddedEntryCountedExtra = 4;
 
-bool AtLeast(FileVersion version, uint16_t major, uint16_t minor, uint32_t patch)
-{
-    return std::make_tuple(version.major, version.minor, version.patch) >=
-           std::make_tuple(major, minor, patch);
-}
 
 bool Positional(FileVersion version)
 {
@@ -37,8 +31,7 @@ bool HasDataTable(FileVersion version)
 // DuplicateID is stored above 3.0.1 only.
 bool HasDuplicateId(FileVersion version)
 {
-    return std::make_tuple(version.major, version.minor, version.patch) >
-           std::make_tuple(uint16_t{3}, uint16_t{0}, uint32_t{1});
+    return AtLeast(version, 3, 0, 2);
 }
 
 uint64_t RawVersion(FileVersion version)

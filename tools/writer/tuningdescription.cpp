@@ -2,11 +2,14 @@
 // TuningDescription: parser of the text form of a tuning file.
 #include "tools/writer/tuningdescription.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <utility>
 #include <vector>
+
+#include "tools/writer/symboltablebuilder.h"
 
 namespace TuningWriter {
 
@@ -50,6 +53,73 @@ bool ParseUnsigned(std::string const& text, unsigned long long maximum, unsigned
     return *end == '\0' && value <= maximum;
 }
 
+DefinitionStructure const* FindStructure(std::vector<DefinitionStructure> const& structures,
+                                         uint32_t id)
+{
+    for (DefinitionStructure const& structure : structures) {
+        if (structure.id == id)
+            return &structure;
+    }
+    return nullptr;
+}
+
+/// One element's value from its text: numbers in the form the element's type asks for.
+bool ElementValue(ElementType type, std::string const& text, EntryValue& value)
+{
+    if (type == ElementType::String) {
+        value = EntryValue::Text(text);
+        return true;
+    }
+    if (text.empty())
+        return false;
+    char* end = nullptr;
+    switch (type) {
+    case ElementType::Int8:
+    case ElementType::Int16:
+    case ElementType::Int32:
+    case ElementType::Int64:
+        value = EntryValue::Int(std::strtoll(text.c_str(), &end, 0));
+        break;
+    case ElementType::UInt8:
+    case ElementType::UInt16:
+    case ElementType::UInt32:
+    case ElementType::UInt64:
+        if (text[0] == '-')
+            return false;
+        value = EntryValue::UInt(std::strtoull(text.c_str(), &end, 0));
+        break;
+    default:
+        value = EntryValue::Real(std::strtod(text.c_str(), &end));
+        break;
+    }
+    return *end == '\0';
+}
+
+/// The value a whole member takes from text: an array (or an optional member) as a list of its
+/// ","-separated elements, a single element as itself.
+bool MemberValue(DefinitionElement const& element, std::string const& text, EntryValue& value)
+{
+    bool const list = element.maxCount != 1 || element.minCount != 1;
+    if (!list)
+        return ElementValue(element.type, text, value);
+    std::vector<EntryValue> items;
+    size_t start = 0;
+    while (start <= text.size()) {
+        size_t end = text.find(',', start);
+        if (end == std::string::npos)
+            end = text.size();
+        EntryValue item;
+        if (!ElementValue(element.type, text.substr(start, end - start), item))
+            return false;
+        items.push_back(std::move(item));
+        start = end + 1;
+    }
+    if (items.size() > element.maxCount)
+        return false;
+    value = EntryValue::List(std::move(items));
+    return true;
+}
+
 bool ParseVersion(std::string const& text, FileVersion& version)
 {
     unsigned long long parts[3];
@@ -67,6 +137,11 @@ bool ParseVersion(std::string const& text, FileVersion& version)
 }
 
 } // namespace
+
+TuningDescription::TuningDescription(std::vector<InstanceCatalogue const*> catalogues)
+    : m_catalogues(std::move(catalogues))
+{
+}
 
 bool TuningDescription::Fail(unsigned int line, std::string const& message)
 {
@@ -145,6 +220,81 @@ bool TuningDescription::ParsePath(unsigned int line, std::vector<std::string> co
     return true;
 }
 
+bool TuningDescription::ParseInstance(unsigned int line, std::vector<std::string> const& words)
+{
+    if (words.size() != 5 || words[3] != "mode")
+        return Fail(line, "expected: instance NAME TYPE mode STEP|STEP...");
+    if (m_handWrittenSchema)
+        return Fail(line, "instances take their structures from their schema: a description "
+                          "with instances has no structure or module lines");
+    if (m_modeTables.empty())
+        return Fail(line, "instance before any modetable");
+    InstanceSchema const* schema = nullptr;
+    for (InstanceCatalogue const* catalogue : m_catalogues) {
+        if (schema == nullptr && catalogue != nullptr)
+            schema = catalogue->Find(words[1]);
+    }
+    if (schema == nullptr)
+        return Fail(line, "no set manager lists a module instance '" + words[1] + "'");
+    // The type may be given with or without its namespace.
+    std::string const topType = schema->topType;
+    std::string const unqualified = topType.substr(topType.rfind(':') + 1);
+    if (words[2] != topType && words[2] != unqualified)
+        return Fail(line,
+                    "instance '" + words[1] + "' is of type " + topType + ", not " + words[2]);
+    uint32_t const modeId = m_modeTables.back().AddPath(words[4]);
+    if (modeId == InvalidModeId)
+        return Fail(line, "bad mode path '" + words[4] + "'");
+    schema->describe(m_schema);
+    m_instances.push_back({schema, modeId, EntryValue::Struct({})});
+    return true;
+}
+
+bool TuningDescription::ParseValue(unsigned int line, std::string const& path,
+                                   std::string const& text)
+{
+    if (m_instances.empty())
+        return Fail(line, "value outside an instance");
+    Instance& instance = m_instances.back();
+    DefinitionStructure const* structure =
+        FindStructure(m_schema.Structures(), m_schema.Id(instance.schema->topType));
+    EntryValue* target = &instance.value;
+    size_t start = 0;
+    while (structure != nullptr) {
+        size_t const dot = path.find('.', start);
+        std::string const name = path.substr(start, dot == std::string::npos ? dot : dot - start);
+        DefinitionElement const* element = nullptr;
+        for (DefinitionElement const& candidate : structure->elements) {
+            if (candidate.name == name)
+                element = &candidate;
+        }
+        if (element == nullptr)
+            return Fail(line, "no member '" + name + "' in " + structure->name);
+        if (dot == std::string::npos) {
+            if (element->type == ElementType::Structure)
+                return Fail(line, "'" + path + "' is a structure: give its members");
+            EntryValue value;
+            if (!MemberValue(*element, text, value))
+                return Fail(line, "'" + text + "' is no value for '" + path + "'");
+            target->Set(name, std::move(value));
+            return true;
+        }
+        if (element->type != ElementType::Structure || element->minCount != 1 ||
+            element->maxCount != 1)
+            return Fail(line, "'" + name + "' is not a single structure");
+        if (target->Find(name) == nullptr)
+            target->Set(name, EntryValue::Struct({}));
+        // Find gives a read-only view; the field it found lives in target's items.
+        for (size_t i = 0; i < target->fieldNames.size(); ++i) {
+            if (target->fieldNames[i] == name)
+                target = &target->items[i];
+        }
+        structure = FindStructure(m_schema.Structures(), element->id);
+        start = dot + 1;
+    }
+    return Fail(line, "the schema of '" + path + "' is incomplete");
+}
+
 bool TuningDescription::Parse(std::string const& text)
 {
     std::istringstream lines(text);
@@ -177,6 +327,23 @@ bool TuningDescription::Parse(std::string const& text)
                 return false;
             continue;
         }
+        if (keyword == "instance") {
+            if (!ParseInstance(number, words))
+                return false;
+            continue;
+        }
+        if (keyword == "value") {
+            if (words.size() < 3)
+                return Fail(number, "expected: value MEMBER[.MEMBER...] VALUE");
+            // A text value keeps its inner spaces: everything behind the member path.
+            std::string rest = line.substr(0, line.find('#'));
+            rest = rest.substr(rest.find(words[1]) + words[1].size());
+            rest.erase(0, rest.find_first_not_of(" \t"));
+            rest.erase(rest.find_last_not_of(" \t\r") + 1);
+            if (!ParseValue(number, words[1], rest))
+                return false;
+            continue;
+        }
         unsigned long long value = 0;
         if (keyword == "version" && words.size() == 2) {
             if (!ParseVersion(words[1], m_version))
@@ -191,7 +358,11 @@ bool TuningDescription::Parse(std::string const& text)
             if (!ParseUnsigned(words[1], ~0ull, value))
                 return Fail(number, "bad flags '" + words[1] + "'");
             m_flags = value;
+        } else if ((keyword == "structure" || keyword == "module") && !m_instances.empty()) {
+            return Fail(number, "instances take their structures from their schema: a "
+                                "description with instances has no structure or module lines");
         } else if (keyword == "structure" && words.size() == 3) {
+            m_handWrittenSchema = true;
             if (!ParseUnsigned(words[1], 0xFFFFFFFF, value))
                 return Fail(number, "bad structure ID '" + words[1] + "'");
             m_inStructure = true;
@@ -203,6 +374,7 @@ bool TuningDescription::Parse(std::string const& text)
             m_modeTables.emplace_back(static_cast<uint8_t>(m_modeTables.size()),
                                       words.size() == 2 ? words[1] : "");
         } else if (keyword == "module" && words.size() == 3) {
+            m_handWrittenSchema = true;
             if (!ParseUnsigned(words[2], 0xFFFFFFFF, value))
                 return Fail(number, "bad structure ID '" + words[2] + "'");
             DefinitionModule module;
@@ -235,11 +407,34 @@ TuningFileWriter TuningDescription::MakeWriter() const
     TuningFileWriter writer(m_version);
     writer.SetBinaryTag(m_binaryTag).SetCreatedBy(m_createdBy).SetHeaderFlags(m_flags);
     writer.SetMinimumFileSize(FileModeWindow);
-    writer.AddMinimalSections();
+    DefinitionTableBuilder definitions = m_definitions;
+    if (m_instances.empty()) {
+        writer.AddMinimalSections();
+    } else {
+        SymbolTableBuilder symbols(m_version);
+        EntryEncoder encoder(m_version, m_schema.Structures(), symbols);
+        std::vector<std::string> named;
+        for (Instance const& instance : m_instances) {
+            ModuleEntry entry;
+            entry.name = instance.schema->instanceName;
+            entry.moduleVersion = instance.schema->version;
+            entry.modeId = instance.modeId;
+            entry.data = encoder.Encode(m_schema.Id(instance.schema->topType), &instance.value);
+            symbols.AddModule(std::move(entry));
+            if (std::find(named.begin(), named.end(), instance.schema->instanceName) ==
+                named.end()) {
+                named.push_back(instance.schema->instanceName);
+                definitions.AddModule(
+                    m_schema.Module(instance.schema->instanceName, instance.schema->topType));
+            }
+        }
+        m_schema.AddTo(definitions);
+        symbols.AddTo(writer);
+    }
     for (ModeSectionBuilder const& table : m_modeTables)
         table.AddTo(writer);
-    if (!m_definitions.Empty())
-        writer.AddSection(SectionType::Definition, m_definitions.Build(writer.Alignment()));
+    if (!definitions.Empty())
+        writer.AddSection(SectionType::Definition, definitions.Build(writer.Alignment()));
     return writer;
 }
 

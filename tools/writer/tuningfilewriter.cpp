@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <tuple>
 
 #include "parameterparser/parameterutils.h"
 #include "parameterparser/parsercrc.h"
@@ -23,11 +22,6 @@ constexpr size_t BinaryTagWidth = 64;
 // Bytes of the one data block of a minimal file.
 constexpr size_t MinimalBlockSize = 4;
 
-bool AtLeast(FileVersion version, uint16_t major, uint16_t minor, uint32_t patch)
-{
-    return std::make_tuple(version.major, version.minor, version.patch) >=
-           std::make_tuple(major, minor, patch);
-}
 
 bool HasTagFields(FileVersion version)
 {

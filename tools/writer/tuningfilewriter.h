@@ -27,6 +27,16 @@ struct FileVersion
     uint32_t patch = 0;
 };
 
+/// True when version is major.minor.patch or later (parts compared in that order).
+inline bool AtLeast(FileVersion version, uint16_t major, uint16_t minor = 0, uint32_t patch = 0)
+{
+    if (version.major != major)
+        return version.major > major;
+    if (version.minor != minor)
+        return version.minor > minor;
+    return version.patch >= patch;
+}
+
 /// The alignment a reader applies behind the header of a file of this version: 1 below 1.1.0,
 /// 8 from 1.1.0 up to but not including 3.0.1, 1 from 3.0.1 on.
 unsigned char AlignmentFor(FileVersion version);

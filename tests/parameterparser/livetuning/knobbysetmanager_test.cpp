@@ -119,19 +119,18 @@ TEST_F(KnobbySetManagerTest, FormatHelpersNeedAWorker)
     unsigned char const* payload = nullptr;
     unsigned int payloadLength = 0;
     EXPECT_TRUE(m_manager.ParseKnobbyRequest(request.data(),
-                                             static_cast<unsigned int>(request.size()), command,
-                                             id, requestId, payload, payloadLength));
+                                             static_cast<unsigned int>(request.size()), command, id,
+                                             requestId, payload, payloadLength));
     EXPECT_EQ(requestId, 9u);
 
     ParamTest::TestSetManager withoutWorker;
     EXPECT_FALSE(withoutWorker.ParseKnobbyRequest(request.data(),
                                                   static_cast<unsigned int>(request.size()),
-                                                  command, id, requestId, payload,
-                                                  payloadLength));
+                                                  command, id, requestId, payload, payloadLength));
     unsigned char buffer[64] = {};
     unsigned int total = 0;
-    EXPECT_FALSE(withoutWorker.BuildKnobbyResponse(buffer, sizeof(buffer), total, Wire::Info, 1,
-                                                   2, nullptr, 0));
+    EXPECT_FALSE(withoutWorker.BuildKnobbyResponse(buffer, sizeof(buffer), total, Wire::Info, 1, 2,
+                                                   nullptr, 0));
     EXPECT_EQ(withoutWorker.GetKnobbyPort(), 0);
     withoutWorker.SetControlValue({1, 1.0});
 }
@@ -160,8 +159,8 @@ TEST_F(KnobbySetManagerTest, CameraThreadsRunBesideABusyClient)
         });
     }
 
-    uint16_t const commands[] = {Wire::DeviceInfo, Wire::ActiveModes, Wire::Modes,
-                                 Wire::ControlValues, Wire::ModeIndex, Wire::GetValues};
+    uint16_t const commands[] = {Wire::DeviceInfo,    Wire::ActiveModes, Wire::Modes,
+                                 Wire::ControlValues, Wire::ModeIndex,   Wire::GetValues};
     unsigned int answered = 0;
     unsigned int const requests = 300;
     for (unsigned int i = 0; i < requests; ++i) {

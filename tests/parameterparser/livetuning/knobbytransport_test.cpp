@@ -103,7 +103,8 @@ struct BadHeadCase
     bool nextPacketReturned; ///< the good packet sent behind the bad one comes out
 };
 
-class KnobbyBadHeadTest : public KnobbyFramingTest, public ::testing::WithParamInterface<BadHeadCase>
+class KnobbyBadHeadTest : public KnobbyFramingTest,
+                          public ::testing::WithParamInterface<BadHeadCase>
 {
 };
 

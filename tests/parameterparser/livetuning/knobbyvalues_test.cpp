@@ -221,7 +221,8 @@ TEST_F(KnobbyValuesTest, TriggerRequestIsAnsweredOnALaterRoundWithInstancesInCal
     EXPECT_EQ(instances[1].second[0].identifier, 1u);
     EXPECT_EQ(instances[1].second[0].value, 42.0);
 
-    EXPECT_TRUE(WaitFor([&] { return !m_worker.TriggerRequestExists("0.0|1.2", "abf40_ife", "3"); }));
+    EXPECT_TRUE(
+        WaitFor([&] { return !m_worker.TriggerRequestExists("0.0|1.2", "abf40_ife", "3"); }));
     m_worker.SetHandler(nullptr);
 }
 
@@ -245,8 +246,8 @@ TEST(KnobbyHeadTest, ParseRequestFindsIdsAndPayloadByCommand)
         bool ok;
         unsigned int payloadStart; ///< 0: no payload
     } const cases[] = {
-        {Wire::DeviceInfo, "", true, 0},  {Wire::Modes, "Default", true, 18},
-        {Wire::Modes, "", false, 0},      {Wire::TriggerValues, "0.0:m:p", true, 14},
+        {Wire::DeviceInfo, "", true, 0},     {Wire::Modes, "Default", true, 18},
+        {Wire::Modes, "", false, 0},         {Wire::TriggerValues, "0.0:m:p", true, 14},
         {Wire::TriggerValues, "", false, 0}, {Wire::ModeIndex, "2", true, 0},
     };
     for (Case const& test : cases) {
@@ -287,8 +288,8 @@ TEST(KnobbyHeadTest, ShortOrForeignPacketsAreRefused)
     unsigned char const* payload = nullptr;
     unsigned int length = 0;
 
-    EXPECT_FALSE(ParameterKnobbyWorker::ParseRequest(nullptr, 20, command, id, requestId, payload,
-                                                     length));
+    EXPECT_FALSE(
+        ParameterKnobbyWorker::ParseRequest(nullptr, 20, command, id, requestId, payload, length));
     EXPECT_FALSE(ParameterKnobbyWorker::ParseRequest(active.data(), 6, command, id, requestId,
                                                      payload, length));
     EXPECT_FALSE(ParameterKnobbyWorker::ParseRequest(foreign.data(), 14, command, id, requestId,
@@ -322,14 +323,13 @@ TEST(KnobbyHeadTest, BuildResponseCountsTheHeadWithoutTheSessionId)
 
     // Control Values has no request ID and gets no payload copied.
     unsigned char bare[32] = {};
-    ASSERT_TRUE(ParameterKnobbyWorker::BuildResponse(bare, sizeof(bare), total,
-                                                     Wire::ControlValues, 1, 2, text, 4));
+    ASSERT_TRUE(ParameterKnobbyWorker::BuildResponse(bare, sizeof(bare), total, Wire::ControlValues,
+                                                     1, 2, text, 4));
     EXPECT_EQ(total, 10u);
     EXPECT_EQ(bare[14], 0);
 
     // The buffer must be larger than the counted length.
-    EXPECT_FALSE(ParameterKnobbyWorker::BuildResponse(bare, 20, total, Wire::Info, 1, 2, text,
-                                                      10));
+    EXPECT_FALSE(ParameterKnobbyWorker::BuildResponse(bare, 20, total, Wire::Info, 1, 2, text, 10));
     EXPECT_EQ(total, 20u);
 }
 

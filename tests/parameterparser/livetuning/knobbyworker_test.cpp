@@ -68,6 +68,12 @@ protected:
         EXPECT_EQ(Wire::GetU32(response.data() + Wire::RequestIdOffset), requestId);
     }
 
+    // The worker logs a command's line after queueing its response: wait for it.
+    bool Logged(std::string const& message)
+    {
+        return WaitFor([&] { return m_log.HasMessage(message); });
+    }
+
     ParamTest::LogCapture m_log;
     FakeDataAPI m_store;
     ParameterKnobbyWorker m_worker{&m_store};
@@ -112,10 +118,9 @@ TEST_P(KnobbyDeviceInfoTest, AnnouncesVersionSessionAndName)
     unsigned int requestId = 0;
     unsigned char const* payload = nullptr;
     unsigned int payloadLength = 0;
-    ASSERT_TRUE(ParameterKnobbyWorker::ParseResponse(response.data(),
-                                                     static_cast<unsigned int>(response.size()),
-                                                     command, id, requestId, payload,
-                                                     payloadLength));
+    ASSERT_TRUE(ParameterKnobbyWorker::ParseResponse(
+        response.data(), static_cast<unsigned int>(response.size()), command, id, requestId,
+        payload, payloadLength));
     EXPECT_EQ(command, 0u);
     EXPECT_EQ(id, Session());
     EXPECT_EQ(payload, response.data() + 16);
@@ -124,8 +129,8 @@ TEST_P(KnobbyDeviceInfoTest, AnnouncesVersionSessionAndName)
 INSTANTIATE_TEST_SUITE_P(
     Names, KnobbyDeviceInfoTest,
     ::testing::Values(DeviceInfoCase{"OneTable", "FakeStore", {"rear"}, "FakeStore"},
-                      DeviceInfoCase{"TwoTables", "FakeStore", {"rear", "front"},
-                                     "FakeStore:rear,front"},
+                      DeviceInfoCase{
+                          "TwoTables", "FakeStore", {"rear", "front"}, "FakeStore:rear,front"},
                       DeviceInfoCase{"NoIdentifier", "", {"rear"}, nullptr}),
     [](::testing::TestParamInfo<DeviceInfoCase> const& test) { return test.param.name; });
 
@@ -220,14 +225,14 @@ TEST_F(KnobbyWorkerTest, SetValuesAnswersTheReadBackOfItemsThatWorked)
     EXPECT_EQ(response.size(), 19u + 3u);
     EXPECT_TRUE(m_log.HasMessage("Knobby SetValues failed: Mode: Default, Value: a=1\n"));
     // The last item decides the verdict.
-    EXPECT_TRUE(m_log.HasMessage("Knobby command succeeded: SetValues(6), ID: 31, Payload: b=2\n"));
+    EXPECT_TRUE(Logged("Knobby command succeeded: SetValues(6), ID: 31, Payload: b=2\n"));
 
     Ask(Request(Wire::SetValues, "Default:module.block:b=3;c=;a=5", 32));
-    EXPECT_TRUE(m_log.HasMessage("Knobby command failed: SetValues(6), ID: 32, Payload: b=3\n"));
+    EXPECT_TRUE(Logged("Knobby command failed: SetValues(6), ID: 32, Payload: b=3\n"));
 
     // An item with no value after "=" is skipped and leaves the verdict alone.
     Ask(Request(Wire::SetValues, "Default:module.block:b=4;c=", 33));
-    EXPECT_TRUE(m_log.HasMessage("Knobby command succeeded: SetValues(6), ID: 33, Payload: b=4\n"));
+    EXPECT_TRUE(Logged("Knobby command succeeded: SetValues(6), ID: 33, Payload: b=4\n"));
 
     std::vector<FakeDataAPI::SetCall> const calls = m_store.SetCalls();
     std::vector<std::string> names;
@@ -244,7 +249,7 @@ TEST_F(KnobbyWorkerTest, SetValuesWithoutItemsFails)
     StartWorker();
     Bytes const modesOnly = Ask(Request(Wire::SetValues, "Default", 41));
     EXPECT_EQ(modesOnly.size(), 19u);
-    EXPECT_TRUE(m_log.HasMessage("Knobby command failed: SetValues(6), ID: 41, Payload: \n"));
+    EXPECT_TRUE(Logged("Knobby command failed: SetValues(6), ID: 41, Payload: \n"));
 
     Bytes const noItems = Ask(Request(Wire::SetValues, "Default:module", 42));
     EXPECT_EQ(noItems.size(), 19u);
@@ -309,13 +314,13 @@ TEST_F(KnobbyWorkerTest, CustomGoesToTheHandlerOrAnswersZero)
     EXPECT_EQ(Bytes(answered.begin() + 20, answered.end()), text.m_answer);
     EXPECT_EQ(text.LastRequest(), (Bytes{'p', 'i', 'n', 'g', 0}));
     EXPECT_EQ(text.LastCapacity(), 65515u);
-    EXPECT_TRUE(m_log.HasMessage("Knobby queued command: Custom(8), ID: 52, Payload: pong...\n"));
+    EXPECT_TRUE(Logged("Knobby queued command: Custom(8), ID: 52, Payload: pong...\n"));
 
     CustomAnswer binary(Bytes{0x00, 0xFF, 0x10});
     m_worker.SetHandler(&binary);
     Bytes const raw = Ask(Request(Wire::Custom, "dump", 53));
     EXPECT_EQ(Bytes(raw.begin() + 20, raw.end()), binary.m_answer);
-    EXPECT_TRUE(m_log.HasMessage("Knobby queued command: Custom(8), ID: 53, Payload: 00FF10...\n"));
+    EXPECT_TRUE(Logged("Knobby queued command: Custom(8), ID: 53, Payload: 00FF10...\n"));
     m_worker.SetHandler(nullptr);
 }
 

@@ -1,0 +1,206 @@
+// SPDX-License-Identifier: Apache-2.0
+// Live tuning on loopback: request round trip (median and p99) and requests per second.
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <vector>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <benchmark/benchmark.h>
+
+#include "platform/vornlog.h"
+
+#include "parameterparser/livetuning/parameterknobbypacket.h"
+#include "parameterparser/parametersetmanager.h"
+#include "tools/writer/modesectionbuilder.h"
+#include "tools/writer/tuningfilewriter.h"
+
+namespace {
+
+namespace Wire = ParameterKnobbyPacket;
+using Bytes = std::vector<uint8_t>;
+
+class BenchSetManager final : public ParameterSetManager
+{
+public:
+    BenchSetManager() : ParameterSetManager(nullptr, 0, "bench", true) { m_logVerbose = false; }
+    ~BenchSetManager() override { StopKnobbyWorker(); }
+
+    DefaultModule* GetDefaultModule(unsigned long) override { return nullptr; }
+    void SaveAndClearModules() override {}
+};
+
+Bytes TreeFile()
+{
+    TuningWriter::ModeSectionBuilder table(0, "rear");
+    table.AddPath("Default|Sensor.0|Usecase.Preview");
+    table.AddPath("Default|Sensor.0|Usecase.Video");
+    table.AddPath("Default|Sensor.2|Usecase.Snapshot");
+    TuningWriter::TuningFileWriter writer;
+    writer.AddRawSectionRecord(static_cast<uint32_t>(TuningWriter::SectionType::Symbol), 0, 0);
+    writer.AddRawSectionRecord(static_cast<uint32_t>(TuningWriter::SectionType::Data), 0, 0);
+    table.AddTo(writer);
+    return writer.Build();
+}
+
+Bytes MakeRequest(uint16_t command, char const* text, uint64_t session = 0)
+{
+    Bytes packet(Wire::RequestHeadSize + 256);
+    size_t const length = text != nullptr ? std::char_traits<char>::length(text) + 1 : 0;
+    unsigned int const size =
+        Wire::WriteRequest(packet.data(), static_cast<unsigned int>(packet.size()), command,
+                           session, 1, text, static_cast<unsigned int>(length));
+    packet.resize(size);
+    return packet;
+}
+
+void DropLine(uint32_t, char, uint32_t, char const*, void*)
+{
+}
+
+// A server on a loaded manager and one connected client.
+class Session
+{
+public:
+    Session()
+    {
+        // The file has mode tables only, which the loader reports; the figures need no log.
+        Vorn::Log::SetSink(DropLine, nullptr);
+        m_file = TreeFile();
+        m_ready = m_manager.LoadBinaryParameters(m_file.data(), m_file.size()) &&
+                  m_manager.GetKnobbyPort() != 0;
+        m_socket = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(m_manager.GetKnobbyPort());
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        int const noDelay = 1;
+        setsockopt(m_socket, IPPROTO_TCP, TCP_NODELAY, &noDelay, sizeof(noDelay));
+        m_ready = m_ready &&
+                  connect(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
+        // The session ID that the Modes command checks comes with Device Info.
+        m_ready = m_ready && Send(MakeRequest(Wire::DeviceInfo, nullptr)) && Receive() &&
+                  m_body.size() >= Wire::DeviceInfoHeadSize - 6;
+        if (m_ready)
+            m_session = Wire::GetU64(m_body.data() + Wire::DeviceInfoSessionOffset - 6);
+    }
+
+    uint64_t SessionId() const { return m_session; }
+    ~Session()
+    {
+        close(m_socket);
+        Vorn::Log::SetSink(nullptr, nullptr);
+    }
+
+    Session(Session const&) = delete;
+    Session& operator=(Session const&) = delete;
+
+    bool Ready() const { return m_ready; }
+
+    bool Send(Bytes const& packet)
+    {
+        return send(m_socket, packet.data(), packet.size(), MSG_NOSIGNAL) ==
+               static_cast<ssize_t>(packet.size());
+    }
+
+    // Reads one response by its length field.
+    bool Receive()
+    {
+        uint8_t head[6];
+        if (!ReadExactly(head, sizeof(head)))
+            return false;
+        size_t const length = Wire::GetU16(head + Wire::LengthOffset);
+        m_body.resize(length > 6 ? length - 6 : 0);
+        return m_body.empty() || ReadExactly(m_body.data(), m_body.size());
+    }
+
+private:
+    bool ReadExactly(uint8_t* data, size_t count)
+    {
+        size_t done = 0;
+        while (done < count) {
+            ssize_t const got = recv(m_socket, data + done, count - done, 0);
+            if (got <= 0)
+                return false;
+            done += static_cast<size_t>(got);
+        }
+        return true;
+    }
+
+    Bytes m_file;
+    BenchSetManager m_manager;
+    int m_socket = -1;
+    bool m_ready = false;
+    uint64_t m_session = 0;
+    Bytes m_body;
+};
+
+// One request, one response: what a tuning tool waits for on each click.
+void BM_LiveTuning_RoundTrip(benchmark::State& state, uint16_t command, char const* text)
+{
+    Session session;
+    if (!session.Ready()) {
+        state.SkipWithError("no live tuning server");
+        return;
+    }
+    Bytes const request = MakeRequest(command, text, session.SessionId());
+    std::vector<double> latencies;
+    for (auto _ : state) {
+        auto const start = std::chrono::steady_clock::now();
+        if (!session.Send(request) || !session.Receive()) {
+            state.SkipWithError("request failed");
+            return;
+        }
+        latencies.push_back(
+            std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start)
+                .count());
+    }
+    std::sort(latencies.begin(), latencies.end());
+    state.counters["median_us"] = latencies[latencies.size() / 2];
+    state.counters["p99_us"] =
+        latencies[std::min(latencies.size() - 1, latencies.size() * 99 / 100)];
+    state.SetItemsProcessed(state.iterations());
+}
+
+BENCHMARK_CAPTURE(BM_LiveTuning_RoundTrip, ActiveModes, Wire::ActiveModes, nullptr)
+    ->UseRealTime()
+    ->MinTime(2.0);
+BENCHMARK_CAPTURE(BM_LiveTuning_RoundTrip, Modes, Wire::Modes, "Default|Sensor.0")
+    ->UseRealTime()
+    ->MinTime(2.0);
+
+// Requests sent back to back in batches of 32: the service's throughput.
+void BM_LiveTuning_Pipelined(benchmark::State& state)
+{
+    Session session;
+    if (!session.Ready()) {
+        state.SkipWithError("no live tuning server");
+        return;
+    }
+    constexpr int Batch = 32;
+    Bytes batch;
+    Bytes const request = MakeRequest(Wire::ActiveModes, nullptr);
+    for (int i = 0; i < Batch; ++i)
+        batch.insert(batch.end(), request.begin(), request.end());
+    for (auto _ : state) {
+        if (!session.Send(batch)) {
+            state.SkipWithError("send failed");
+            return;
+        }
+        for (int i = 0; i < Batch; ++i) {
+            if (!session.Receive()) {
+                state.SkipWithError("receive failed");
+                return;
+            }
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * Batch);
+}
+BENCHMARK(BM_LiveTuning_Pipelined)->UseRealTime()->MinTime(2.0);
+
+} // namespace

@@ -1,0 +1,193 @@
+// SPDX-License-Identifier: Apache-2.0
+// Reloading a 16 MiB tuning file beside the generation in service, in file mode and in buffer
+// mode, and the memory that two generations take at once.
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+#include <benchmark/benchmark.h>
+
+#include "platform/vornalloc.h"
+
+#include "tools/generator/schemaset.h"
+#include "tools/writer/definitiontablebuilder.h"
+#include "tools/writer/entryencoder.h"
+#include "tools/writer/modesectionbuilder.h"
+#include "tools/writer/symboltablebuilder.h"
+#include "tools/writer/tuningfilewriter.h"
+
+#include "paramgen/fdSetManager.h"
+#include "paramgen/fdSetManager.writer.h"
+
+namespace {
+
+using TuningWriter::EntryValue;
+
+constexpr size_t FileSize = 16u << 20;
+constexpr double MiB = 1024.0 * 1024.0;
+
+// A file of flIndices modules, one in each Scene mode below Usecase x Feature1 x Feature2
+// (8 x 8 x 25 x 8 = 12800 modes of about 1.2 KiB of data each), padded to 16 MiB.
+std::vector<uint8_t> BuildFile()
+{
+    TuningWriter::FileVersion const version{};
+    TuningWriter::InstanceCatalogue const& catalogue = ParamSchema::fdSetManager::Instances();
+    TuningWriter::InstanceSchema const* instance = catalogue.Find("flIndices");
+    TuningWriter::SchemaSet schema;
+    instance->describe(schema);
+    TuningWriter::DefinitionTableBuilder definitions;
+    definitions.AddModule(schema.Module(instance->instanceName, instance->topType));
+    schema.AddTo(definitions);
+
+    TuningWriter::SymbolTableBuilder symbols(version);
+    TuningWriter::EntryEncoder encoder(version, schema.Structures(), symbols);
+    TuningWriter::ModeSectionBuilder tree(0, "bench");
+    uint32_t const sensor = tree.AddPath("Default|Sensor.0");
+    uint32_t points = 0;
+    for (uint16_t usecase = 0; usecase < 8; ++usecase) {
+        uint32_t const u = tree.AddChild(sensor, 2, usecase);
+        for (uint16_t feature1 = 0; feature1 < 8; ++feature1) {
+            uint32_t const f1 = tree.AddChild(u, 3, feature1);
+            for (uint16_t feature2 = 0; feature2 < 25; ++feature2) {
+                uint32_t const f2 = tree.AddChild(f1, 4, feature2);
+                for (uint16_t scene = 0; scene < 8; ++scene) {
+                    std::vector<EntryValue> indices(300, EntryValue::UInt(++points));
+                    EntryValue const value =
+                        EntryValue::Struct({{"numPoints", EntryValue::UInt(points)},
+                                            {"indices", EntryValue::List(indices)}});
+                    TuningWriter::ModuleEntry entry;
+                    entry.name = instance->instanceName;
+                    entry.moduleVersion = instance->version;
+                    entry.modeId = tree.AddChild(f2, 5, scene);
+                    entry.data = encoder.Encode(schema.Id(instance->topType), &value);
+                    symbols.AddModule(std::move(entry));
+                }
+            }
+        }
+    }
+    TuningWriter::TuningFileWriter writer(version);
+    writer.AddSection(TuningWriter::SectionType::Definition, definitions.Build(writer.Alignment()));
+    symbols.AddTo(writer);
+    tree.AddTo(writer);
+    writer.SetMinimumFileSize(FileSize);
+    return writer.Build();
+}
+
+// The file on disk for the whole run.
+class BenchFile
+{
+public:
+    BenchFile()
+    {
+        char pattern[] = "/tmp/reloadbench-XXXXXX";
+        int const fd = mkstemp(pattern);
+        if (fd < 0)
+            return;
+        close(fd);
+        m_path = pattern;
+        std::vector<uint8_t> const bytes = BuildFile();
+        m_size = bytes.size();
+        FILE* file = std::fopen(m_path.c_str(), "wb");
+        if (file == nullptr || std::fwrite(bytes.data(), 1, bytes.size(), file) != bytes.size())
+            m_path.clear();
+        if (file != nullptr)
+            std::fclose(file);
+    }
+    ~BenchFile()
+    {
+        if (!m_path.empty())
+            unlink(m_path.c_str());
+    }
+    BenchFile(BenchFile const&) = delete;
+    BenchFile& operator=(BenchFile const&) = delete;
+
+    char const* Path() const { return m_path.c_str(); }
+    size_t Size() const { return m_size; }
+    bool Ok() const { return !m_path.empty(); }
+
+private:
+    std::string m_path;
+    size_t m_size = 0;
+};
+
+BenchFile const& File()
+{
+    static BenchFile const file;
+    return file;
+}
+
+void BM_Reload_FileMode(benchmark::State& state)
+{
+    BenchFile const& file = File();
+    auto manager = std::make_unique<fdSetManager>("bench");
+    if (!file.Ok() || !manager->LoadBinaryParameters(file.Path())) {
+        state.SkipWithError("the file could not be loaded");
+        return;
+    }
+    for (auto _ : state)
+        benchmark::DoNotOptimize(manager->ReloadBinaryParameters(false));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * file.Size()));
+}
+BENCHMARK(BM_Reload_FileMode)->Unit(benchmark::kMillisecond);
+
+// A buffer-mode reload clears the file name, so each one starts from a fresh file-mode load.
+void BM_Reload_BufferMode(benchmark::State& state)
+{
+    BenchFile const& file = File();
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto manager = std::make_unique<fdSetManager>("bench");
+        bool const loaded = file.Ok() && manager->LoadBinaryParameters(file.Path());
+        state.ResumeTiming();
+        if (!loaded) {
+            state.SkipWithError("the file could not be loaded");
+            break;
+        }
+        benchmark::DoNotOptimize(manager->ReloadBinaryParameters(true));
+        state.PauseTiming();
+        manager.reset();
+        state.ResumeTiming();
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * file.Size()));
+}
+BENCHMARK(BM_Reload_BufferMode)->Unit(benchmark::kMillisecond);
+
+// Bytes held through the platform allocator: by one generation after a load, by two after a
+// reload (the old one parked beside the new), and at the peak of the reload, which also holds the
+// whole file read at once for its checksum. Argument 0 reloads in file mode, 1 in buffer mode.
+void BM_Reload_TwoGenerationPeak(benchmark::State& state)
+{
+    BenchFile const& file = File();
+    bool const bufferMode = state.range(0) != 0;
+    double one = 0;
+    double two = 0;
+    double peak = 0;
+    for (auto _ : state) {
+        size_t const base = Vorn::Testing::AllocatedBytes();
+        auto manager = std::make_unique<fdSetManager>("bench");
+        if (!file.Ok() || !manager->LoadBinaryParameters(file.Path())) {
+            state.SkipWithError("the file could not be loaded");
+            break;
+        }
+        one = static_cast<double>(Vorn::Testing::AllocatedBytes() - base);
+        Vorn::Testing::ResetPeakAllocatedBytes();
+        benchmark::DoNotOptimize(manager->ReloadBinaryParameters(bufferMode));
+        peak = static_cast<double>(Vorn::Testing::PeakAllocatedBytes() - base);
+        two = static_cast<double>(Vorn::Testing::AllocatedBytes() - base);
+    }
+    state.counters["one_generation_MiB"] = one / MiB;
+    state.counters["two_generations_MiB"] = two / MiB;
+    state.counters["reload_peak_MiB"] = peak / MiB;
+    state.counters["file_MiB"] = static_cast<double>(file.Size()) / MiB;
+}
+BENCHMARK(BM_Reload_TwoGenerationPeak)
+    ->Arg(0)
+    ->Arg(1)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1);
+
+} // namespace

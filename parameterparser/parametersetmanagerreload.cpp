@@ -1,0 +1,264 @@
+// SPDX-License-Identifier: Apache-2.0
+// ParameterSetManager: reading the file again beside the generation in service, and merging the
+// modules of a second manager.
+#include <cstring>
+#include <new>
+
+#include "platform/vornalloc.h"
+
+#include "parameterparser/defaultmodule.h"
+#include "parameterparser/modeentry.h"
+#include "parameterparser/modeslot.h"
+#include "parameterparser/moduledata.h"
+#include "parameterparser/parameterbinaryfile.h"
+#include "parameterparser/parametermodetable.h"
+#include "parameterparser/parametermodule.h"
+#include "parameterparser/parametersetmanager.h"
+
+namespace {
+
+// True if instance is one of the links of kind's chain.
+bool ChainHolds(DefaultModule const* kind, ParameterModule const* instance)
+{
+    for (ModuleLink const* link = kind->first; link != nullptr; link = link->next) {
+        if (link->module == instance)
+            return true;
+    }
+    return false;
+}
+
+// Adds the counts of the old node's modules to the new node's, entry by entry in map order,
+// while both maps name the same kinds. Instances of one kind share their factory's name pointer,
+// so a differing pointer means the file changed shape here; what was added up to then stands.
+void TransferSlotCounts(ParameterSetManager* manager, ModeEntry* current, ModeEntry* previous,
+                        unsigned int slot)
+{
+    auto next = current->modules.begin();
+    auto old = previous->modules.begin();
+    for (; next != current->modules.end() && old != previous->modules.end(); ++next, ++old) {
+        ParameterModule const* nextModule = next->second.module;
+        ParameterModule const* oldModule = old->second.module;
+        char const* nextName = nextModule != nullptr ? nextModule->moduleName : nullptr;
+        char const* oldName = oldModule != nullptr ? oldModule->moduleName : nullptr;
+        if (nextName != oldName) {
+            ParameterLogging::Write(manager, ParameterLogging::LogVerbose,
+                                    "ReloadBinaryParameters: Failed to transfer reference counts, "
+                                    "current module name (%s) does not match prev name (%s) in "
+                                    "mode index %d\n",
+                                    nextName != nullptr ? nextName : "",
+                                    oldName != nullptr ? oldName : "", static_cast<int>(slot));
+            return;
+        }
+        int32_t const count = old->second.refCount.load();
+        if (count > 0)
+            next->second.refCount.fetch_add(count);
+    }
+}
+
+// The registry entry of a kind; null when the registry does not know it. The registry is read
+// directly, as GetDefaultModule logs every miss and a merge asks for kinds that may be missing.
+DefaultModule* FindKind(std::unordered_map<unsigned long, DefaultModule*> const& registry,
+                        unsigned long nameHash)
+{
+    auto const found = registry.find(nameHash);
+    return found != registry.end() ? found->second : nullptr;
+}
+
+} // namespace
+
+bool ParameterSetManager::ReloadBinaryParameters(bool bufferMode)
+{
+    if (m_mainSetManager != nullptr)
+        return MainManager()->ReloadBinaryParameters(bufferMode);
+
+    if (m_fileName[0] == '\0') {
+        SetError("ReloadBinaryParameters called with empty file name");
+        return false;
+    }
+    ParameterLogging::Write(this, ParameterLogging::LogVerbose, "Reloading binary file %s%s\n",
+                            m_fileName, bufferMode ? " in buffer mode" : "");
+
+    // The generation before last goes now; the one in service is parked in its place.
+    FreeReplacedParameters();
+    SaveAndClearModules();
+    if (m_symbolTable != nullptr)
+        m_replacedSymbolTables.Add(m_symbolTable);
+    m_symbolTable = nullptr;
+    // Tables keep their order: the count transfer below pairs old and new tables by index.
+    for (unsigned int i = 0; i < m_modeTables.Count(); ++i)
+        m_replacedModeTables.Add(m_modeTables[i]);
+    m_modeTables.Clear();
+    m_modeSections.Clear();
+
+    // The name outlives the free, so that the identifier of the new generation is again the
+    // name with the new tag. It is taken out of the free's reach, together with an identifier
+    // that is the name itself.
+    char* const name = m_name;
+    if (m_loggingIdentifier == name)
+        m_loggingIdentifier = nullptr;
+    m_name = nullptr;
+    FreeBinaryParameters();
+    m_name = name;
+    m_loggingIdentifier = name;
+
+    bool loaded = false;
+    if (!bufferMode) {
+        loaded = LoadBinaryParameters(m_fileName);
+    } else {
+        auto* file = new (std::nothrow) ParameterBinaryFile(m_fileName, this);
+        if (file == nullptr || !file->IsValid()) {
+            SetError("ReloadBinaryParameters: Failed to open file");
+        } else {
+            // From here on the manager is a buffer-mode manager, whatever the load gives.
+            std::memset(m_fileName, 0, sizeof(m_fileName));
+            unsigned int const size = file->GetLength();
+            unsigned char* image = size != 0 ? file->Read(0, size) : nullptr;
+            if (image == nullptr) {
+                SetError("ReloadBinaryParameters: Failed to allocate space to read data from "
+                         "file");
+            } else {
+                loaded = LoadBinaryParameters(image, size);
+                VornFree(image, VornTagRelease);
+            }
+        }
+        delete file;
+    }
+
+    // Clients that held modules of the old generation keep a count on the new one, so that the
+    // modes they use are not evicted under them. This needs the same tables in the same order;
+    // within a table, slots are paired by index.
+    unsigned int const tableCount = m_modeTables.Count();
+    if (tableCount == 0 || tableCount != m_replacedModeTables.Count() || !loaded)
+        return loaded;
+    for (unsigned int k = 0; k < tableCount; ++k) {
+        ParameterModeTable* const current = m_modeTables[k];
+        ParameterModeTable* const previous = m_replacedModeTables[k];
+        if (current == nullptr || previous == nullptr || current->modes == nullptr ||
+            previous->modes == nullptr || current->m_modeCount != previous->m_modeCount)
+            continue;
+        for (unsigned int slot = 0; slot < current->m_modeCount; ++slot) {
+            ModeEntry* const next = current->modes[slot].mode;
+            ModeEntry* const old = previous->modes[slot].mode;
+            if (next != nullptr && old != nullptr)
+                TransferSlotCounts(this, next, old, slot);
+        }
+    }
+    return loaded;
+}
+
+void ParameterSetManager::FreeReplacedParameters()
+{
+    if (m_mainSetManager != nullptr) {
+        MainManager()->FreeReplacedParameters();
+        return;
+    }
+    ParameterLogging::Write(this, ParameterLogging::LogVerbose, "FreeReplacedParameters called\n");
+    // Modules first: a module still loaded unloads in its destructor, which gives shared blocks
+    // back to its symbol table. Each list goes front to back.
+    for (unsigned int i = 0; i < m_replacedModules.Count(); ++i)
+        delete m_replacedModules[i];
+    m_replacedModules.Clear();
+    for (unsigned int i = 0; i < m_replacedSymbolTables.Count(); ++i)
+        delete m_replacedSymbolTables[i];
+    m_replacedSymbolTables.Clear();
+    for (unsigned int i = 0; i < m_replacedModeTables.Count(); ++i)
+        delete m_replacedModeTables[i];
+    m_replacedModeTables.Clear();
+}
+
+bool ParameterSetManager::UpdateParameters(ParameterSetManager* update)
+{
+    if (m_mainSetManager != nullptr)
+        return MainManager()->UpdateParameters(update);
+    if (update == nullptr || !m_loadStatus)
+        return false;
+    ParameterSetManager* const source = update->MainManager();
+
+    unsigned int const count = m_modeTables.Count();
+    unsigned int const updateCount = source->m_modeTables.Count();
+    if (count == 1 && updateCount == 1)
+        return UpdateParameters(m_modeTables[0]->rootMode, source->m_modeTables[0]->rootMode,
+                                source);
+
+    // A table is merged only into the table at its own index, and only when the names agree.
+    bool result = true;
+    bool matched = false;
+    for (unsigned int k = 0; k < updateCount && k < count && result; ++k) {
+        char const* const name = m_modeTables[k]->name;
+        char const* const updateName = source->m_modeTables[k]->name;
+        bool const same =
+            (name == nullptr && updateName == nullptr) ||
+            (name != nullptr && updateName != nullptr && std::strcmp(name, updateName) == 0);
+        if (!same)
+            continue;
+        matched = true;
+        result =
+            UpdateParameters(m_modeTables[k]->rootMode, source->m_modeTables[k]->rootMode, source);
+    }
+    if (!matched) {
+        SetError("UpdateParameters: Error: No matching module tables names found, unable to "
+                 "update parameters");
+        return false;
+    }
+    return result;
+}
+
+bool ParameterSetManager::UpdateParameters(ModeEntry* target, ModeEntry* source,
+                                           ParameterSetManager* update)
+{
+    if (m_mainSetManager != nullptr)
+        return MainManager()->UpdateParameters(target, source, update);
+    if (target == nullptr || source == nullptr)
+        return false;
+    ParameterSetManager* const other = update != nullptr ? update->MainManager() : nullptr;
+
+    // The later siblings of source go into target as well; the calls for them below then find
+    // their maps empty.
+    for (ModeEntry* node = source; node != nullptr && target->link == nullptr;
+         node = node->nextSibling) {
+        while (!node->modules.empty()) {
+            auto const front = node->modules.begin();
+            ParameterModule* const module = front->second.module;
+            node->modules.erase(front);
+            if (module == nullptr)
+                continue;
+
+            DefaultModule* const kind = FindKind(m_defaultModules, module->moduleNameHash);
+            DefaultModule* const otherKind =
+                other != nullptr ? FindKind(other->m_defaultModules, module->moduleNameHash)
+                                 : nullptr;
+            // The module changes owner only where this manager can own it; otherwise it stays in
+            // update's chain and goes with update.
+            if (otherKind != nullptr && kind != nullptr)
+                otherKind->RemoveModule(module);
+
+            ParameterModule* const previous = target->ReplaceModule(module);
+            if (previous != nullptr && previous != module && kind != nullptr) {
+                bool const known =
+                    module->data != nullptr && kind->Find(module->data->ID) != nullptr;
+                // A module that a node shares with another is parked once, by the first node
+                // that lets it go.
+                if (!known && ChainHolds(kind, previous)) {
+                    kind->RemoveModule(previous);
+                    m_replacedModules.Add(previous);
+                }
+            }
+            // Without a chain a moved module would never be freed: this manager's chain takes
+            // it, behind the instances of its own file, so that it goes with the next reload or
+            // the destructor like them.
+            if (kind != nullptr && !ChainHolds(kind, module))
+                kind->AddModule(module);
+        }
+    }
+
+    bool result = true;
+    for (ModeEntry* child = source->firstChild; child != nullptr; child = child->nextSibling) {
+        TuningMode step = {};
+        step.mode = child->mode.Parts.mode;
+        step.subMode = child->mode.Parts.subMode;
+        result = UpdateParameters(target->FindMode(&step), child, update);
+        if (!result)
+            break;
+    }
+    return result;
+}

@@ -1,0 +1,621 @@
+// SPDX-License-Identifier: Apache-2.0
+// Reloading a file under clients that hold modules, and merging a second manager's modules.
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <ostream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "parameterparser/defaultmodule.h"
+#include "parameterparser/modeentry.h"
+#include "parameterparser/parametermodetable.h"
+#include "parameterparser/parsercrc.h"
+#include "tools/generator/schemaset.h"
+#include "tools/writer/definitiontablebuilder.h"
+#include "tools/writer/entryencoder.h"
+#include "tools/writer/modesectionbuilder.h"
+#include "tools/writer/symboltablebuilder.h"
+#include "tools/writer/tuningfilewriter.h"
+
+#include "paramgen/fdSetManager.h"
+#include "paramgen/fdSetManager.writer.h"
+#include "tests/common/logcapture.h"
+#include "tests/common/tempfile.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#define RELOAD_TEST_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define RELOAD_TEST_ASAN 1
+#endif
+#endif
+#if defined(RELOAD_TEST_ASAN)
+#include <sanitizer/asan_interface.h>
+#endif
+
+namespace {
+
+using TuningWriter::EntryValue;
+
+constexpr char const* FlIndices = "flIndices";
+constexpr char const* FdConfig = "fdconfigdata";
+constexpr char const* Preview = "Default|Sensor.0|Usecase.Preview";
+constexpr char const* Video = "Default|Sensor.0|Usecase.Video";
+constexpr TuningMode PreviewBranch[] = {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}};
+constexpr TuningMode VideoBranch[] = {{0, 0, 0}, {1, 0, 0}, {2, 2, 0}};
+
+/// fdSetManager with its parked generation in view.
+class ReloadSetManager : public fdSetManager
+{
+public:
+    using fdSetManager::fdSetManager;
+
+    unsigned int ParkedModules() const { return m_replacedModules.Count(); }
+    unsigned int ParkedModeTables() const { return m_replacedModeTables.Count(); }
+    unsigned int ParkedSymbolTables() const { return m_replacedSymbolTables.Count(); }
+};
+
+/// A tuning file of fdSetManager's modules, built from the writer descriptions of its instances.
+/// flIndices holds numPoints = points and indices[i] = points + i.
+class TuningImage
+{
+public:
+    explicit TuningImage(std::string tag = "first") : m_tag(std::move(tag)) {}
+
+    /// Starts the next mode table.
+    TuningImage& Table(std::string name)
+    {
+        m_tables.emplace_back(static_cast<uint8_t>(m_tables.size()), std::move(name));
+        return *this;
+    }
+    /// The tree of the current table, for paths of no module and for raw entries.
+    TuningWriter::ModeSectionBuilder& Tree()
+    {
+        if (m_tables.empty())
+            Table("rear");
+        return m_tables.back();
+    }
+    TuningImage& Module(char const* instance, std::string const& path, uint32_t points = 0)
+    {
+        return Module(instance, Tree().AddPath(path), points);
+    }
+    TuningImage& Module(char const* instance, uint32_t modeId, uint32_t points = 0)
+    {
+        m_modules.push_back({instance, modeId, points});
+        return *this;
+    }
+    TuningImage& Damage(TuningWriter::Damage damage)
+    {
+        m_damage = std::move(damage);
+        return *this;
+    }
+
+    std::vector<uint8_t> Build()
+    {
+        TuningWriter::FileVersion const version{};
+        TuningWriter::InstanceCatalogue const& catalogue = ParamSchema::fdSetManager::Instances();
+        TuningWriter::SchemaSet schema;
+        TuningWriter::DefinitionTableBuilder definitions;
+        for (size_t i = 0; i < catalogue.count; ++i)
+            catalogue.instances[i].describe(schema);
+        for (size_t i = 0; i < catalogue.count; ++i)
+            definitions.AddModule(
+                schema.Module(catalogue.instances[i].instanceName, catalogue.instances[i].topType));
+        schema.AddTo(definitions);
+
+        TuningWriter::SymbolTableBuilder symbols(version);
+        TuningWriter::EntryEncoder encoder(version, schema.Structures(), symbols);
+        for (Placed const& placed : m_modules) {
+            TuningWriter::InstanceSchema const* instance = catalogue.Find(placed.instance);
+            std::vector<EntryValue> indices;
+            for (uint32_t i = 0; i < 300; ++i)
+                indices.push_back(EntryValue::UInt(placed.points + i));
+            EntryValue const value =
+                EntryValue::Struct({{"numPoints", EntryValue::UInt(placed.points)},
+                                    {"indices", EntryValue::List(indices)}});
+            TuningWriter::ModuleEntry entry;
+            entry.name = placed.instance;
+            entry.moduleVersion = instance->version;
+            entry.modeId = placed.modeId;
+            entry.data =
+                encoder.Encode(schema.Id(instance->topType),
+                               placed.instance == std::string(FlIndices) ? &value : nullptr);
+            symbols.AddModule(std::move(entry));
+        }
+
+        TuningWriter::TuningFileWriter writer(version);
+        writer.SetBinaryTag(m_tag);
+        writer.AddSection(TuningWriter::SectionType::Definition,
+                          definitions.Build(writer.Alignment()));
+        symbols.AddTo(writer);
+        if (m_tables.empty())
+            Table("rear");
+        for (TuningWriter::ModeSectionBuilder const& table : m_tables)
+            table.AddTo(writer);
+        writer.SetMinimumFileSize(TuningWriter::FileModeWindow);
+        writer.SetDamage(m_damage);
+        return writer.Build();
+    }
+
+private:
+    struct Placed
+    {
+        char const* instance;
+        uint32_t modeId;
+        uint32_t points;
+    };
+
+    std::string m_tag;
+    std::vector<TuningWriter::ModeSectionBuilder> m_tables;
+    std::vector<Placed> m_modules;
+    TuningWriter::Damage m_damage;
+};
+
+/// The file most tests start from: flIndices in Preview (points) and in Video (points + 1).
+std::vector<uint8_t> PreviewAndVideo(uint32_t points, std::string tag = "first")
+{
+    return TuningImage(std::move(tag))
+        .Module(FlIndices, Preview, points)
+        .Module(FlIndices, Video, points + 1)
+        .Build();
+}
+
+ModeEntry::ModuleReference* Reference(ParameterSetManager& manager, TuningMode const* branch,
+                                      unsigned int count, char const* instance)
+{
+    ModeEntry* node = manager.GetModeEntry(0, branch, count);
+    if (node == nullptr)
+        return nullptr;
+    auto found = node->modules.find(ParserCRC64::HashName(instance));
+    return found != node->modules.end() ? &found->second : nullptr;
+}
+
+class ReloadTest : public ::testing::Test
+{
+protected:
+    ParamTest::LogCapture m_log;
+    ParamTest::TempFile m_file{PreviewAndVideo(10)};
+    ReloadSetManager m_manager{"reload"};
+};
+
+TEST_F(ReloadTest, ParkedGenerationStaysReadableUntilTheNextReload)
+{
+    ASSERT_TRUE(m_manager.LoadBinaryParameters(m_file.Path().c_str()));
+    vornflindices::FLIndicesType* before = m_manager.GetModule_flIndices(PreviewBranch, 3, nullptr);
+    ASSERT_NE(before, nullptr);
+
+    m_file.Rewrite(PreviewAndVideo(20, "second"));
+    ASSERT_TRUE(m_manager.ReloadBinaryParameters(false));
+    EXPECT_TRUE(m_log.HasMessage("Reloading binary file " + m_file.Path() + "\n"));
+    EXPECT_STREQ(m_manager.GetLoggingIdentifier(), "reload;BinaryTag=second");
+    EXPECT_EQ(m_manager.ParkedModules(), 2u);
+    EXPECT_EQ(m_manager.ParkedModeTables(), 1u);
+    EXPECT_EQ(m_manager.ParkedSymbolTables(), 1u);
+    EXPECT_EQ(before->numPoints, 10u);
+    EXPECT_EQ(before->indices[299], 309u);
+    vornflindices::FLIndicesType* between =
+        m_manager.GetModule_flIndices(PreviewBranch, 3, nullptr);
+    ASSERT_NE(between, nullptr);
+    EXPECT_NE(between, before);
+    EXPECT_EQ(between->numPoints, 20u);
+
+    m_file.Rewrite(PreviewAndVideo(30, "third"));
+    ASSERT_TRUE(m_manager.ReloadBinaryParameters(false));
+    EXPECT_TRUE(m_log.HasMessage("FreeReplacedParameters called\n"));
+    EXPECT_EQ(m_manager.ParkedModules(), 2u);
+    EXPECT_EQ(m_manager.ParkedModeTables(), 1u);
+    // Read under the address sanitizer: the pointer from between the reloads is still valid.
+    EXPECT_EQ(between->numPoints, 20u);
+    EXPECT_EQ(between->indices[299], 319u);
+#if defined(RELOAD_TEST_ASAN)
+    EXPECT_TRUE(__asan_address_is_poisoned(&before->numPoints));
+    EXPECT_FALSE(__asan_address_is_poisoned(&between->numPoints));
+#endif
+}
+
+TEST_F(ReloadTest, PointerFromBeforeTheLastTwoReloadsIsFreed)
+{
+#if !defined(RELOAD_TEST_ASAN)
+    GTEST_SKIP() << "needs the address sanitizer to see the read";
+#else
+    ASSERT_TRUE(m_manager.LoadBinaryParameters(m_file.Path().c_str()));
+    vornflindices::FLIndicesType* before = m_manager.GetModule_flIndices(PreviewBranch, 3, nullptr);
+    ASSERT_NE(before, nullptr);
+    ASSERT_TRUE(m_manager.ReloadBinaryParameters(false));
+    EXPECT_DEATH(
+        {
+            if (m_manager.ReloadBinaryParameters(false))
+                std::printf("%u\n", *static_cast<uint32_t volatile*>(&before->numPoints));
+        },
+        "heap-use-after-free");
+#endif
+}
+
+struct TransferCase
+{
+    char const* name;
+    std::vector<uint8_t> (*image)();
+    char const* heldAfter; ///< the instance in Preview after the reload
+    int32_t count;         ///< its count after the reload
+    char const* message;   ///< the transfer's message; null for none
+};
+
+void PrintTo(TransferCase const& testCase, std::ostream* out)
+{
+    *out << testCase.name;
+}
+
+class CountTransferTest : public ReloadTest, public ::testing::WithParamInterface<TransferCase>
+{
+};
+
+TEST_P(CountTransferTest, CountsMoveOnlyWhileTheFileKeepsItsShape)
+{
+    TransferCase const& param = GetParam();
+    ASSERT_TRUE(m_manager.LoadBinaryParameters(m_file.Path().c_str()));
+    vornflindices::FLIndicesType* held = m_manager.GetModule_flIndices(PreviewBranch, 3, nullptr);
+    ASSERT_NE(held, nullptr);
+
+    m_file.Rewrite(param.image());
+    ASSERT_TRUE(m_manager.ReloadBinaryParameters(false));
+    ModeEntry::ModuleReference* reference = Reference(m_manager, PreviewBranch, 3, param.heldAfter);
+    ASSERT_NE(reference, nullptr);
+    EXPECT_EQ(reference->refCount.load(), param.count);
+    EXPECT_EQ(m_manager.GetModeEntry(0, PreviewBranch, 3)->IsActive(), param.count > 0);
+    if (param.message != nullptr)
+        EXPECT_TRUE(m_log.HasMessage(param.message));
+    else
+        EXPECT_EQ(m_log.Count("Failed to transfer reference counts"), 0u);
+
+    // Giving back the old pointer lowers only the old generation's count.
+    held->Release();
+    EXPECT_EQ(reference->refCount.load(), param.count);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Reload, CountTransferTest,
+    ::testing::Values(
+        TransferCase{"SameShape", [] { return PreviewAndVideo(20, "second"); }, FlIndices, 1,
+                     nullptr},
+        TransferCase{
+            "AnotherTableCount",
+            [] {
+                TuningImage image;
+                image.Table("rear").Module(FlIndices, Preview, 20).Module(FlIndices, Video);
+                return image.Table("front").Module(FlIndices, Preview).Build();
+            },
+            FlIndices, 0, nullptr},
+        TransferCase{"AnotherSlotCount",
+                     [] {
+                         TuningImage image;
+                         image.Tree().AddPath("Default|Sensor.0|Usecase.Snapshot");
+                         return image.Module(FlIndices, Preview).Module(FlIndices, Video).Build();
+                     },
+                     FlIndices, 0, nullptr},
+        TransferCase{
+            "AnotherModuleInTheSlot",
+            [] { return TuningImage().Module(FdConfig, Preview).Module(FlIndices, Video).Build(); },
+            FdConfig, 0,
+            "ReloadBinaryParameters: Failed to transfer reference counts, current module "
+            "name (fdconfigdata) does not match prev name (flIndices) in mode index 2\n"}),
+    [](::testing::TestParamInfo<TransferCase> const& caseInfo) { return caseInfo.param.name; });
+
+TEST_F(ReloadTest, ModeHeldThroughAReloadIsNotEvicted)
+{
+    // 24 modes that can be evicted, where at most 17 stay listed unless they are in use.
+    TuningImage image;
+    std::vector<std::vector<TuningMode>> branches;
+    for (uint16_t usecase = 0; usecase < 8; ++usecase) {
+        std::string const path = "Default|Sensor.0|Usecase." + std::to_string(usecase);
+        image.Module(FlIndices, path, usecase);
+        branches.push_back({{0, 0, 0}, {1, 0, 0}, {2, usecase, 0}});
+        for (uint16_t feature = 0; usecase < 2 && feature < 8; ++feature) {
+            image.Module(FlIndices, path + "|Feature1." + std::to_string(feature), feature);
+            branches.push_back({{0, 0, 0}, {1, 0, 0}, {2, usecase, 0}, {3, feature, 0}});
+        }
+    }
+    std::vector<uint8_t> const bytes = image.Build();
+    m_file.Rewrite(bytes);
+    ASSERT_TRUE(m_manager.LoadBinaryParameters(m_file.Path().c_str()));
+    TuningMode const held[] = {{0, 0, 0}, {1, 0, 0}, {2, 5, 0}};
+    ASSERT_NE(m_manager.GetModule_flIndices(held, 3, nullptr), nullptr);
+
+    m_file.Rewrite(bytes);
+    ASSERT_TRUE(m_manager.ReloadBinaryParameters(false));
+    vornflindices::FLIndicesType* fresh = m_manager.GetModule_flIndices(held, 3, nullptr);
+    ASSERT_NE(fresh, nullptr);
+    fresh->Release(); // what stays is the count carried over from the old generation
+    ModeEntry* node = m_manager.GetModeEntry(0, held, 3);
+    unsigned int unloaded = 0;
+    for (std::vector<TuningMode> const& branch : branches) {
+        auto const count = static_cast<unsigned int>(branch.size());
+        if (m_manager.GetModeEntry(0, branch.data(), count) == node)
+            continue;
+        vornflindices::FLIndicesType* module =
+            m_manager.GetModule_flIndices(branch.data(), count, nullptr);
+        ASSERT_NE(module, nullptr);
+        module->Release();
+    }
+    for (std::vector<TuningMode> const& branch : branches)
+        unloaded += m_manager.GetModeEntry(0, branch.data(), branch.size())->loaded ? 0 : 1;
+    EXPECT_GT(unloaded, 0u); // eviction ran, and passed over the held mode, the oldest
+    EXPECT_TRUE(node->IsActive());
+    EXPECT_TRUE(node->loaded);
+    EXPECT_EQ(fresh->numPoints, 5u);
+}
+
+struct FailureCase
+{
+    char const* name;
+    bool removeFile;
+    TuningWriter::Damage damage;
+    char const* error; ///< the start of the manager's error text
+};
+
+void PrintTo(FailureCase const& testCase, std::ostream* out)
+{
+    *out << testCase.name;
+}
+
+class FailedReloadTest : public ReloadTest, public ::testing::WithParamInterface<FailureCase>
+{
+};
+
+TEST_P(FailedReloadTest, LeavesTheManagerEmptyAndTheOldGenerationIntact)
+{
+    FailureCase const& param = GetParam();
+    ASSERT_TRUE(m_manager.LoadBinaryParameters(m_file.Path().c_str()));
+    vornflindices::FLIndicesType* held = m_manager.GetModule_flIndices(PreviewBranch, 3, nullptr);
+    ASSERT_NE(held, nullptr);
+
+    if (param.removeFile)
+        std::remove(m_file.Path().c_str());
+    else
+        m_file.Rewrite(
+            TuningImage("damaged").Module(FlIndices, Preview, 20).Damage(param.damage).Build());
+    EXPECT_FALSE(m_manager.ReloadBinaryParameters(false));
+    EXPECT_EQ(std::string(m_manager.GetErrorString()).rfind(param.error, 0), 0u)
+        << m_manager.GetErrorString();
+    EXPECT_EQ(m_manager.GetModeTableCount(), 0u);
+    EXPECT_EQ(m_manager.GetSymbolTable(), nullptr);
+    EXPECT_EQ(m_manager.GetModule_flIndices(PreviewBranch, 3, nullptr), nullptr);
+    EXPECT_EQ(m_manager.ParkedModeTables(), 1u);
+    EXPECT_EQ(held->numPoints, 10u);
+    EXPECT_EQ(held->indices[0], 10u);
+
+    // The file name stays, so the reload can be tried again once the file is sound.
+    m_file.Rewrite(PreviewAndVideo(30, "repaired"));
+    ASSERT_TRUE(m_manager.ReloadBinaryParameters(false));
+    EXPECT_STREQ(m_manager.GetLoggingIdentifier(), "reload;BinaryTag=repaired");
+    vornflindices::FLIndicesType* fresh = m_manager.GetModule_flIndices(PreviewBranch, 3, nullptr);
+    ASSERT_NE(fresh, nullptr);
+    EXPECT_EQ(fresh->numPoints, 30u);
+}
+
+TuningWriter::Damage BadChecksum()
+{
+    TuningWriter::Damage damage;
+    damage.badChecksum = true;
+    return damage;
+}
+
+TuningWriter::Damage CutShort()
+{
+    TuningWriter::Damage damage;
+    damage.cutAt = 200;
+    return damage;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Reload, FailedReloadTest,
+    ::testing::Values(
+        FailureCase{"FileRemoved", true, {}, "Unable to allocate space to read binary file"},
+        FailureCase{"BadChecksum", false, BadChecksum(), "Binary file CRC validation failed"},
+        FailureCase{"Truncated", false, CutShort(), "Binary header data too small: Expected: "}),
+    [](::testing::TestParamInfo<FailureCase> const& caseInfo) { return caseInfo.param.name; });
+
+TEST_F(ReloadTest, BufferModeReloadReadsTheWholeFileAndClearsTheName)
+{
+    ASSERT_TRUE(m_manager.LoadBinaryParameters(m_file.Path().c_str()));
+    std::remove(m_file.Path().c_str());
+    EXPECT_FALSE(m_manager.ReloadBinaryParameters(true));
+    EXPECT_STREQ(m_manager.GetErrorString(), "ReloadBinaryParameters: Failed to open file");
+    EXPECT_TRUE(m_manager.IsFileMode()); // not opened: the name stays
+
+    m_file.Rewrite(PreviewAndVideo(40, "buffered"));
+    ASSERT_TRUE(m_manager.ReloadBinaryParameters(true));
+    EXPECT_TRUE(m_log.HasMessage("Reloading binary file " + m_file.Path() + " in buffer mode\n"));
+    EXPECT_FALSE(m_manager.IsFileMode());
+    vornflindices::FLIndicesType* module = m_manager.GetModule_flIndices(VideoBranch, 3, nullptr);
+    ASSERT_NE(module, nullptr);
+    EXPECT_EQ(module->numPoints, 41u);
+
+    EXPECT_FALSE(m_manager.ReloadBinaryParameters(false));
+    EXPECT_STREQ(m_manager.GetErrorString(), "ReloadBinaryParameters called with empty file name");
+    EXPECT_EQ(module->numPoints, 41u); // a refused reload parks nothing
+
+    ReloadSetManager fromBuffer("buffer");
+    std::vector<uint8_t> bytes = PreviewAndVideo(1);
+    ASSERT_TRUE(fromBuffer.LoadBinaryParameters(bytes.data(), bytes.size()));
+    EXPECT_FALSE(fromBuffer.ReloadBinaryParameters(false));
+    EXPECT_STREQ(fromBuffer.GetErrorString(), "ReloadBinaryParameters called with empty file name");
+}
+
+TEST_F(ReloadTest, ChangedFileFailsLaterReadsUntilReloaded)
+{
+    ASSERT_TRUE(m_manager.LoadBinaryParameters(m_file.Path().c_str()));
+    vornflindices::FLIndicesType* preview =
+        m_manager.GetModule_flIndices(PreviewBranch, 3, nullptr);
+    ASSERT_NE(preview, nullptr);
+
+    m_file.Rewrite(PreviewAndVideo(50, "changed"));
+    EXPECT_EQ(m_manager.GetModule_flIndices(VideoBranch, 3, nullptr), nullptr);
+    EXPECT_TRUE(m_log.HasMessage("ParameterBinaryFile::Open, file modified, must reload\n"));
+    EXPECT_TRUE(m_log.HasMessage("Failed to load module flIndices, path: 0.0|1.0|2.2, skipping\n"));
+    // A module read before the change is still served.
+    EXPECT_EQ(m_manager.GetModule_flIndices(PreviewBranch, 3, preview), preview);
+    EXPECT_EQ(preview->numPoints, 10u);
+
+    ASSERT_TRUE(m_manager.ReloadBinaryParameters(false));
+    vornflindices::FLIndicesType* video = m_manager.GetModule_flIndices(VideoBranch, 3, nullptr);
+    ASSERT_NE(video, nullptr);
+    EXPECT_EQ(video->numPoints, 51u);
+}
+
+TEST_F(ReloadTest, ClientsReadHeldModulesWhileTheFileIsReloaded)
+{
+    ASSERT_TRUE(m_manager.LoadBinaryParameters(m_file.Path().c_str()));
+    constexpr unsigned int Rounds = 4;
+    constexpr unsigned int Readers = 3;
+    for (unsigned int round = 0; round < Rounds; ++round) {
+        uint32_t const points = 10 + 100 * round;
+        // Lookups run alone; only reads of pointers already held overlap the reload. The last
+        // round reloads in buffer mode, which reads the file whole.
+        vornflindices::FLIndicesType* held =
+            m_manager.GetModule_flIndices(PreviewBranch, 3, nullptr);
+        ASSERT_NE(held, nullptr);
+        std::atomic<bool> stop{false};
+        std::atomic<unsigned int> mismatches{0};
+        std::atomic<unsigned int> reads{0};
+        std::vector<std::thread> readers;
+        for (unsigned int i = 0; i < Readers; ++i)
+            readers.emplace_back([&] {
+                while (!stop.load() || reads.load() < Readers) {
+                    uint32_t sum = 0;
+                    for (uint32_t index = 0; index < 300; ++index)
+                        sum += held->indices[index] - index;
+                    if (held->numPoints != points || sum != 300 * points)
+                        mismatches.fetch_add(1);
+                    reads.fetch_add(1);
+                }
+            });
+        m_file.Rewrite(PreviewAndVideo(points + 100, "round" + std::to_string(round)));
+        bool const reloaded = m_manager.ReloadBinaryParameters(round + 1 == Rounds);
+        stop.store(true);
+        for (std::thread& reader : readers)
+            reader.join();
+        ASSERT_TRUE(reloaded);
+        EXPECT_EQ(mismatches.load(), 0u);
+        EXPECT_GE(reads.load(), Readers);
+    }
+}
+
+/// Merges of a second manager's modules; both loaded from buffers, so every module is read.
+class UpdateTest : public ::testing::Test
+{
+protected:
+    static void Load(ReloadSetManager& manager, std::vector<uint8_t> bytes)
+    {
+        ASSERT_TRUE(manager.LoadBinaryParameters(bytes.data(), bytes.size()));
+    }
+
+    ParamTest::LogCapture m_log;
+    // The update outlives the manager that takes its modules.
+    ReloadSetManager m_update{"update"};
+    ReloadSetManager m_manager{"target"};
+};
+
+TEST_F(UpdateTest, RefusesNoUpdateAndAnUnloadedManager)
+{
+    EXPECT_FALSE(m_manager.UpdateParameters(&m_update));
+    Load(m_manager, PreviewAndVideo(1));
+    EXPECT_FALSE(m_manager.UpdateParameters(nullptr));
+    EXPECT_STREQ(m_manager.GetErrorString(), "");
+}
+
+TEST_F(UpdateTest, OneTableEachIsMergedWhateverTheNames)
+{
+    Load(m_manager, TuningImage().Table("rear").Module(FlIndices, Preview, 1).Build());
+    // fdconfigdata takes ID 1 in the update, so flIndices (ID 2) is no instance this manager's
+    // chain knows and the module it replaces is parked.
+    Load(m_update, TuningImage()
+                       .Table("front")
+                       .Module(FdConfig, Preview)
+                       .Module(FlIndices, Preview, 2)
+                       .Build());
+    vornflindices::FLIndicesType* old = m_manager.GetModule_flIndices(PreviewBranch, 3, nullptr);
+    ASSERT_NE(old, nullptr);
+    ASSERT_EQ(m_manager.GetModule_fdconfigdata(PreviewBranch, 3, nullptr), nullptr);
+
+    ASSERT_TRUE(m_manager.UpdateParameters(&m_update));
+    vornflindices::FLIndicesType* merged = m_manager.GetModule_flIndices(PreviewBranch, 3, nullptr);
+    ASSERT_NE(merged, nullptr);
+    EXPECT_EQ(merged->numPoints, 2u);
+    EXPECT_EQ(old->numPoints, 1u); // parked, still readable
+    EXPECT_EQ(m_manager.ParkedModules(), 1u);
+    // fdconfigdata replaced nothing: it is added and nothing more is parked.
+    EXPECT_NE(m_manager.GetModule_fdconfigdata(PreviewBranch, 3, nullptr), nullptr);
+    EXPECT_TRUE(m_update.GetModeEntry(0, PreviewBranch, 3)->modules.empty());
+    EXPECT_EQ(m_update.GetModule_flIndices(PreviewBranch, 3, nullptr), nullptr);
+}
+
+struct TableMatchCase
+{
+    char const* name;
+    char const* first;
+    char const* second;
+    bool merged;
+};
+
+void PrintTo(TableMatchCase const& testCase, std::ostream* out)
+{
+    *out << testCase.name;
+}
+
+class TableMatchTest : public UpdateTest, public ::testing::WithParamInterface<TableMatchCase>
+{
+};
+
+TEST_P(TableMatchTest, TablesMatchByNameAtTheSameIndexOnly)
+{
+    TableMatchCase const& param = GetParam();
+    TuningImage target;
+    target.Table("rear").Module(FlIndices, Preview, 1).Table("front").Module(FlIndices, Preview, 2);
+    Load(m_manager, target.Build());
+    TuningImage update;
+    update.Table(param.first)
+        .Module(FlIndices, Preview, 3)
+        .Table(param.second)
+        .Module(FlIndices, Preview, 4);
+    Load(m_update, update.Build());
+
+    EXPECT_EQ(m_manager.UpdateParameters(&m_update), param.merged);
+    fdSetManager* front = m_manager.CreateSetManager("front");
+    ASSERT_NE(front, nullptr);
+    vornflindices::FLIndicesType* module = front->GetModule_flIndices(PreviewBranch, 3, nullptr);
+    ASSERT_NE(module, nullptr);
+    EXPECT_EQ(module->numPoints, param.merged ? 4u : 2u);
+    delete front;
+    char const* const error = "UpdateParameters: Error: No matching module tables names found, "
+                              "unable to update parameters";
+    EXPECT_STREQ(m_manager.GetErrorString(), param.merged ? "" : error);
+}
+
+INSTANTIATE_TEST_SUITE_P(Update, TableMatchTest,
+                         ::testing::Values(TableMatchCase{"SameOrder", "rear", "front", true},
+                                           TableMatchCase{"Swapped", "front", "rear", false}),
+                         [](::testing::TestParamInfo<TableMatchCase> const& caseInfo) {
+                             return caseInfo.param.name;
+                         });
+
+TEST_F(UpdateTest, TargetWithALinkKeepsItsModules)
+{
+    // Preview links to Video in the target, so it serves Video's module.
+    TuningImage target;
+    uint32_t const video = target.Tree().AddPath(Video);
+    target.Tree().AddChild(target.Tree().Find("Default|Sensor.0"), 2, 0, 0, 0, video);
+    Load(m_manager, target.Module(FlIndices, video, 5).Build());
+    Load(m_update, TuningImage().Module(FlIndices, Preview, 6).Build());
+
+    EXPECT_TRUE(m_manager.UpdateParameters(&m_update));
+    vornflindices::FLIndicesType* module = m_manager.GetModule_flIndices(PreviewBranch, 3, nullptr);
+    ASSERT_NE(module, nullptr);
+    EXPECT_EQ(module->numPoints, 5u);
+    EXPECT_EQ(m_update.GetModeEntry(0, PreviewBranch, 3)->modules.size(), 1u);
+}
+
+} // namespace
