@@ -65,7 +65,7 @@ NodeView ViewOf(ParameterModeTable const& table, unsigned int tableIndex, ModeEn
 
 std::string Hex(unsigned long value)
 {
-    char text[16];
+    char text[24];
     std::snprintf(text, sizeof(text), "0x%08lx", value);
     return text;
 }
