@@ -6,6 +6,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <optional>
 
 #include "platform/vornalloc.h"
 
@@ -96,6 +97,65 @@ bool ReadCount(ParameterFileSymbolTableEntry& entry, unsigned int limit, uint32_
     value = 0;
     entry.LogMessage(false, "Insufficient data to read variable from symbol table entry\n");
     return false;
+}
+
+// The element kind of a shared array of structures: its type's array loader is unique per type.
+uintptr_t ElementIdentity(ParameterFileSymbolTableEntry::LoadArrayFunction loadArray)
+{
+    return reinterpret_cast<uintptr_t>(loadArray);
+}
+
+// The pointed-to entries whose structures this thread is reading, innermost first: a load runs
+// to its end on the thread that started it, so the chain from the module down lives here rather
+// than in every field's parameters.
+struct Ancestor
+{
+    uint32_t id;
+    Ancestor const* parent;
+    uint32_t depth;
+};
+thread_local Ancestor const* t_ancestors = nullptr;
+
+// Enters entry id for the reads of its elements and leaves it again at the end of the scope.
+class AncestorScope
+{
+public:
+    explicit AncestorScope(uint32_t id)
+        : m_self{id, t_ancestors, t_ancestors != nullptr ? t_ancestors->depth + 1 : 1}
+    {
+        t_ancestors = &m_self;
+    }
+    ~AncestorScope() { t_ancestors = m_self.parent; }
+    AncestorScope(AncestorScope const&) = delete;
+    AncestorScope& operator=(AncestorScope const&) = delete;
+
+private:
+    Ancestor m_self;
+};
+
+// Whether the structures of the pointed-to entry id may be read now: not when the entry is
+// already being read further up (a pointer back into its own tree would recurse without end),
+// nor below ParameterEntryReader::MaxPointerDepth entries.
+bool MayDescendInto(ParameterFileSymbolTableEntry& entry, unsigned long nameHash, uint32_t id)
+{
+    if (t_ancestors != nullptr && t_ancestors->depth >= ParameterEntryReader::MaxPointerDepth) {
+        entry.LogMessage(true,
+                         "Error Reading 0x%llx: data entry %u nested deeper than %u entries, "
+                         "left empty\n",
+                         static_cast<unsigned long long>(nameHash), id,
+                         ParameterEntryReader::MaxPointerDepth);
+        return false;
+    }
+    for (Ancestor const* above = t_ancestors; above != nullptr; above = above->parent) {
+        if (above->id == id) {
+            entry.LogMessage(true,
+                             "Error Reading 0x%llx: data entry %u points back into itself, left "
+                             "empty\n",
+                             static_cast<unsigned long long>(nameHash), id);
+            return false;
+        }
+    }
+    return true;
 }
 
 // The parameters with which the elements of a structure field are loaded from target.
@@ -445,9 +505,14 @@ void* ParameterFileSymbolTableEntry::ReadStructureArray(
     count = field.count;
     ParameterFileSymbolTableEntry& target = *field.target;
     id = target.ID;
+    bool const pointed = &target != this;
+    if (pointed && !MayDescendInto(*this, parameters.nameHash, target.ID)) {
+        count = 0;
+        return nullptr;
+    }
     bool const shared = ParameterEntryReader::IsSharedField(field.element);
     if (shared) {
-        if (void* object = target.SetFromDupObject(loc))
+        if (void* object = target.TakeDupObject(loc, count, ElementIdentity(loadArray)))
             return object;
     }
     void* array = nullptr;
@@ -463,9 +528,14 @@ void* ParameterFileSymbolTableEntry::ReadStructureArray(
         field.element != nullptr ? field.element->Info : nullptr;
     bool const countAhead = info != nullptr && HasFlag(*info, ElementFixedCount);
     ParameterLoadParameters local = ElementParameters(*this, parameters, field, countAhead);
-    loadArray(local, array, count);
+    {
+        std::optional<AncestorScope> scope;
+        if (pointed)
+            scope.emplace(target.ID);
+        loadArray(local, array, count);
+    }
     if (array != nullptr && shared)
-        target.SetDupObject(array, loc);
+        target.SetDupObject(array, loc, count, ElementIdentity(loadArray));
     return array;
 }
 
@@ -572,7 +642,7 @@ void ParameterFileSymbolTableEntry::ReadStringArray(char**& values, unsigned int
         field.element != nullptr ? field.element->Info : nullptr;
     bool const shared = info == nullptr || HasFlag(*info, ElementVariableCount);
     if (shared) {
-        if (void* object = target.SetFromDupObject(loc)) {
+        if (void* object = target.TakeDupObject(loc, count, ParameterEntryReader::StringArrayIdentity)) {
             values = static_cast<char**>(object);
             return;
         }
@@ -591,7 +661,7 @@ void ParameterFileSymbolTableEntry::ReadStringArray(char**& values, unsigned int
         target.ReadString(array[i], loc, NoLoadLimit);
     values = array;
     if (shared)
-        target.SetDupObject(array, loc);
+        target.SetDupObject(array, loc, count, ParameterEntryReader::StringArrayIdentity);
 }
 
 void ParameterFileSymbolTableEntry::ReadOptionalString(char*& value, unsigned int& count,

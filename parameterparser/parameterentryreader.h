@@ -19,6 +19,12 @@ class IParameterLoggingAPI;
 
 namespace ParameterEntryReader {
 
+/// Limit on hostile input: the most pointed-to entries of structures that one read goes down
+/// through. Legitimate trees (trigger trees, nested tables) stay far below it; a deeper chain of
+/// pointers, or one that leads back into an entry being read, is cut there and the member
+/// stays empty.
+constexpr unsigned int MaxPointerDepth = 32;
+
 /// How a reader asks GetCountAndPointerEntry for its field.
 struct FieldForm
 {
@@ -117,6 +123,17 @@ inline bool IsSharedField(ParameterDefinitionElement const* element)
            HasFlag(*element->Info, ElementVariableCount) || element->Info->Type > TypeUIntLike2;
 }
 
+/// The element kind of a shared array of numbers, as its record stores it: size, float and sign.
+/// Small values, which no array loader's address (the kind of structure arrays) can take.
+template <typename T> constexpr uintptr_t NumberIdentity(bool noFloat)
+{
+    return sizeof(T) | (std::is_floating_point_v<T> ? 0x100u : 0u) |
+           (std::is_signed_v<T> ? 0x200u : 0u) | (std::is_enum_v<T> || noFloat ? 0x400u : 0u);
+}
+
+/// The element kind of a shared array of strings.
+constexpr uintptr_t StringArrayIdentity = 0x800u | sizeof(char*);
+
 constexpr FieldForm NumberFixedForm(unsigned int count)
 {
     return {4, false, count >= 2, false};
@@ -207,7 +224,8 @@ void ParameterFileSymbolTableEntry::ReadSimpleTypeArray(T*& values, unsigned int
     id = target.ID;
     bool const shared = Reader::IsSharedField(field.element);
     if (shared) {
-        if (void* object = target.SetFromDupObject(loc)) {
+        if (void* object =
+                target.TakeDupObject(loc, count, Reader::NumberIdentity<T>(enumeration))) {
             values = static_cast<T*>(object);
             return;
         }
@@ -251,7 +269,7 @@ void ParameterFileSymbolTableEntry::ReadSimpleTypeArray(T*& values, unsigned int
     }
     values = array;
     if (shared)
-        target.SetDupObject(array, loc);
+        target.SetDupObject(array, loc, count, Reader::NumberIdentity<T>(enumeration));
 }
 
 // The number types are instantiated once, in the library (parameterentryreader.cpp).

@@ -819,7 +819,7 @@ PList<DupObjInfo*> const* ParameterFileSymbolTable::GetDuplicates(bool isModule,
 }
 
 DupObjInfo* ParameterFileSymbolTable::GetDupObjectInternal(bool isModule, unsigned int id, int loc,
-                                                           bool lock)
+                                                           bool lock, uintptr_t elementType)
 {
     bool invalid = false;
     unsigned int const group = GroupOf(isModule, id, invalid);
@@ -858,6 +858,9 @@ DupObjInfo* ParameterFileSymbolTable::GetDupObjectInternal(bool isModule, unsign
         DupObjInfo* info = FindRecord(isModule, group, loc);
         if (info == nullptr || info->Object == nullptr)
             return nullptr;
+        // An array of another kind of element is not this reader's to use.
+        if (elementType != AnyElementType && info->ElementType != elementType)
+            return nullptr;
         // The count rises under the shared lock, so it is atomic.
         info->RefCount.fetch_add(1);
         return info;
@@ -869,7 +872,8 @@ DupObjInfo* ParameterFileSymbolTable::GetDupObjectInternal(bool isModule, unsign
 }
 
 DupObjInfo* ParameterFileSymbolTable::SetDupObject(bool isModule, unsigned int id, void* object,
-                                                   int loc)
+                                                   int loc, unsigned int elementCount,
+                                                   uintptr_t elementType)
 {
     bool invalid = false;
     unsigned int const group = GroupOf(isModule, id, invalid);
@@ -918,6 +922,8 @@ DupObjInfo* ParameterFileSymbolTable::SetDupObject(bool isModule, unsigned int i
                                     info->RefCount.load(), static_cast<int>(id),
                                     static_cast<int>(group), side, loc);
         info->Object = object;
+        info->Count = elementCount;
+        info->ElementType = elementType;
         info->RefCount.fetch_add(1);
         m_objects[object] = info;
         return info;
@@ -935,12 +941,14 @@ DupObjInfo* ParameterFileSymbolTable::SetDupObject(bool isModule, unsigned int i
         return nullptr;
     }
     info->Object = object;
+    info->Count = elementCount;
+    info->ElementType = elementType;
     info->RefCount.store(1);
     m_objects[object] = info;
     return info;
 }
 
-bool ParameterFileSymbolTable::ReleaseDupObject(void* object)
+bool ParameterFileSymbolTable::ReleaseDupObject(void* object, unsigned int* sharedCount)
 {
     if (object == nullptr)
         return false;
@@ -950,6 +958,8 @@ bool ParameterFileSymbolTable::ReleaseDupObject(void* object)
         return true;
     if (!DupObjInfo::Release(info))
         return false;
+    if (sharedCount != nullptr)
+        *sharedCount = info->Count;
     // The record stays in its group with no object, ready for the next load.
     m_objects.erase(object);
     return true;

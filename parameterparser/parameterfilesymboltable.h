@@ -40,6 +40,8 @@ struct PARAMETERPARSER_API DupObjInfo
     void* Object = nullptr;
     int Loc;
     std::atomic<uint32_t> RefCount{0};
+    uint32_t Count = 0;         ///< elements of Object, as its first reader loaded them
+    uintptr_t ElementType = 0;  ///< the kind of those elements, an identity of the reader's
 };
 
 /// The tables of one loaded tuning file. The definition part is the file's schema; the symbol
@@ -155,18 +157,29 @@ public:
     /// Calls that do not fit the tables log "GetDupObject called with invalid values, ..." at
     /// error level and give null. With lock the table's lock is held for reading; a failed lock
     /// throws std::system_error. The record stays owned by the table.
-    DupObjInfo* GetDupObjectInternal(bool isModule, unsigned int id, int loc, bool lock);
+    /// With an elementType other than AnyElementType, a record whose object holds another kind
+    /// of element is not handed out either.
+    DupObjInfo* GetDupObjectInternal(bool isModule, unsigned int id, int loc, bool lock,
+                                     uintptr_t elementType = AnyElementType);
+
+    /// The element kind that matches every record.
+    static constexpr uintptr_t AnyElementType = ~static_cast<uintptr_t>(0);
 
     /// Publishes object as the shared object of loc in id's group and returns its record (owned
     /// by the table). Null when the block is not shared, when the call does not fit the tables
     /// (logged as "SetDupObject called with invalid values, ..."), or when another reader has
     /// published first: the caller then keeps object as its private copy.
-    DupObjInfo* SetDupObject(bool isModule, unsigned int id, void* object, int loc);
+    /// elementCount and elementType are stored with a new object for the readers that take it
+    /// later.
+    DupObjInfo* SetDupObject(bool isModule, unsigned int id, void* object, int loc,
+                             unsigned int elementCount = 0, uintptr_t elementType = 0);
 
     /// Drops one reference on a shared object. True when the caller must free object: it was
     /// never shared (or is no longer), or this was its last reference. False for null and while
     /// other holders remain.
-    bool ReleaseDupObject(void* object);
+    /// With sharedCount, the element count stored with a shared object is written there when
+    /// this was its last reference, so that the caller frees every element the array holds.
+    bool ReleaseDupObject(void* object, unsigned int* sharedCount = nullptr);
 
     /// The record of a published object; null if object is not shared now. Takes no lock:
     /// callers hold the table's lock for writing or run alone. Owned by the table.

@@ -198,11 +198,34 @@ void* ParameterFileSymbolTableEntry::SetFromDupObject(int loc)
     return info != nullptr ? info->Object : nullptr;
 }
 
-DupObjInfo* ParameterFileSymbolTableEntry::SetDupObject(void* object, int loc)
+DupObjInfo* ParameterFileSymbolTableEntry::SetDupObject(void* object, int loc, unsigned int count,
+                                                        uintptr_t elementType)
 {
     if (Table == nullptr)
         return nullptr;
-    return Table->SetDupObject(Module != nullptr, DuplicateID, object, loc);
+    return Table->SetDupObject(Module != nullptr, DuplicateID, object, loc, count, elementType);
+}
+
+void* ParameterFileSymbolTableEntry::TakeDupObject(int loc, unsigned int& count,
+                                                   uintptr_t elementType)
+{
+    if (Table == nullptr)
+        return nullptr;
+    DupObjInfo* info =
+        Table->GetDupObjectInternal(Module != nullptr, DuplicateID, loc, true, elementType);
+    if (info == nullptr)
+        return nullptr;
+    // Every holder of one group reads the same block, but each brings its own count: one that
+    // asks for more than the first reader loaded would read past the shared array.
+    unsigned int const held = info->Count;
+    if (count > held) {
+        LogMessage(true,
+                   "Shared array of data entry %u (Loc %d) holds %u elements, not %u: count set "
+                   "to %u\n",
+                   ID, loc, held, count, held);
+        count = held;
+    }
+    return info->Object;
 }
 
 bool ParameterFileSymbolTableEntry::ReadPointerEntry(ParameterFileSymbolTableEntry& target)

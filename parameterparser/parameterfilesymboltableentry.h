@@ -47,7 +47,15 @@ public:
 
     DupObjInfo* GetDupObject(int loc);
     void* SetFromDupObject(int loc);
-    DupObjInfo* SetDupObject(void* object, int loc);
+    /// Publishes object, an array of count elements of kind elementType (an identity chosen by
+    /// the reader), as the shared object of loc in this entry's duplicate group.
+    DupObjInfo* SetDupObject(void* object, int loc, unsigned int count = 0,
+                             uintptr_t elementType = 0);
+    /// The shared array of loc for one more holder, counted, when it holds elements of kind
+    /// elementType; null when none is published or it holds another kind (the caller then loads
+    /// a private copy). A holder that declares more elements than the array holds gets its count
+    /// cut to the array's, with an error logged.
+    void* TakeDupObject(int loc, unsigned int& count, uintptr_t elementType);
 
     /// Reads a u32 data table identifier at the cursor and finds that entry into target.
     [[nodiscard]] bool ReadPointerEntry(ParameterFileSymbolTableEntry& target);

@@ -151,11 +151,13 @@ void ReadMember(ParameterFileSymbolTableEntry& entry, void* object,
 
 // Drops one holder's pointer. True when this holder was the last one, so that what the block
 // points at may go too; the block itself is then freed.
-bool ReleaseBlock(ParameterFileSymbolTable* table, void* block)
+// count, when given, becomes the element count of a shared block: the last holder may have
+// declared fewer elements than the block holds.
+bool ReleaseBlock(ParameterFileSymbolTable* table, void* block, unsigned int* count = nullptr)
 {
     if (block == nullptr)
         return false;
-    if (table != nullptr && !table->ReleaseDupObject(block))
+    if (table != nullptr && !table->ReleaseDupObject(block, count))
         return false;
     return true;
 }
@@ -193,9 +195,9 @@ void UnloadMember(void* object, ParameterMemberDescriptor const& member,
         SetPointer(object, member.offset, nullptr);
         // A shared array is loaded once: what its elements hold belongs to the array and goes
         // only with its last holder, or the other holders would see freed elements.
-        if (!ReleaseBlock(table, block))
+        unsigned int count = Word(object, member.countOffset);
+        if (!ReleaseBlock(table, block, &count))
             break;
-        unsigned int const count = Word(object, member.countOffset);
         if (member.kind == ParameterMemberKind::StructureArray) {
             UnloadElements(block, *member.type, count, table);
         } else if (member.kind == ParameterMemberKind::StringArray) {

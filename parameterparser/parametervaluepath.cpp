@@ -245,6 +245,8 @@ void WriteNumber(double number, unsigned int precision, char* out, unsigned int 
 template <typename Text>
 void JoinElements(unsigned int count, char* out, unsigned int outSize, Text textOf)
 {
+    if (outSize == 0)
+        return;
     out[0] = '\0';
     char number[NumberTextLength];
     for (unsigned int i = 0; i < count; ++i) {
@@ -307,7 +309,8 @@ ParameterParserInfo ListRecord(void* object, ParameterMemberDescriptor const& me
 bool ParameterValuePath::GetValue(void* object, ParameterTypeDescriptor const& type,
                                   char const* path, char* out, unsigned int outSize)
 {
-    if (object == nullptr || out == nullptr)
+    // Not even the terminator fits: nothing is written.
+    if (object == nullptr || out == nullptr || outSize == 0)
         return false;
     Step const step = ReadStep(path);
     ParameterMemberDescriptor const* member = FindMember(type, step.name, true);

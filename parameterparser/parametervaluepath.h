@@ -36,7 +36,8 @@ namespace ParameterValuePath {
 /// type's precision, a string as it is, an array of numbers as one element when the index is
 /// inside it and otherwise as all elements joined by ",". An array of structures has no text:
 /// false unless the index selects an element. A counted array with no elements gives true with
-/// out untouched. Text that does not fit is cut; the result stays true.
+/// out untouched. Text that does not fit is cut; the result stays true. An outSize of 0 gives
+/// false and writes nothing.
 PARAMETERPARSER_API bool GetValue(void* object, ParameterTypeDescriptor const& type,
                                   char const* path, char* out, unsigned int outSize);
 

@@ -56,6 +56,9 @@ public:
     /// Adds a module entry holding value; returns its symbol ID.
     uint32_t AddModule(EntryValue const& value);
 
+    /// Damage the tables are written with (keyed by the IDs AddModule returned).
+    void Damage(TuningWriter::TableDamage damage) { m_symbols.SetDamage(std::move(damage)); }
+
     /// Lays the sections out and reads them; false if the table refuses them.
     [[nodiscard]] bool Build();
 

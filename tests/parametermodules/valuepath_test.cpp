@@ -84,6 +84,17 @@ TEST_F(ValuePathTest, ListsAreCutToTheBuffer)
     EXPECT_EQ(Get("shrink.reservedParameters", true, 8), "0.0,1.0");
 }
 
+TEST_F(ValuePathTest, EmptyBufferIsNeverWritten)
+{
+    // The byte behind an empty buffer stays as it was, for a list, a string and a number.
+    for (char const* path : {"shrink.reservedParameters[10]", "labels", "parameter_version.revision",
+                             "shrink.enable"}) {
+        char guard = '#';
+        EXPECT_FALSE(m_module->GetValue(path, &guard, 0)) << path;
+        EXPECT_EQ(guard, '#') << path;
+    }
+}
+
 TEST_F(ValuePathTest, SetValueStoresNumbersAndLists)
 {
     EXPECT_TRUE(m_module->SetValue("shrink.reservedParameters", "10,x,12"));

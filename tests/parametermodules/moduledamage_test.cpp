@@ -1,0 +1,399 @@
+// SPDX-License-Identifier: Apache-2.0
+// Generated modules against damaged or foreign module data: what loads, what stays zero, what is
+// logged; shared arrays whose holders disagree on their count; pointers that lead back into the
+// tree being read.
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/vornalloc.h"
+
+#include "parameterparser/defaultmodule.h"
+#include "parameterparser/parametermodule.h"
+
+#include "paramgen/gamma_1_6_1.h"
+#include "paramgen/gamma_1_6_1.writer.h"
+#include "tests/common/logcapture.h"
+#include "tests/parametermodules/modulefixture.h"
+
+namespace ModuleTest {
+namespace {
+
+using moduletest::moduleTestType;
+using moduletest::moduleTestTypeClass;
+
+/// Loads the first module of file into a fresh instance of Class, made by its registry entry.
+template <typename Class> struct LoadedModule
+{
+    LoadedModule(ModuleFile& file, uint32_t id, char const* name) : kind(new Class(name))
+    {
+        module = static_cast<Class*>(kind.module->Create(file.Record(id), &kind));
+        if (module != nullptr)
+            loadResult = module->LoadModule(&file.Table());
+    }
+
+    DefaultModule kind;
+    Class* module = nullptr;
+    bool loadResult = false;
+};
+
+EntryValue Items(std::vector<EntryValue> items, std::function<void(EntryValue&)> change = {})
+{
+    EntryValue list = EntryValue::List(std::move(items));
+    if (change)
+        change(list);
+    return list;
+}
+
+EntryValue Table(std::function<void(EntryValue&)> change)
+{
+    return Items({EntryValue::Int(10), EntryValue::Int(20), EntryValue::Int(30)}, change);
+}
+
+// ---- Damaged module data -----------------------------------------------------------------
+
+TEST(ModuleDamageTest, DamagedEntryLoadsWhatItCanAndZeroesTheRest)
+{
+    struct Case
+    {
+        char const* name;
+        std::function<void(EntryValue&)> change; ///< damage to the written value
+        uint32_t entrySize;                       ///< the symbol entry's Size field; 0: sound
+        char const* message;                      ///< a line the load must log
+        std::function<void(moduleTestType const&)> check;
+    };
+    Case const cases[] = {
+        {"short entry", {}, 24, "Insufficient data",
+         [](moduleTestType const& m) {
+             EXPECT_EQ(m.module_version.major_revision, 2);
+             EXPECT_EQ(m.tableCount, 0u);
+             EXPECT_EQ(m.table, nullptr);
+             EXPECT_EQ(m.shrink.landmarkPointsCount, 0u);
+             EXPECT_FLOAT_EQ(m.shrink.minROISizeToShrink, 0.0f);
+         }},
+        {"load limit past the entry",
+         [](EntryValue& v) {
+             EntryValue shrink = *v.Find("shrink");
+             shrink.loadLimitOverride = 0x100000;
+             v.Set("shrink", shrink);
+         },
+         0, "exceeds available size",
+         [](moduleTestType const& m) {
+             EXPECT_EQ(m.tableCount, 3u);
+             EXPECT_FLOAT_EQ(m.shrink.reservedParameters[9], 9.0f);
+         }},
+        {"count past its data",
+         [](EntryValue& v) { v.Set("table", Table([](EntryValue& t) { t.countOverride = 1000; })); },
+         0, "exceeds avaialable data (12), setting count to 3",
+         [](moduleTestType const& m) {
+             ASSERT_EQ(m.tableCount, 3u);
+             EXPECT_EQ(m.table[2], 30);
+             EXPECT_EQ(m.shrink.landmarkPointsCount, 3u);
+         }},
+        {"pointer ID 0",
+         [](EntryValue& v) { v.Set("table", Table([](EntryValue& t) { t.idOverride = 0; })); }, 0,
+         "ReadPointerEntry: Unable to read pointer entry from Symbol table",
+         [](moduleTestType const& m) {
+             EXPECT_EQ(m.tableCount, 0u);
+             EXPECT_EQ(m.table, nullptr);
+             EXPECT_EQ(m.shrink.faceNum, 3u);
+         }},
+        {"pointer ID past the table",
+         [](EntryValue& v) { v.Set("table", Table([](EntryValue& t) { t.idOverride = 5000; })); },
+         0, "entry not found in the binary file",
+         [](moduleTestType const& m) {
+             EXPECT_EQ(m.tableCount, 0u);
+             EXPECT_EQ(m.table, nullptr);
+             EXPECT_EQ(m.labelsCount, 3u);
+             EXPECT_EQ(m.shrink.faceNum, 3u);
+         }},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        size_t const before = Vorn::Testing::AllocatedBytes();
+        {
+            ModuleFile file({7, 0, 0}, true);
+            EntryValue value = SampleValue();
+            if (c.change)
+                c.change(value);
+            uint32_t const id = file.AddModule(value);
+            if (c.entrySize != 0) {
+                TuningWriter::TableDamage damage;
+                damage.sizes[id] = c.entrySize;
+                file.Damage(damage);
+            }
+            ASSERT_TRUE(file.Build());
+            ParamTest::LogCapture log;
+            LoadedModule<moduleTestTypeClass> loaded(file, id, InstanceName);
+            ASSERT_NE(loaded.module, nullptr);
+            EXPECT_TRUE(loaded.loadResult) << "damaged data never fails the load";
+            c.check(*loaded.module);
+            EXPECT_TRUE(log.Contains(c.message)) << testing::PrintToString(log.Messages());
+            loaded.module->UnloadModule();
+        }
+        EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before);
+    }
+}
+
+// The module's top structure as another schema generation would write it: frameCount and every
+// nested member dropped, noise_threshold_g and table kept, a member the compiled schema lacks
+// at the end (which the structure's end steps over).
+void DescribeForeignModule(TuningWriter::SchemaSet& set)
+{
+    using TuningWriter::ElementType;
+    using TuningWriter::SchemaElement;
+    if (!set.Begin("moduletest-foreign"))
+        return;
+    set.AddStructure("moduletest::moduleTestType", "moduleTestType",
+                     {SchemaElement("noise_threshold_g", ElementType::Float, 0, 1, 1),
+                      SchemaElement("table", ElementType::Int32, 0, 0, 0xFFFFFFFF),
+                      SchemaElement("addedTail", ElementType::UInt32, 0, 1, 1)});
+}
+
+TEST(ModuleDamageTest, DataOfAnotherSchemaKeepsTheMembersItShares)
+{
+    size_t const before = Vorn::Testing::AllocatedBytes();
+    {
+        ModuleSchema const foreign{&DescribeForeignModule, "moduletest::moduleTestType",
+                                   InstanceName, SourceVersion};
+        ModuleFile file({7, 0, 0}, true, foreign);
+        uint32_t const id = file.AddModule(EntryValue::Struct(
+            {{"noise_threshold_g", EntryValue::Real(2.75)},
+             {"table", Table({})},
+             {"addedTail", EntryValue::UInt(77)}}));
+        ASSERT_TRUE(file.Build());
+        ParamTest::LogCapture log;
+        LoadedModule<moduleTestTypeClass> loaded(file, id, InstanceName);
+        ASSERT_NE(loaded.module, nullptr);
+        EXPECT_TRUE(loaded.loadResult);
+        moduleTestType const& m = *loaded.module;
+        EXPECT_FLOAT_EQ(m.noise_threshold_g, 2.75f);
+        ASSERT_EQ(m.tableCount, 3u);
+        EXPECT_EQ(m.table[1], 20);
+        // What the file does not hold is zero.
+        EXPECT_EQ(m.frameCount, 0u);
+        EXPECT_EQ(m.labelsCount, 0u);
+        EXPECT_EQ(m.parameter_version.revision, nullptr);
+        EXPECT_EQ(m.shrink.faceNum, 0u);
+        EXPECT_TRUE(log.Contains("ReadStringArray: 0x"
+                                 "fdc2f795cee65bd6 entry not found in the binary file, all values "
+                                 "will be 0"))
+            << testing::PrintToString(log.Messages());
+        EXPECT_TRUE(log.Contains("does not match expected bytes"));
+        loaded.module->UnloadModule();
+    }
+    EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before);
+}
+
+// ---- Shared arrays whose holders disagree --------------------------------------------------
+
+TEST(ModuleSharingTest, HolderDeclaringMoreThanTheSharedArrayIsCutToIt)
+{
+    struct Case
+    {
+        char const* name;
+        std::function<EntryValue(unsigned int)> items; ///< the member's list of n elements
+        std::function<void(EntryValue&, EntryValue const&)> set;
+        std::function<unsigned int(moduleTestType const&)> count;
+        std::function<void const*(moduleTestType const&)> array;
+        char const* path; ///< value path of element #
+        unsigned int first;
+        unsigned int second;
+        bool secondUnloadsLast;
+    };
+    auto numbers = [](unsigned int n) {
+        std::vector<EntryValue> items;
+        for (unsigned int i = 0; i < n; ++i)
+            items.push_back(EntryValue::Int(10 * (i + 1)));
+        return EntryValue::List(items);
+    };
+    auto texts = [](unsigned int n) {
+        std::vector<EntryValue> items;
+        for (unsigned int i = 0; i < n; ++i)
+            items.push_back(EntryValue::Text("label" + std::to_string(i)));
+        return EntryValue::List(items);
+    };
+    auto landmarks = [](unsigned int n) {
+        std::vector<EntryValue> items;
+        for (unsigned int i = 0; i < n; ++i)
+            items.push_back(Detail::Landmark(i + 1, 0.5));
+        return EntryValue::List(items);
+    };
+    auto setTop = [](char const* member) {
+        return [member](EntryValue& value, EntryValue const& list) { value.Set(member, list); };
+    };
+    auto setLandmarks = [](EntryValue& value, EntryValue const& list) {
+        value.Set("shrink", EntryValue(*value.Find("shrink")).Set("landmarkPoints", list));
+    };
+    Case const cases[] = {
+        {"numbers", numbers, setTop("table"),
+         [](moduleTestType const& m) { return m.tableCount; },
+         [](moduleTestType const& m) -> void const* { return m.table; }, "table[#]", 3, 5, false},
+        {"strings", texts, setTop("labels"),
+         [](moduleTestType const& m) { return m.labelsCount; },
+         [](moduleTestType const& m) -> void const* { return m.labels; }, "labels[#]", 2, 6,
+         false},
+        {"structures", landmarks, setLandmarks,
+         [](moduleTestType const& m) { return m.shrink.landmarkPointsCount; },
+         [](moduleTestType const& m) -> void const* { return m.shrink.landmarkPoints; },
+         "shrink.landmarkPoints[#].landmarkIndex", 3, 4, false},
+        // A holder with fewer elements keeps its count; going last, it still frees them all.
+        {"fewer strings, freed last", texts, setTop("labels"),
+         [](moduleTestType const& m) { return m.labelsCount; },
+         [](moduleTestType const& m) -> void const* { return m.labels; }, "labels[#]", 3, 1,
+         true},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        size_t const before = Vorn::Testing::AllocatedBytes();
+        {
+            // Both holders name one block of the larger count: only the counts they declare
+            // differ, so the array the first one loads is the smaller one when it goes first.
+            ModuleFile file;
+            unsigned int const written = c.first > c.second ? c.first : c.second;
+            EntryValue firstList = c.items(written);
+            firstList.countOverride = c.first;
+            firstList.blockName = "shared";
+            EntryValue secondList = c.items(written);
+            secondList.countOverride = c.second;
+            secondList.duplicateOf = "shared";
+            EntryValue first = SampleValue();
+            c.set(first, firstList);
+            EntryValue second = SampleValue();
+            c.set(second, secondList);
+            uint32_t const firstId = file.AddModule(first);
+            uint32_t const secondId = file.AddModule(second);
+            ASSERT_TRUE(file.Build());
+
+            ParamTest::LogCapture log;
+            LoadedModule<moduleTestTypeClass> a(file, firstId, InstanceName);
+            LoadedModule<moduleTestTypeClass> b(file, secondId, InstanceName);
+            ASSERT_TRUE(a.loadResult);
+            ASSERT_TRUE(b.loadResult);
+            EXPECT_EQ(c.array(*b.module), c.array(*a.module)) << "one array for both holders";
+            EXPECT_EQ(c.count(*a.module), c.first);
+            unsigned int const expected = c.second < c.first ? c.second : c.first;
+            EXPECT_EQ(c.count(*b.module), expected);
+            std::string const cut = "holds " + std::to_string(c.first) + " elements, not " +
+                                    std::to_string(c.second);
+            EXPECT_EQ(log.Contains(cut), c.second > c.first)
+                << testing::PrintToString(log.Messages());
+            // Every element the second holder names is readable (under ASan: inside the array).
+            char out[256];
+            for (unsigned int i = 0; i < c.count(*b.module); ++i) {
+                std::string path = c.path;
+                path.replace(path.find('#'), 1, std::to_string(i));
+                EXPECT_TRUE(b.module->GetValue(path.c_str(), out, sizeof(out))) << path;
+            }
+            if (c.secondUnloadsLast) {
+                a.module->UnloadModule();
+                b.module->UnloadModule();
+            } else {
+                b.module->UnloadModule();
+                a.module->UnloadModule();
+            }
+        }
+        EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before) << "every element freed once";
+    }
+}
+
+// ---- Pointers back into the tree being read ------------------------------------------------
+
+EntryValue Node(double start, EntryValue trigger)
+{
+    return EntryValue::Struct({{"start", EntryValue::Real(start)},
+                               {"end", EntryValue::Real(start + 1)},
+                               {"trigger", std::move(trigger)}});
+}
+
+// A list that points at data entry id (holding count elements) instead of a block of its own.
+EntryValue PointerTo(uint32_t id, uint32_t count)
+{
+    EntryValue list = EntryValue::List({});
+    list.idOverride = id;
+    list.countOverride = count;
+    return list;
+}
+
+TEST(TriggerTreeCycleTest, PointerBackIntoTheTreeIsCutAndLeftEmpty)
+{
+    ModuleSchema const gamma{&ParamSchema::gamma_1_6_1::Describe,
+                             "gamma_1_6_1::varitonal_gamma16Type", "gamma16_v2", {1, 6, 1}};
+    // back: the pointer that leads from a node to the root list (data entry rootId); the root
+    // holds two nodes, the first with one child.
+    auto write = [&](ModuleFile& file, std::function<EntryValue(EntryValue)> shape) {
+        EntryValue const value = EntryValue::Struct(
+            {{"control_variables",
+              EntryValue::Struct({{"control_var_type",
+                                   EntryValue::List({EntryValue::UInt(4), EntryValue::UInt(9)})}})},
+             {"varitonal_gamma16_core",
+              EntryValue::Struct({{"mod_gamma16_trigger_data", shape(EntryValue::List({}))}})}});
+        return file.AddModule(value);
+    };
+    struct Case
+    {
+        char const* name;
+        std::function<EntryValue(EntryValue)> shape; ///< the root list, given the pointer back
+        unsigned int cutLevel;                        ///< depth of the node whose pointer is cut
+    };
+    Case const cases[] = {
+        {"node points at its own entry",
+         [](EntryValue back) {
+             return EntryValue::List({Node(0, back), Node(1, EntryValue::List({}))});
+         },
+         0},
+        {"grandchild points at the root",
+         [](EntryValue back) {
+             return EntryValue::List(
+                 {Node(0, EntryValue::List({Node(10, back)})), Node(1, EntryValue::List({}))});
+         },
+         1},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        // The identifiers are fixed by the layout: a sound file of the same shape tells the
+        // root's identifier.
+        uint32_t rootId = 0;
+        {
+            ModuleFile probe({}, true, gamma);
+            uint32_t const id = write(probe, [&](EntryValue) { return c.shape(PointerTo(0, 0)); });
+            ASSERT_TRUE(probe.Build());
+            LoadedModule<gamma_1_6_1::varitonal_gamma16TypeClass> loaded(probe, id, "gamma16_v2");
+            ASSERT_TRUE(loaded.loadResult);
+            rootId = loaded.module->varitonal_gamma16_core.mod_gamma16_trigger_dataID;
+            ASSERT_NE(rootId, 0u);
+        }
+        size_t const before = Vorn::Testing::AllocatedBytes();
+        {
+            ModuleFile file({}, true, gamma);
+            uint32_t const id = write(file, [&](EntryValue) { return c.shape(PointerTo(rootId, 2)); });
+            ASSERT_TRUE(file.Build());
+            ParamTest::LogCapture log;
+            LoadedModule<gamma_1_6_1::varitonal_gamma16TypeClass> loaded(file, id, "gamma16_v2");
+            ASSERT_TRUE(loaded.loadResult);
+            auto const& core = loaded.module->varitonal_gamma16_core;
+            ASSERT_EQ(core.mod_gamma16_trigger_dataID, rootId) << "same layout as the probe";
+            ASSERT_EQ(core.mod_gamma16_trigger_dataCount, 2u);
+            gamma_1_6_1::triggerType const* cut = &core.mod_gamma16_trigger_data[0];
+            for (unsigned int level = 0; level < c.cutLevel; ++level) {
+                ASSERT_EQ(cut->triggerCount, 1u);
+                cut = &cut->trigger[0];
+            }
+            EXPECT_EQ(cut->triggerCount, 0u);
+            EXPECT_EQ(cut->trigger, nullptr);
+            EXPECT_FLOAT_EQ(cut->start, c.cutLevel == 0 ? 0.0f : 10.0f);
+            EXPECT_FLOAT_EQ(core.mod_gamma16_trigger_data[1].start, 1.0f);
+            EXPECT_EQ(log.Count("data entry " + std::to_string(rootId) +
+                                " points back into itself, left empty"),
+                      1u)
+                << testing::PrintToString(log.Messages());
+            loaded.module->UnloadModule();
+        }
+        EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before);
+    }
+}
+
+} // namespace
+} // namespace ModuleTest
