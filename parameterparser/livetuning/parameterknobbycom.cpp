@@ -102,6 +102,7 @@ void ParameterKnobbyCom::SocketID::CloseSocket()
     CloseConnection();
     CloseDescriptor(listenSocket);
     listenSocket = -1;
+    listening = false;
     local.Clear();
     peer.Clear();
 }
@@ -121,23 +122,36 @@ int ParameterKnobbyCom::SocketID::ReadData(unsigned char* buffer, unsigned int l
         } else if (current >= 0) {
             pollfd entry = {current, POLLIN, 0};
             readable = poll(&entry, 1, PollPeriodMs) > 0;
+        } else if (!listening) {
+            // No listening socket (none could be made, or listen failed): nothing can come, so
+            // the period passes without a busy loop over a descriptor that is always ready.
+            poll(nullptr, 0, PollPeriodMs);
         } else {
             pollfd entry = {listenSocket, POLLIN, 0};
-            if (poll(&entry, 1, PollPeriodMs) > 0) {
+            int const ready = poll(&entry, 1, PollPeriodMs);
+            if (ready > 0 && (entry.revents & POLLIN) != 0) {
                 socklen_t peerLength = sizeof(peer.address);
                 int const accepted =
                     accept(listenSocket, reinterpret_cast<sockaddr*>(&peer.address), &peerLength);
                 int const error = errno;
-                if (accepted < 0)
+                if (accepted < 0) {
+                    // Out of descriptors, or the client gave up in between: the socket stays
+                    // readable, so wait the period out before the next attempt.
                     ParameterLogging::Write(log, ParameterLogging::LogVerbose,
                                             "Knobby accept failed on port %s: %s\n", local.name,
                                             std::strerror(error));
-                else
+                    poll(nullptr, 0, PollPeriodMs);
+                } else {
                     ParameterKnobbyCom::ConfigureConnection(accepted);
-                connection = accepted;
-                ParameterLogging::Write(log, ParameterLogging::LogVerbose,
-                                        "Knobby accepted data connection on port %s\n", local.name);
-                readable = true;
+                    connection = accepted;
+                    ParameterLogging::Write(log, ParameterLogging::LogVerbose,
+                                            "Knobby accepted data connection on port %s\n",
+                                            local.name);
+                    readable = true;
+                }
+            } else if (ready > 0) {
+                // An error or hang-up on the listening socket, which poll reports at once.
+                poll(nullptr, 0, PollPeriodMs);
             }
         }
 
@@ -293,7 +307,8 @@ unsigned short ParameterKnobbyCom::OpenPort()
                                 m_socket.local.length);
         error = errno;
         if (result == 0) {
-            if (listen(descriptor, ListenBacklog) != 0) {
+            m_socket.listening = listen(descriptor, ListenBacklog) == 0;
+            if (!m_socket.listening) {
                 int const listenError = errno;
                 LogError("Knobby Server listen failed", descriptor, m_socket.local.name, -1,
                          listenError);

@@ -88,6 +88,8 @@ public:
         SocketAddress local;
         SocketAddress peer;
         int listenSocket = -1;
+        /// listen succeeded on listenSocket; until then ReadData waits instead of accepting.
+        bool listening = false;
         /// Written by the read thread (accept, close) and read by the write thread (send).
         std::atomic<int> connection{-1};
         IParameterLoggingAPI* log = nullptr;

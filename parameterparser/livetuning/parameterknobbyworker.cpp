@@ -39,9 +39,9 @@ ParameterKnobbyWorker::ParameterKnobbyWorker(IParameterDataAPI* data)
 
 ParameterKnobbyWorker::~ParameterKnobbyWorker()
 {
-    // The transport stops its own threads if Stop() was skipped; the command thread is joined by
-    // its holder.
-    m_thread.Join();
+    // The command thread waits in Read() until the transport stops: stop everything before
+    // anything is freed, in case the owner skipped Stop().
+    Stop();
     delete m_com;
     for (unsigned int i = 0; i < m_triggerRequests.Count(); ++i)
         ParameterTriggerValues::Destroy(m_triggerRequests[i]);

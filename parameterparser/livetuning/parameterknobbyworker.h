@@ -34,7 +34,8 @@ public:
     /// "ParameterKnobbyWorker constructed with a nullptr Set Manager object\n" at error level.
     explicit ParameterKnobbyWorker(IParameterDataAPI* data);
 
-    /// Frees the transport, the pending trigger requests and the lists. Stop() must come first.
+    /// Stops the threads as Stop() does (nothing when already stopped), then frees the
+    /// transport, the pending trigger requests and the lists.
     ~ParameterKnobbyWorker();
 
     ParameterKnobbyWorker(ParameterKnobbyWorker const&) = delete;

@@ -300,6 +300,7 @@ void ParameterKnobbyWorker::ProcessSetValues(unsigned char const* packet, unsign
     unsigned int const limit = Wire::RequestHeadSize + ValueTextLength - 1;
 
     bool succeeded = false;
+    unsigned int readBackCount = 0;
     char modes[FieldLength] = {};
     char variable[FieldLength] = {};
     unsigned int const next = CutField(payload, 0, ':', modes, sizeof(modes));
@@ -335,9 +336,12 @@ void ParameterKnobbyWorker::ProcessSetValues(unsigned char const* packet, unsign
             if (m_data->GetValue(m_modeTableIndex, path, variable, name, readBack.Text(),
                                  Wire::MaxPacketSize)) {
                 readBack.Text()[Wire::MaxPacketSize - 1] = '\0';
-                if (position > Wire::RequestHeadSize)
+                // Items are joined by ";" whatever their text: an empty read-back still takes
+                // its place, so the client can match answers to items.
+                if (readBackCount > 0)
                     AppendText(response.Data(), position, limit, ";", m_data);
                 AppendText(response.Data(), position, limit, readBack.Text(), m_data);
+                ++readBackCount;
             }
         }
     }
@@ -381,7 +385,11 @@ void ParameterKnobbyWorker::ProcessCustom(unsigned char const* packet, unsigned 
     Wire::PutU16(response.Data() + Wire::LengthOffset, static_cast<uint16_t>(length));
     m_com->Write(response.Data(), static_cast<int>(length));
 
-    char shown[2 * LogHexBytes + 1] = {};
+    // Room for either form with its terminator: 127 characters of text, or 63 bytes as
+    // hexadecimal.
+    constexpr size_t ShownLength = static_cast<size_t>(LogTextLength) + 1;
+    static_assert(ShownLength >= 2 * LogHexBytes + 1, "the hexadecimal form must fit too");
+    char shown[ShownLength] = {};
     if (IsPrintable(answer, answerLength)) {
         unsigned int const count =
             answerLength < static_cast<unsigned int>(LogTextLength) ? answerLength : LogTextLength;

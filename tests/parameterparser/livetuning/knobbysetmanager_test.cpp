@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Tests of the live tuning service hosted by a set manager: start on load, commands against the
-// loaded mode tree, the host forwards, and camera threads beside a busy client.
-#include <atomic>
+// loaded mode tree and the host forwards.
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -133,56 +131,6 @@ TEST_F(KnobbySetManagerTest, FormatHelpersNeedAWorker)
                                                    nullptr, 0));
     EXPECT_EQ(withoutWorker.GetKnobbyPort(), 0);
     withoutWorker.SetControlValue({1, 1.0});
-}
-
-// Camera threads walk the tree and publish control values while a client keeps the command
-// thread busy; run under ThreadSanitizer this checks the locking between them.
-TEST_F(KnobbySetManagerTest, CameraThreadsRunBesideABusyClient)
-{
-    std::atomic<bool> done{false};
-    std::atomic<unsigned int> cameraRounds{0};
-    std::vector<std::thread> cameras;
-    for (unsigned int camera = 0; camera < 4; ++camera) {
-        cameras.emplace_back([&, camera] {
-            unsigned char children[256];
-            char active[256];
-            unsigned int round = 0;
-            while (!done && round < 100000) {
-                EXPECT_NE(m_manager.GetModeEntry(0, "0.0|1.0"), nullptr);
-                m_manager.GetChildModes(0, "0.0|1.0", children, sizeof(children));
-                m_manager.GetActiveModes(0, active, sizeof(active));
-                m_manager.SetControlValue({camera * 100 + round % 50, round * 0.5});
-                m_manager.TriggerRequestExists("0.0", "module", "0");
-                ++round;
-                ++cameraRounds;
-            }
-        });
-    }
-
-    uint16_t const commands[] = {Wire::DeviceInfo,    Wire::ActiveModes, Wire::Modes,
-                                 Wire::ControlValues, Wire::ModeIndex,   Wire::GetValues};
-    unsigned int answered = 0;
-    unsigned int const requests = 300;
-    for (unsigned int i = 0; i < requests; ++i) {
-        uint16_t const command = commands[i % 6];
-        char const* payload = command == Wire::ModeIndex ? "0" : "Default|Sensor.0:module.x";
-        if (command == Wire::Modes)
-            payload = "Default|Sensor.0";
-        ASSERT_TRUE(m_client.Send(Request(command, payload, i)));
-        Bytes const response = m_client.ReadPacket();
-        ASSERT_GE(response.size(), 15u) << i;
-        EXPECT_EQ(Wire::GetU16(response.data() + Wire::CommandOffset), command);
-        EXPECT_EQ(Wire::GetU16(response.data() + Wire::LengthOffset), response.size());
-        if (Wire::HasRequestId(command)) {
-            EXPECT_EQ(Wire::GetU32(response.data() + Wire::RequestIdOffset), i);
-        }
-        ++answered;
-    }
-    done = true;
-    for (std::thread& camera : cameras)
-        camera.join();
-    EXPECT_EQ(answered, requests);
-    EXPECT_GT(cameraRounds.load(), 0u);
 }
 
 } // namespace

@@ -147,53 +147,60 @@ INSTANTIATE_TEST_SUITE_P(
                     true}),
     [](::testing::TestParamInfo<BadHeadCase> const& test) { return test.param.name; });
 
-// Holds TCP port 19278 for the test when nothing else does; otherwise someone else holds it,
-// which is just as good.
+// Binds a TCP port on all interfaces for the test, as the server would, and listens on it when
+// the bind succeeds.
 class PortHolder
 {
 public:
-    PortHolder()
+    explicit PortHolder(unsigned short port, bool listening = true)
     {
         m_socket = socket(AF_INET, SOCK_STREAM, 0);
-        // As the server does, so that only a listening socket keeps the port from us.
+        // As the server does, so that only a bound socket keeps the port from us.
         int const reuse = 1;
         setsockopt(m_socket, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof(reuse));
         sockaddr_in address = {};
         address.sin_family = AF_INET;
-        address.sin_port = htons(ParameterKnobbyCom::DefaultPort);
+        address.sin_port = htons(port);
         address.sin_addr.s_addr = htonl(INADDR_ANY);
-        if (bind(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0)
-            listen(m_socket, 1);
+        m_bound = bind(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
+        if (m_bound && listening)
+            m_bound = listen(m_socket, 1) == 0;
     }
     ~PortHolder() { close(m_socket); }
 
     PortHolder(PortHolder const&) = delete;
     PortHolder& operator=(PortHolder const&) = delete;
 
+    bool Bound() const { return m_bound; }
+
 private:
     int m_socket;
+    bool m_bound = false;
 };
 
 TEST(KnobbyPortTest, TakenPortsAreWalkedUpOneByOne)
 {
     ParamTest::LogCapture log;
-    PortHolder const holder;
+    PortHolder const holder(ParameterKnobbyCom::DefaultPort);
+    if (!holder.Bound())
+        GTEST_SKIP() << "port 19278 is in use elsewhere; the walk cannot be pinned down";
+    // Other servers on this machine may hold the next port too: look before the server does.
+    {
+        PortHolder const probe(ParameterKnobbyCom::DefaultPort + 1, false);
+        if (!probe.Bound())
+            GTEST_SKIP() << "port 19279 is in use elsewhere; the walk cannot be pinned down";
+    }
     FakeDataAPI store;
     ParameterKnobbyCom com(&store);
 
     unsigned short const port = com.StartCom();
-    ASSERT_GT(port, ParameterKnobbyCom::DefaultPort);
-    ASSERT_LT(port, ParameterKnobbyCom::DefaultPort + ParameterKnobbyCom::PortCount);
+    EXPECT_EQ(port, ParameterKnobbyCom::DefaultPort + 1);
+    EXPECT_EQ(com.GetPort(), port);
     EXPECT_EQ(com.GetAddressType(), ParameterKnobbyCom::SocketAddress::INET);
-    // Every port below the one in use was tried and refused, in order.
-    for (unsigned int tried = ParameterKnobbyCom::DefaultPort; tried < port; ++tried) {
-        char expected[64];
-        std::snprintf(expected, sizeof(expected), "Port: 0x%x: Result: -1, errno: 98\n", tried);
-        EXPECT_EQ(log.Count(expected), 1u) << expected;
-    }
-    char bound[64];
-    std::snprintf(bound, sizeof(bound), "Port: 0x%x: Result: 0, errno: 0\n", port);
-    EXPECT_EQ(log.Count(bound), 1u);
+    // The taken port was tried and refused, then the next one bound; only the log says so.
+    EXPECT_EQ(log.Count("Knobby Server bind failed, Socket: "), 1u);
+    EXPECT_EQ(log.Count("Port: 0x4b4e: Result: -1, errno: 98\n"), 1u);
+    EXPECT_EQ(log.Count("Port: 0x4b4f: Result: 0, errno: 0\n"), 1u);
 
     // A second start on the open port opens nothing.
     EXPECT_EQ(com.StartCom(), port);
@@ -224,7 +231,7 @@ TEST(KnobbyWriteQueueTest, EmptyAndOversizedWritesAreLoggedAndNotSent)
     EXPECT_TRUE(client.Silent());
     // A connected client that sends nothing would hold the read thread in its receive.
     client.Close();
-    com.Stop();
+    LiveTuningTest::BoundedCall([&] { com.Stop(); }).Wait();
     EXPECT_EQ(log.Count("Knobby write insufficient buffer size 0\n"), 3u);
     EXPECT_TRUE(log.HasMessage("Knobby write 14 bytes, Command: 1\n"));
 }

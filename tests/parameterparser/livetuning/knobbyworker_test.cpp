@@ -234,6 +234,12 @@ TEST_F(KnobbyWorkerTest, SetValuesAnswersTheReadBackOfItemsThatWorked)
     Ask(Request(Wire::SetValues, "Default:module.block:b=4;c=", 33));
     EXPECT_TRUE(Logged("Knobby command succeeded: SetValues(6), ID: 33, Payload: b=4\n"));
 
+    // An empty read-back still takes its place between the separators.
+    m_store.silentNames["q"] = true;
+    Bytes const withEmpty = Ask(Request(Wire::SetValues, "Default:module.block:q=1;b=5;q=2", 34));
+    EXPECT_EQ(TextAt(withEmpty, 18), ";b=5;");
+    EXPECT_EQ(withEmpty.size(), 19u + 5u);
+
     std::vector<FakeDataAPI::SetCall> const calls = m_store.SetCalls();
     std::vector<std::string> names;
     for (FakeDataAPI::SetCall const& call : calls) {
@@ -241,7 +247,8 @@ TEST_F(KnobbyWorkerTest, SetValuesAnswersTheReadBackOfItemsThatWorked)
         EXPECT_EQ(call.modePath, "short(Default)");
         EXPECT_EQ(call.variable, "module.block");
     }
-    EXPECT_EQ(names, (std::vector<std::string>{"a=1", "b=2", "b=3", "a=5", "b=4"}));
+    EXPECT_EQ(names, (std::vector<std::string>{"a=1", "b=2", "b=3", "a=5", "b=4", "q=1", "b=5",
+                                               "q=2"}));
 }
 
 TEST_F(KnobbyWorkerTest, SetValuesWithoutItemsFails)
@@ -321,6 +328,38 @@ TEST_F(KnobbyWorkerTest, CustomGoesToTheHandlerOrAnswersZero)
     Bytes const raw = Ask(Request(Wire::Custom, "dump", 53));
     EXPECT_EQ(Bytes(raw.begin() + 20, raw.end()), binary.m_answer);
     EXPECT_TRUE(Logged("Knobby queued command: Custom(8), ID: 53, Payload: 00FF10...\n"));
+
+    // Long answers go out whole; the log shows at most 127 characters of text or 63 bytes.
+    struct LongCase
+    {
+        Bytes answer;
+        std::string shown;
+    };
+    std::string const letters = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+    std::string printable;
+    while (printable.size() < 200)
+        printable += letters;
+    printable.resize(200);
+    std::string hex;
+    for (unsigned int i = 0; i < 63; ++i)
+        hex += "01";
+    LongCase const longCases[] = {
+        {Bytes(printable.begin(), printable.end()), printable.substr(0, 127)},
+        {Bytes(200, 0x01), hex},
+    };
+    uint32_t requestId = 54;
+    for (LongCase const& test : longCases) {
+        CustomAnswer longAnswer(test.answer);
+        m_worker.SetHandler(&longAnswer);
+        Bytes const response = Ask(Request(Wire::Custom, "long", requestId));
+        ExpectEchoedHead(response, Wire::Custom, requestId);
+        EXPECT_EQ(Bytes(response.begin() + 20, response.end()), test.answer);
+        EXPECT_TRUE(Logged("Knobby queued command: Custom(8), ID: " + std::to_string(requestId) +
+                           ", Payload: " + test.shown + "...\n"))
+            << test.shown;
+        m_worker.SetHandler(nullptr);
+        ++requestId;
+    }
     m_worker.SetHandler(nullptr);
 }
 
@@ -385,17 +424,12 @@ TEST_F(KnobbyWorkerTest, StopWaitsForASilentConnectedClient)
 {
     StartWorker();
     ASSERT_TRUE(WaitFor([&] { return m_log.Contains("Knobby accepted data connection"); }));
-    std::atomic<bool> stopped{false};
-    std::thread stopper([&] {
-        m_worker.Stop();
-        stopped = true;
-    });
+    LiveTuningTest::BoundedCall stop([&] { m_worker.Stop(); });
     // The read thread sits in its receive until the client sends or goes.
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    EXPECT_FALSE(stopped);
+    EXPECT_FALSE(stop.Finished());
     m_client.Close();
-    EXPECT_TRUE(WaitFor([&] { return stopped.load(); }));
-    stopper.join();
+    stop.Wait();
     EXPECT_EQ(m_worker.GetPort(), 0);
 }
 
@@ -403,16 +437,32 @@ TEST_F(KnobbyWorkerTest, StopWithoutClientEndsPromptly)
 {
     m_worker.Start();
     ASSERT_NE(m_worker.GetPort(), 0);
-    std::atomic<bool> stopped{false};
-    std::thread stopper([&] {
-        m_worker.Stop();
-        stopped = true;
-    });
-    EXPECT_TRUE(WaitFor([&] { return stopped.load(); }, std::chrono::milliseconds(3000)));
-    stopper.join();
+    LiveTuningTest::BoundedCall stop([&] { m_worker.Stop(); });
+    stop.Wait(std::chrono::milliseconds(3000));
     EXPECT_EQ(m_worker.GetPort(), 0);
     // A second stop finds nothing to do.
-    m_worker.Stop();
+    LiveTuningTest::BoundedCall again([&] { m_worker.Stop(); });
+    again.Wait(std::chrono::milliseconds(1000));
+}
+
+TEST(KnobbyWorkerLifetimeTest, DestructorStopsARunningWorker)
+{
+    ParamTest::LogCapture log;
+    FakeDataAPI store;
+    auto* worker = new ParameterKnobbyWorker(&store);
+    worker->Start();
+    unsigned short const port = worker->GetPort();
+    ASSERT_NE(port, 0);
+    // Served once, so the command thread has been through a round and waits for the next.
+    LoopbackClient client;
+    ASSERT_TRUE(client.Connect(port));
+    ASSERT_TRUE(client.Send(Request(Wire::ActiveModes)));
+    EXPECT_FALSE(client.ReadPacket().empty());
+    client.Close();
+
+    LiveTuningTest::BoundedCall destroy([worker] { delete worker; });
+    destroy.Wait();
+    EXPECT_TRUE(log.Contains("Stopping TCP/IP Knobby server"));
 }
 
 } // namespace

@@ -2,11 +2,15 @@
 // Helpers of the live tuning tests: a loopback client, request packets and a fake store.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -17,6 +21,8 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
+
+#include <gtest/gtest.h>
 
 #include "parameterparser/iparameterdataapi.h"
 #include "parameterparser/livetuning/knobbyhandler.h"
@@ -63,6 +69,51 @@ inline bool WaitFor(std::function<bool()> const& condition,
     }
     return true;
 }
+
+/// Runs a call that may block (a Stop, a destructor) on a thread of its own, so that the test
+/// can wait for it with a bound.
+class BoundedCall
+{
+public:
+    explicit BoundedCall(std::function<void()> call)
+        : m_finished(std::make_shared<std::atomic<bool>>(false))
+    {
+        std::shared_ptr<std::atomic<bool>> finished = m_finished;
+        m_thread = std::thread([finished, call] {
+            call();
+            *finished = true;
+        });
+    }
+    ~BoundedCall()
+    {
+        if (m_thread.joinable())
+            Wait();
+    }
+
+    BoundedCall(BoundedCall const&) = delete;
+    BoundedCall& operator=(BoundedCall const&) = delete;
+
+    bool Finished() const { return *m_finished; }
+
+    /// Waits at most timeout for the call to end and joins it. A call still running then hangs
+    /// inside objects the test owns, which can be neither freed nor joined: the failure is
+    /// reported and the test program ends at once, instead of hanging until the runner's limit.
+    void Wait(std::chrono::milliseconds timeout = std::chrono::milliseconds(5000))
+    {
+        if (!WaitFor([this] { return Finished(); }, timeout)) {
+            ADD_FAILURE() << "a blocking call did not end within " << timeout.count() << " ms";
+            std::fprintf(stderr, "a blocking call did not end within %lld ms: giving up\n",
+                         static_cast<long long>(timeout.count()));
+            std::fflush(nullptr);
+            std::_Exit(EXIT_FAILURE);
+        }
+        m_thread.join();
+    }
+
+private:
+    std::shared_ptr<std::atomic<bool>> m_finished;
+    std::thread m_thread;
+};
 
 /// A TCP client on 127.0.0.1 with bounded waits on every receive.
 class LoopbackClient
@@ -209,7 +260,8 @@ public:
         if (failingNames.count(variableName) != 0)
             return false;
         values[std::string(variableBase) + "/" + variableName] =
-            std::string(variableName) + "=" + value;
+            silentNames.count(variableName) != 0 ? std::string()
+                                                 : std::string(variableName) + "=" + value;
         return true;
     }
 
@@ -279,6 +331,8 @@ public:
     std::string childModes = "Usecase.Preview,Usecase.Video";
     std::map<std::string, std::string> values;
     std::map<std::string, bool> failingNames;
+    /// Names whose value is stored but reads back as an empty text.
+    std::map<std::string, bool> silentNames;
     std::vector<ParameterParserInfo> records;
     bool infoSucceeds = true;
 
