@@ -6,17 +6,15 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "parameterparser/livetuning/knobbyhandler.h"
-#include "parameterparser/livetuning/parameterknobbyworker.h"
 #include "parameterparser/parametersetmanager.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
+
+#include "paramgen/TuningSetManager.h"
 
 namespace ParamCtl {
 
@@ -25,9 +23,10 @@ namespace {
 constexpr char ServeUsage[] =
     "usage: paramctl serve FILE\n"
     "\n"
-    "Loads FILE into a set manager with the live tuning server and serves it until SIGINT or\n"
-    "SIGTERM. Prints \"listening on port N\" once the server is up. SIGHUP reloads FILE from\n"
-    "disk (a connected tool is dropped and reconnects) and prints the outcome. A demo publisher\n"
+    "Loads FILE into a TuningSetManager, which knows every module of the tuning set and starts\n"
+    "the live tuning server, and serves it until SIGINT or SIGTERM. Prints \"listening on port\n"
+    "N\" once the server is up; a file that does not load ends with its error and exit code 1.\n"
+    "SIGHUP reloads FILE from disk and prints the outcome. A demo publisher\n"
     "updates control values 1 (frame count), 2 (a slow sine) and 3 (an exposure time) five\n"
     "times a second; trigger requests are answered with sample values for two instances; custom\n"
     "commands are echoed back. Talk to it with 'paramctl client'.\n";
@@ -46,51 +45,13 @@ void RequestReload(int)
     g_reloadRequested = 1;
 }
 
-/// The manager paramctl serves with: no module kinds, the live tuning worker on.
-class ServeSetManager final : public ParameterSetManager
-{
-public:
-    // Loads by name keep the name, which a reload needs.
-    ServeSetManager() : ParameterSetManager(nullptr, 0, "paramctl-serve", true)
-    {
-        m_fileModeAllowed = true;
-    }
-    ~ServeSetManager() override { StopKnobbyWorker(); }
-
-    ServeSetManager(ServeSetManager const&) = delete;
-    ServeSetManager& operator=(ServeSetManager const&) = delete;
-
-    DefaultModule* GetDefaultModule(unsigned long) override { return nullptr; }
-    void SaveAndClearModules() override {}
-
-    /// Starts the server for a file whose tables loaded although its modules did not: this
-    /// manager knows no module kinds, so a file with modules never loads as a whole.
-    void StartLiveTuning()
-    {
-        if (m_knobbyWorker != nullptr && GetModeTableCount() > 0)
-            m_knobbyWorker->Start();
-    }
-
-    /// Reads the file again. A reload must not overlap any other call on the manager, so the
-    /// server and its command thread stop for it and start again on the new tables. True when
-    /// the new tables loaded (modules of kinds this manager does not know stay out, as at the
-    /// first load).
-    bool Reload()
-    {
-        if (m_knobbyWorker != nullptr)
-            m_knobbyWorker->Stop();
-        static_cast<void>(ReloadBinaryParameters(false));
-        StartLiveTuning();
-        return GetModeTableCount() > 0;
-    }
-};
-
 /// Answers trigger requests at once with two instances of sample values, and echoes custom
-/// commands.
+/// commands. It answers through the manager it is attached to; the manager must be destroyed
+/// (and its worker stopped) before this object, since the command thread calls in.
 class DemoHandler final : public KnobbyHandler
 {
 public:
-    explicit DemoHandler(ParameterSetManager& manager) : m_manager(manager) {}
+    void Attach(ParameterSetManager* manager) { m_manager = manager; }
 
     unsigned short Custom(unsigned char const* payload, unsigned int payloadLength,
                           unsigned short answerCapacity, unsigned char* answer,
@@ -105,27 +66,20 @@ public:
     void TriggerNotice(char const* modePath, char const* module, unsigned long moduleHash,
                        char const* pipeline) override
     {
+        if (m_manager == nullptr)
+            return;
         // The identifiers stand for what the tool and the host agreed on; here: 1 a gain,
         // 2 the module's hash folded to a small number, 3 the pipeline's number.
         double const fold = static_cast<double>(moduleHash % 1000);
         ParameterCTValue const first[] = {{1, 1.25}, {2, fold}, {3, std::atof(pipeline)}};
         ParameterCTValue const second[] = {{1, 2.5}, {2, fold}};
-        m_manager.SetTriggerValues(modePath, module, pipeline, "instance0", first, 3);
-        m_manager.SetTriggerValues(modePath, module, pipeline, "instance1", second, 2);
+        m_manager->SetTriggerValues(modePath, module, pipeline, "instance0", first, 3);
+        m_manager->SetTriggerValues(modePath, module, pipeline, "instance1", second, 2);
     }
 
 private:
-    ParameterSetManager& m_manager;
+    ParameterSetManager* m_manager = nullptr;
 };
-
-bool ReadFile(std::string const& path, std::vector<unsigned char>& bytes)
-{
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        return false;
-    bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    return true;
-}
 
 } // namespace
 
@@ -145,11 +99,6 @@ int RunServe(int argc, char** argv)
         return ExitUsage;
     }
     std::string const& path = line.Operands()[0];
-    std::vector<unsigned char> bytes;
-    if (!ReadFile(path, bytes)) {
-        std::fprintf(stderr, "paramctl serve: %s: cannot read the file\n", path.c_str());
-        return ExitFailure;
-    }
 
     struct sigaction action = {};
     action.sa_handler = RequestStop;
@@ -159,13 +108,15 @@ int RunServe(int argc, char** argv)
     action.sa_handler = RequestReload;
     sigaction(SIGHUP, &action, nullptr);
 
-    ServeSetManager manager;
-    DemoHandler handler(manager);
+    // Declared before the manager so that it is destroyed after it: the manager's destructor
+    // stops the command thread, which calls the handler until then.
+    DemoHandler handler;
+    TuningSetManager manager("paramctl-serve");
+    handler.Attach(&manager);
     // Installed before the load, so the worker's thread sees it from its first request.
     manager.SetKnobbyHandler(&handler);
-    if (!manager.LoadBinaryParameters(path.c_str()))
-        manager.StartLiveTuning();
-    if (manager.GetModeTableCount() == 0) {
+    // The live tuning server starts at the end of a successful load.
+    if (!manager.LoadBinaryParameters(path.c_str())) {
         std::fprintf(stderr, "paramctl serve: %s: %s\n", path.c_str(), manager.GetErrorString());
         return ExitFailure;
     }
@@ -192,7 +143,7 @@ int RunServe(int argc, char** argv)
     while (g_stopRequested == 0) {
         if (g_reloadRequested != 0) {
             g_reloadRequested = 0;
-            if (manager.Reload())
+            if (manager.ReloadBinaryParameters(false))
                 std::printf("reloaded %s: tag %s, listening on port %u\n", path.c_str(),
                             manager.GetBinaryTag() != nullptr ? manager.GetBinaryTag() : "",
                             static_cast<unsigned int>(manager.GetKnobbyPort()));
