@@ -144,7 +144,10 @@ public:
     uint32_t modeId = 0;
     ModeUnion mode;
     bool loaded;
-    bool resident;
+    /// Set for Default and Sensor modes, for modes the file marks, and by SetValue on the owner
+    /// of a changed module. Atomic because lookups test it without a lock while a value change
+    /// sets it under the table's activeModeMutex; a byte like a plain bool.
+    std::atomic<bool> resident;
     ModeEntry** link = nullptr;
     ModeEntry* parent = nullptr;
     ModeEntry* firstChild = nullptr;

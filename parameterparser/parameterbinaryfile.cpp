@@ -84,16 +84,26 @@ void ParameterBinaryFile::Open(bool logFailure)
     uint32_t const size = static_cast<unsigned long long>(status.st_size) > UINT32_MAX
                               ? 0
                               : static_cast<uint32_t>(status.st_size);
-    int64_t const modifiedTime = static_cast<int64_t>(status.st_mtime);
-    if (m_modifiedTime == 0) {
+    // A rewrite within the same second is told apart by the nanoseconds of the time where the
+    // file system keeps them, and by the size where it does not.
+    int64_t const modifiedTime = static_cast<int64_t>(status.st_mtim.tv_sec);
+    int64_t const modifiedNanoseconds = static_cast<int64_t>(status.st_mtim.tv_nsec);
+    auto const fileSize = static_cast<int64_t>(status.st_size);
+    if (!m_statusKnown) {
+        m_statusKnown = true;
         m_length = size;
         m_modifiedTime = modifiedTime;
-    } else if (modifiedTime != m_modifiedTime) {
+        m_modifiedNanoseconds = modifiedNanoseconds;
+        m_fileSize = fileSize;
+    } else if (modifiedTime != m_modifiedTime || modifiedNanoseconds != m_modifiedNanoseconds ||
+               fileSize != m_fileSize) {
         // The cached length and buffers belong to the old content; the owner has to load the
         // file again, so from here on every read fails.
         m_modified = true;
         m_length = size;
         m_modifiedTime = modifiedTime;
+        m_modifiedNanoseconds = modifiedNanoseconds;
+        m_fileSize = fileSize;
         ParameterLogging::Write(m_log, ParameterLogging::LogWarning,
                                 "ParameterBinaryFile::Open, file modified, must reload\n");
     }

@@ -56,7 +56,8 @@ public:
 
     /// Opens the stream unless it is open. A failure is logged at error level only when
     /// logFailure is set. The first open records the file's size and modification time; a later
-    /// open that sees another time marks the file modified and logs a warning.
+    /// open that sees another time (seconds or nanoseconds) or another size marks the file
+    /// modified and logs a warning.
     void Open(bool logFailure);
 
     /// Closes the stream if it is open; the references stay as they are.
@@ -116,7 +117,12 @@ private:
     char m_fileName[MaxFileNameLength + 2] = {};
     bool m_valid = false;
     bool m_modified = false;
+    /// The modification time and size of the file at its first open; a later open that finds
+    /// any of them changed marks the object modified.
+    bool m_statusKnown = false;
     int64_t m_modifiedTime = 0;
+    int64_t m_modifiedNanoseconds = 0;
+    int64_t m_fileSize = 0;
     mutable std::recursive_mutex m_lock;
     IParameterLoggingAPI* m_log = nullptr;
 };

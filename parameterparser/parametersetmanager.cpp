@@ -245,7 +245,8 @@ bool ParameterSetManager::LoadBinaryParameters(unsigned char* buffer, unsigned l
                             m_binaryTag != nullptr ? m_binaryTag : "", m_binaryVersion.Parts.Major,
                             m_binaryVersion.Parts.Minor,
                             static_cast<int>(m_binaryVersion.Parts.Patch));
-    if (m_knobbyWorker != nullptr && m_knobbyEnabled)
+    // Inside a reload the worker starts once the reload is complete.
+    if (m_knobbyWorker != nullptr && m_knobbyEnabled && m_knobbyPauses == 0)
         m_knobbyWorker->Start();
     return m_loadStatus;
 }
@@ -327,7 +328,7 @@ bool ParameterSetManager::LoadBinaryParameters(char const* fileName)
                                     "Load Binary Parameters completed: Binary Version: %d.%d.%d\n",
                                     m_binaryVersion.Parts.Major, m_binaryVersion.Parts.Minor,
                                     static_cast<int>(m_binaryVersion.Parts.Patch));
-            if (m_knobbyWorker != nullptr && m_knobbyEnabled)
+            if (m_knobbyWorker != nullptr && m_knobbyEnabled && m_knobbyPauses == 0)
                 m_knobbyWorker->Start();
         }
     }

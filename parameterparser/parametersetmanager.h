@@ -95,7 +95,9 @@ public:
     /// new modules slot by slot. A manager without a file name (loaded from a buffer) keeps
     /// "ReloadBinaryParameters called with empty file name" as the error. A failed load leaves
     /// the manager empty, with the last generation parked intact; a file-mode reload can be
-    /// tried again. Returns the result of the load.
+    /// tried again. The live tuning worker is stopped for the reload (a connected client is
+    /// dropped) and started again when the reload leaves the manager loaded. Returns the result
+    /// of the load.
     [[nodiscard]] bool ReloadBinaryParameters(bool bufferMode);
 
     /// Deletes the parked generation: its modules first (whose unload needs their symbol
@@ -108,14 +110,18 @@ public:
     /// otherwise tables are merged where both have one of the same name at the same index. False
     /// for a null update or a manager that is not loaded (silently), and with "UpdateParameters:
     /// Error: No matching module tables names found, unable to update parameters" kept as the
-    /// error when no table matches. update and its symbol table must outlive this manager: the
-    /// moved modules keep their records there and read from update's file.
+    /// error when no table matches; an update that is this manager or one derived from it is
+    /// refused with "UpdateParameters: Error: update is this manager, unable to update
+    /// parameters". The live tuning workers of both managers stop for the merge and start again
+    /// afterwards. update and its symbol table must outlive this manager: the moved modules keep
+    /// their records there and read from update's file.
     bool UpdateParameters(ParameterSetManager* update);
 
     /// Moves the modules of source and of its later siblings into target (unless target links
     /// elsewhere), then merges each child of source into target's child of the same mode and
     /// sub-mode. False when target or source is null or a child of source has no counterpart
-    /// below target, which ends the merge there.
+    /// below target, which ends the merge there; refused like the form above when update is this
+    /// manager or target is source.
     bool UpdateParameters(ModeEntry* target, ModeEntry* source, ParameterSetManager* update);
 
     /// Keeps message (cut at 2047 characters) as the main manager's error text and logs it at
@@ -470,11 +476,18 @@ protected:
     PList<ParameterFileSymbolTable*> m_replacedSymbolTables;
     ParameterSetManager* m_mainSetManager = nullptr;
     uint8_t m_modeTableIndex = 0;
+    /// Reloads and updates under way that keep the live tuning worker stopped; while above 0 a
+    /// load does not start it.
+    unsigned int m_knobbyPauses = 0;
 
 private:
     /// The stage behind the section table, where the mode tables, the symbol and data tables and
     /// the modules are read. True when the file is ready for lookups; a file whose sections are
     /// known and nothing more is such a file.
+    /// Holds the live tuning worker stopped for as long as it lives: a reload or an update frees
+    /// and rewires what the command thread reads. Holds nest; the last one to go starts the
+    /// worker again when the manager is loaded and live tuning is on.
+    class KnobbyPause;
     bool LoadSectionContents(unsigned char* buffer, unsigned int length, char const* fileName,
                              ParameterBinaryFile* file, unsigned int fileSize,
                              IModeTable* modeTable, unsigned char alignment);

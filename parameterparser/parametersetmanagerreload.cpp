@@ -7,6 +7,7 @@
 #include "platform/vornalloc.h"
 
 #include "parameterparser/defaultmodule.h"
+#include "parameterparser/livetuning/parameterknobbyworker.h"
 #include "parameterparser/modeentry.h"
 #include "parameterparser/modeslot.h"
 #include "parameterparser/moduledata.h"
@@ -66,6 +67,38 @@ DefaultModule* FindKind(std::unordered_map<unsigned long, DefaultModule*> const&
 
 } // namespace
 
+// The command thread of the live tuning worker looks modules up and reads values on the manager
+// at any time; a reload frees and replaces the tables it walks, and an update moves modules
+// between maps it reads. Its threads are joined first and the server comes back afterwards, so a
+// connected desktop tool is disconnected for the duration and connects again.
+class ParameterSetManager::KnobbyPause
+{
+public:
+    explicit KnobbyPause(ParameterSetManager* manager) : m_manager(manager)
+    {
+        if (m_manager == nullptr)
+            return;
+        ++m_manager->m_knobbyPauses;
+        if (m_manager->m_knobbyWorker != nullptr)
+            m_manager->m_knobbyWorker->Stop();
+    }
+
+    ~KnobbyPause()
+    {
+        if (m_manager == nullptr || --m_manager->m_knobbyPauses != 0)
+            return;
+        if (m_manager->m_knobbyWorker != nullptr && m_manager->m_knobbyEnabled &&
+            m_manager->m_loadStatus)
+            m_manager->m_knobbyWorker->Start();
+    }
+
+    KnobbyPause(KnobbyPause const&) = delete;
+    KnobbyPause& operator=(KnobbyPause const&) = delete;
+
+private:
+    ParameterSetManager* m_manager;
+};
+
 bool ParameterSetManager::ReloadBinaryParameters(bool bufferMode)
 {
     if (m_mainSetManager != nullptr)
@@ -75,6 +108,7 @@ bool ParameterSetManager::ReloadBinaryParameters(bool bufferMode)
         SetError("ReloadBinaryParameters called with empty file name");
         return false;
     }
+    KnobbyPause const pause(this);
     ParameterLogging::Write(this, ParameterLogging::LogVerbose, "Reloading binary file %s%s\n",
                             m_fileName, bufferMode ? " in buffer mode" : "");
 
@@ -173,6 +207,13 @@ bool ParameterSetManager::UpdateParameters(ParameterSetManager* update)
     if (update == nullptr || !m_loadStatus)
         return false;
     ParameterSetManager* const source = update->MainManager();
+    if (source == this) {
+        // Every module taken from a node would be put back into the same map.
+        SetError("UpdateParameters: Error: update is this manager, unable to update parameters");
+        return false;
+    }
+    KnobbyPause const pause(this);
+    KnobbyPause const sourcePause(source);
 
     unsigned int const count = m_modeTables.Count();
     unsigned int const updateCount = source->m_modeTables.Count();
@@ -211,6 +252,14 @@ bool ParameterSetManager::UpdateParameters(ModeEntry* target, ModeEntry* source,
     if (target == nullptr || source == nullptr)
         return false;
     ParameterSetManager* const other = update != nullptr ? update->MainManager() : nullptr;
+    if (other == this || target == source) {
+        // A merge within one manager takes modules out of a map that it puts them back into.
+        SetError("UpdateParameters: Error: update is this manager, unable to update parameters");
+        return false;
+    }
+    // Nested calls for the children find both workers stopped already.
+    KnobbyPause const pause(this);
+    KnobbyPause const otherPause(other);
 
     // The later siblings of source go into target as well; the calls for them below then find
     // their maps empty.

@@ -97,15 +97,16 @@ bool AppendDescribedValues(ParameterModule* module, char const* path,
         }
         // A record without a name is the member that path itself names.
         char const* shownName = record.name != nullptr ? record.name : LastComponent(path);
-        AppendItemName(result, resultLength, itemsGiven, shownName);
         if (!record.isArray) {
-            bool const read = module->GetValue(fullPath, value, ElementValueLength);
-            if (!read)
+            // A member that cannot be read leaves no "name=" behind: the items before it stand.
+            if (!module->GetValue(fullPath, value, ElementValueLength))
                 return false;
+            AppendItemName(result, resultLength, itemsGiven, shownName);
             Append(result, resultLength, value);
             ++itemsGiven;
             continue;
         }
+        AppendItemName(result, resultLength, itemsGiven, shownName);
         for (unsigned int index = 0; index < record.count; ++index) {
             char elementPath[FullPathLength] = {};
             Vorn::OsUtils::SNPrintF(elementPath, sizeof(elementPath), "%s[%u]", fullPath, index);

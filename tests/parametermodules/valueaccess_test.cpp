@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Values by mode path and variable name through a set manager: whole structures, sub-variable
 // lists, the element cut of structure reads, changes and the pinning of the mode that owns them.
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -9,6 +10,7 @@
 
 #include "parameterparser/modeentry.h"
 #include "parameterparser/parametermodetable.h"
+#include "parameterparser/parametermodule.h"
 #include "parameterparser/parameterparserinfo.h"
 #include "parameterparser/parametervaluepath.h"
 
@@ -155,6 +157,47 @@ TEST_F(ValueAccessTest, StructureReadsCutEachElementAt64Characters)
     // Asked for by its own name, the text comes whole.
     EXPECT_EQ(Get(RootPath, "versionsA_sw.varitonal_versionsA10_reserve", "xsd_version"),
               "xsd_version=" + LongText);
+}
+
+/// A module whose description lists three numbers of which the middle one cannot be read, as a
+/// module with a member the file dropped may answer. It is loaded from the start and reads
+/// nothing from a file.
+class PartlyReadableModule : public ParameterModule
+{
+public:
+    PartlyReadableModule() : ParameterModule("partlyreadable", 1, 0, 0, nullptr) { loaded = true; }
+
+    ParameterModule* Create(ModuleData*, DefaultModule*) const override { return nullptr; }
+    bool LoadModule(ParameterFileSymbolTable*) override { return true; }
+    void UnloadModule() override {}
+
+    bool GetInfo(char const*, PList<ParameterParserInfo>& list) override
+    {
+        list.Add(ParameterParserInfo("first", ParameterTypeNames::Int32, 1.0, 0));
+        list.Add(ParameterParserInfo("second", ParameterTypeNames::Int32, 2.0, 0));
+        list.Add(ParameterParserInfo("third", ParameterTypeNames::Int32, 3.0, 0));
+        return true;
+    }
+
+    bool GetValue(char const* path, char* out, unsigned int outSize) override
+    {
+        std::string const member = path;
+        if (member == "block.second")
+            return false;
+        std::snprintf(out, outSize, "%s", member == "block.first" ? "1" : "3");
+        return true;
+    }
+};
+
+TEST_F(ValueAccessTest, StructureReadStopsAtAMemberThatCannotBeRead)
+{
+    PartlyReadableModule module;
+    ModeEntry* root = m_manager.GetModeEntry(0, RootPath);
+    ASSERT_NE(root, nullptr);
+    ASSERT_EQ(root->ReplaceModule(&module), nullptr);
+    // The member before stands; the one that failed leaves no "second=" behind.
+    EXPECT_EQ(Get(RootPath, "partlyreadable.block"), "<false: first=1>");
+    root->modules.erase(module.moduleNameHash);
 }
 
 TEST_F(ValueAccessTest, ResultIsCutAtItsLengthWithoutFailing)

@@ -689,13 +689,21 @@ TEST_F(LookupTest, UnloadModeDropsTheLastModeOfTheBranch)
     EXPECT_TRUE(m_log.HasMessage(
         "Attempt to release unreferenced module.  Mode: 3, SubMode: 3, Module versionsA_sw\n"));
 
-    // Resident modes stay: the root, and a mode made resident as by a changed value.
-    Node(rows.rows[2])->resident = true;
+    // Resident modes stay: the root, and a mode whose module a value change went into.
     std::vector<TuningMode> const changed = RowFile::Row(2);
-    EXPECT_TRUE(
-        m_manager->UnloadMode(0, changed.data(), static_cast<unsigned int>(changed.size())));
+    auto const changedCount = static_cast<unsigned int>(changed.size());
+    ASSERT_TRUE(m_manager->SetValue(0, changed.data(), changedCount, "versionsA_sw.module_version",
+                                    "minor_revision", "3"));
+    EXPECT_TRUE(Node(rows.rows[2])->resident);
+    EXPECT_EQ(ActiveModes().Find(Node(rows.rows[2])), -1);
+    EXPECT_TRUE(m_manager->UnloadMode(0, changed.data(), changedCount));
     EXPECT_TRUE(other->loaded);
     EXPECT_STREQ(Revision(other), "f2");
+    char value[32] = {};
+    ASSERT_TRUE(m_manager->GetValue(0, changed.data(), changedCount,
+                                    "versionsA_sw.module_version.minor_revision", nullptr, value,
+                                    sizeof(value)));
+    EXPECT_STREQ(value, "minor_revision=3");
     std::vector<TuningMode> const root = Branch({});
     EXPECT_TRUE(m_manager->UnloadMode(0, root.data(), 1));
     EXPECT_TRUE(m_manager->GetModeTable(0)->rootMode->loaded);

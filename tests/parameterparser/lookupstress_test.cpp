@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Module lookup under concurrency: several threads asking for and giving back modules of more
-// modes than the active list holds, so that loads and evictions overlap.
+// modes than the active list holds, so that loads and evictions overlap, while another changes
+// values through mode paths the way live tuning does.
 #include <atomic>
 #include <memory>
 #include <string>
@@ -26,6 +27,8 @@ namespace {
 constexpr unsigned int ModeCount = 30;
 constexpr unsigned int ThreadCount = 8;
 constexpr unsigned int Rounds = 150;
+// The value changes go to the A module of every ChangeStep-th row.
+constexpr unsigned int ChangeStep = 5;
 
 std::vector<TuningMode> Row(unsigned int k)
 {
@@ -92,14 +95,28 @@ TEST(LookupStressTest, ThreadsAskAndReleaseAcrossEvictions)
         if (held != nullptr)
             held->Release();
     };
+    // A change pins the mode that owns the module: from then on eviction passes it over, while
+    // the askers go on reading the same module.
+    std::atomic<unsigned int> refusedChanges{0};
+    auto const changer = [&] {
+        for (unsigned int round = 0; round < Rounds; ++round) {
+            unsigned int const k = (round * ChangeStep) % ModeCount;
+            std::string const path = "0.0|2.0|3." + std::to_string(k);
+            if (!manager.SetValue(0, path.c_str(), "versionsA_sw.module_version", "minor_revision",
+                                  std::to_string(round).c_str()))
+                ++refusedChanges;
+        }
+    };
     std::vector<std::thread> threads;
     for (unsigned int t = 0; t < ThreadCount; ++t)
         threads.emplace_back(worker, t);
+    threads.emplace_back(changer);
     for (std::thread& thread : threads)
         thread.join();
 
     EXPECT_EQ(wrongValues.load(), 0u);
     EXPECT_EQ(misses.load(), 0u);
+    EXPECT_EQ(refusedChanges.load(), 0u);
     EXPECT_FALSE(log.Contains("Attempt to"));
     EXPECT_FALSE(log.Contains("Unloading referenced module"));
     EXPECT_GT(log.Count("Unloading modules"), 0u) << "the run must evict modes";
@@ -107,13 +124,31 @@ TEST(LookupStressTest, ThreadsAskAndReleaseAcrossEvictions)
     EXPECT_LE(table->activeModes.Count(), 17u);
     EXPECT_FALSE(NodeOf(manager, preview)->IsActive());
     unsigned int loaded = 0;
-    for (uint32_t id : rows) {
-        ModeEntry* node = NodeOf(manager, id);
-        EXPECT_FALSE(node->IsActive());
-        if (node->loaded)
-            ++loaded;
+    unsigned int const changesPerRow = Rounds / (ModeCount / ChangeStep);
+    for (unsigned int k = 0; k < ModeCount; ++k) {
+        SCOPED_TRACE("row " + std::to_string(k));
+        ModeEntry* node = NodeOf(manager, rows[k]);
+        if (k % ChangeStep != 0) {
+            EXPECT_FALSE(node->IsActive());
+            EXPECT_FALSE(node->resident);
+            if (node->loaded)
+                ++loaded;
+            continue;
+        }
+        // A changed row stays loaded with its last value; value access keeps its references.
+        EXPECT_TRUE(node->resident);
+        EXPECT_TRUE(node->loaded);
+        EXPECT_TRUE(node->IsActive());
+        std::vector<TuningMode> const branch = Row(k);
+        char value[64] = {};
+        ASSERT_TRUE(manager.GetValue(0, branch.data(), static_cast<unsigned int>(branch.size()),
+                                     "versionsA_sw.module_version.minor_revision", nullptr, value,
+                                     sizeof(value)));
+        unsigned int const lastRound =
+            (changesPerRow - 1) * (ModeCount / ChangeStep) + k / ChangeStep;
+        EXPECT_EQ(std::string(value), "minor_revision=" + std::to_string(lastRound));
     }
-    // With nothing held, no more modes stay loaded than the list holds.
+    // With nothing held, no more unchanged modes stay loaded than the list holds.
     EXPECT_LE(loaded, 17u);
     // The file is closed again once no load holds it.
     EXPECT_EQ(manager.GetSymbolTable()->GetFile()->GetReferenceCount(), 0);

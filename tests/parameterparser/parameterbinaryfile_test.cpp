@@ -7,6 +7,9 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <gtest/gtest.h>
 
 #include "platform/vornalloc.h"
@@ -271,5 +274,47 @@ TEST_F(ParameterBinaryFileTest, ReopenNoticesChange)
     unsigned int pos = 0;
     EXPECT_FALSE(m_binary->Read(value.data(), 0, pos, 4, 1));
 }
+
+struct SameSecondCase
+{
+    char const* name;
+    long nanosecondStep; ///< added to the old nanoseconds, within the same second
+    size_t dataSize;     ///< the rewritten file's data size (the first file has 100)
+    bool modified;
+};
+
+class SameSecondRewriteTest : public ParameterBinaryFileTest,
+                              public ::testing::WithParamInterface<SameSecondCase>
+{
+};
+
+// A tool may write the file again within the second of the first write; the time is then set
+// by hand to the same second, so only the nanoseconds or the size can show the change.
+TEST_P(SameSecondRewriteTest, ReopenComparesNanosecondsAndSize)
+{
+    SameSecondCase const& param = GetParam();
+    UseFile(100);
+    struct stat before = {};
+    ASSERT_EQ(stat(m_file->Path().c_str(), &before), 0);
+    EXPECT_EQ(m_binary->Reference(-1), 0);
+
+    m_file->Rewrite(FileOfSize(param.dataSize));
+    timespec times[2] = {before.st_mtim, before.st_mtim};
+    times[0].tv_nsec = (before.st_mtim.tv_nsec + param.nanosecondStep) % 1000000000;
+    times[1].tv_nsec = times[0].tv_nsec;
+    ASSERT_EQ(utimensat(AT_FDCWD, m_file->Path().c_str(), times, 0), 0);
+    EXPECT_EQ(m_binary->Reference(1), 1);
+    EXPECT_EQ(m_binary->IsModified(), param.modified);
+    EXPECT_EQ(m_log.HasMessage("ParameterBinaryFile::Open, file modified, must reload\n"),
+              param.modified);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rewrites, SameSecondRewriteTest,
+                         ::testing::Values(SameSecondCase{"OtherSize", 0, 300, true},
+                                           SameSecondCase{"OtherNanoseconds", 1, 100, true},
+                                           SameSecondCase{"SameTimeAndSize", 0, 100, false}),
+                         [](::testing::TestParamInfo<SameSecondCase> const& caseInfo) {
+                             return caseInfo.param.name;
+                         });
 
 } // namespace

@@ -1,16 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 // Reloading a file under clients that hold modules, and merging a second manager's modules.
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "parameterparser/defaultmodule.h"
+#include "parameterparser/livetuning/parameterknobbyworker.h"
 #include "parameterparser/modeentry.h"
 #include "parameterparser/parametermodetable.h"
 #include "parameterparser/parsercrc.h"
@@ -25,6 +30,7 @@
 #include "paramgen/fdSetManager.writer.h"
 #include "tests/common/logcapture.h"
 #include "tests/common/tempfile.h"
+#include "tests/parameterparser/livetuning/livetuningsupport.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define RELOAD_TEST_ASAN 1
@@ -39,7 +45,9 @@
 
 namespace {
 
+using LiveTuningTest::Bytes;
 using TuningWriter::EntryValue;
+namespace Wire = ParameterKnobbyPacket;
 
 constexpr char const* FlIndices = "flIndices";
 constexpr char const* FdConfig = "fdconfigdata";
@@ -57,6 +65,17 @@ public:
     unsigned int ParkedModules() const { return m_replacedModules.Count(); }
     unsigned int ParkedModeTables() const { return m_replacedModeTables.Count(); }
     unsigned int ParkedSymbolTables() const { return m_replacedSymbolTables.Count(); }
+};
+
+/// ReloadSetManager with the live tuning worker, which fdSetManager itself does not run.
+class LiveReloadSetManager : public ReloadSetManager
+{
+public:
+    LiveReloadSetManager() : ReloadSetManager("live")
+    {
+        m_knobbyWorker = new ParameterKnobbyWorker(this);
+    }
+    ~LiveReloadSetManager() override { StopKnobbyWorker(); }
 };
 
 /// A tuning file of fdSetManager's modules, built from the writer descriptions of its instances.
@@ -502,6 +521,127 @@ TEST_F(ReloadTest, ClientsReadHeldModulesWhileTheFileIsReloaded)
         EXPECT_EQ(mismatches.load(), 0u);
         EXPECT_GE(reads.load(), Readers);
     }
+}
+
+// A desktop tool stays connected while the camera process reloads the file: the server stops
+// for each reload and serves the new generation after it, and the client connects again and
+// goes on asking. Its requests walk the tree, look the module up and read the identifier, all of
+// which a reload frees; under the sanitizers no request may reach a freed generation.
+TEST_F(ReloadTest, LiveTuningClientAsksThroughReloads)
+{
+    LiveReloadSetManager manager;
+    ASSERT_TRUE(manager.LoadBinaryParameters(m_file.Path().c_str()));
+    ASSERT_NE(manager.GetKnobbyPort(), 0);
+    constexpr unsigned int Rounds = 4;
+    constexpr unsigned int MaxRequests = 5000;
+    struct Ask
+    {
+        uint16_t command;
+        std::string payload;
+        size_t textOffset;
+    };
+    // flIndices has no value access: its read answers with an empty text after the lookup.
+    std::vector<Ask> const asks = {
+        {Wire::DeviceInfo, "", Wire::DeviceInfoHeadSize},
+        {Wire::GetValues, std::string(Preview) + ":flIndices:numPoints", Wire::RequestHeadSize},
+        {Wire::Modes, "Default|Sensor.0", Wire::RequestHeadSize},
+    };
+    std::atomic<unsigned short> port{manager.GetKnobbyPort()};
+    std::atomic<bool> done{false};
+    std::atomic<unsigned int> answered{0};
+    std::vector<std::pair<uint16_t, std::string>> answers;
+    std::thread client([&] {
+        LiveTuningTest::LoopbackClient connection;
+        for (unsigned int i = 0; i < MaxRequests && !done.load(); ++i) {
+            if (connection.Descriptor() < 0 && !connection.Connect(port.load())) {
+                connection.Close();
+                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+                continue;
+            }
+            Ask const& ask = asks[i % asks.size()];
+            Bytes const response =
+                connection.Send(LiveTuningTest::Request(ask.command, ask.payload, i))
+                    ? connection.ReadPacket(std::chrono::milliseconds(2000))
+                    : Bytes();
+            // Nothing, or a packet cut short: the server went down for a reload. A new
+            // connection starts at a packet's head again.
+            if (response.size() < Wire::HeadSize ||
+                Wire::GetU16(response.data() + Wire::LengthOffset) != response.size() ||
+                Wire::GetU16(response.data() + Wire::CommandOffset) != ask.command) {
+                connection.Close();
+                continue;
+            }
+            answers.emplace_back(ask.command, LiveTuningTest::TextAt(response, ask.textOffset));
+            answered.fetch_add(1);
+        }
+    });
+
+    std::vector<std::string> identifiers{"live;BinaryTag=first"};
+    for (unsigned int round = 1; round <= Rounds; ++round) {
+        // Each reload starts while the client is in the middle of its requests.
+        unsigned int const before = answered.load();
+        ASSERT_TRUE(LiveTuningTest::WaitFor([&] { return answered.load() > before + 3; }))
+            << "round " << round;
+        std::string const tag = "round" + std::to_string(round);
+        m_file.Rewrite(PreviewAndVideo(10 + 100 * round, tag));
+        ASSERT_TRUE(manager.ReloadBinaryParameters(false)) << manager.GetErrorString();
+        ASSERT_NE(manager.GetKnobbyPort(), 0) << "round " << round;
+        port.store(manager.GetKnobbyPort());
+        identifiers.push_back("live;BinaryTag=" + tag);
+    }
+    unsigned int const before = answered.load();
+    EXPECT_TRUE(LiveTuningTest::WaitFor([&] { return answered.load() > before + 3; }));
+    done.store(true);
+    client.join();
+
+    // Every answer comes from a generation that was in service, the last from the newest.
+    std::string lastIdentifier;
+    for (auto const& answer : answers) {
+        SCOPED_TRACE("command " + std::to_string(answer.first));
+        if (answer.first == Wire::DeviceInfo) {
+            EXPECT_TRUE(std::find(identifiers.begin(), identifiers.end(), answer.second) !=
+                        identifiers.end())
+                << answer.second;
+            lastIdentifier = answer.second;
+        } else {
+            EXPECT_EQ(answer.second,
+                      answer.first == Wire::Modes ? "Usecase.Preview,Usecase.Video" : "");
+        }
+    }
+    EXPECT_EQ(lastIdentifier, identifiers.back());
+
+    // A reload that fails leaves nothing to serve: the server stays down until one succeeds.
+    std::remove(m_file.Path().c_str());
+    EXPECT_FALSE(manager.ReloadBinaryParameters(false));
+    EXPECT_EQ(manager.GetKnobbyPort(), 0);
+    m_file.Rewrite(PreviewAndVideo(7, "restored"));
+    ASSERT_TRUE(manager.ReloadBinaryParameters(false));
+    EXPECT_NE(manager.GetKnobbyPort(), 0);
+}
+
+TEST_F(ReloadTest, UpdateFromItselfIsRefused)
+{
+    ASSERT_TRUE(m_manager.LoadBinaryParameters(m_file.Path().c_str()));
+    vornflindices::FLIndicesType* before = m_manager.GetModule_flIndices(PreviewBranch, 3, nullptr);
+    ASSERT_NE(before, nullptr);
+    std::unique_ptr<fdSetManager> derived(m_manager.CreateSetManager("rear"));
+    ASSERT_NE(derived, nullptr);
+    char const* const error =
+        "UpdateParameters: Error: update is this manager, unable to update parameters";
+    for (ParameterSetManager* update : {static_cast<ParameterSetManager*>(&m_manager),
+                                        static_cast<ParameterSetManager*>(derived.get())}) {
+        m_log.Clear();
+        EXPECT_FALSE(m_manager.UpdateParameters(update));
+        EXPECT_STREQ(m_manager.GetErrorString(), error);
+        EXPECT_TRUE(m_log.Contains(error));
+    }
+    ModeEntry* preview = m_manager.GetModeEntry(0, PreviewBranch, 3);
+    ASSERT_NE(preview, nullptr);
+    EXPECT_FALSE(m_manager.UpdateParameters(preview, preview, nullptr));
+    EXPECT_EQ(m_manager.ParkedModules(), 0u);
+    EXPECT_EQ(m_manager.GetModule_flIndices(PreviewBranch, 3, before), before);
+    EXPECT_EQ(before->numPoints, 10u);
+    before->Release();
 }
 
 /// Merges of a second manager's modules; both loaded from buffers, so every module is read.
