@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // A camera process in miniature: creates the tuning set manager, loads a tuning file through the
 // shared library's public API, follows a changing mode branch as a camera does when the use case
-// changes, and prints the tuning it gets for each branch.
+// changes, prints the tuning it gets for each branch, and reloads the file as it does when a new
+// tuning is pushed.
 #include <cstdio>
 
 #include "paramgen/TuningSetManager.h"
@@ -69,6 +70,24 @@ int main(int argc, char** argv)
         std::printf("%-20s tracker mode %u, precision %u, downscale %.3f, confidence %u\n",
                     step.label, tracker->operationMode, tracker->precisionMode,
                     static_cast<double>(tracker->downscaleRatio), tracker->confidenceThreshold);
+    }
+    // A tuning engineer pushes a new file: the camera reads it again while it still holds the
+    // tracker of the last branch. That pointer stays readable until the next reload; the next
+    // request hands it back as previous and gets the module of the new generation.
+    if (manager.IsFileMode()) {
+        if (!manager.ReloadBinaryParameters(false)) {
+            std::fprintf(stderr, "reload refused: %s\n", manager.GetErrorString());
+            if (tracker != nullptr)
+                tracker->Release();
+            return 1;
+        }
+        TuningMode const preview[] = {{ModeDefault, 0, 0}, {ModeSensor, 0, 0}, {ModeUsecase, 0, 0}};
+        tracker = manager.GetModule_t2tconfigdata(preview, 3, tracker);
+        if (tracker != nullptr)
+            std::printf("%-20s tracker mode %u, precision %u, downscale %.3f, confidence %u\n",
+                        "reloaded preview", tracker->operationMode, tracker->precisionMode,
+                        static_cast<double>(tracker->downscaleRatio),
+                        tracker->confidenceThreshold);
     }
     // The camera closes: the last module goes back before the manager does.
     if (tracker != nullptr)
