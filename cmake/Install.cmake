@@ -15,6 +15,15 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/parameterparser/
     FILES_MATCHING PATTERN "*.h")
 install(FILES ${PARAM_PLATFORM_HEADERS}
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/parameterparser/platform)
+install(FILES ${PROJECT_SOURCE_DIR}/parametermodules/concretesetmanager.h
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/parameterparser/parametermodules)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/stats/statsalgo/common/
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/parameterparser/stats/statsalgo/common
+    FILES_MATCHING PATTERN "*.h")
+# The generated modules and set managers; their writer descriptions serve tests and tools only.
+install(DIRECTORY ${PARAMGEN_OUTPUT_DIR}/
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/parameterparser/paramgen
+    FILES_MATCHING PATTERN "*.h" PATTERN "*.writer.h" EXCLUDE PATTERN "moduletest.h" EXCLUDE)
 
 install(EXPORT ParameterParserTargets NAMESPACE ParameterParser::
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/ParameterParser)

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The whole public API of the library in one include.
+// The whole public API of the library in one include: the set managers and their generated
+// modules, the store beneath them, live tuning and the statistics services.
 #pragma once
 
 #include "parameterparser/imodetable.h"
@@ -18,3 +19,14 @@
 #include "parameterparser/parsercrc.h"
 #include "parameterparser/plist.h"
 #include "parameterparser/versionunion.h"
+#include "parametermodules/concretesetmanager.h"
+#include "stats/statsalgo/common/statsalgosettings.h"
+#include "stats/statsalgo/common/vornstatsdefs.h"
+#include "stats/statsalgo/common/vornstatsroidata.h"
+#include "stats/statsalgo/common/vornstatsroipriority.h"
+#include "stats/statsalgo/common/vornstatsroistability.h"
+
+#include "paramgen/ImageSensorModuleSetManager.h"
+#include "paramgen/TuningSetManager.h"
+#include "paramgen/bitmlSetManager.h"
+#include "paramgen/fdSetManager.h"

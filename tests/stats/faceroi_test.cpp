@@ -262,6 +262,10 @@ TEST_F(FaceROIShapingTest, SmallFacesAreSpared)
         // Measured in a 500-pixel crop window the face is twice as large.
         {70, 1, {109, 109, 53, 53}},
     };
+    // Without a crop window the whole image is the window: nothing is zoomed.
+    shrink.roiSizeInCropWindow = 1;
+    ExpectRect(ShapeOne(Posed(Face(2, 100, 100, 70, 70), 0.0F)), {100, 100, 70, 70},
+               "no crop window");
     ASSERT_TRUE(m_priority.SetCropWindow(0.0F, 0.0F, 500.0F, 500.0F));
     for (Case const& c : cases) {
         shrink.roiSizeInCropWindow = c.sizeInCrop;

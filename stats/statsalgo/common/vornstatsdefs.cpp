@@ -68,8 +68,8 @@ void StatsConvergenceKPIMeasure(int state, StatsConvergenceKPIType* kpi, char co
                StatsLogGroupConvergence, StatsLogLevelFault,
                "CID:[%d] KPI:%s Convergence done (Convergence Time + Panning Time):%u ms "
                "StartTime:%u EndTime %u Frames %u",
-               g_cameraId, name, kpi->convergenceTime, kpi->startTime, kpi->endTime,
-               kpi->frameCount);
+               g_cameraId, name != nullptr ? name : "", kpi->convergenceTime, kpi->startTime,
+               kpi->endTime, kpi->frameCount);
 }
 
 int IsStatsParsingToSkip(statsglobalelements::StatsParsingSkipType const* skip, float value)

@@ -220,7 +220,9 @@ void ROIPriority::AdjustOneFaceROI(ROIData& roi, StatsROIData const& statsROI)
     // Small faces: shrinking a small box leaves too few pixels to meter on.
     float sizeX = roi.width / imageWidth;
     float sizeY = roi.height / imageHeight;
-    if (shrink.roiSizeInCropWindow == 1) {
+    // Sizes are measured in the crop window when asked to; without a window the whole image is
+    // the window, and the unset window's width of 1 must not read as a thousandfold zoom.
+    if (shrink.roiSizeInCropWindow == 1 && IsCropWindowValid()) {
         float const zoomX = imageWidth / GetCropWidth();
         float const zoomY = imageHeight / GetCropHeight();
         if (zoomX > 1.0F) {

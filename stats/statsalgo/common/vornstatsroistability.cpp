@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
+#include <limits>
 
 namespace {
 
@@ -58,16 +60,29 @@ struct ROIDifference
     float size;
 };
 
+// The centre of a ROI along one axis, cut toward zero. Coordinates come from another library
+// unchecked: a NaN or a value past the int range is pinned instead of converted, which would be
+// undefined.
+int CentreCoordinate(float start, float length)
+{
+    double const centre = static_cast<double>(start) + static_cast<double>(length) * 0.5;
+    if (!(centre > static_cast<double>(std::numeric_limits<int>::min())))
+        return centre > 0.0 ? std::numeric_limits<int>::max() : std::numeric_limits<int>::min();
+    if (centre >= static_cast<double>(std::numeric_limits<int>::max()))
+        return std::numeric_limits<int>::max();
+    return static_cast<int>(centre);
+}
+
 ROIDifference MeasureDifference(ROIData const& newROI, ROIData const& oldROI, float width,
                                 float height)
 {
     ROIDifference difference = {};
-    difference.newX = static_cast<int>(newROI.left + newROI.width * 0.5);
-    difference.newY = static_cast<int>(newROI.top + newROI.height * 0.5);
-    difference.oldX = static_cast<int>(oldROI.left + oldROI.width * 0.5);
-    difference.oldY = static_cast<int>(oldROI.top + oldROI.height * 0.5);
-    float const dx = static_cast<float>(difference.newX - difference.oldX);
-    float const dy = static_cast<float>(difference.newY - difference.oldY);
+    difference.newX = CentreCoordinate(newROI.left, newROI.width);
+    difference.newY = CentreCoordinate(newROI.top, newROI.height);
+    difference.oldX = CentreCoordinate(oldROI.left, oldROI.width);
+    difference.oldY = CentreCoordinate(oldROI.top, oldROI.height);
+    float const dx = static_cast<float>(static_cast<int64_t>(difference.newX) - difference.oldX);
+    float const dy = static_cast<float>(static_cast<int64_t>(difference.newY) - difference.oldY);
     float const diagonal = std::sqrt(width * width + height * height);
     difference.location = std::sqrt(dx * dx + dy * dy) * 100.0F / diagonal;
     float const newDiagonal =
@@ -164,12 +179,10 @@ bool ROIStableChecker::UpdateROIStable(ROIData const* rois, unsigned int count)
         STATS_ROI_LOG(m_logFunction, StatsLogLevelFault, "%s: NULL tuning pointer", m_name);
         return false;
     }
-    UpdateThreshold();
-    ThresholdRow const* row = RowAt(m_tuning, m_thresholdIndex);
-    if (row == nullptr) {
-        STATS_ROI_LOG(m_logFunction, StatsLogLevelFault, "%s: NULL tuning pointer", m_name);
+    // An empty threshold table leaves no row to compare against; UpdateThreshold has logged it.
+    if (!UpdateThreshold())
         return false;
-    }
+    ThresholdRow const* row = RowAt(m_tuning, m_thresholdIndex);
     STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace, "%s: ROI size %u", m_name, count);
 
     // The stored records are the previous frame. They are searched with the new count, so a ROI
@@ -273,12 +286,10 @@ bool ROIChangeChecker::UpdateROIChange(ROIData const* rois, unsigned int count)
         STATS_ROI_LOG(m_logFunction, StatsLogLevelError, "%s: NULL tuning pointer", m_name);
         return false;
     }
-    UpdateThreshold();
-    ThresholdRow const* row = RowAt(m_tuning, m_thresholdIndex);
-    if (row == nullptr) {
-        STATS_ROI_LOG(m_logFunction, StatsLogLevelError, "%s: NULL tuning pointer", m_name);
+    // An empty threshold table leaves no row to compare against; UpdateThreshold has logged it.
+    if (!UpdateThreshold())
         return false;
-    }
+    ThresholdRow const* row = RowAt(m_tuning, m_thresholdIndex);
     STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace, "%s: ROI size %u", m_name, count);
 
     int const limit = CappedCount(count);
