@@ -415,6 +415,18 @@ bool ParameterFileSymbolTable::Load(unsigned char* buffer, unsigned int length,
         }
     }
 
+    // The tables are sized from the section table, which a damaged file may make claim gigabytes:
+    // a table that the file cannot hold fails here, before anything is allocated for it.
+    unsigned int const available = file != nullptr ? fileLength : length;
+    if (!Within(symbol.Offset, symbol.Size, available)) {
+        LogUnreadableTable("symbol", symbol);
+        return false;
+    }
+    if (m_hasDataTable && !Within(dataTable.Offset, dataTable.Size, available)) {
+        LogUnreadableTable("data", symbol);
+        return false;
+    }
+
     m_symbolEntries = AllocateEntries(m_symbolCount);
     m_symbolLookup = AllocateRows<EntryData>(m_symbolCount);
     if (m_hasDataTable) {
@@ -495,6 +507,19 @@ bool ParameterFileSymbolTable::Load(unsigned char* buffer, unsigned int length,
     if (!m_fileMode)
         m_buffer = buffer + data.Offset;
     return true;
+}
+
+void ParameterFileSymbolTable::LogUnreadableTable(char const* kind,
+                                                  SectionInfo const& messageSection) const
+{
+    IParameterLoggingAPI* log = Logger();
+    ParameterLogging::Write(log, ParameterLogging::LogError,
+                            "Failed to read %s table buffer (offset: %d, size: %d) from binary "
+                            "file\n",
+                            kind, static_cast<int>(messageSection.Offset),
+                            static_cast<int>(messageSection.Size));
+    ParameterLogging::Write(log, ParameterLogging::LogError,
+                            "Failed to read %s table from binary file\n", kind);
 }
 
 bool ParameterFileSymbolTable::ReadTableSection(unsigned char* buffer, unsigned int length,

@@ -259,6 +259,9 @@ public:
 
 private:
     IParameterLoggingAPI* Logger() const;
+    /// Logs that the kind ("symbol" or "data") of table cannot be read whole from the file, with
+    /// messageSection's numbers.
+    void LogUnreadableTable(char const* kind, SectionInfo const& messageSection) const;
     /// Reads one table section with ReadTable: in buffer mode in place, in file mode from a
     /// temporary copy; messageSection gives the numbers of the copy's failure message.
     bool ReadTableSection(unsigned char* buffer, unsigned int length, SectionInfo const& section,

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // ParameterSetManager: mode tables, the mode tree lookups and the text forms of mode paths.
+#include <algorithm>
 #include <cstring>
 #include <new>
 
@@ -394,8 +395,7 @@ bool ParameterSetManager::ReadModeSections(unsigned char* buffer, unsigned int l
     bool result = false;
     for (unsigned int section = 0; section < sectionCount; ++section) {
         SectionInfo const info = m_modeSections[section];
-        unsigned int const count =
-            info.Size >= nameLength ? (info.Size - nameLength) / entrySize : 0;
+        unsigned int count = info.Size >= nameLength ? (info.Size - nameLength) / entrySize : 0;
         unsigned int const expected = nameLength + entrySize * count;
         if (info.Size != expected) {
             ParameterLogging::Write(
@@ -435,6 +435,12 @@ bool ParameterSetManager::ReadModeSections(unsigned char* buffer, unsigned int l
         char* name = nameLength != 0 ? ParameterUtils::ReadString(sectionBuffer, sectionLength, pos,
                                                                   nameLength, alignment)
                                      : nullptr;
+        // A section that runs past the end of the buffer holds only what the buffer can give, and
+        // the first short entry ends the table: a damaged size must not allocate beyond that.
+        if (file == nullptr) {
+            unsigned int const room = pos < sectionLength ? (sectionLength - pos) / entrySize + 1 : 1;
+            count = std::min(count, room);
+        }
         auto const tableIndex = m_modeTables.Count();
         ModeSlot* slots = nullptr;
         if (count != 0)

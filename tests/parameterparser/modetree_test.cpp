@@ -322,6 +322,8 @@ TEST_F(ModeTreeTest, ShortReadEndsTableAfterPartialEntry)
     EXPECT_EQ(SlotNode(manager, 0, 1), SlotNode(manager, 0, 0));
     EXPECT_EQ(SlotNode(manager, 0, 2), nullptr);
     EXPECT_EQ(manager.GetModeTable(0)->rootMode->firstChild, nullptr);
+    // Slots stop where the buffer does: a section size claiming more allocates no more.
+    EXPECT_EQ(manager.GetModeTable(0)->m_modeCount, 2u);
 }
 
 TEST_F(ModeTreeTest, MissingBufferOrLengthIsError)

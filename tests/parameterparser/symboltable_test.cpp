@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -111,10 +112,14 @@ enum class Mode
 class LoadedTable
 {
 public:
-    bool Load(SymbolTableBuilder const& builder, Mode mode)
+    /// Loads the builder's tables; adjust may change where the sections claim to stand.
+    bool Load(SymbolTableBuilder const& builder, Mode mode,
+              std::function<void(TableFile&)> const& adjust = {})
     {
         FileVersion const version = builder.Version();
         m_file = WriteTables(builder);
+        if (adjust)
+            adjust(m_file);
         m_table = std::make_unique<ParameterFileSymbolTable>(
             &m_manager, TuningWriter::AlignmentFor(version),
             VersionUnion(version.major, version.minor, version.patch));
@@ -376,6 +381,43 @@ INSTANTIATE_TEST_SUITE_P(
         SizeCase{"V4_0_0_Data", {4, 0, 0}, true, "Invalid data table size: 36, expected: 32\n"},
         SizeCase{"V6_0_0_Data", {6, 0, 0}, true, "Invalid data table size: 40, expected: 36\n"}),
     [](::testing::TestParamInfo<SizeCase> const& test) { return std::string(test.param.name); });
+
+// A damaged section table can make a table claim nearly 4 GiB: the load refuses it before any
+// row is allocated, in both modes.
+TEST(SymbolTableTest, TableLargerThanTheFileFailsBeforeAllocating)
+{
+    struct Case
+    {
+        bool dataTable;
+        Mode mode;
+        char const* kind;
+    };
+    Case const cases[] = {
+        {false, Mode::Buffer, "symbol"},
+        {false, Mode::File, "symbol"},
+        {true, Mode::Buffer, "data"},
+        {true, Mode::File, "data"},
+    };
+    FileVersion const version = {7, 0, 0};
+    for (Case const& test : cases) {
+        SCOPED_TRACE(std::string(test.kind) +
+                     (test.mode == Mode::Buffer ? " table, buffer mode" : " table, file mode"));
+        SymbolTableBuilder builder(version);
+        builder.AddModule(Module("a", "1"));
+        builder.AddData(Bytes("x"));
+        uint32_t const entrySize = test.dataTable ? SymbolTableBuilder::DataEntrySize(version)
+                                                  : SymbolTableBuilder::SymbolEntrySize(version);
+        LoadedTable loaded;
+        EXPECT_FALSE(loaded.Load(builder, test.mode, [&](TableFile& file) {
+            Section& section = test.dataTable ? file.dataTable : file.symbol;
+            section.Size = 0xFFFFFFF0U / entrySize * entrySize;
+        }));
+        std::string const kind = test.kind;
+        EXPECT_TRUE(loaded.Log().Contains("Failed to read " + kind + " table buffer (offset: "));
+        EXPECT_TRUE(loaded.Log().HasMessage("Failed to read " + kind + " table from binary file\n"));
+        EXPECT_EQ(loaded.Table().Modules().Count(), 0u);
+    }
+}
 
 TEST(SymbolTableTest, EmptySymbolTableLoadsWithoutModules)
 {
