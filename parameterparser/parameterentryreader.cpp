@@ -417,6 +417,13 @@ bool ParameterFileSymbolTableEntry::GetCountAndPointerEntry(
     count = stored;
     if (form == Form::Counted) {
         countChanged = info != nullptr && info->Count != count;
+        // The values follow the count in this entry: a count the entry cannot hold is cut before
+        // anything is allocated or read for it.
+        unsigned int const end = ParameterEntryReader::ReadLength(*this, limit);
+        unsigned long const size = info != nullptr ? element->GetSize() : minimumSize;
+        if (FitCountToData(count, size, end > Position ? end - Position : 0, minimumCount,
+                           nameHash))
+            countChanged = true;
         return true;
     }
 
@@ -431,19 +438,28 @@ bool ParameterFileSymbolTableEntry::GetCountAndPointerEntry(
         size = element->GetSize();
     else if (Table == nullptr || Table->GetVersion() < VersionUnion(6, 0, 0))
         size = minimumSize > 4 ? minimumSize - 4 : 0; // no load limit ahead of each structure
-    if (size != 0 && static_cast<unsigned long>(count) * size > storage.Size) {
-        unsigned long fitting = storage.Size / size;
-        if (fitting < minimumCount)
-            fitting = minimumCount;
-        auto const newCount = static_cast<unsigned int>(fitting);
-        LogMessage(true,
-                   "Minimun %ld size (%u) * count (%u) exceeds avaialable data (%u), setting "
-                   "count to %u to prevent allocation errors\n",
-                   static_cast<long>(nameHash), static_cast<unsigned int>(size), count,
-                   storage.Size, newCount);
-        count = newCount;
+    if (FitCountToData(count, size, storage.Size, minimumCount, nameHash))
         countChanged = true;
-    }
+    return true;
+}
+
+bool ParameterFileSymbolTableEntry::FitCountToData(unsigned int& count, unsigned long size,
+                                                   unsigned int available,
+                                                   unsigned int minimumCount,
+                                                   unsigned long nameHash)
+{
+    if (size == 0 || static_cast<unsigned long>(count) * size <= available)
+        return false;
+    unsigned long fitting = available / size;
+    if (fitting < minimumCount)
+        fitting = minimumCount;
+    auto const newCount = static_cast<unsigned int>(fitting);
+    LogMessage(true,
+               "Minimun %ld size (%u) * count (%u) exceeds avaialable data (%u), setting "
+               "count to %u to prevent allocation errors\n",
+               static_cast<long>(nameHash), static_cast<unsigned int>(size), count, available,
+               newCount);
+    count = newCount;
     return true;
 }
 

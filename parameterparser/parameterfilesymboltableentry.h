@@ -101,6 +101,10 @@ public:
                                  bool isArray, ParameterDefinitionElement* element,
                                  bool& countChanged, unsigned int limit);
     bool IsFixedCountVersion();
+    /// Cuts count to what available bytes hold at size bytes an element (never below
+    /// minimumCount), logging the cut; true when count changed. A size of 0 leaves it.
+    bool FitCountToData(unsigned int& count, unsigned long size, unsigned int available,
+                        unsigned int minimumCount, unsigned long nameHash);
 
     template <typename T>
     void ReadArray(T* values, ParameterDefinitionElement* element, unsigned int count,

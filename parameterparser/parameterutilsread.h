@@ -212,7 +212,9 @@ bool ReadConverted(T* values, unsigned char const* buffer, unsigned int length, 
         return false;
     bool const ok =
         ParameterUtils::ReadBuffer(temporary, buffer, length, pos, bytes, alignment, log);
-    for (unsigned int i = 0; i < count; ++i)
+    // Only what the (possibly capped) block holds is converted; values past it stay as they are.
+    unsigned int const converted = width != 0 && bytes / width < count ? bytes / width : count;
+    for (unsigned int i = 0; i < converted; ++i)
         values[i] = ConvertTo<T>(Decode(temporary + static_cast<size_t>(i) * width, width, kind));
     VornFree(temporary, VornTagRelease);
     return ok;

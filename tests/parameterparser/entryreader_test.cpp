@@ -538,6 +538,30 @@ TEST_F(ParameterFileSymbolTableEntryTest, CountBeyondTheDataIsCutToWhatFits)
     ExpectSampleValues(sample.value);
 }
 
+TEST_F(ParameterFileSymbolTableEntryTest, InlineCountBeyondTheEntryIsCutBeforeAllocating)
+{
+    // Variable in the source, fixed in a 7.0.0 file: the count stands in the entry itself, ahead
+    // of the values, and a damaged one must not size an allocation of gigabytes.
+    Schema schema = Schema::Source();
+    schema.Member("counted").minCount = 3;
+    schema.Member("counted").maxCount = 3;
+    EntryFile file(FileVersion{}, schema);
+    LoadedSample sample;
+    EntryValue value = SampleValue();
+    EntryValue counted = *value.Find("counted");
+    counted.countOverride = 1000000000;
+    value.Set("counted", counted);
+    WriteAndLoad(file, sample, value);
+
+    EXPECT_TRUE(m_log.HasMessage(
+        Format("Minimun %ld size (%u) * count (%u) exceeds avaialable data (%u), setting count to "
+               "%u to prevent allocation errors\n",
+               static_cast<long>(Hash("counted")), 4u, 1000000000u, 64u, 16u)));
+    ASSERT_EQ(sample->countedCount, 16u);
+    ASSERT_NE(sample->counted, nullptr);
+    EXPECT_EQ(sample->counted[2], 9u);
+}
+
 TEST_F(ParameterFileSymbolTableEntryTest, LoadLimitsBoundWhatAStructureReads)
 {
     // A length of 0: the structure ends behind its length word, so b's count is not there.
