@@ -45,6 +45,18 @@ void RequestReload(int)
     g_reloadRequested = 1;
 }
 
+/// The tuning set's manager, stopping its live tuning server before anything of it is destroyed:
+/// the command thread calls into the object until the server has stopped.
+class ServeSetManager final : public TuningSetManager
+{
+public:
+    ServeSetManager() : TuningSetManager("paramctl-serve") {}
+    ~ServeSetManager() override { StopKnobbyWorker(); }
+
+    ServeSetManager(ServeSetManager const&) = delete;
+    ServeSetManager& operator=(ServeSetManager const&) = delete;
+};
+
 /// Answers trigger requests at once with two instances of sample values, and echoes custom
 /// commands. It answers through the manager it is attached to; the manager must be destroyed
 /// (and its worker stopped) before this object, since the command thread calls in.
@@ -111,7 +123,7 @@ int RunServe(int argc, char** argv)
     // Declared before the manager so that it is destroyed after it: the manager's destructor
     // stops the command thread, which calls the handler until then.
     DemoHandler handler;
-    TuningSetManager manager("paramctl-serve");
+    ServeSetManager manager;
     handler.Attach(&manager);
     // Installed before the load, so the worker's thread sees it from its first request.
     manager.SetKnobbyHandler(&handler);

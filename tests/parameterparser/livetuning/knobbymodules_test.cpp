@@ -47,6 +47,16 @@ instance t2tconfigdata T2TCtrlType mode Default|Sensor.0|Usecase.Preview
 
 constexpr char PreviewModes[] = "Default|Sensor.0|Usecase.Preview";
 
+// A TuningSetManager that stops its live tuning server first thing in its destruction. The
+// generated manager stops it only in the base destructor, when the command thread may still be
+// finishing a command through the object's virtual functions.
+class LiveTuningSetManager final : public TuningSetManager
+{
+public:
+    LiveTuningSetManager() : TuningSetManager("live") {}
+    ~LiveTuningSetManager() override { StopKnobbyWorker(); }
+};
+
 // A TuningSetManager with its live tuning server, loaded from TrackerFile, and a client on it.
 class KnobbyModulesTest : public ::testing::Test
 {
@@ -95,7 +105,7 @@ protected:
 
     ParamTest::LogCapture m_log;
     std::vector<uint8_t> m_file;
-    TuningSetManager m_manager{"live"};
+    LiveTuningSetManager m_manager;
     LoopbackClient m_client;
 };
 
@@ -203,7 +213,9 @@ TEST_F(KnobbyModulesTest, SetValuesChangesTheModuleAndAnswersTheReadBack)
 }
 
 // Camera threads take and read the module that a client keeps changing and reading back; under
-// ThreadSanitizer this checks the locking between value access and module lookup.
+// ThreadSanitizer this checks the locking between value access and module lookup. A live edit
+// and a camera's read meet on the bare value without a lock, by design, so the cameras read the
+// members the client leaves alone.
 TEST_F(KnobbyModulesTest, CameraThreadsRunBesideABusyClient)
 {
     constexpr unsigned int CameraCount = 4;
@@ -228,9 +240,10 @@ TEST_F(KnobbyModulesTest, CameraThreadsRunBesideABusyClient)
                     ++badReads;
                     continue;
                 }
-                uint32_t const threshold = module->confidenceThreshold;
-                bool const good = preview ? threshold >= 75 && threshold < 75 + ClientRounds
-                                          : threshold == 60 && module->operationMode == 1;
+                bool const good = preview ? module->operationMode == 2 &&
+                                                module->downscaleRatio == 0.25f
+                                          : module->operationMode == 1 &&
+                                                module->confidenceThreshold == 60;
                 if (!good)
                     ++badReads;
                 ++reads;
