@@ -231,10 +231,12 @@ unsigned int ParameterSetManager::GetModeTableCount()
 
 bool ParameterSetManager::GetModeTableNames(PList<char const*>& names)
 {
-    if (m_modeTables.Count() == 0)
+    // A derived manager has no tables of its own: the names are the main manager's.
+    PList<ParameterModeTable*> const& tables = MainManager()->m_modeTables;
+    if (tables.Count() == 0)
         return false;
-    for (unsigned int i = 0; i < m_modeTables.Count(); ++i)
-        names.Add(m_modeTables[i] != nullptr ? m_modeTables[i]->name : nullptr);
+    for (unsigned int i = 0; i < tables.Count(); ++i)
+        names.Add(tables[i] != nullptr ? tables[i]->name : nullptr);
     return true;
 }
 
@@ -491,6 +493,11 @@ ModeEntry* ParameterSetManager::GetModeEntry(unsigned char modeTableIndex,
     ParameterModeTable* table = main->m_modeTables[modeTableIndex];
     if (table == nullptr || table->rootMode == nullptr)
         return nullptr;
+    // A tool that walks the tree sees the modules of the branch as a client asking for it would:
+    // in file mode they are read now.
+    if (main->m_symbolTable != nullptr && main->IsFileMode())
+        static_cast<void>(
+            main->LoadMode(modeTableIndex, modeBranch, modeCount, "Knobby->GetModeEntry"));
     ModeEntry* node = table->rootMode;
     if (modeBranch == nullptr)
         return node;

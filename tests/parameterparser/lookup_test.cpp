@@ -539,6 +539,23 @@ TEST_F(LookupTest, UnknownModulesAndModesGiveNull)
     EXPECT_FALSE(root->IsActive());
 }
 
+TEST_F(LookupTest, GetModeEntryReadsTheBranchInFileMode)
+{
+    // Preview is 0 among the use cases of the file.
+    std::vector<TuningMode> const branch = Branch({{ModeUsecase, 0}});
+    auto const count = static_cast<unsigned int>(branch.size());
+    for (bool fileMode : {true, false}) {
+        SCOPED_TRACE(fileMode ? "file mode" : "buffer mode");
+        Load(RuleFile(), fileMode);
+        ModeEntry* preview = m_manager->GetModeEntry(0, branch.data(), count);
+        ASSERT_NE(preview, nullptr);
+        // A tool walking the tree finds the modules of the branch read, as a client would.
+        EXPECT_TRUE(preview->loaded);
+        EXPECT_TRUE(m_manager->GetModeTable(0)->rootMode->loaded);
+        EXPECT_STREQ(m_manager->GetErrorString(), "");
+    }
+}
+
 // ---- File mode: lazy loads, the active list, eviction ------------------------------------------
 
 constexpr unsigned int ModeRowCount = 18;

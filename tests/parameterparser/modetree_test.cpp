@@ -457,6 +457,10 @@ TEST_F(ModeTreeTest, DerivedManagerUsesMainTables)
     EXPECT_EQ(derived.GetModeTableCount(), 0u);
     EXPECT_EQ(derived.GetModeEntry(Table1 | 2), main.GetModeEntry(Table1 | 2));
     EXPECT_EQ(derived.GetModeEntry(1, "0.0|1.0|2.0"), SlotNode(main, 1, 2));
+    PList<char const*> names;
+    ASSERT_TRUE(derived.GetModeTableNames(names));
+    ASSERT_EQ(names.Count(), 2u);
+    EXPECT_STREQ(names[1], "rear");
 }
 
 TEST_F(ModeTreeTest, ModuleDataFindsItsMode)

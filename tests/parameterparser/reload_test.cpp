@@ -349,18 +349,22 @@ TEST_F(ReloadTest, ModeHeldThroughAReloadIsNotEvicted)
     ASSERT_NE(fresh, nullptr);
     fresh->Release(); // what stays is the count carried over from the old generation
     ModeEntry* node = m_manager.GetModeEntry(0, held, 3);
-    unsigned int unloaded = 0;
+    // The nodes are found as the modes are asked for: a later GetModeEntry would read them again.
+    std::vector<ModeEntry*> visited;
     for (std::vector<TuningMode> const& branch : branches) {
         auto const count = static_cast<unsigned int>(branch.size());
-        if (m_manager.GetModeEntry(0, branch.data(), count) == node)
+        ModeEntry* visit = m_manager.GetModeEntry(0, branch.data(), count);
+        if (visit == node)
             continue;
+        visited.push_back(visit);
         vornflindices::FLIndicesType* module =
             m_manager.GetModule_flIndices(branch.data(), count, nullptr);
         ASSERT_NE(module, nullptr);
         module->Release();
     }
-    for (std::vector<TuningMode> const& branch : branches)
-        unloaded += m_manager.GetModeEntry(0, branch.data(), branch.size())->loaded ? 0 : 1;
+    unsigned int unloaded = 0;
+    for (ModeEntry const* visit : visited)
+        unloaded += visit->loaded ? 0 : 1;
     EXPECT_GT(unloaded, 0u); // eviction ran, and passed over the held mode, the oldest
     EXPECT_TRUE(node->IsActive());
     EXPECT_TRUE(node->loaded);
