@@ -21,7 +21,12 @@ GoldenSetManager::GoldenSetManager(GoldenSetManager* main, unsigned char modeTab
 {
 }
 
-GoldenSetManager::~GoldenSetManager() = default;
+GoldenSetManager::~GoldenSetManager()
+{
+    // The live tuning worker calls into this object: it stops before any part of the
+    // object goes, this one first.
+    StopKnobbyWorker();
+}
 
 GoldenSetManager* GoldenSetManager::GetMainSetManager()
 {
