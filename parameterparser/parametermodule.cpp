@@ -94,36 +94,15 @@ IParameterLoggingAPI* ParameterModule::Logger() const
     return data != nullptr ? data->SetManager : nullptr;
 }
 
-bool ParameterModule::CanCreate(ModuleData const* record, char const* className) const
+IParameterLoggingAPI* ParameterModule::RecordLogger(ModuleData const* record)
 {
-    if (record == nullptr)
-        return false;
-    IParameterLoggingAPI* log = record->SetManager;
-    // The version decides first: a file written from another schema version is refused as such
-    // even when its name differs too.
-    if (record->Version.Raw != version.Raw) {
-        ParameterLogging::Write(
-            log, ParameterLogging::LogError,
-            "Unable to create %s, binary version (%lld) does not match source version (%lld)\n",
-            className, static_cast<long long>(record->Version.Raw),
-            static_cast<long long>(version.Raw));
-        return false;
-    }
-    if (record->NameHash != moduleNameHash) {
-        ParameterLogging::Write(log, ParameterLogging::LogError,
-                                "Unable to create %s, binary name hash (0x%016llx) does not match "
-                                "source name hash (0x%016llx)\n",
-                                className, static_cast<unsigned long long>(record->NameHash),
-                                static_cast<unsigned long long>(moduleNameHash));
-        return false;
-    }
-    return true;
+    return record != nullptr ? record->SetManager : nullptr;
 }
 
 ParameterModule* ParameterModule::CreateInstance(ModuleData* record, DefaultModule* defaults,
-                                                 char const* className, MakeFunction make) const
+                                                 MakeFunction make) const
 {
-    if (!CanCreate(record, className))
+    if (record == nullptr)
         return nullptr;
     unsigned int const id = record->DuplicateID != 0 ? record->DuplicateID : record->ID;
     // A record that duplicates another shares the instance made for it: one load serves both.

@@ -84,20 +84,18 @@ public:
     std::recursive_mutex moduleMutex;
 
 protected:
-    /// The checks of Create: false after logging (at error level, through data's set manager)
-    /// "Unable to create <className>, binary version (%lld) does not match source version
-    /// (%lld)\n" when the versions differ, else "... binary name hash (0x%016llx) does not match
-    /// source name hash (0x%016llx)\n" when the hashes do. className is the generated class.
-    bool CanCreate(ModuleData const* data, char const* className) const;
     /// Makes a real instance of the generated class with its symbolTableID set to id; null when
     /// memory runs out.
     using MakeFunction = ParameterModule* (*)(char const* name, ModuleData* data, unsigned int id);
-    /// The frame of a generated Create: the checks of CanCreate, then the instance already made
-    /// for the record's ID (its override ID, else its own) in defaults, else a new one from make
-    /// under this factory's name, appended to defaults. Null after a failed check or
-    /// allocation.
+    /// The frame of a generated Create once its own version and name hash checks have passed:
+    /// the instance already made for the record's ID (its override ID, else its own) in
+    /// defaults, else a new one from make under this factory's name, appended to defaults. Null
+    /// without data or when memory runs out.
     ParameterModule* CreateInstance(ModuleData* data, DefaultModule* defaults,
-                                    char const* className, MakeFunction make) const;
+                                    MakeFunction make) const;
+    /// The logger of record's set manager (null logs everything), for the messages of a
+    /// generated Create.
+    static IParameterLoggingAPI* RecordLogger(ModuleData const* record);
     /// The symbol table an unload gives shared arrays back to: data's; null after logging
     /// "UnloadModule %s called with nullptr Data->SymbolTable object\n" when it is missing.
     ParameterFileSymbolTable* UnloadTable();

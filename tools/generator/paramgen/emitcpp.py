@@ -245,6 +245,8 @@ class CppEmitter:
         out.line("#include <cstddef>")
         out.line("#include <mutex>")
         out.line()
+        out.line('#include "parameterparser/moduledata.h"')
+        out.line('#include "parameterparser/parameterlogging.h"')
         out.line('#include "parameterparser/parametervaluepath.h"')
         out.line()
         out.line("namespace %s {" % self.ns.name)
@@ -376,8 +378,29 @@ class CppEmitter:
            "auto* instance = new %s(instanceName, moduleData);" % cls,
            "if (instance != nullptr)", "    instance->symbolTableID = symbolId;",
            "return instance;")
+        # The messages name the class in their own literal, so that the format checks see the
+        # whole text. The version decides first: a file written from another schema version is
+        # refused as such even when its name differs too.
         fn(out, "ParameterModule* %s::Create(ModuleData* moduleData, DefaultModule* registry) const"
-           % cls, 'return CreateInstance(moduleData, registry, "%s", &Make);' % cls)
+           % cls,
+           "if (moduleData == nullptr)", "    return nullptr;",
+           "if (moduleData->Version.Raw != ParameterModule::version.Raw) {",
+           "    ParameterLogging::Write(RecordLogger(moduleData), ParameterLogging::LogError,",
+           '        "Unable to create %s, binary version (%%lld) does not match source "' % cls,
+           '        "version (%lld)\\n",',
+           "        static_cast<long long>(moduleData->Version.Raw),",
+           "        static_cast<long long>(ParameterModule::version.Raw));",
+           "    return nullptr;",
+           "}",
+           "if (moduleData->NameHash != ParameterModule::moduleNameHash) {",
+           "    ParameterLogging::Write(RecordLogger(moduleData), ParameterLogging::LogError,",
+           '        "Unable to create %s, binary name hash (0x%%016llx) does not match "' % cls,
+           '        "source name hash (0x%016llx)\\n",',
+           "        static_cast<unsigned long long>(moduleData->NameHash),",
+           "        static_cast<unsigned long long>(ParameterModule::moduleNameHash));",
+           "    return nullptr;",
+           "}",
+           "return CreateInstance(moduleData, registry, &Make);")
         module_id = "symbolTableID & ModuleIdMask" if module.access else "symbolTableID"
         body = ["std::lock_guard<std::recursive_mutex> lock(ParameterModule::moduleMutex);",
                 "if (ParameterModule::loaded)", "    return true;",

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <mutex>
 
+#include "parameterparser/moduledata.h"
+#include "parameterparser/parameterlogging.h"
 #include "parameterparser/parametervaluepath.h"
 
 namespace goldensample {
@@ -249,7 +251,25 @@ ParameterModule* sampleTypeClass::Make(char const* instanceName, ModuleData* mod
 
 ParameterModule* sampleTypeClass::Create(ModuleData* moduleData, DefaultModule* registry) const
 {
-    return CreateInstance(moduleData, registry, "sampleTypeClass", &Make);
+    if (moduleData == nullptr)
+        return nullptr;
+    if (moduleData->Version.Raw != ParameterModule::version.Raw) {
+        ParameterLogging::Write(RecordLogger(moduleData), ParameterLogging::LogError,
+            "Unable to create sampleTypeClass, binary version (%lld) does not match source "
+            "version (%lld)\n",
+            static_cast<long long>(moduleData->Version.Raw),
+            static_cast<long long>(ParameterModule::version.Raw));
+        return nullptr;
+    }
+    if (moduleData->NameHash != ParameterModule::moduleNameHash) {
+        ParameterLogging::Write(RecordLogger(moduleData), ParameterLogging::LogError,
+            "Unable to create sampleTypeClass, binary name hash (0x%016llx) does not match "
+            "source name hash (0x%016llx)\n",
+            static_cast<unsigned long long>(moduleData->NameHash),
+            static_cast<unsigned long long>(ParameterModule::moduleNameHash));
+        return nullptr;
+    }
+    return CreateInstance(moduleData, registry, &Make);
 }
 
 bool sampleTypeClass::LoadModule(ParameterFileSymbolTable* symbolTable)
