@@ -1,13 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
-// Generated modules: LoadModule of the smallest module, and value access by path on the face
-// shrink tuning (one number several steps down, a whole structure listed).
+// Generated modules: LoadModule of the smallest module and of a gamma trigger tree, and value
+// access by path (one number six steps down a loaded tree, a whole structure listed).
 #include <cstdint>
 #include <memory>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include <benchmark/benchmark.h>
 
 #include "parameterparser/defaultmodule.h"
+#include "parameterparser/imodetable.h"
+#include "parameterparser/modeentry.h"
+#include "parameterparser/modeslot.h"
 #include "parameterparser/moduledata.h"
 #include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parsercrc.h"
@@ -15,6 +20,8 @@
 #include "tools/writer/entryencoder.h"
 #include "tools/writer/symboltablebuilder.h"
 
+#include "paramgen/gamma_1_6_1.h"
+#include "paramgen/gamma_1_6_1.writer.h"
 #include "paramgen/statsroipriority.h"
 #include "paramgen/vornflindices.h"
 #include "paramgen/vornflindices.writer.h"
@@ -23,37 +30,56 @@ namespace {
 
 using TuningWriter::EntryValue;
 
-char const* const InstanceName = "flIndices";
+/// Which module a file holds: its writer description, top type, instance name and version.
+struct ModuleKind
+{
+    void (*describe)(TuningWriter::SchemaSet&);
+    char const* topType;
+    char const* instanceName;
+    TuningWriter::FileVersion moduleVersion;
+};
 
-// flIndices written by the writer from its generated description and read into a symbol table
-// of its own, with its definitions.
-class FlIndicesFile
+ModuleKind const FlIndices{&ParamSchema::vornflindices::Describe, "vornflindices::FLIndicesType",
+                           "flIndices", {3, 4, 0}};
+ModuleKind const Gamma{&ParamSchema::gamma_1_6_1::Describe, "gamma_1_6_1::varitonal_gamma16Type",
+                       "gamma16_v2", {1, 6, 1}};
+
+/// The one mode the module records hang on, so that a record finds its slot as in a real file.
+class SingleModeTable : public IModeTable
 {
 public:
-    FlIndicesFile()
+    ModeSlot* GetModeEntry(unsigned int modeId) override { return modeId == 0 ? &m_slot : nullptr; }
+
+private:
+    ModeEntry m_mode{false, false};
+    ModeSlot m_slot{&m_mode, 0};
+};
+
+// One module entry written by the writer from its generated description, with its definitions,
+// and read into a symbol table of its own; a module record for it, as a set manager makes one.
+class ModuleFile
+{
+public:
+    ModuleFile(ModuleKind const& kind, EntryValue const& value)
     {
         TuningWriter::FileVersion const version{};
         TuningWriter::SchemaSet schema;
-        ParamSchema::vornflindices::Describe(schema);
+        kind.describe(schema);
         TuningWriter::SymbolTableBuilder symbols(version);
         TuningWriter::EntryEncoder encoder(version, schema.Structures(), symbols);
-        std::vector<EntryValue> indices;
-        for (unsigned int i = 0; i < 300; ++i)
-            indices.push_back(EntryValue::UInt(i * 3));
-        EntryValue const value = EntryValue::Struct(
-            {{"numPoints", EntryValue::UInt(300)}, {"indices", EntryValue::List(indices)}});
         TuningWriter::ModuleEntry module;
-        module.name = InstanceName;
-        module.moduleVersion = {3, 4, 0};
+        module.name = kind.instanceName;
+        module.moduleVersion = kind.moduleVersion;
         module.modeId = TuningWriter::NoModuleModeId;
-        module.data = encoder.Encode(schema.Id("vornflindices::FLIndicesType"), &value);
+        module.data = encoder.Encode(schema.Id(kind.topType), &value);
         uint32_t const id = symbols.AddModule(module);
 
         TuningWriter::DefinitionTableBuilder builder;
-        builder.AddModule(schema.Module(InstanceName, "vornflindices::FLIndicesType"));
+        builder.AddModule(schema.Module(kind.instanceName, kind.topType));
         schema.AddTo(builder);
         std::vector<uint8_t> const definitions = builder.Build(1);
         TuningWriter::SymbolTableBuilder::Sections const sections = symbols.Build();
+        m_dataBytes = sections.data.size();
         auto const definitionSection = Append(definitions);
         auto const symbolSection = Append(sections.symbol);
         auto const dataTableSection = Append(sections.dataTable);
@@ -62,14 +88,18 @@ public:
         auto const length = static_cast<unsigned int>(m_buffer.size());
         m_ok = m_table->Load(m_buffer.data(), length, nullptr, nullptr, length, symbolSection,
                              dataTableSection, dataSection, definitionSection, nullptr, true);
-        m_record =
-            std::make_unique<ModuleData>(ParserCRC64::HashName(InstanceName), id, 0,
-                                         VersionUnion(3, 4, 0), 0, nullptr, nullptr, m_table.get());
+        VersionUnion const moduleVersion(kind.moduleVersion.major, kind.moduleVersion.minor,
+                                         kind.moduleVersion.patch);
+        m_record = std::make_unique<ModuleData>(ParserCRC64::HashName(kind.instanceName), id, 0,
+                                                moduleVersion, 0, &m_modes, nullptr, m_table.get());
     }
 
     bool Ok() const { return m_ok; }
     ParameterFileSymbolTable* Table() { return m_table.get(); }
     ModuleData* Record() { return m_record.get(); }
+    /// Size of the data section: the module's entry and the blocks of its arrays, all of which
+    /// a load reads.
+    size_t DataBytes() const { return m_dataBytes; }
 
 private:
     ParameterFileSymbolTable::SectionInfo Append(std::vector<uint8_t> const& bytes)
@@ -81,27 +111,144 @@ private:
         return section;
     }
 
+    SingleModeTable m_modes;
     std::vector<uint8_t> m_buffer;
     std::unique_ptr<ParameterFileSymbolTable> m_table;
     std::unique_ptr<ModuleData> m_record;
+    size_t m_dataBytes = 0;
     bool m_ok = false;
 };
 
-void BM_Module_LoadFlIndices(benchmark::State& state)
+EntryValue FlIndicesValue()
 {
-    FlIndicesFile file;
-    DefaultModule kind(new vornflindices::FLIndicesTypeClass(InstanceName));
-    ParameterModule* module = kind.module->Create(file.Record(), &kind);
-    if (!file.Ok() || module == nullptr) {
+    std::vector<EntryValue> indices;
+    for (unsigned int i = 0; i < 300; ++i)
+        indices.push_back(EntryValue::UInt(i * 3));
+    return EntryValue::Struct(
+        {{"numPoints", EntryValue::UInt(300)}, {"indices", EntryValue::List(indices)}});
+}
+
+EntryValue Channel(char const* name, double base)
+{
+    std::vector<EntryValue> points;
+    for (int i = 0; i < 65; ++i)
+        points.push_back(EntryValue::Real(base + 16 * i));
+    return EntryValue::Struct({{name, EntryValue::List(std::move(points))}});
+}
+
+// levels of nodes, fanout children under each inner node and fanout roots; every leaf holds one
+// region with all three 65-point channel tables.
+EntryValue GammaNodes(unsigned int levels, unsigned int fanout, double start)
+{
+    std::vector<EntryValue> nodes;
+    for (unsigned int i = 0; i < fanout; ++i) {
+        double const at = start * 10 + i;
+        std::vector<std::pair<std::string, EntryValue>> fields = {
+            {"start", EntryValue::Real(at)}, {"end", EntryValue::Real(at + 1)}};
+        if (levels > 1) {
+            fields.emplace_back("trigger", GammaNodes(levels - 1, fanout, at));
+        } else {
+            fields.emplace_back(
+                "region", EntryValue::List({EntryValue::Struct(
+                              {{"channel_r_tab", Channel("channel_r", at)},
+                               {"channel_g_tab", Channel("channel_g", at + 1)},
+                               {"channel_b_tab", Channel("channel_b", at + 2)}})}));
+        }
+        nodes.push_back(EntryValue::Struct(std::move(fields)));
+    }
+    return EntryValue::List(std::move(nodes));
+}
+
+EntryValue GammaTreeValue(unsigned int levels, unsigned int fanout)
+{
+    std::vector<EntryValue> variables;
+    for (unsigned int level = 0; level < levels; ++level)
+        variables.push_back(EntryValue::UInt(level + 1));
+    return EntryValue::Struct(
+        {{"control_variables",
+          EntryValue::Struct({{"control_var_type", EntryValue::List(std::move(variables))}})},
+         {"varitonal_gamma16_core",
+          EntryValue::Struct({{"mod_gamma16_trigger_data", GammaNodes(levels, fanout, 1)}})}});
+}
+
+/// A module class's factory and one instance created for the file's record.
+template <typename Class> class CreatedModule
+{
+public:
+    CreatedModule(ModuleKind const& kind, ModuleFile& file)
+        : m_kind(new Class(kind.instanceName)),
+          m_module(m_kind.module->Create(file.Record(), &m_kind))
+    {
+    }
+
+    ParameterModule* Module() const { return m_module; }
+
+private:
+    DefaultModule m_kind;
+    ParameterModule* m_module;
+};
+
+// probe is a value path that only a complete load answers.
+template <typename Class>
+void LoadAndUnload(benchmark::State& state, ModuleKind const& kind, EntryValue const& value,
+                   char const* probe)
+{
+    ModuleFile file(kind, value);
+    CreatedModule<Class> created(kind, file);
+    ParameterModule* module = created.Module();
+    char out[64];
+    if (!file.Ok() || module == nullptr || !module->LoadModule(file.Table()) ||
+        (probe != nullptr && !module->GetValue(probe, out, sizeof(out)))) {
         state.SkipWithError("the module could not be made");
         return;
     }
+    module->UnloadModule();
     for (auto _ : state) {
         benchmark::DoNotOptimize(module->LoadModule(file.Table()));
         module->UnloadModule();
     }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                            static_cast<int64_t>(file.DataBytes()));
+}
+
+void BM_Module_LoadFlIndices(benchmark::State& state)
+{
+    LoadAndUnload<vornflindices::FLIndicesTypeClass>(state, FlIndices, FlIndicesValue(), nullptr);
 }
 BENCHMARK(BM_Module_LoadFlIndices)->Unit(benchmark::kMicrosecond);
+
+// 4 roots, 4 children each, 4 leaves under each child: 84 nodes, 64 leaves with full regions.
+void BM_Module_LoadGammaTree3x4(benchmark::State& state)
+{
+    LoadAndUnload<gamma_1_6_1::varitonal_gamma16TypeClass>(
+        state, Gamma, GammaTreeValue(3, 4),
+        "varitonal_gamma16_core.mod_gamma16_trigger_data[3].trigger[3].trigger[3].region[0]."
+        "channel_b_tab.channel_b[64]");
+}
+BENCHMARK(BM_Module_LoadGammaTree3x4)->Unit(benchmark::kMicrosecond);
+
+// Six steps into a loaded tree: core, root, child, region, table, point.
+void BM_Module_GetValueSixSteps(benchmark::State& state)
+{
+    ModuleFile file(Gamma, GammaTreeValue(2, 4));
+    CreatedModule<gamma_1_6_1::varitonal_gamma16TypeClass> created(Gamma, file);
+    ParameterModule* module = created.Module();
+    char out[256];
+    if (!file.Ok() || module == nullptr || !module->LoadModule(file.Table()) ||
+        !module->GetValue("varitonal_gamma16_core.mod_gamma16_trigger_data[0].trigger[1]."
+                          "region[0].channel_r_tab.channel_r[64]",
+                          out, sizeof(out))) {
+        state.SkipWithError("the tree could not be loaded");
+        return;
+    }
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(module->GetValue("varitonal_gamma16_core."
+                                                  "mod_gamma16_trigger_data[0].trigger[1]."
+                                                  "region[0].channel_r_tab.channel_r[64]",
+                                                  out, sizeof(out)));
+    }
+}
+BENCHMARK(BM_Module_GetValueSixSteps);
 
 // A face shrink tuning with values in place; value access does not care where they came from.
 statsroipriority::FaceROIShrinkType MakeShrink()
@@ -114,17 +261,6 @@ statsroipriority::FaceROIShrinkType MakeShrink()
         shrink.reservedParameters[i] = 0.5f * static_cast<float>(i);
     return shrink;
 }
-
-void BM_Module_GetValueDeepScalar(benchmark::State& state)
-{
-    statsroipriority::FaceROIShrinkType shrink = MakeShrink();
-    char out[256];
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(shrink.GetValue(
-            "facePoseShrinkFactor.rollShrinkFactor.triggerPt.start", out, sizeof(out)));
-    }
-}
-BENCHMARK(BM_Module_GetValueDeepScalar);
 
 void BM_Module_GetInfoWholeStructure(benchmark::State& state)
 {
