@@ -134,7 +134,7 @@ void ConcreteSetManager::SaveAndClearModule(DefaultModule* defaultModule)
     }
     if (defaultModule == nullptr)
         return;
-    ModuleLink* link = defaultModule->first;
+    ModuleLink* link = defaultModule->TakeChain();
     while (link != nullptr) {
         ModuleLink* const next = link->next;
         m_replacedModules.Add(link->module);
@@ -144,8 +144,6 @@ void ConcreteSetManager::SaveAndClearModule(DefaultModule* defaultModule)
         delete link;
         link = next;
     }
-    defaultModule->first = nullptr;
-    defaultModule->last = nullptr;
 }
 
 bool ConcreteSetManager::UpdateBinaryParameters(unsigned char*, unsigned long)

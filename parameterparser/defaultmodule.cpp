@@ -24,6 +24,7 @@ DefaultModule::~DefaultModule()
     delete first;
     first = nullptr;
     last = nullptr;
+    m_firstById.clear();
     delete module;
 }
 
@@ -37,6 +38,10 @@ void DefaultModule::AddModule(ParameterModule* instance)
     else
         last->next = link;
     last = link;
+    if (instance->data == nullptr)
+        ++m_withoutData;
+    else
+        m_firstById.emplace(instance->data->ID, link); // an earlier link of the ID stays first
 }
 
 void DefaultModule::RemoveModule(ParameterModule const* instance)
@@ -55,6 +60,7 @@ void DefaultModule::RemoveModule(ParameterModule const* instance)
             last = nullptr;
         else if (last == link)
             last = previous;
+        Unindex(link);
         link->module = nullptr;
         link->next = nullptr;
         delete link;
@@ -62,8 +68,46 @@ void DefaultModule::RemoveModule(ParameterModule const* instance)
     }
 }
 
+void DefaultModule::Unindex(ModuleLink const* link)
+{
+    ParameterModule const* instance = link->module;
+    if (instance == nullptr)
+        return;
+    if (instance->data == nullptr) {
+        --m_withoutData;
+        return;
+    }
+    unsigned int const id = instance->data->ID;
+    auto const found = m_firstById.find(id);
+    if (found == m_firstById.end() || found->second != link)
+        return;
+    m_firstById.erase(found);
+    // Another instance of the ID further down the chain becomes the first one.
+    for (ModuleLink* other = first; other != nullptr; other = other->next) {
+        if (other != link && other->module != nullptr && other->module->data != nullptr &&
+            other->module->data->ID == id) {
+            m_firstById.emplace(id, other);
+            return;
+        }
+    }
+}
+
+ModuleLink* DefaultModule::TakeChain()
+{
+    ModuleLink* chain = first;
+    first = nullptr;
+    last = nullptr;
+    m_firstById.clear();
+    m_withoutData = 0;
+    return chain;
+}
+
 ParameterModule* DefaultModule::Find(unsigned int id)
 {
+    if (m_withoutData == 0) {
+        auto const found = m_firstById.find(id);
+        return found != m_firstById.end() ? found->second->module : nullptr;
+    }
     for (ModuleLink* link = first; link != nullptr; link = link->next) {
         ParameterModule* instance = link->module;
         if (instance != nullptr && (instance->data == nullptr || instance->data->ID == id))
