@@ -10,6 +10,9 @@
 
 #include <gtest/gtest.h>
 
+#include "parameterparser/imodetable.h"
+#include "parameterparser/modeentry.h"
+#include "parameterparser/modeslot.h"
 #include "parameterparser/moduledata.h"
 #include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parsercrc.h"
@@ -45,6 +48,21 @@ inline ModuleSchema TestModuleSchema()
             SourceVersion};
 }
 
+namespace Detail {
+
+/// The one mode every module record of these files hangs on.
+class SingleModeTable : public IModeTable
+{
+public:
+    ModeSlot* GetModeEntry(unsigned int modeId) override { return modeId == 0 ? &m_slot : nullptr; }
+
+private:
+    ModeEntry m_mode{false, false};
+    ModeSlot m_slot{&m_mode, 0};
+};
+
+} // namespace Detail
+
 /// A file of modules written by the writer from a generated description (moduletest unless told
 /// otherwise), loaded in buffer mode into a symbol table that keeps its definitions.
 class ModuleFile
@@ -79,6 +97,7 @@ private:
     TuningWriter::SymbolTableBuilder m_symbols;
     std::unique_ptr<TuningWriter::EntryEncoder> m_encoder;
     ParamTest::TestSetManager m_manager;
+    Detail::SingleModeTable m_modes;
     std::vector<uint8_t> m_buffer;
     std::unique_ptr<ParameterFileSymbolTable> m_table;
     std::vector<std::unique_ptr<ModuleData>> m_records;
@@ -111,6 +130,11 @@ inline EntryValue Landmark(uint64_t index, double margin)
 {
     return EntryValue::Struct({{"landmarkIndex", EntryValue::UInt(index)},
                                {"shrinkMarginFactor", EntryValue::Real(margin)}});
+}
+
+inline EntryValue Corner(int64_t x, double weight)
+{
+    return EntryValue::Struct({{"x", EntryValue::Int(x)}, {"weight", EntryValue::Real(weight)}});
 }
 
 // Section placement of the table under test, as a file would give it.
@@ -164,6 +188,8 @@ inline EntryValue SampleValue()
                                   {"minROISizeToRemoveMask", Detail::Floats({8, 12})}})},
              {"reservedParameters", Detail::Floats({0, 1, 2, 3.5, 4, 5, 6, 7, 8, 9})},
          })},
+        {"corners", EntryValue::List({Detail::Corner(-4, 0.5), Detail::Corner(11, 2.5)})},
+        {"note", EntryValue::List({EntryValue::Text("spare")})},
     });
 }
 
@@ -208,7 +234,7 @@ inline bool ModuleFile::Build()
     m_table = std::make_unique<ParameterFileSymbolTable>(&m_manager, alignment, version);
     auto const length = static_cast<unsigned int>(m_buffer.size());
     return m_table->Load(m_buffer.data(), length, nullptr, nullptr, length, symbolSection,
-                         dataTableSection, dataSection, definitionSection, nullptr, true);
+                         dataTableSection, dataSection, definitionSection, &m_modes, true);
 }
 
 inline ModuleData* ModuleFile::Record(uint32_t id, uint32_t duplicateId)
@@ -221,8 +247,8 @@ inline ModuleData* ModuleFile::Record(uint32_t id, uint32_t duplicateId)
 inline ModuleData* ModuleFile::Record(uint32_t id, uint32_t duplicateId, unsigned long nameHash,
                                       VersionUnion version)
 {
-    m_records.push_back(std::make_unique<ModuleData>(nameHash, id, duplicateId, version, 0, nullptr,
-                                                     &m_manager, m_table.get()));
+    m_records.push_back(std::make_unique<ModuleData>(nameHash, id, duplicateId, version, 0,
+                                                     &m_modes, &m_manager, m_table.get()));
     return m_records.back().get();
 }
 

@@ -19,6 +19,17 @@ EntryValue Node(double start, std::vector<EntryValue> children)
                                {"trigger", EntryValue::List(std::move(children))}});
 }
 
+// A leaf with one region whose red table rises by 16 a point from base.
+EntryValue Leaf(double start, double base)
+{
+    std::vector<EntryValue> red;
+    for (int i = 0; i < 65; ++i)
+        red.push_back(EntryValue::Real(base + 16 * i));
+    EntryValue region = EntryValue::Struct(
+        {{"channel_r_tab", EntryValue::Struct({{"channel_r", EntryValue::List(std::move(red))}})}});
+    return Node(start, {}).Set("region", EntryValue::List({region}));
+}
+
 TEST(TriggerTreeTest, NodesTakeTheirLevelAndControlVariable)
 {
     ModuleSchema const gamma{&ParamSchema::gamma_1_6_1::Describe,
@@ -27,15 +38,16 @@ TEST(TriggerTreeTest, NodesTakeTheirLevelAndControlVariable)
                              {1, 6, 1}};
     ModuleFile file({}, true, gamma);
     // Two levels named by the file (control variables 4 then 9); a third level of nodes lies
-    // past the list and keeps what it was loaded with.
+    // past the list and keeps what it was loaded with (zeros).
     EntryValue const value = EntryValue::Struct(
         {{"control_variables",
           EntryValue::Struct({{"control_var_type",
                                EntryValue::List({EntryValue::UInt(4), EntryValue::UInt(9)})}})},
          {"varitonal_gamma16_core",
-          EntryValue::Struct({{"mod_gamma16_trigger_data",
-                               EntryValue::List({Node(0, {Node(10, {Node(100, {})}), Node(20, {})}),
-                                                 Node(1, {})})}})}});
+          EntryValue::Struct(
+              {{"mod_gamma16_trigger_data",
+                EntryValue::List(
+                    {Node(0, {Node(10, {Node(100, {})}), Leaf(20, 0.75)}), Node(1, {})})}})}});
     uint32_t const id = file.AddModule(value);
     ASSERT_TRUE(file.Build());
     DefaultModule kind(new gamma_1_6_1::varitonal_gamma16TypeClass("gamma16_v2"));
@@ -67,6 +79,11 @@ TEST(TriggerTreeTest, NodesTakeTheirLevelAndControlVariable)
                                  "start",
                                  out, sizeof(out)));
     EXPECT_STREQ(out, "20.0");
+    // Six steps down to a leaf's table: an "Int32" held as float shows without its fraction.
+    ASSERT_TRUE(module->GetValue("varitonal_gamma16_core.mod_gamma16_trigger_data[0].trigger[1]."
+                                 "region[0].channel_r_tab.channel_r[64]",
+                                 out, sizeof(out)));
+    EXPECT_STREQ(out, "1024");
 }
 
 } // namespace

@@ -65,6 +65,9 @@ TEST_F(ValuePathTest, GetValueByPath)
         {"labels", "near,far,"},
         {"labels[1]", "far"},
         {"parameter_version.revision", "rev-A"},
+        {"corners[1].x", "11"},
+        {"corners[0].weight", "0.5"},
+        {"note", "spare"},
     };
     for (Case const& item : cases)
         EXPECT_EQ(Get(item.path), item.text) << item.path;
@@ -72,9 +75,9 @@ TEST_F(ValuePathTest, GetValueByPath)
 
 TEST_F(ValuePathTest, PathsWithoutAValueGiveFalse)
 {
-    for (char const* path :
-         {"shrink.landmarkPoints", "shrink.landmarkPoints[3].landmarkIndex", "shrink.missing",
-          "Shrink.enable", "", "shrink", "shrink.facePoseShrinkFactor"}) {
+    for (char const* path : {"shrink.landmarkPoints", "shrink.landmarkPoints[3].landmarkIndex",
+                             "shrink.missing", "Shrink.enable", "", "shrink",
+                             "shrink.facePoseShrinkFactor", "corners", "corners[2].x"}) {
         EXPECT_EQ(Get(path, false), std::string(256, '#').c_str()) << path;
     }
 }
@@ -87,8 +90,8 @@ TEST_F(ValuePathTest, ListsAreCutToTheBuffer)
 TEST_F(ValuePathTest, EmptyBufferIsNeverWritten)
 {
     // The byte behind an empty buffer stays as it was, for a list, a string and a number.
-    for (char const* path : {"shrink.reservedParameters[10]", "labels", "parameter_version.revision",
-                             "shrink.enable"}) {
+    for (char const* path : {"shrink.reservedParameters[10]", "labels",
+                             "parameter_version.revision", "shrink.enable"}) {
         char guard = '#';
         EXPECT_FALSE(m_module->GetValue(path, &guard, 0)) << path;
         EXPECT_EQ(guard, '#') << path;
@@ -129,6 +132,8 @@ TEST_F(ValuePathTest, SetValueRefusals)
         {"shrink.faceNum", "many"},
         {"parameter_version.revision", "rev-B"},
         {"labels[0]", "x"},
+        {"note", "other"},
+        {"corners", "1"},
         {"shrink.landmarkPoints", "1"},
         {"shrink.landmarkPoints[3].landmarkIndex", "1"},
         {"shrink.nothing", "1"},
@@ -164,12 +169,17 @@ TEST_F(ValuePathTest, GetInfoOfTheEmptyPathListsEveryMember)
 
     PList<ParameterParserInfo> top;
     ASSERT_TRUE(m_module->GetInfo("", top));
-    ASSERT_EQ(top.Count(), 9u);
+    ASSERT_EQ(top.Count(), 11u);
     EXPECT_STREQ(top[2].name, "noise_threshold_g");
     EXPECT_STREQ(top[2].value, "2");
     EXPECT_STREQ(top[6].name, "labels");
     EXPECT_STREQ(top[6].type, "String");
     EXPECT_EQ(top[6].count, 3u);
+    EXPECT_EQ(top[9].type, ParameterTypeNames::Structure);
+    EXPECT_TRUE(top[9].isArray);
+    EXPECT_EQ(top[9].count, 2u);
+    EXPECT_STREQ(top[10].name, "note");
+    EXPECT_STREQ(top[10].type, "String");
 }
 
 TEST_F(ValuePathTest, GetInfoOfANamedMember)
