@@ -39,10 +39,12 @@ struct ModuleKind
     TuningWriter::FileVersion moduleVersion;
 };
 
-ModuleKind const FlIndices{&ParamSchema::vornflindices::Describe, "vornflindices::FLIndicesType",
-                           "flIndices", {3, 4, 0}};
-ModuleKind const Gamma{&ParamSchema::gamma_1_6_1::Describe, "gamma_1_6_1::varitonal_gamma16Type",
-                       "gamma16_v2", {1, 6, 1}};
+ModuleKind const FlIndices{
+    &ParamSchema::vornflindices::Describe, "vornflindices::FLIndicesType", "flIndices", {3, 4, 0}};
+ModuleKind const Gamma{&ParamSchema::gamma_1_6_1::Describe,
+                       "gamma_1_6_1::varitonal_gamma16Type",
+                       "gamma16_v2",
+                       {1, 6, 1}};
 
 /// The one mode the module records hang on, so that a record finds its slot as in a real file.
 class SingleModeTable : public IModeTable
@@ -148,11 +150,10 @@ EntryValue GammaNodes(unsigned int levels, unsigned int fanout, double start)
         if (levels > 1) {
             fields.emplace_back("trigger", GammaNodes(levels - 1, fanout, at));
         } else {
-            fields.emplace_back(
-                "region", EntryValue::List({EntryValue::Struct(
-                              {{"channel_r_tab", Channel("channel_r", at)},
-                               {"channel_g_tab", Channel("channel_g", at + 1)},
-                               {"channel_b_tab", Channel("channel_b", at + 2)}})}));
+            fields.emplace_back("region", EntryValue::List({EntryValue::Struct(
+                                              {{"channel_r_tab", Channel("channel_r", at)},
+                                               {"channel_g_tab", Channel("channel_g", at + 1)},
+                                               {"channel_b_tab", Channel("channel_b", at + 2)}})}));
         }
         nodes.push_back(EntryValue::Struct(std::move(fields)));
     }
