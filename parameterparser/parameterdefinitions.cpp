@@ -3,6 +3,8 @@
 #include "parameterparser/parameterdefinitions.h"
 
 #include <new>
+#include <unordered_set>
+#include <vector>
 
 #include "platform/vornalloc.h"
 
@@ -239,60 +241,121 @@ void ParameterDefinitionStructure::FreeChild(unsigned long nameHash,
 
 bool ParameterDefinitionStructure::IsVerified(PList<unsigned int>& visited) const
 {
+    // A depth-first walk on a stack of its own: a damaged file can chain structures deeper than
+    // any thread's stack would take by recursion.
+    struct Frame
+    {
+        ParameterDefinitionStructure const* structure;
+        std::unordered_map<unsigned long, ParameterDefinitionElement*>::const_iterator next;
+    };
+    std::vector<Frame> stack;
+    // The caller's list may be long: membership is kept in a set beside it.
+    std::unordered_set<unsigned int> seen;
+    for (unsigned int i = 0; i < visited.Count(); ++i)
+        seen.insert(visited[i]);
     visited.Add(ID);
-    for (auto const& child : Children) {
-        ParameterDefinitionElement const* element = child.second;
-        if (element->Info == nullptr || visited.Find(element->Info->ID) >= 0)
+    seen.insert(ID);
+    stack.push_back({this, Children.begin()});
+    while (!stack.empty()) {
+        Frame& frame = stack.back();
+        if (frame.next == frame.structure->Children.end()) {
+            stack.pop_back();
             continue;
-        if (!element->IsStructVerified(visited))
+        }
+        ParameterDefinitionElement const* element = (frame.next++)->second;
+        if (element->Info == nullptr || seen.count(element->Info->ID) != 0)
+            continue;
+        if (element->Verified == 0)
             return false;
+        ParameterDefinitionStructure const* inner = element->Info->Structure;
+        if (inner == nullptr)
+            continue;
+        visited.Add(inner->ID);
+        seen.insert(inner->ID);
+        stack.push_back({inner, inner->Children.begin()});
     }
+    return true;
+}
+
+bool ParameterDefinitionStructure::BeginLayout()
+{
+    if (Size != 0) {
+        ReleaseFileOrder();
+        return false;
+    }
+    if (FileOrder == nullptr)
+        return false;
+    if (FileOrder->Count() == 0) {
+        ReleaseFileOrder();
+        return false;
+    }
+    // Every structure starts with a u32 load limit. Setting Size before the children are walked
+    // also ends the walk of a structure nested in itself.
+    Size = 4;
     return true;
 }
 
 void ParameterDefinitionStructure::PopulateOffsetSizeStructure(StructureMap* structures,
                                                                IParameterLoggingAPI* log)
 {
-    if (structures == nullptr || Size != 0) {
+    if (structures == nullptr) {
         ReleaseFileOrder();
         return;
     }
-    if (FileOrder == nullptr)
-        return;
-    if (FileOrder->Count() == 0) {
-        ReleaseFileOrder();
-        return;
-    }
-
-    // Every structure starts with a u32 load limit. Setting Size before the children are walked
-    // also ends the recursion of a structure nested in itself.
-    Size = 4;
-    for (unsigned int i = 0; i < FileOrder->Count(); ++i) {
-        ParameterDefinitionElement* element = (*FileOrder)[i];
-        ParameterDefinitionElementInfo* info = element->Info;
-        if (info == nullptr)
+    // Nested structures are laid out before the element that holds them is sized. The walk keeps
+    // its own stack: a damaged file can nest deeper than a thread's stack would take.
+    struct Frame
+    {
+        ParameterDefinitionStructure* structure;
+        unsigned int index;
+        bool nestedDone; ///< the nested structure of the element at index is laid out
+    };
+    std::vector<Frame> stack;
+    if (BeginLayout())
+        stack.push_back({this, 0, false});
+    while (!stack.empty()) {
+        Frame& frame = stack.back();
+        ParameterDefinitionStructure* structure = frame.structure;
+        if (frame.index >= structure->FileOrder->Count()) {
+            structure->ReleaseFileOrder();
+            stack.pop_back();
             continue;
-        info->Offset = Size;
-        if (info->Type == TypeStructure) {
-            auto const found = structures->find(info->ID);
-            if (found == structures->end()) {
-                ParameterLogging::Write(
-                    log, ParameterLogging::LogError,
-                    "PopulateOffsetSizeStructure structure not found: ID: %u, NameHash: %lld\n",
-                    info->ID, static_cast<long long>(element->NameHash));
-                info->Structure = nullptr;
-            } else {
-                info->Structure = found->second;
-                if (info->Structure->Size == 0)
-                    info->Structure->PopulateOffsetSizeStructure(structures, log);
+        }
+        ParameterDefinitionElementInfo* info = (*structure->FileOrder)[frame.index]->Info;
+        if (info == nullptr) {
+            ++frame.index;
+            continue;
+        }
+        if (!frame.nestedDone) {
+            frame.nestedDone = true;
+            info->Offset = structure->Size;
+            if (info->Type == TypeStructure) {
+                auto const found = structures->find(info->ID);
+                if (found == structures->end()) {
+                    ParameterLogging::Write(
+                        log, ParameterLogging::LogError,
+                        "PopulateOffsetSizeStructure structure not found: ID: %u, NameHash: "
+                        "%lld\n",
+                        info->ID,
+                        static_cast<long long>((*structure->FileOrder)[frame.index]->NameHash));
+                    info->Structure = nullptr;
+                } else {
+                    info->Structure = found->second;
+                    // The frame reference goes stale with the push: nothing uses it after.
+                    if (info->Structure->Size == 0 && info->Structure->BeginLayout()) {
+                        stack.push_back({info->Structure, 0, false});
+                        continue;
+                    }
+                }
             }
         }
-        Size += LayoutSize(*info);
+        structure->Size += LayoutSize(*info);
         // A fixed-length array is preceded by its count.
         if (IsFixedArray(info->Flags))
-            Size += 4;
+            structure->Size += 4;
+        ++frame.index;
+        frame.nestedDone = false;
     }
-    ReleaseFileOrder();
 }
 
 ParameterDefinitionModule::ParameterDefinitionModule(ParameterByteReader& reader)

@@ -125,7 +125,7 @@ public:
     bool IsVerified(PList<unsigned int>& visited) const;
 
     /// Computes Size and each element's Offset from FileOrder, resolving nested structures in
-    /// structures (recursively, for those whose Size is still 0), then releases FileOrder. An
+    /// structures (depth first, for those whose Size is still 0), then releases FileOrder. An
     /// unknown structure ID logs "PopulateOffsetSizeStructure structure not found: ID: %u,
     /// NameHash: %lld\n" at error level and adds nothing. With no map, or a Size already set, only
     /// FileOrder is released.
@@ -141,6 +141,9 @@ public:
 
 private:
     void ReleaseFileOrder();
+    /// Starts the layout of this structure: false (with FileOrder released where it is of no
+    /// more use) when there is nothing to lay out or Size is known already.
+    bool BeginLayout();
 };
 
 /// A module of the file's schema: its name and the ID of its top structure.

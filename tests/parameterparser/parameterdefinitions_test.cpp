@@ -194,6 +194,35 @@ TEST_F(DefinitionTableTest, NestedStructuresAreSizedFirstWhateverTheirOrder)
                   std::to_string(static_cast<long long>(Hash("missing"))) + "\n"});
 }
 
+TEST_F(DefinitionTableTest, ChainDeeperThanAThreadStackIsSizedAndWalked)
+{
+    // Structure n holds structure n + 1 and a byte; the last holds a byte only. A damaged or
+    // hostile file can nest this deep, and sizing or verifying it must not recurse per level.
+    constexpr uint32_t Depth = 50000;
+    DefinitionTableBuilder builder;
+    for (uint32_t id = 1; id < Depth; ++id)
+        builder.AddStructure(
+            Struct(id, "S", {Nested("inner", id + 1), Member("tail", ElementType::UInt8)}));
+    builder.AddStructure(Struct(Depth, "S", {Member("tail", ElementType::UInt8)}));
+    ASSERT_TRUE(Read(builder));
+
+    // 4 bytes of load limit and a byte per level, the innermost level included.
+    EXPECT_EQ(m_table->FindStructure(Depth)->Size, 5u);
+    EXPECT_EQ(m_table->FindStructure(1)->Size, 5u * Depth);
+    EXPECT_EQ(Child(Depth - 1, "tail")->Info->Offset, 4u + 5);
+
+    // Every element verified down to the last level but one tail.
+    for (uint32_t id = 1; id < Depth; ++id)
+        Child(id, "inner")->Verified = 1;
+    for (uint32_t id = 1; id < Depth; ++id)
+        Child(id, "tail")->Verified = 1;
+    PList<unsigned int> visited;
+    EXPECT_FALSE(m_table->FindStructure(1)->IsVerified(visited));
+    Child(Depth, "tail")->Verified = 1;
+    visited.Clear();
+    EXPECT_TRUE(m_table->FindStructure(Depth - 100)->IsVerified(visited));
+}
+
 TEST_F(DefinitionTableTest, DuplicatesKeepTheFirstRecord)
 {
     DefinitionTableBuilder builder;
