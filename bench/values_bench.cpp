@@ -60,7 +60,8 @@ private:
     bool m_loaded = false;
 };
 
-void BM_Values_GetValueStructure(benchmark::State& state)
+// A whole structure member by member; with a sub-variable list, the same members named.
+void BM_Values_GetValue(benchmark::State& state, char const* subVariables)
 {
     LoadedManager manager;
     if (!manager.Loaded()) {
@@ -69,30 +70,16 @@ void BM_Values_GetValueStructure(benchmark::State& state)
     }
     std::vector<char> result(4096);
     for (auto _ : state) {
-        bool const read = manager.GetValue(0, ModePath, Structure, nullptr, result.data(),
+        bool const read = manager.GetValue(0, ModePath, Structure, subVariables, result.data(),
                                            static_cast<unsigned int>(result.size()));
         benchmark::DoNotOptimize(read);
         benchmark::DoNotOptimize(result.data());
     }
 }
-BENCHMARK(BM_Values_GetValueStructure)->Unit(benchmark::kMicrosecond);
-
-void BM_Values_GetValueSubVariables(benchmark::State& state)
-{
-    LoadedManager manager;
-    if (!manager.Loaded()) {
-        state.SkipWithError("the description did not load");
-        return;
-    }
-    std::vector<char> result(4096);
-    for (auto _ : state) {
-        bool const read = manager.GetValue(0, ModePath, Structure, Members, result.data(),
-                                           static_cast<unsigned int>(result.size()));
-        benchmark::DoNotOptimize(read);
-        benchmark::DoNotOptimize(result.data());
-    }
-}
-BENCHMARK(BM_Values_GetValueSubVariables)->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(BM_Values_GetValue, Structure, nullptr)
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(BM_Values_GetValue, SubVariables, Members)
+    ->Unit(benchmark::kMicrosecond);
 
 // The typed path a camera thread takes: lookup, reference and release of the same module.
 void BM_Values_TypedModule(benchmark::State& state)

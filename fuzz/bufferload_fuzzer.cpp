@@ -3,26 +3,12 @@
 #include <cstdint>
 #include <vector>
 
-#include "platform/vornlog.h"
-
 #include "parameterparser/parametersetmanager.h"
 #include "parameterparser/parsercrc.h"
 
+#include "fuzz/fuzzsupport.h"
+
 namespace {
-
-void DropLine(uint32_t, char, uint32_t, char const*, void*)
-{
-}
-
-// A manager that knows no module kinds: every table is read, module records end in the registry
-// lookup.
-class FuzzSetManager final : public ParameterSetManager
-{
-public:
-    FuzzSetManager() : ParameterSetManager(nullptr, 0, "fuzz", false) {}
-    DefaultModule* GetDefaultModule(unsigned long) override { return nullptr; }
-    void SaveAndClearModules() override {}
-};
 
 // Header bytes ahead of the version: the 28-byte tag and the u32 file size.
 constexpr size_t VersionOffset = 32;
@@ -47,7 +33,7 @@ void RestampChecksum(std::vector<unsigned char>& file)
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    Vorn::Log::SetSink(DropLine, nullptr);
+    FuzzSupport::SilenceLog();
     return 0;
 }
 
@@ -55,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {
     std::vector<unsigned char> file(data, data + size);
     RestampChecksum(file);
-    FuzzSetManager manager;
+    FuzzSupport::FuzzSetManager manager;
     if (!manager.LoadBinaryParameters(file.data(), file.size()) &&
         manager.GetSymbolTable() == nullptr)
         return 0;

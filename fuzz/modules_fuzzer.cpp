@@ -5,31 +5,18 @@
 #include <cstring>
 #include <vector>
 
-#include "platform/vornlog.h"
-
 #include "parameterparser/defaultmodule.h"
 #include "parameterparser/moduledata.h"
 #include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parametersetmanager.h"
 #include "parameterparser/parsercrc.h"
 
+#include "fuzz/fuzzsupport.h"
 #include "fuzz/modulesinput.h"
 #include "paramgen/gamma_1_6_1.h"
 #include "paramgen/trackerroimixer.h"
 
 namespace {
-
-void DropLine(uint32_t, char, uint32_t, char const*, void*)
-{
-}
-
-class FuzzSetManager final : public ParameterSetManager
-{
-public:
-    FuzzSetManager() : ParameterSetManager(nullptr, 0, "fuzz", false) {}
-    DefaultModule* GetDefaultModule(unsigned long) override { return nullptr; }
-    void SaveAndClearModules() override {}
-};
 
 uint32_t ReadU32(uint8_t const* bytes)
 {
@@ -61,7 +48,7 @@ void Exercise(ParameterSetManager& manager, ParameterFileSymbolTable& table, uin
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    Vorn::Log::SetSink(DropLine, nullptr);
+    FuzzSupport::SilenceLog();
     return 0;
 }
 
@@ -83,7 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     sections[3] = {offset, length - offset};
 
     VersionUnion const fileVersion((flags & ModulesFuzz::Version7) != 0 ? 7 : 6, 0, 0);
-    FuzzSetManager manager;
+    FuzzSupport::FuzzSetManager manager;
     ParameterFileSymbolTable table(&manager, 1, fileVersion);
     if (!table.Load(buffer.data(), length, nullptr, nullptr, length, sections[1], sections[2],
                     sections[3], sections[0], nullptr,

@@ -5,24 +5,16 @@
 #include <vector>
 
 #include "platform/vornalloc.h"
-#include "platform/vornlog.h"
 
 #include "parameterparser/parameterdefinitions.h"
 #include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parametersetmanager.h"
 
-namespace {
-
-// Every line is still formatted, so format faults show; printing them would only slow the run.
-void DropLine(uint32_t, char, uint32_t, char const*, void*)
-{
-}
-
-} // namespace
+#include "fuzz/fuzzsupport.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    Vorn::Log::SetSink(DropLine, nullptr);
+    FuzzSupport::SilenceLog();
     return 0;
 }
 

@@ -3,25 +3,12 @@
 Run with --update-golden after an intended change of the generated code, and review the diff."""
 
 import os
-import sys
 import unittest
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, ".."))
+from goldencase import GOLDEN, ROOT, GoldenTest, main, paramgen_cli
+from paramgen import emitcpp
 
-import importlib.util  # noqa: E402
-
-from paramgen import emitcpp  # noqa: E402
-
-# The command-line script shares its name with the package beside it: load it by path.
-_spec = importlib.util.spec_from_file_location("paramgen_cli", os.path.join(HERE, "..",
-                                                                            "paramgen.py"))
-paramgen_cli = importlib.util.module_from_spec(_spec)
-_spec.loader.exec_module(paramgen_cli)
-
-GOLDEN = os.path.join(HERE, "golden")
 SCHEMA = os.path.join(GOLDEN, "goldensample.schema")
-ROOT = os.path.abspath(os.path.join(HERE, "..", "..", ".."))
 
 
 def generate():
@@ -29,13 +16,9 @@ def generate():
     return outputs
 
 
-class EmitTest(unittest.TestCase):
-    def test_output_matches_golden(self):
-        for name, text in sorted(generate().items()):
-            with self.subTest(name):
-                with open(os.path.join(GOLDEN, name), encoding="utf-8") as handle:
-                    self.assertEqual(text, handle.read(),
-                                     "regenerate with test_emit.py --update-golden and review")
+class EmitTest(GoldenTest, unittest.TestCase):
+    generate = staticmethod(generate)
+    script = "test_emit.py"
 
     def test_output_is_deterministic(self):
         self.assertEqual(generate(), generate())
@@ -52,11 +35,4 @@ class EmitTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    if "--update-golden" in sys.argv:
-        for file_name, content in generate().items():
-            with open(os.path.join(GOLDEN, file_name), "w", encoding="utf-8",
-                      newline="\n") as out:
-                out.write(content)
-        print("golden files rewritten")
-    else:
-        unittest.main()
+    main(generate)

@@ -4,26 +4,14 @@ the mistakes a hand-written list makes.
 Run with --update-golden after an intended change of the generated code, and review the diff."""
 
 import os
-import sys
 import tempfile
 import unittest
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, ".."))
+from goldencase import GOLDEN, ROOT, GoldenTest, main, paramgen_cli
+from paramgen.managerlist import load_manager, parse
+from paramgen.schema import SchemaError
 
-import importlib.util  # noqa: E402
-
-from paramgen.managerlist import load_manager, parse  # noqa: E402
-from paramgen.schema import SchemaError  # noqa: E402
-
-_spec = importlib.util.spec_from_file_location("paramgen_cli", os.path.join(HERE, "..",
-                                                                            "paramgen.py"))
-paramgen_cli = importlib.util.module_from_spec(_spec)
-_spec.loader.exec_module(paramgen_cli)
-
-GOLDEN = os.path.join(HERE, "golden")
 LIST = os.path.join(GOLDEN, "GoldenSetManager.list")
-ROOT = os.path.abspath(os.path.join(HERE, "..", "..", ".."))
 
 
 def generate():
@@ -31,13 +19,9 @@ def generate():
     return outputs
 
 
-class ManagerEmitTest(unittest.TestCase):
-    def test_output_matches_golden(self):
-        for name, text in sorted(generate().items()):
-            with self.subTest(name):
-                with open(os.path.join(GOLDEN, name), encoding="utf-8") as handle:
-                    self.assertEqual(text, handle.read(),
-                                     "regenerate with test_manager.py --update-golden and review")
+class ManagerEmitTest(GoldenTest, unittest.TestCase):
+    generate = staticmethod(generate)
+    script = "test_manager.py"
 
     def test_every_instance_gets_its_lookup_and_registration_in_list_order(self):
         outputs = generate()
@@ -86,11 +70,4 @@ class ManagerListTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    if "--update-golden" in sys.argv:
-        for file_name, content in generate().items():
-            with open(os.path.join(GOLDEN, file_name), "w", encoding="utf-8",
-                      newline="\n") as out:
-                out.write(content)
-        print("golden files rewritten")
-    else:
-        unittest.main()
+    main(generate)
