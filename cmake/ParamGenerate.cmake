@@ -17,6 +17,24 @@ set(PARAMGEN_OUTPUT_DIR ${PROJECT_BINARY_DIR}/gen/paramgen)
 file(GLOB PARAMGEN_GENERATOR_SOURCES CONFIGURE_DEPENDS
     ${PARAMGEN_DIR}/paramgen.py ${PARAMGEN_DIR}/paramgen/*.py)
 
+# _param_generate_one(<input> <base> <comment> <generator arguments>...): the custom command that
+# writes <base>.{h,cpp} and <base>.writer.{h,cpp} from one input of the generator.
+function(_param_generate_one input base comment)
+    add_custom_command(
+        OUTPUT ${base}.h ${base}.cpp ${base}.writer.h ${base}.writer.cpp
+        COMMAND Python3::Interpreter ${PARAMGEN_DIR}/paramgen.py ${ARGN}
+            --out-dir ${PARAMGEN_OUTPUT_DIR} --source-root ${PROJECT_SOURCE_DIR}
+            --depfile ${base}.d
+        # The generator leaves files with unchanged text alone; touching them marks the rule
+        # done for generators that compare times only.
+        COMMAND ${CMAKE_COMMAND} -E touch_nocreate ${base}.h ${base}.cpp ${base}.writer.h
+            ${base}.writer.cpp
+        DEPENDS ${input} ${PARAMGEN_GENERATOR_SOURCES}
+        DEPFILE ${base}.d
+        COMMENT "${comment}"
+        VERBATIM)
+endfunction()
+
 function(param_generate_schemas)
     cmake_parse_arguments(ARG "" "DIRECTORY;LIBRARY_SOURCES;WRITER_SOURCES" "SEARCH" ${ARGN})
     file(GLOB schemas CONFIGURE_DEPENDS ${ARG_DIRECTORY}/*.schema)
@@ -30,19 +48,8 @@ function(param_generate_schemas)
     foreach(schema IN LISTS schemas)
         get_filename_component(namespace ${schema} NAME_WE)
         set(base ${PARAMGEN_OUTPUT_DIR}/${namespace})
-        add_custom_command(
-            OUTPUT ${base}.h ${base}.cpp ${base}.writer.h ${base}.writer.cpp
-            COMMAND Python3::Interpreter ${PARAMGEN_DIR}/paramgen.py ${schema}
-                --out-dir ${PARAMGEN_OUTPUT_DIR} --source-root ${PROJECT_SOURCE_DIR}
-                ${search_options} --depfile ${base}.d
-            # The generator leaves files with unchanged text alone; touching them marks the rule
-            # done for generators that compare times only.
-            COMMAND ${CMAKE_COMMAND} -E touch_nocreate ${base}.h ${base}.cpp ${base}.writer.h
-                ${base}.writer.cpp
-            DEPENDS ${schema} ${PARAMGEN_GENERATOR_SOURCES}
-            DEPFILE ${base}.d
-            COMMENT "Generating module namespace ${namespace}"
-            VERBATIM)
+        _param_generate_one(${schema} ${base} "Generating module namespace ${namespace}"
+            ${schema} ${search_options})
         list(APPEND library_sources ${base}.cpp)
         list(APPEND writer_sources ${base}.writer.cpp)
     endforeach()
@@ -72,17 +79,8 @@ function(param_generate_managers)
     foreach(list_file IN LISTS lists)
         get_filename_component(manager ${list_file} NAME_WE)
         set(base ${PARAMGEN_OUTPUT_DIR}/${manager})
-        add_custom_command(
-            OUTPUT ${base}.h ${base}.cpp ${base}.writer.h ${base}.writer.cpp
-            COMMAND Python3::Interpreter ${PARAMGEN_DIR}/paramgen.py --manager ${list_file}
-                --out-dir ${PARAMGEN_OUTPUT_DIR} --source-root ${PROJECT_SOURCE_DIR}
-                --schema-dir ${ARG_SCHEMAS} --depfile ${base}.d
-            COMMAND ${CMAKE_COMMAND} -E touch_nocreate ${base}.h ${base}.cpp ${base}.writer.h
-                ${base}.writer.cpp
-            DEPENDS ${list_file} ${PARAMGEN_GENERATOR_SOURCES}
-            DEPFILE ${base}.d
-            COMMENT "Generating set manager ${manager}"
-            VERBATIM)
+        _param_generate_one(${list_file} ${base} "Generating set manager ${manager}"
+            --manager ${list_file} --schema-dir ${ARG_SCHEMAS})
         list(APPEND library_sources ${base}.cpp)
         list(APPEND writer_sources ${base}.writer.cpp)
     endforeach()
