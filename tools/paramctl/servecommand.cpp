@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // paramctl serve: hosts a tuning file with the live tuning server, as a camera process would.
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <csignal>
@@ -8,6 +9,8 @@
 #include <cstring>
 #include <string>
 #include <thread>
+
+#include <unistd.h>
 
 #include "parameterparser/livetuning/knobbyhandler.h"
 #include "parameterparser/parametersetmanager.h"
@@ -127,6 +130,12 @@ int RunServe(int argc, char** argv)
     handler.Attach(&manager);
     // Installed before the load, so the worker's thread sees it from its first request.
     manager.SetKnobbyHandler(&handler);
+    // The library's text for a file that is not there speaks of allocation: say it plainly.
+    if (access(path.c_str(), R_OK) != 0) {
+        std::fprintf(stderr, "paramctl serve: cannot open %s: %s\n", path.c_str(),
+                     std::strerror(errno));
+        return ExitFailure;
+    }
     // The live tuning server starts at the end of a successful load.
     if (!manager.LoadBinaryParameters(path.c_str())) {
         std::fprintf(stderr, "paramctl serve: %s: %s\n", path.c_str(), manager.GetErrorString());
