@@ -11,7 +11,7 @@
 #include "parameterparser/parameterfilesymboltableentry.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
-#include "tools/paramctl/inspection.h"
+#include "tools/paramctl/loadedfile.h"
 #include "tools/paramctl/jsonwriter.h"
 
 namespace ParamCtl {
@@ -57,20 +57,20 @@ int RunEntries(int argc, char** argv)
         std::fputs(EntriesUsage, stderr);
         return ExitUsage;
     }
-    Inspection inspection;
-    if (!OpenForInspection(line.Operands()[0], "entries", inspection))
+    LoadedFile loaded;
+    if (!OpenLoadedFile(line.Operands()[0], "entries", loaded))
         return ExitFailure;
-    ToolSetManager& manager = inspection.manager;
+    ToolSetManager& manager = loaded.manager;
 
     // The manager drops its entries once its modules exist; a table of our own keeps them.
     ParameterFileSymbolTable table(&manager, manager.GetSymbolTable()->GetAlignment(),
                                    manager.GetBinaryVersion());
-    auto const length = static_cast<unsigned int>(inspection.bytes.size());
-    if (!table.Load(inspection.bytes.data(), length, nullptr, nullptr, length,
+    auto const length = static_cast<unsigned int>(loaded.bytes.size());
+    if (!table.Load(loaded.bytes.data(), length, nullptr, nullptr, length,
                     manager.GetSymbolSection(), manager.GetDataTableSection(),
                     manager.GetDataSection(), manager.GetDefinitionSection(), &manager, false)) {
         std::fprintf(stderr, "paramctl entries: %s: the symbol table cannot be read\n",
-                     inspection.path.c_str());
+                     loaded.path.c_str());
         return ExitFailure;
     }
 

@@ -14,7 +14,7 @@
 #include "parameterparser/parameterutils.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
-#include "tools/paramctl/inspection.h"
+#include "tools/paramctl/loadedfile.h"
 #include "tools/paramctl/jsonwriter.h"
 
 namespace ParamCtl {
@@ -246,17 +246,17 @@ int RunInfo(int argc, char** argv)
         return ExitUsage;
     }
 
-    Inspection inspection;
-    if (!OpenForInspection(line.Operands()[0], "info", inspection))
+    LoadedFile loaded;
+    if (!OpenLoadedFile(line.Operands()[0], "info", loaded))
         return ExitFailure;
-    ToolSetManager& manager = inspection.manager;
+    ToolSetManager& manager = loaded.manager;
     if (line.Has("--modules")) {
         PrintModules(ModuleRecords(manager), line.Has("--json"));
         return ExitSuccess;
     }
-    std::vector<unsigned char>& bytes = inspection.bytes;
+    std::vector<unsigned char>& bytes = loaded.bytes;
     FileSummary summary;
-    summary.path = inspection.path;
+    summary.path = loaded.path;
     summary.length = bytes.size();
     summary.tag = manager.GetBinaryTag() != nullptr ? manager.GetBinaryTag() : "";
     summary.version = manager.GetBinaryVersion();

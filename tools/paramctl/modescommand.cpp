@@ -10,7 +10,7 @@
 #include "parameterparser/parametermodetable.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
-#include "tools/paramctl/inspection.h"
+#include "tools/paramctl/loadedfile.h"
 #include "tools/paramctl/jsonwriter.h"
 
 namespace ParamCtl {
@@ -150,10 +150,10 @@ int RunModes(int argc, char** argv)
         std::fputs(ModesUsage, stderr);
         return ExitUsage;
     }
-    Inspection inspection;
-    if (!OpenForInspection(line.Operands()[0], "modes", inspection))
+    LoadedFile loaded;
+    if (!OpenLoadedFile(line.Operands()[0], "modes", loaded))
         return ExitFailure;
-    ToolSetManager& manager = inspection.manager;
+    ToolSetManager& manager = loaded.manager;
     unsigned int const count = manager.GetModeTableCount();
 
     if (line.Has("--json")) {

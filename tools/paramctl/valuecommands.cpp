@@ -11,7 +11,7 @@
 #include "parameterparser/parametervaluepath.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
-#include "tools/paramctl/inspection.h"
+#include "tools/paramctl/loadedfile.h"
 #include "tools/paramctl/jsonwriter.h"
 
 namespace ParamCtl {
@@ -223,15 +223,15 @@ int RunGet(int argc, char** argv)
     if (code >= 0)
         return code;
     std::vector<std::string> const& operands = line.Operands();
-    Inspection inspection;
-    if (!OpenForInspection(operands[0], "get", inspection))
+    LoadedFile loaded;
+    if (!OpenLoadedFile(operands[0], "get", loaded))
         return ExitFailure;
-    std::string const modePath = NumericModePath(inspection.manager, operands[1]);
+    std::string const modePath = NumericModePath(loaded.manager, operands[1]);
     std::string const& variable = operands[2];
     char const* subVariables = operands.size() == 4 ? operands[3].c_str() : nullptr;
 
     std::string result(ResultLength, '\0');
-    if (!inspection.manager.GetValue(options.table, modePath.c_str(), variable.c_str(),
+    if (!loaded.manager.GetValue(options.table, modePath.c_str(), variable.c_str(),
                                      subVariables, &result[0], ResultLength)) {
         std::fprintf(stderr, "paramctl get: %s: %s not found in mode %s\n", operands[0].c_str(),
                      subVariables != nullptr ? (variable + " " + subVariables).c_str()
@@ -261,15 +261,15 @@ int RunSet(int argc, char** argv)
         }
         changes.emplace_back(operands[i].substr(0, equals), operands[i].substr(equals + 1));
     }
-    Inspection inspection;
-    if (!OpenForInspection(operands[0], "set", inspection))
+    LoadedFile loaded;
+    if (!OpenLoadedFile(operands[0], "set", loaded))
         return ExitFailure;
-    std::string const modePath = NumericModePath(inspection.manager, operands[1]);
+    std::string const modePath = NumericModePath(loaded.manager, operands[1]);
     std::string const& variable = operands[2];
 
     std::string names;
     for (auto const& [name, value] : changes) {
-        if (!inspection.manager.SetValue(options.table, modePath.c_str(), variable.c_str(),
+        if (!loaded.manager.SetValue(options.table, modePath.c_str(), variable.c_str(),
                                          name.c_str(), value.c_str())) {
             std::fprintf(stderr, "paramctl set: %s: cannot set %s.%s to '%s' in mode %s\n",
                          operands[0].c_str(), variable.c_str(), name.c_str(), value.c_str(),
@@ -279,7 +279,7 @@ int RunSet(int argc, char** argv)
         names += (names.empty() ? "" : ",") + name;
     }
     std::string result(ResultLength, '\0');
-    if (!inspection.manager.GetValue(options.table, modePath.c_str(), variable.c_str(),
+    if (!loaded.manager.GetValue(options.table, modePath.c_str(), variable.c_str(),
                                      names.c_str(), &result[0], ResultLength)) {
         std::fprintf(stderr, "paramctl set: %s: the values set cannot be read back\n",
                      operands[0].c_str());
@@ -296,10 +296,10 @@ int RunDump(int argc, char** argv)
     int const code = ParseValueLine(line, argc, argv, "dump", DumpUsage, 1, 1, options);
     if (code >= 0)
         return code;
-    Inspection inspection;
-    if (!OpenForInspection(line.Operands()[0], "dump", inspection))
+    LoadedFile loaded;
+    if (!OpenLoadedFile(line.Operands()[0], "dump", loaded))
         return ExitFailure;
-    ToolSetManager& manager = inspection.manager;
+    ToolSetManager& manager = loaded.manager;
     std::string const onlyModule = line.Value("--module");
 
     // What to read: each record in its own mode, or each instance once through --mode.
@@ -327,7 +327,7 @@ int RunDump(int argc, char** argv)
     }
     if (targets.empty()) {
         std::fprintf(stderr, "paramctl dump: %s: no module %s in the file\n",
-                     inspection.path.c_str(),
+                     loaded.path.c_str(),
                      onlyModule.empty() ? "of a known kind" : onlyModule.c_str());
         return ExitFailure;
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Inspection: a tuning file loaded for the paramctl commands.
+// LoadedFile: a tuning file loaded for the paramctl commands.
 #pragma once
 
 #include <string>
@@ -18,7 +18,7 @@ public:
 };
 
 /// The bytes of a file and a manager that has loaded them from memory.
-struct Inspection
+struct LoadedFile
 {
     std::string path;
     std::vector<unsigned char> bytes;
@@ -37,11 +37,11 @@ struct ModuleRecord
     std::string modePath; ///< numeric, "0.0|1.2"
 };
 
-/// Reads path and loads it into inspection.manager. A file the loader refuses outright (no
+/// Reads path and loads it into loaded.manager. A file the loader refuses outright (no
 /// tables came of it) prints "paramctl <command>: <path>: <error>" on stderr and returns false.
 /// A file whose tables loaded but some of whose modules did not (modules of kinds this build
 /// does not know) counts as loaded.
-bool OpenForInspection(std::string const& path, char const* command, Inspection& inspection);
+bool OpenLoadedFile(std::string const& path, char const* command, LoadedFile& loaded);
 
 /// The module records of the loaded file in symbol table order.
 std::vector<ModuleRecord> ModuleRecords(ToolSetManager& manager);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Inspection: loading a file for the read-only paramctl commands.
-#include "tools/paramctl/inspection.h"
+// LoadedFile: loading a file for the read-only paramctl commands.
+#include "tools/paramctl/loadedfile.h"
 
 #include <cstdio>
 #include <fstream>
@@ -12,20 +12,20 @@
 
 namespace ParamCtl {
 
-bool OpenForInspection(std::string const& path, char const* command, Inspection& inspection)
+bool OpenLoadedFile(std::string const& path, char const* command, LoadedFile& loaded)
 {
-    inspection.path = path;
+    loaded.path = path;
     std::ifstream file(path, std::ios::binary);
     if (!file) {
         std::fprintf(stderr, "paramctl %s: cannot open %s\n", command, path.c_str());
         return false;
     }
-    inspection.bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    loaded.bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 
-    ParameterSetManager& manager = inspection.manager;
+    ParameterSetManager& manager = loaded.manager;
     // A load that stopped only at module creation (a module of a kind this build does not know)
     // still has its tables in place, and every module it could make.
-    if (!manager.LoadBinaryParameters(inspection.bytes.data(), inspection.bytes.size()) &&
+    if (!manager.LoadBinaryParameters(loaded.bytes.data(), loaded.bytes.size()) &&
         manager.GetSymbolTable() == nullptr) {
         std::fprintf(stderr, "paramctl %s: %s: %s\n", command, path.c_str(),
                      manager.GetErrorString());
