@@ -448,7 +448,12 @@ bool ParameterFileSymbolTableEntry::FitCountToData(unsigned int& count, unsigned
                                                    unsigned int minimumCount,
                                                    unsigned long nameHash)
 {
-    if (size == 0 || static_cast<unsigned long>(count) * size <= available)
+    // Every element takes at least a byte of the entry: where the schema gives no size (a
+    // structure known by no definition, or one without members), a count still must not run
+    // past the data, or a damaged count sizes an allocation of gigabytes.
+    if (size == 0)
+        size = 1;
+    if (static_cast<unsigned long>(count) * size <= available)
         return false;
     unsigned long fitting = available / size;
     if (fitting < minimumCount)

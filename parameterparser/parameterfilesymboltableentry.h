@@ -102,7 +102,7 @@ public:
                                  bool& countChanged, unsigned int limit);
     bool IsFixedCountVersion();
     /// Cuts count to what available bytes hold at size bytes an element (never below
-    /// minimumCount), logging the cut; true when count changed. A size of 0 leaves it.
+    /// minimumCount), logging the cut; true when count changed. A size of 0 counts as one byte.
     bool FitCountToData(unsigned int& count, unsigned long size, unsigned int available,
                         unsigned int minimumCount, unsigned long nameHash);
 

@@ -538,6 +538,26 @@ TEST_F(ParameterFileSymbolTableEntryTest, CountBeyondTheDataIsCutToWhatFits)
     ExpectSampleValues(sample.value);
 }
 
+TEST_F(ParameterFileSymbolTableEntryTest, CountOfElementsWithoutASizeIsCutAtOneByteEach)
+{
+    // The file's inner structure has no members, so its size is unknown: a damaged count of
+    // items is still cut to the bytes of their data block.
+    Schema schema = Schema::Source();
+    schema.inner = {};
+    EntryFile file(FileVersion{}, schema);
+    LoadedSample sample;
+    EntryValue value = SampleValue();
+    EntryValue items = *value.Find("items");
+    items.countOverride = 1000000000;
+    value.Set("items", items);
+    WriteAndLoad(file, sample, value);
+
+    std::string const prefix = Format("Minimun %ld size (1) * count (1000000000) exceeds",
+                                      static_cast<long>(Hash("items")));
+    EXPECT_TRUE(m_log.Contains(prefix)) << prefix;
+    EXPECT_LE(sample->itemsCount, 64u);
+}
+
 TEST_F(ParameterFileSymbolTableEntryTest, InlineCountBeyondTheEntryIsCutBeforeAllocating)
 {
     // Variable in the source, fixed in a 7.0.0 file: the count stands in the entry itself, ahead
