@@ -88,8 +88,7 @@ public:
         // The figures need no log.
         Vorn::Log::SetSink(DropLine, nullptr);
         m_file = TrackerFileBytes();
-        m_ready = !m_file.empty() &&
-                  m_manager.LoadBinaryParameters(m_file.data(), m_file.size()) &&
+        m_ready = !m_file.empty() && m_manager.LoadBinaryParameters(m_file.data(), m_file.size()) &&
                   m_manager.GetKnobbyPort() != 0;
         m_socket = socket(AF_INET, SOCK_STREAM, 0);
         sockaddr_in address = {};

@@ -76,10 +76,8 @@ void BM_Values_GetValue(benchmark::State& state, char const* subVariables)
         benchmark::DoNotOptimize(result.data());
     }
 }
-BENCHMARK_CAPTURE(BM_Values_GetValue, Structure, nullptr)
-    ->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(BM_Values_GetValue, SubVariables, Members)
-    ->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(BM_Values_GetValue, Structure, nullptr)->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(BM_Values_GetValue, SubVariables, Members)->Unit(benchmark::kMicrosecond);
 
 // The typed path a camera thread takes: lookup, reference and release of the same module.
 void BM_Values_TypedModule(benchmark::State& state)

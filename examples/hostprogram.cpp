@@ -86,8 +86,7 @@ int main(int argc, char** argv)
         if (tracker != nullptr)
             std::printf("%-20s tracker mode %u, precision %u, downscale %.3f, confidence %u\n",
                         "reloaded preview", tracker->operationMode, tracker->precisionMode,
-                        static_cast<double>(tracker->downscaleRatio),
-                        tracker->confidenceThreshold);
+                        static_cast<double>(tracker->downscaleRatio), tracker->confidenceThreshold);
     }
     // The camera closes: the last module goes back before the manager does.
     if (tracker != nullptr)

@@ -50,8 +50,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     for (unsigned int table = 0; table < manager.GetModeTableCount(); ++table) {
         manager.GetActiveModes(static_cast<unsigned char>(table), text, sizeof(text));
         unsigned char children[64];
-        manager.GetChildModes(static_cast<unsigned char>(table), "0.0", children,
-                              sizeof(children));
+        manager.GetChildModes(static_cast<unsigned char>(table), "0.0", children, sizeof(children));
         TuningMode const branch[] = {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}};
         (void)manager.GetModeEntry(static_cast<unsigned char>(table), branch, 3);
     }

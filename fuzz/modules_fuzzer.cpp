@@ -73,12 +73,14 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     FuzzSupport::FuzzSetManager manager;
     ParameterFileSymbolTable table(&manager, 1, fileVersion);
     if (!table.Load(buffer.data(), length, nullptr, nullptr, length, sections[1], sections[2],
-                    sections[3], sections[0], nullptr,
-                    (flags & ModulesFuzz::KeepDefinitions) != 0))
+                    sections[3], sections[0], nullptr, (flags & ModulesFuzz::KeepDefinitions) != 0))
         return 0;
 
+    // The deepest leaf of a gamma tree: six steps down to one table value.
+    static char const gammaLeaf[] = "varitonal_gamma16_core.mod_gamma16_trigger_data[0].trigger[1]."
+                                    "region[0].channel_r_tab.channel_r[64]";
     static char const* const gammaPaths[] = {
-        "varitonal_gamma16_core.mod_gamma16_trigger_data[0].trigger[1].region[0].channel_r_tab.channel_r[64]",
+        gammaLeaf,
         "varitonal_gamma16_core.mod_gamma16_trigger_data[0].trigger[0].start",
         "control_variables.control_var_type",
     };
@@ -90,9 +92,8 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     // A few entries are enough: every one is tried as both kinds.
     unsigned int const count = table.GetSymbolCount() < 8 ? table.GetSymbolCount() : 8;
     for (uint32_t id = 1; id <= count; ++id) {
-        Exercise<gamma_1_6_1::varitonal_gamma16TypeClass>(manager, table, id,
-                                                          ModulesFuzz::GammaInstance,
-                                                          VersionUnion(1, 6, 1), gammaPaths, 3);
+        Exercise<gamma_1_6_1::varitonal_gamma16TypeClass>(
+            manager, table, id, ModulesFuzz::GammaInstance, VersionUnion(1, 6, 1), gammaPaths, 3);
         Exercise<trackerroimixer::varitonalTrackerROIMixerTypeClass>(
             manager, table, id, ModulesFuzz::MixerInstance, VersionUnion(1, 0, 0), mixerPaths, 3);
     }

@@ -41,9 +41,9 @@ EntryValue GammaValue()
           EntryValue::Struct({{"control_var_type",
                                EntryValue::List({EntryValue::UInt(4), EntryValue::UInt(9)})}})},
          {"varitonal_gamma16_core",
-          EntryValue::Struct({{"mod_gamma16_trigger_data",
-                               EntryValue::List({Node(0, {Node(10, {}), Node(20, {})}),
-                                                 Node(1, {})})}})}});
+          EntryValue::Struct(
+              {{"mod_gamma16_trigger_data",
+                EntryValue::List({Node(0, {Node(10, {}), Node(20, {})}), Node(1, {})})}})}});
 }
 
 EntryValue MixerValue(bool shared)

@@ -41,8 +41,8 @@ public:
     uint32_t DuplicateID;
     VersionUnion Version;
     uint32_t ModeId;
-    ModeSlot* Mode;        ///< borrowed from the mode table, or the private slot (owned)
-    char* ModePath;        ///< owned; "" when the mode is unknown
+    ModeSlot* Mode; ///< borrowed from the mode table, or the private slot (owned)
+    char* ModePath; ///< owned; "" when the mode is unknown
     ParameterSetManager* SetManager;
     ParameterFileSymbolTable* SymbolTable;
 

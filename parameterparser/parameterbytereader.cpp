@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "platform/vornalloc.h"
+
 #include "parameterparser/parameterlogging.h"
 #include "parameterparser/parameterutils.h"
 

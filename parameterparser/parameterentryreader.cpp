@@ -663,7 +663,8 @@ void ParameterFileSymbolTableEntry::ReadStringArray(char**& values, unsigned int
         field.element != nullptr ? field.element->Info : nullptr;
     bool const shared = info == nullptr || HasFlag(*info, ElementVariableCount);
     if (shared) {
-        if (void* object = target.TakeDupObject(loc, count, ParameterEntryReader::StringArrayIdentity)) {
+        if (void* object =
+                target.TakeDupObject(loc, count, ParameterEntryReader::StringArrayIdentity)) {
             values = static_cast<char**>(object);
             return;
         }

@@ -40,8 +40,8 @@ struct PARAMETERPARSER_API DupObjInfo
     void* Object = nullptr;
     int Loc;
     std::atomic<uint32_t> RefCount{0};
-    uint32_t Count = 0;         ///< elements of Object, as its first reader loaded them
-    uintptr_t ElementType = 0;  ///< the kind of those elements, an identity of the reader's
+    uint32_t Count = 0;        ///< elements of Object, as its first reader loaded them
+    uintptr_t ElementType = 0; ///< the kind of those elements, an identity of the reader's
 };
 
 /// The tables of one loaded tuning file. The definition part is the file's schema; the symbol

@@ -95,11 +95,11 @@ public:
     void UpdatePosition(unsigned int position);
     unsigned int ReadLoadDataLimit(unsigned int limit);
     bool GetCountAndPointerEntry(unsigned int& count, ParameterFileSymbolTableEntry*& target,
-                                 ParameterFileSymbolTableEntry& storage,
-                                 unsigned long minimumSize, unsigned int minimumCount,
-                                 unsigned long nameHash, bool isPointer, bool isFixedArray,
-                                 bool isArray, ParameterDefinitionElement* element,
-                                 bool& countChanged, unsigned int limit);
+                                 ParameterFileSymbolTableEntry& storage, unsigned long minimumSize,
+                                 unsigned int minimumCount, unsigned long nameHash, bool isPointer,
+                                 bool isFixedArray, bool isArray,
+                                 ParameterDefinitionElement* element, bool& countChanged,
+                                 unsigned int limit);
     bool IsFixedCountVersion();
     /// Cuts count to what available bytes hold at size bytes an element (never below
     /// minimumCount), logging the cut; true when count changed. A size of 0 counts as one byte.

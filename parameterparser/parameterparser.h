@@ -3,6 +3,7 @@
 // modules, the store beneath them, live tuning and the statistics services.
 #pragma once
 
+#include "parametermodules/concretesetmanager.h"
 #include "parameterparser/imodetable.h"
 #include "parameterparser/iparameterdataapi.h"
 #include "parameterparser/livetuning/parameterknobbycom.h"
@@ -19,7 +20,6 @@
 #include "parameterparser/parsercrc.h"
 #include "parameterparser/plist.h"
 #include "parameterparser/versionunion.h"
-#include "parametermodules/concretesetmanager.h"
 #include "stats/statsalgo/common/statsalgosettings.h"
 #include "stats/statsalgo/common/vornstatsdefs.h"
 #include "stats/statsalgo/common/vornstatsroidata.h"

@@ -465,14 +465,13 @@ bool ParameterSetManager::LoadSectionContents(unsigned char* buffer, unsigned in
 
     if (m_symbolSection.Offset == 0 || m_symbolSection.Size == 0 || m_dataSection.Offset == 0 ||
         m_dataSection.Size == 0) {
-        ParameterLogging::Write(this, ParameterLogging::LogError,
-                                "ReadModeSections: Binary missing symbol table or data "
-                                "SymbolOffset(%d) && SymbolSize(%d) && DataOffset(%d) && "
-                                "DataSize(%d)\n",
-                                static_cast<int>(m_symbolSection.Offset),
-                                static_cast<int>(m_symbolSection.Size),
-                                static_cast<int>(m_dataSection.Offset),
-                                static_cast<int>(m_dataSection.Size));
+        ParameterLogging::Write(
+            this, ParameterLogging::LogError,
+            "ReadModeSections: Binary missing symbol table or data "
+            "SymbolOffset(%d) && SymbolSize(%d) && DataOffset(%d) && "
+            "DataSize(%d)\n",
+            static_cast<int>(m_symbolSection.Offset), static_cast<int>(m_symbolSection.Size),
+            static_cast<int>(m_dataSection.Offset), static_cast<int>(m_dataSection.Size));
         return true;
     }
 
@@ -490,9 +489,9 @@ bool ParameterSetManager::LoadSectionContents(unsigned char* buffer, unsigned in
         table->ClearDefinitions(true);
     };
 
-    bool result = table->Load(buffer, length, fileName, file, fileSize, m_symbolSection,
-                              m_dataTableSection, m_dataSection, m_definitionSection, modeTable,
-                              true);
+    bool result =
+        table->Load(buffer, length, fileName, file, fileSize, m_symbolSection, m_dataTableSection,
+                    m_dataSection, m_definitionSection, modeTable, true);
     if (fileMode)
         table->FreeEntryData();
     if (!result || table->Modules().Count() == 0) {

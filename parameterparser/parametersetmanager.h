@@ -400,8 +400,8 @@ public:
 
     /// Reads a live tuning request's head (ParameterKnobbyWorker::ParseRequest). False without a
     /// worker or with live tuning switched off.
-    bool ParseKnobbyRequest(unsigned char const* packet, unsigned int size,
-                            unsigned short& command, unsigned long& id, unsigned int& requestID,
+    bool ParseKnobbyRequest(unsigned char const* packet, unsigned int size, unsigned short& command,
+                            unsigned long& id, unsigned int& requestID,
                             unsigned char const*& payload, unsigned int& payloadLength);
     /// Writes a live tuning response head and payload (ParameterKnobbyWorker::BuildResponse).
     /// False without a worker or with live tuning switched off.
@@ -417,8 +417,7 @@ public:
     /// Answers a pending trigger request for one instance with a copy of count values. False
     /// without a worker or a matching request.
     bool SetTriggerValues(char const* modePath, char const* module, char const* pipeline,
-                          char const* instance, ParameterCTValue const* values,
-                          unsigned int count);
+                          char const* instance, ParameterCTValue const* values, unsigned int count);
     /// True while a client's trigger request for the three texts waits for its answer.
     bool TriggerRequestExists(char const* modePath, char const* module, char const* pipeline);
     /// Installs the host's callbacks for custom commands and trigger requests on the main

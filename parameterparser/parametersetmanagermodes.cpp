@@ -440,7 +440,8 @@ bool ParameterSetManager::ReadModeSections(unsigned char* buffer, unsigned int l
         // A section that runs past the end of the buffer holds only what the buffer can give, and
         // the first short entry ends the table: a damaged size must not allocate beyond that.
         if (file == nullptr) {
-            unsigned int const room = pos < sectionLength ? (sectionLength - pos) / entrySize + 1 : 1;
+            unsigned int const room =
+                pos < sectionLength ? (sectionLength - pos) / entrySize + 1 : 1;
             count = std::min(count, room);
         }
         auto const tableIndex = m_modeTables.Count();

@@ -10,8 +10,7 @@
 /// are copied bytewise and never constructed or destroyed, so a list of pointers does not own
 /// what they point to. The list grows by exactly one element per insert beyond its capacity, and
 /// an out-of-range index reads a zeroed dummy instead of failing.
-template <typename T>
-class PList
+template <typename T> class PList
 {
     static_assert(std::is_trivially_copyable<T>::value, "PList holds plain elements only");
 

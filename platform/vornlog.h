@@ -42,7 +42,8 @@ extern LogInfo g_logInfo;
 extern TraceInfo g_traceInfo;
 
 /// Receives each formatted line. `line` ends without a forced line break: the message's own.
-using Sink = void (*)(uint32_t group, char severity, uint32_t level, char const* line, void* context);
+using Sink = void (*)(uint32_t group, char severity, uint32_t level, char const* line,
+                      void* context);
 
 /// Replaces the sink; null restores the default, which writes lines that g_logInfo lets through to
 /// stderr. An installed sink receives every line, whatever the masks say.

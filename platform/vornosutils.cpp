@@ -4,6 +4,7 @@
 
 #include <cstdarg>
 #include <cstring>
+
 #include <strings.h>
 #include <sys/syscall.h>
 #include <unistd.h>

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>

@@ -60,12 +60,15 @@ TEST(ModuleDamageTest, DamagedEntryLoadsWhatItCanAndZeroesTheRest)
     {
         char const* name;
         std::function<void(EntryValue&)> change; ///< damage to the written value
-        uint32_t entrySize;                       ///< the symbol entry's Size field; 0: sound
-        char const* message;                      ///< a line the load must log
+        uint32_t entrySize;                      ///< the symbol entry's Size field; 0: sound
+        char const* message;                     ///< a line the load must log
         std::function<void(moduleTestType const&)> check;
     };
     Case const cases[] = {
-        {"short entry", {}, 24, "Insufficient data",
+        {"short entry",
+         {},
+         24,
+         "Insufficient data",
          [](moduleTestType const& m) {
              EXPECT_EQ(m.module_version.major_revision, 2);
              EXPECT_EQ(m.tableCount, 0u);
@@ -85,7 +88,9 @@ TEST(ModuleDamageTest, DamagedEntryLoadsWhatItCanAndZeroesTheRest)
              EXPECT_FLOAT_EQ(m.shrink.reservedParameters[9], 9.0f);
          }},
         {"count past its data",
-         [](EntryValue& v) { v.Set("table", Table([](EntryValue& t) { t.countOverride = 1000; })); },
+         [](EntryValue& v) {
+             v.Set("table", Table([](EntryValue& t) { t.countOverride = 1000; }));
+         },
          0, "exceeds avaialable data (12), setting count to 3",
          [](moduleTestType const& m) {
              ASSERT_EQ(m.tableCount, 3u);
@@ -159,10 +164,10 @@ TEST(ModuleDamageTest, DataOfAnotherSchemaKeepsTheMembersItShares)
         ModuleSchema const foreign{&DescribeForeignModule, "moduletest::moduleTestType",
                                    InstanceName, SourceVersion};
         ModuleFile file({7, 0, 0}, true, foreign);
-        uint32_t const id = file.AddModule(EntryValue::Struct(
-            {{"noise_threshold_g", EntryValue::Real(2.75)},
-             {"table", Table({})},
-             {"addedTail", EntryValue::UInt(77)}}));
+        uint32_t const id =
+            file.AddModule(EntryValue::Struct({{"noise_threshold_g", EntryValue::Real(2.75)},
+                                               {"table", Table({})},
+                                               {"addedTail", EntryValue::UInt(77)}}));
         ASSERT_TRUE(file.Build());
         ParamTest::LogCapture log;
         LoadedModule<moduleTestTypeClass> loaded(file, id, InstanceName);
@@ -228,13 +233,10 @@ TEST(ModuleSharingTest, HolderDeclaringMoreThanTheSharedArrayIsCutToIt)
         value.Set("shrink", EntryValue(*value.Find("shrink")).Set("landmarkPoints", list));
     };
     Case const cases[] = {
-        {"numbers", numbers, setTop("table"),
-         [](moduleTestType const& m) { return m.tableCount; },
+        {"numbers", numbers, setTop("table"), [](moduleTestType const& m) { return m.tableCount; },
          [](moduleTestType const& m) -> void const* { return m.table; }, "table[#]", 3, 5, false},
-        {"strings", texts, setTop("labels"),
-         [](moduleTestType const& m) { return m.labelsCount; },
-         [](moduleTestType const& m) -> void const* { return m.labels; }, "labels[#]", 2, 6,
-         false},
+        {"strings", texts, setTop("labels"), [](moduleTestType const& m) { return m.labelsCount; },
+         [](moduleTestType const& m) -> void const* { return m.labels; }, "labels[#]", 2, 6, false},
         {"structures", landmarks, setLandmarks,
          [](moduleTestType const& m) { return m.shrink.landmarkPointsCount; },
          [](moduleTestType const& m) -> void const* { return m.shrink.landmarkPoints; },
@@ -242,8 +244,7 @@ TEST(ModuleSharingTest, HolderDeclaringMoreThanTheSharedArrayIsCutToIt)
         // A holder with fewer elements keeps its count; going last, it still frees them all.
         {"fewer strings, freed last", texts, setTop("labels"),
          [](moduleTestType const& m) { return m.labelsCount; },
-         [](moduleTestType const& m) -> void const* { return m.labels; }, "labels[#]", 3, 1,
-         true},
+         [](moduleTestType const& m) -> void const* { return m.labels; }, "labels[#]", 3, 1, true},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -276,8 +277,8 @@ TEST(ModuleSharingTest, HolderDeclaringMoreThanTheSharedArrayIsCutToIt)
             EXPECT_EQ(c.count(*a.module), c.first);
             unsigned int const expected = c.second < c.first ? c.second : c.first;
             EXPECT_EQ(c.count(*b.module), expected);
-            std::string const cut = "holds " + std::to_string(c.first) + " elements, not " +
-                                    std::to_string(c.second);
+            std::string const cut =
+                "holds " + std::to_string(c.first) + " elements, not " + std::to_string(c.second);
             EXPECT_EQ(log.Contains(cut), c.second > c.first)
                 << testing::PrintToString(log.Messages());
             // Every element the second holder names is readable (under ASan: inside the array).
@@ -320,7 +321,9 @@ EntryValue PointerTo(uint32_t id, uint32_t count)
 TEST(TriggerTreeCycleTest, PointerBackIntoTheTreeIsCutAndLeftEmpty)
 {
     ModuleSchema const gamma{&ParamSchema::gamma_1_6_1::Describe,
-                             "gamma_1_6_1::varitonal_gamma16Type", "gamma16_v2", {1, 6, 1}};
+                             "gamma_1_6_1::varitonal_gamma16Type",
+                             "gamma16_v2",
+                             {1, 6, 1}};
     // back: the pointer that leads from a node to the root list (data entry rootId); the root
     // holds two nodes, the first with one child.
     auto write = [&](ModuleFile& file, std::function<EntryValue(EntryValue)> shape) {
@@ -336,7 +339,7 @@ TEST(TriggerTreeCycleTest, PointerBackIntoTheTreeIsCutAndLeftEmpty)
     {
         char const* name;
         std::function<EntryValue(EntryValue)> shape; ///< the root list, given the pointer back
-        unsigned int cutLevel;                        ///< depth of the node whose pointer is cut
+        unsigned int cutLevel;                       ///< depth of the node whose pointer is cut
     };
     Case const cases[] = {
         {"node points at its own entry",
@@ -368,7 +371,8 @@ TEST(TriggerTreeCycleTest, PointerBackIntoTheTreeIsCutAndLeftEmpty)
         size_t const before = Vorn::Testing::AllocatedBytes();
         {
             ModuleFile file({}, true, gamma);
-            uint32_t const id = write(file, [&](EntryValue) { return c.shape(PointerTo(rootId, 2)); });
+            uint32_t const id =
+                write(file, [&](EntryValue) { return c.shape(PointerTo(rootId, 2)); });
             ASSERT_TRUE(file.Build());
             ParamTest::LogCapture log;
             LoadedModule<gamma_1_6_1::varitonal_gamma16TypeClass> loaded(file, id, "gamma16_v2");

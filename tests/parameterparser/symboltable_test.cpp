@@ -414,7 +414,8 @@ TEST(SymbolTableTest, TableLargerThanTheFileFailsBeforeAllocating)
         }));
         std::string const kind = test.kind;
         EXPECT_TRUE(loaded.Log().Contains("Failed to read " + kind + " table buffer (offset: "));
-        EXPECT_TRUE(loaded.Log().HasMessage("Failed to read " + kind + " table from binary file\n"));
+        EXPECT_TRUE(
+            loaded.Log().HasMessage("Failed to read " + kind + " table from binary file\n"));
         EXPECT_EQ(loaded.Table().Modules().Count(), 0u);
     }
 }

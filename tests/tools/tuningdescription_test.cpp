@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The text form of a tuning file: what it accepts, what it refuses, and the file it makes.
+#include "tools/writer/tuningdescription.h"
+
 #include <string>
 #include <vector>
 
@@ -8,7 +10,6 @@
 #include "parameterparser/parameterdefinitions.h"
 #include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parsercrc.h"
-#include "tools/writer/tuningdescription.h"
 
 #include "tests/common/testsetmanager.h"
 
@@ -74,7 +75,8 @@ TEST(TuningDescriptionTest, RefusesMalformedLinesWithTheirNumber)
         {"structure 1 A\n member a Bogus", "line 2: unknown member type 'Bogus'"},
         {"structure 1 A\n member a UInt32[0]", "line 2: bad array length in 'UInt32[0]'"},
         {"structure 1 A\n member a struct:x", "line 2: bad structure ID in 'struct:x'"},
-        {"structure 1 A\n member a UInt32 eight-byte", "line 2: unknown member option 'eight-byte'"},
+        {"structure 1 A\n member a UInt32 eight-byte",
+         "line 2: unknown member option 'eight-byte'"},
         {"module A", "line 1: cannot read 'module' with 1 argument(s)"},
         {"flags nope", "line 1: bad flags 'nope'"},
     };

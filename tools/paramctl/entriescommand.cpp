@@ -11,8 +11,8 @@
 #include "parameterparser/parameterfilesymboltableentry.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
-#include "tools/paramctl/loadedfile.h"
 #include "tools/paramctl/jsonwriter.h"
+#include "tools/paramctl/loadedfile.h"
 
 namespace ParamCtl {
 
@@ -102,7 +102,10 @@ int RunEntries(int argc, char** argv)
             .Field("dataCount", table.GetDataCount());
         json.Key("entries").BeginArray();
         for (EntryRow const& row : rows) {
-            json.BeginObject().Field("id", row.id).Field("size", row.size).Field("group", row.group);
+            json.BeginObject()
+                .Field("id", row.id)
+                .Field("size", row.size)
+                .Field("group", row.group);
             if (row.module != nullptr)
                 json.Field("nameHash", Hex64(row.module->NameHash))
                     .Field("version", VersionText(row.module->Version))

@@ -9,13 +9,14 @@
 #include <vector>
 
 #include "platform/vornalloc.h"
+
 #include "parameterparser/parameterdefinitions.h"
 #include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parameterutils.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
-#include "tools/paramctl/loadedfile.h"
 #include "tools/paramctl/jsonwriter.h"
+#include "tools/paramctl/loadedfile.h"
 
 namespace ParamCtl {
 
@@ -179,8 +180,10 @@ void PrintJson(FileSummary const& s)
             .Field("size", row.section.Size)
             .EndObject();
     json.EndArray();
-    json.Key("definitions").BeginObject().Field("present", s.hasDefinitions).Field(
-        "complete", s.definitionsComplete);
+    json.Key("definitions")
+        .BeginObject()
+        .Field("present", s.hasDefinitions)
+        .Field("complete", s.definitionsComplete);
     json.Key("modules").BeginArray();
     for (ModuleRow const& module : s.modules)
         json.BeginObject()

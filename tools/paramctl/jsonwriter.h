@@ -27,8 +27,7 @@ public:
     JsonWriter& Bool(bool value);
 
     /// Key and value in one call.
-    template <typename T>
-    JsonWriter& Field(std::string const& key, T const& value)
+    template <typename T> JsonWriter& Field(std::string const& key, T const& value)
     {
         Key(key);
         return Write(value);

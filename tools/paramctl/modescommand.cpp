@@ -10,8 +10,8 @@
 #include "parameterparser/parametermodetable.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
-#include "tools/paramctl/loadedfile.h"
 #include "tools/paramctl/jsonwriter.h"
+#include "tools/paramctl/loadedfile.h"
 
 namespace ParamCtl {
 
@@ -121,8 +121,7 @@ void DotNode(ParameterModeTable const& table, unsigned int tableIndex, ModeEntry
 {
     NodeView const view = ViewOf(table, tableIndex, node);
     std::printf("  n%u_%u [label=\"%s\\n%s\"%s];\n", tableIndex, node->modeId & 0xFFFFFF,
-                view.step.c_str(), Hex(node->modeId).c_str(),
-                node->resident ? ", style=bold" : "");
+                view.step.c_str(), Hex(node->modeId).c_str(), node->resident ? ", style=bold" : "");
     if (view.linkId >= 0)
         std::printf("  n%u_%u -> n%u_%lu [style=dashed, label=\"link\"];\n", tableIndex,
                     node->modeId & 0xFFFFFF, tableIndex, view.linkId & 0xFFFFFF);
@@ -179,8 +178,8 @@ int RunModes(int argc, char** argv)
         std::printf("digraph modes {\n  node [shape=box, fontname=\"monospace\"];\n");
     for (unsigned int i = 0; i < count; ++i) {
         ParameterModeTable const* table = manager.GetModeTable(i);
-        char const* name = table->name != nullptr && table->name[0] != '\0' ? table->name
-                                                                              : "(unnamed)";
+        char const* name =
+            table->name != nullptr && table->name[0] != '\0' ? table->name : "(unnamed)";
         if (line.Has("--dot")) {
             std::printf("  subgraph cluster_%u {\n  label=\"table %u: %s\";\n", i, i, name);
             if (table->rootMode != nullptr)

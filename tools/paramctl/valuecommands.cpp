@@ -11,8 +11,8 @@
 #include "parameterparser/parametervaluepath.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
-#include "tools/paramctl/loadedfile.h"
 #include "tools/paramctl/jsonwriter.h"
+#include "tools/paramctl/loadedfile.h"
 
 namespace ParamCtl {
 
@@ -231,8 +231,8 @@ int RunGet(int argc, char** argv)
     char const* subVariables = operands.size() == 4 ? operands[3].c_str() : nullptr;
 
     std::string result(ResultLength, '\0');
-    if (!loaded.manager.GetValue(options.table, modePath.c_str(), variable.c_str(),
-                                     subVariables, &result[0], ResultLength)) {
+    if (!loaded.manager.GetValue(options.table, modePath.c_str(), variable.c_str(), subVariables,
+                                 &result[0], ResultLength)) {
         std::fprintf(stderr, "paramctl get: %s: %s not found in mode %s\n", operands[0].c_str(),
                      subVariables != nullptr ? (variable + " " + subVariables).c_str()
                                              : variable.c_str(),
@@ -270,7 +270,7 @@ int RunSet(int argc, char** argv)
     std::string names;
     for (auto const& [name, value] : changes) {
         if (!loaded.manager.SetValue(options.table, modePath.c_str(), variable.c_str(),
-                                         name.c_str(), value.c_str())) {
+                                     name.c_str(), value.c_str())) {
             std::fprintf(stderr, "paramctl set: %s: cannot set %s.%s to '%s' in mode %s\n",
                          operands[0].c_str(), variable.c_str(), name.c_str(), value.c_str(),
                          operands[1].c_str());
@@ -279,8 +279,8 @@ int RunSet(int argc, char** argv)
         names += (names.empty() ? "" : ",") + name;
     }
     std::string result(ResultLength, '\0');
-    if (!loaded.manager.GetValue(options.table, modePath.c_str(), variable.c_str(),
-                                     names.c_str(), &result[0], ResultLength)) {
+    if (!loaded.manager.GetValue(options.table, modePath.c_str(), variable.c_str(), names.c_str(),
+                                 &result[0], ResultLength)) {
         std::fprintf(stderr, "paramctl set: %s: the values set cannot be read back\n",
                      operands[0].c_str());
         return ExitFailure;
@@ -326,8 +326,7 @@ int RunDump(int argc, char** argv)
                 {record.name, options.table, NumericModePath(manager, line.Value("--mode"))});
     }
     if (targets.empty()) {
-        std::fprintf(stderr, "paramctl dump: %s: no module %s in the file\n",
-                     loaded.path.c_str(),
+        std::fprintf(stderr, "paramctl dump: %s: no module %s in the file\n", loaded.path.c_str(),
                      onlyModule.empty() ? "of a known kind" : onlyModule.c_str());
         return ExitFailure;
     }

@@ -37,7 +37,6 @@ bool IsText(ElementType type)
     return static_cast<uint8_t>(type) >= static_cast<uint8_t>(ElementType::String);
 }
 
-
 unsigned int NumberWidth(ElementType type)
 {
     switch (type) {

@@ -41,7 +41,6 @@ bool IsNumber(std::string const& text)
     return true;
 }
 
-
 } // namespace
 
 ModeSectionBuilder::ModeSectionBuilder(uint8_t tableIndex, std::string name)

@@ -17,7 +17,6 @@ constexpr size_t OldFormatGap = 8;
 // What a padded file's reader counts beyond the 72 bytes each entry takes.
 constexpr size_t PaddedEntryCountedExtra = 4;
 
-
 bool Positional(FileVersion version)
 {
     return AtLeast(version, 6, 0, 0);

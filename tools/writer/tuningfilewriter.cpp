@@ -22,7 +22,6 @@ constexpr size_t BinaryTagWidth = 64;
 // Bytes of the one data block of a minimal file.
 constexpr size_t MinimalBlockSize = 4;
 
-
 bool HasTagFields(FileVersion version)
 {
     return AtLeast(version, 1, 0, 2);

@@ -10,8 +10,8 @@
 #include <gtest/gtest.h>
 
 #include "tests/common/logcapture.h"
-#include "tests/parameterparser/livetuning/livetuningsupport.h"
 #include "tests/parametermodules/managerfixture.h"
+#include "tests/parameterparser/livetuning/livetuningsupport.h"
 
 namespace {
 
@@ -155,8 +155,7 @@ TEST_F(KnobbyModulesTest, GetValuesAnswersWholeModulesAndChosenMembers)
     };
     uint32_t requestId = 200;
     for (Case const& test : cases)
-        EXPECT_EQ(Exchange(Wire::GetValues, test.payload, requestId++), test.text)
-            << test.payload;
+        EXPECT_EQ(Exchange(Wire::GetValues, test.payload, requestId++), test.text) << test.payload;
 }
 
 TEST_F(KnobbyModulesTest, SetValuesChangesTheModuleAndAnswersTheReadBack)
@@ -185,8 +184,9 @@ TEST_F(KnobbyModulesTest, SetValuesChangesTheModuleAndAnswersTheReadBack)
     Exchange(Wire::GetValues, PreviewModes, 350);
     requestId = 300;
     for (Case const& test : cases) {
-        std::string const line = "Knobby command failed: SetValues(6), ID: " +
-                                 std::to_string(requestId++) + ", Payload: " + test.text + "\n";
+        std::string const line =
+            "Knobby command failed: SetValues(6), ID: " + std::to_string(requestId++) +
+            ", Payload: " + test.text + "\n";
         EXPECT_EQ(m_log.HasMessage(line), test.failed) << line;
     }
     EXPECT_EQ(m_log.Count("Knobby SetValues failed: Variable not found: \n"), 2u);
@@ -205,9 +205,8 @@ TEST_F(KnobbyModulesTest, SetValuesChangesTheModuleAndAnswersTheReadBack)
     m_client.Close();
     LoopbackClient next;
     ASSERT_TRUE(next.Connect(m_manager.GetKnobbyPort()));
-    ASSERT_TRUE(next.Send(Request(Wire::GetValues, std::string(PreviewModes) +
-                                                       ":t2tconfigdata:operationMode",
-                                  399)));
+    ASSERT_TRUE(next.Send(
+        Request(Wire::GetValues, std::string(PreviewModes) + ":t2tconfigdata:operationMode", 399)));
     Bytes const response = next.ReadPacket(std::chrono::milliseconds(8000));
     EXPECT_EQ(AnswerText(response, Wire::GetValues, 399), "operationMode=3");
 }
@@ -240,10 +239,9 @@ TEST_F(KnobbyModulesTest, CameraThreadsRunBesideABusyClient)
                     ++badReads;
                     continue;
                 }
-                bool const good = preview ? module->operationMode == 2 &&
-                                                module->downscaleRatio == 0.25f
-                                          : module->operationMode == 1 &&
-                                                module->confidenceThreshold == 60;
+                bool const good =
+                    preview ? module->operationMode == 2 && module->downscaleRatio == 0.25f
+                            : module->operationMode == 1 && module->confidenceThreshold == 60;
                 if (!good)
                     ++badReads;
                 ++reads;
@@ -257,12 +255,12 @@ TEST_F(KnobbyModulesTest, CameraThreadsRunBesideABusyClient)
 
     std::string const modes = std::string(PreviewModes) + ":t2tconfigdata";
     unsigned int answered = 0;
-    for (unsigned int i = 0; i < ClientRounds && std::chrono::steady_clock::now() < deadline;
-         ++i) {
+    for (unsigned int i = 0; i < ClientRounds && std::chrono::steady_clock::now() < deadline; ++i) {
         std::string const value = std::to_string(75 + i);
         std::string const set =
             Exchange(Wire::SetValues, modes + ":confidenceThreshold=" + value, 2 * i);
-        std::string const get = Exchange(Wire::GetValues, modes + ":confidenceThreshold", 2 * i + 1);
+        std::string const get =
+            Exchange(Wire::GetValues, modes + ":confidenceThreshold", 2 * i + 1);
         EXPECT_EQ(set, "confidenceThreshold=" + value);
         EXPECT_EQ(get, "confidenceThreshold=" + value);
         if (HasFailure())

@@ -247,8 +247,8 @@ TEST_F(KnobbyWorkerTest, SetValuesAnswersTheReadBackOfItemsThatWorked)
         EXPECT_EQ(call.modePath, "short(Default)");
         EXPECT_EQ(call.variable, "module.block");
     }
-    EXPECT_EQ(names, (std::vector<std::string>{"a=1", "b=2", "b=3", "a=5", "b=4", "q=1", "b=5",
-                                               "q=2"}));
+    EXPECT_EQ(names,
+              (std::vector<std::string>{"a=1", "b=2", "b=3", "a=5", "b=4", "q=1", "b=5", "q=2"}));
 }
 
 TEST_F(KnobbyWorkerTest, SetValuesWithoutItemsFails)
