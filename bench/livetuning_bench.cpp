@@ -20,36 +20,12 @@
 
 #include "paramgen/TuningSetManager.h"
 #include "paramgen/TuningSetManager.writer.h"
+#include "tests/common/trackerdescription.h"
 
 namespace {
 
 namespace Wire = ParameterKnobbyPacket;
 using Bytes = std::vector<uint8_t>;
-
-// The tracker's tuning at the root and its own in sensor 0's preview, written by the writer as
-// a tuning tool would.
-constexpr char TrackerFile[] = R"(
-version 7.0.0
-binary-tag live-tuning-bench
-modetable rear
-  path Default|Sensor.0|Usecase.Preview
-  path Default|Sensor.0|Usecase.Video
-  path Default|Sensor.2|Usecase.Snapshot
-instance t2tconfigdata T2TCtrlType mode Default
-  value module_version.major_revision  1
-  value operationMode                  1
-  value precisionMode                  0
-  value downscaleRatio                 0.5
-  value cancelObjectUponMissing        1
-  value confidenceThreshold            60
-instance t2tconfigdata T2TCtrlType mode Default|Sensor.0|Usecase.Preview
-  value module_version.major_revision  1
-  value operationMode                  2
-  value precisionMode                  1
-  value downscaleRatio                 0.25
-  value cancelObjectUponMissing        0
-  value confidenceThreshold            75
-)";
 
 // One member, and the whole module through its value list.
 constexpr char ScalarRequest[] =
@@ -59,7 +35,7 @@ constexpr char StructureRequest[] = "Default|Sensor.0|Usecase.Preview:t2tconfigd
 Bytes TrackerFileBytes()
 {
     TuningWriter::TuningDescription description({&ParamSchema::TuningSetManager::Instances()});
-    if (!description.Parse(TrackerFile))
+    if (!description.Parse(ParamTest::TrackerDescription))
         return {};
     return description.MakeWriter().Build();
 }

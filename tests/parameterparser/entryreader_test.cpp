@@ -515,26 +515,39 @@ TEST_F(ParameterFileSymbolTableEntryTest, SmallerStructureWithoutDefinitionsStop
     ExpectSampleValues(sample.value, {"inner", "pairs", "items", "optionalInner"});
 }
 
+// The sample's value with the count written for member replaced by count.
+EntryValue SampleWithCount(char const* member, uint32_t count, EntryValue value = SampleValue())
+{
+    EntryValue changed = *value.Find(member);
+    changed.countOverride = count;
+    value.Set(member, changed);
+    return value;
+}
+
+// What cutting a count from the file to its data logs; with available and fitting left out, the
+// start of the line.
+std::string CountCutMessage(char const* member, unsigned int size, unsigned int count)
+{
+    return Format("Minimun %ld size (%u) * count (%u) exceeds avaialable data (",
+                  static_cast<long>(Hash(member)), size, count);
+}
+
+std::string CountCutMessage(char const* member, unsigned int size, unsigned int count,
+                            unsigned int available, unsigned int fitting)
+{
+    return CountCutMessage(member, size, count) +
+           Format("%u), setting count to %u to prevent allocation errors\n", available, fitting);
+}
+
 TEST_F(ParameterFileSymbolTableEntryTest, CountBeyondTheDataIsCutToWhatFits)
 {
     EntryFile file;
     LoadedSample sample;
-    EntryValue value = SampleValue();
-    EntryValue counted = *value.Find("counted");
-    counted.countOverride = 100;
-    value.Set("counted", counted);
-    EntryValue items = *value.Find("items");
-    items.countOverride = 50;
-    value.Set("items", items);
-    WriteAndLoad(file, sample, value);
+    WriteAndLoad(file, sample, SampleWithCount("items", 50, SampleWithCount("counted", 100)));
 
-    char const* const format = "Minimun %ld size (%u) * count (%u) exceeds avaialable data (%u), "
-                               "setting count to %u to prevent allocation errors\n";
-    EXPECT_TRUE(
-        m_log.HasMessage(Format(format, static_cast<long>(Hash("counted")), 4u, 100u, 12u, 3u)));
+    EXPECT_TRUE(m_log.HasMessage(CountCutMessage("counted", 4, 100, 12, 3)));
     // An item in the file: length word, a, and b's count and two values.
-    EXPECT_TRUE(
-        m_log.HasMessage(Format(format, static_cast<long>(Hash("items")), 20u, 50u, 40u, 2u)));
+    EXPECT_TRUE(m_log.HasMessage(CountCutMessage("items", 20, 50, 40, 2)));
     ExpectSampleValues(sample.value);
 }
 
@@ -546,14 +559,9 @@ TEST_F(ParameterFileSymbolTableEntryTest, CountOfElementsWithoutASizeIsCutAtOneB
     schema.inner = {};
     EntryFile file(FileVersion{}, schema);
     LoadedSample sample;
-    EntryValue value = SampleValue();
-    EntryValue items = *value.Find("items");
-    items.countOverride = 1000000000;
-    value.Set("items", items);
-    WriteAndLoad(file, sample, value);
+    WriteAndLoad(file, sample, SampleWithCount("items", 1000000000));
 
-    std::string const prefix = Format("Minimun %ld size (1) * count (1000000000) exceeds",
-                                      static_cast<long>(Hash("items")));
+    std::string const prefix = CountCutMessage("items", 1, 1000000000);
     EXPECT_TRUE(m_log.Contains(prefix)) << prefix;
     EXPECT_LE(sample->itemsCount, 64u);
 }
@@ -567,16 +575,9 @@ TEST_F(ParameterFileSymbolTableEntryTest, InlineCountBeyondTheEntryIsCutBeforeAl
     schema.Member("counted").maxCount = 3;
     EntryFile file(FileVersion{}, schema);
     LoadedSample sample;
-    EntryValue value = SampleValue();
-    EntryValue counted = *value.Find("counted");
-    counted.countOverride = 1000000000;
-    value.Set("counted", counted);
-    WriteAndLoad(file, sample, value);
+    WriteAndLoad(file, sample, SampleWithCount("counted", 1000000000));
 
-    EXPECT_TRUE(m_log.HasMessage(
-        Format("Minimun %ld size (%u) * count (%u) exceeds avaialable data (%u), setting count to "
-               "%u to prevent allocation errors\n",
-               static_cast<long>(Hash("counted")), 4u, 1000000000u, 64u, 16u)));
+    EXPECT_TRUE(m_log.HasMessage(CountCutMessage("counted", 4, 1000000000, 64, 16)));
     ASSERT_EQ(sample->countedCount, 16u);
     ASSERT_NE(sample->counted, nullptr);
     EXPECT_EQ(sample->counted[2], 9u);

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/common/logcapture.h"
+#include "tests/common/trackerdescription.h"
 #include "tests/parametermodules/managerfixture.h"
 #include "tests/parameterparser/livetuning/livetuningsupport.h"
 
@@ -21,29 +22,6 @@ using LiveTuningTest::Request;
 using LiveTuningTest::TextAt;
 using ManagerTest::Step;
 namespace Wire = ParameterKnobbyPacket;
-
-// The tracker's tuning at the root and its own in sensor 0's preview; video reads the root's.
-constexpr char TrackerFile[] = R"(
-version 7.0.0
-binary-tag live-tuning-test
-modetable rear
-  path Default|Sensor.0|Usecase.Preview
-  path Default|Sensor.0|Usecase.Video
-instance t2tconfigdata T2TCtrlType mode Default
-  value module_version.major_revision  1
-  value operationMode                  1
-  value precisionMode                  0
-  value downscaleRatio                 0.5
-  value cancelObjectUponMissing        1
-  value confidenceThreshold            60
-instance t2tconfigdata T2TCtrlType mode Default|Sensor.0|Usecase.Preview
-  value module_version.major_revision  1
-  value operationMode                  2
-  value precisionMode                  1
-  value downscaleRatio                 0.25
-  value cancelObjectUponMissing        0
-  value confidenceThreshold            75
-)";
 
 constexpr char PreviewModes[] = "Default|Sensor.0|Usecase.Preview";
 
@@ -57,13 +35,13 @@ public:
     ~LiveTuningSetManager() override { StopKnobbyWorker(); }
 };
 
-// A TuningSetManager with its live tuning server, loaded from TrackerFile, and a client on it.
+// A TuningSetManager with its live tuning server, loaded from the tracker description, and a client on it.
 class KnobbyModulesTest : public ::testing::Test
 {
 protected:
     void SetUp() override
     {
-        m_file = ManagerTest::Pack(TrackerFile);
+        m_file = ManagerTest::Pack(ParamTest::TrackerDescription);
         ASSERT_FALSE(m_file.empty());
         ASSERT_TRUE(m_manager.LoadBinaryParameters(m_file.data(), m_file.size()))
             << m_manager.GetErrorString();
