@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "parameterparser/parameterlogging.h"
+#include "parameterparser/parsercrcfold.h"
 
 namespace {
 
@@ -115,6 +116,61 @@ uint64_t Crc64Sliced(uint64_t crc, unsigned char const* data, unsigned int lengt
     return crc;
 }
 
+constexpr ParserCRCFold::Constants Crc32Fold = ParserCRCFold::MakeConstants(Crc32Polynomial, 32);
+constexpr ParserCRCFold::Constants Crc64Fold = ParserCRCFold::MakeConstants(Crc64Polynomial, 64);
+
+template <typename Word> Word Bytewise(Word crc, unsigned char const* data, unsigned int length)
+{
+    for (unsigned int i = 0; i < length; ++i) {
+        if constexpr (sizeof(Word) == 4)
+            crc = Crc32Step(crc, data[i]);
+        else
+            crc = Crc64Step(crc, data[i]);
+    }
+    return crc;
+}
+
+template <typename Word> Word Sliced(Word crc, unsigned char const* data, unsigned int length)
+{
+    if constexpr (sizeof(Word) == 4)
+        return Crc32Sliced(crc, data, length);
+    else
+        return Crc64Sliced(crc, data, length);
+}
+
+// The running (not yet complemented) register over length bytes by form. A fold leaves 16 bytes
+// standing for everything it consumed; their CRC from a zero register, continued over the bytes
+// the fold left, is the register. Inputs too short for a fold, or a form this processor lacks,
+// take the sliced tables.
+template <typename Word>
+Word Run(ParserCRCForm form, Word crc, unsigned char const* data, unsigned int length)
+{
+    ParserCRCFold::Constants const& constants = sizeof(Word) == 4 ? Crc32Fold : Crc64Fold;
+    unsigned char remainder[16];
+    size_t folded = 0;
+    if (form == ParserCRCForm::Bytewise)
+        return Bytewise(crc, data, length);
+    if (form == ParserCRCForm::Clmul512 && length >= ParserCRCFold::MinimumLength512 &&
+        ParserCRCFold::Has512())
+        folded = ParserCRCFold::Fold512(crc, data, length, constants, remainder);
+    else if (form != ParserCRCForm::Sliced && length >= ParserCRCFold::MinimumLength128 &&
+             ParserCRCFold::Has128())
+        folded = ParserCRCFold::Fold128(crc, data, length, constants, remainder);
+    if (folded == 0)
+        return Sliced(crc, data, length);
+    crc = Sliced(Word{0}, remainder, sizeof(remainder));
+    return Sliced(crc, data + folded, length - static_cast<unsigned int>(folded));
+}
+
+// The widest form this processor runs, decided once.
+ParserCRCForm FastestForm()
+{
+    static ParserCRCForm const fastest = ParserCRCFold::Has512()   ? ParserCRCForm::Clmul512
+                                         : ParserCRCFold::Has128() ? ParserCRCForm::Clmul
+                                                                   : ParserCRCForm::Sliced;
+    return fastest;
+}
+
 // The length goes in behind the data as four bytes, least significant first, whatever the host
 // byte order.
 uint64_t Crc64AddLength(uint64_t crc, unsigned int length)
@@ -147,22 +203,35 @@ uint64_t const ParserCRC64::m_table[256] = {PARSER_CRC_TABLE(Crc64Slices.slice[0
 #undef PARSER_CRC_ROW16
 #undef PARSER_CRC_ROW4
 
-unsigned int ParserCRC32::GetCRC(unsigned char const* data, unsigned int length, unsigned int seed)
+bool ParserCRCFormAvailable(ParserCRCForm form)
+{
+    switch (form) {
+    case ParserCRCForm::Clmul:
+        return ParserCRCFold::Has128();
+    case ParserCRCForm::Clmul512:
+        return ParserCRCFold::Has512();
+    default:
+        return true;
+    }
+}
+
+unsigned int ParserCRC32::GetCRCWith(ParserCRCForm form, unsigned char const* data,
+                                     unsigned int length, unsigned int seed)
 {
     if (length == 0)
         return seed;
-    return ~Crc32Sliced(~seed, data, length);
+    return ~Run<uint32_t>(form, ~seed, data, length);
+}
+
+unsigned int ParserCRC32::GetCRC(unsigned char const* data, unsigned int length, unsigned int seed)
+{
+    return GetCRCWith(FastestForm(), data, length, seed);
 }
 
 unsigned int ParserCRC32::GetCRCBytewise(unsigned char const* data, unsigned int length,
                                          unsigned int seed)
 {
-    if (length == 0)
-        return seed;
-    uint32_t crc = ~seed;
-    for (unsigned int i = 0; i < length; ++i)
-        crc = Crc32Step(crc, data[i]);
-    return ~crc;
+    return GetCRCWith(ParserCRCForm::Bytewise, data, length, seed);
 }
 
 bool ParserCRC32::Validate(unsigned char const* data, unsigned int length,
@@ -185,24 +254,25 @@ bool ParserCRC32::Validate(unsigned char const* data, unsigned int length,
     return true;
 }
 
-unsigned long ParserCRC64::GetCRC(unsigned char const* data, unsigned int length, bool addLength,
-                                  unsigned long seed)
+unsigned long ParserCRC64::GetCRCWith(ParserCRCForm form, unsigned char const* data,
+                                      unsigned int length, bool addLength, unsigned long seed)
 {
-    uint64_t crc = Crc64Sliced(~static_cast<uint64_t>(seed), data, length);
+    uint64_t crc = Run<uint64_t>(form, ~static_cast<uint64_t>(seed), data, length);
     if (addLength)
         crc = Crc64AddLength(crc, length);
     return ~crc;
 }
 
+unsigned long ParserCRC64::GetCRC(unsigned char const* data, unsigned int length, bool addLength,
+                                  unsigned long seed)
+{
+    return GetCRCWith(FastestForm(), data, length, addLength, seed);
+}
+
 unsigned long ParserCRC64::GetCRCBytewise(unsigned char const* data, unsigned int length,
                                           bool addLength, unsigned long seed)
 {
-    uint64_t crc = ~static_cast<uint64_t>(seed);
-    for (unsigned int i = 0; i < length; ++i)
-        crc = Crc64Step(crc, data[i]);
-    if (addLength)
-        crc = Crc64AddLength(crc, length);
-    return ~crc;
+    return GetCRCWith(ParserCRCForm::Bytewise, data, length, addLength, seed);
 }
 
 unsigned long ParserCRC64::HashName(char const* name)

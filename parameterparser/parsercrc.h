@@ -8,14 +8,32 @@
 
 class IParameterLoggingAPI;
 
+/// The ways a checksum can be computed. GetCRC takes the fastest one this processor has; tests
+/// and benchmarks name one through GetCRCWith to compare it with the byte-wise reference.
+enum class ParserCRCForm
+{
+    Bytewise, ///< one byte per table step: the reference
+    Sliced,   ///< eight bytes per step over eight tables: the portable form
+    Clmul,    ///< 128-bit carry-less-multiply folding (x86-64 with PCLMULQDQ)
+    Clmul512, ///< 512-bit folding (x86-64 with VPCLMULQDQ and AVX-512)
+};
+
+/// Whether this processor can run form; Bytewise and Sliced always can.
+PARAMETERPARSER_API bool ParserCRCFormAvailable(ParserCRCForm form);
+
 /// The standard CRC-32 (reflected polynomial 0xEDB88320) over constant tables.
 class PARAMETERPARSER_API ParserCRC32
 {
 public:
     /// CRC of length bytes (data must hold them) continued from seed; length 0 returns seed
-    /// unchanged. "123456789" with seed 0 gives 0xCBF43926. Eight bytes per step over sliced
-    /// tables; the result equals GetCRCBytewise.
+    /// unchanged. "123456789" with seed 0 gives 0xCBF43926. Folds with carry-less multiplies
+    /// where the processor has them, else eight bytes per step over sliced tables; the result
+    /// always equals GetCRCBytewise.
     static unsigned int GetCRC(unsigned char const* data, unsigned int length, unsigned int seed);
+
+    /// GetCRC computed by form; a form this processor cannot run computes as Sliced.
+    static unsigned int GetCRCWith(ParserCRCForm form, unsigned char const* data,
+                                   unsigned int length, unsigned int seed);
 
     /// Checks the little-endian u32 checksum stored in the last 4 bytes against the CRC (seed 0)
     /// of the bytes before it. A null or sub-5-byte buffer logs "Binary file CRC validation
@@ -40,9 +58,14 @@ class PARAMETERPARSER_API ParserCRC64
 public:
     /// CRC of length bytes (data must hold them) continued from seed; with addLength the four
     /// bytes of length (least significant first) are run through the CRC behind the data, even
-    /// for length 0. Eight bytes per step over sliced tables; the result equals GetCRCBytewise.
+    /// for length 0. Folds with carry-less multiplies where the processor has them, else eight
+    /// bytes per step over sliced tables; the result always equals GetCRCBytewise.
     static unsigned long GetCRC(unsigned char const* data, unsigned int length, bool addLength,
                                 unsigned long seed);
+
+    /// GetCRC computed by form; a form this processor cannot run computes as Sliced.
+    static unsigned long GetCRCWith(ParserCRCForm form, unsigned char const* data,
+                                    unsigned int length, bool addLength, unsigned long seed);
 
     /// Checks the little-endian u64 checksum stored in the last 8 bytes against the CRC (seed 0,
     /// addLength as given) of the bytes before it. A null or sub-9-byte buffer logs "Binary file
