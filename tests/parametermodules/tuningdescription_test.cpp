@@ -52,11 +52,24 @@ TEST(TuningDescriptionInstanceTest, RefusesWhatCannotBeWrittenWithTheLineNumber)
         {"instance t2tconfigdata T2TCtrlType mode Default\nvalue operationMode.x 1\n",
          "line 4: 'operationMode' is not a single structure"},
         {"instance t2tconfigdata T2TCtrlType mode Default\nvalue downscaleRatio half\n",
-         "line 4: 'half' is no value for 'downscaleRatio'"},
-        {"instance t2tconfigdata T2TCtrlType mode Default\nvalue operationMode -1\n",
-         "line 4: '-1' is no value for 'operationMode'"},
+         "line 4: value of 'downscaleRatio': 'half' is not a number (Float)"},
         {"instance flIndices FLIndicesType mode Default\nvalue indices " + indices301 + "\n",
-         "line 4: '" + indices301 + "' is no value for 'indices'"},
+         "line 4: value of 'indices': 301 elements where at most 300 fit"},
+        // Values are checked against the member's type, never wrapped or clamped.
+        {"instance t2tconfigdata T2TCtrlType mode Default\nvalue operationMode -1\n",
+         "line 4: value of 'operationMode': '-1' is outside UInt32 (0 to 4294967295)"},
+        {"instance t2tconfigdata T2TCtrlType mode Default\nvalue operationMode 4294967296\n",
+         "line 4: value of 'operationMode': '4294967296' is outside UInt32 (0 to 4294967295)"},
+        {"instance t2tconfigdata T2TCtrlType mode Default\nvalue operationMode 1.7\n",
+         "line 4: value of 'operationMode': '1.7' is not an integer (UInt32)"},
+        {"instance t2tconfigdata T2TCtrlType mode Default\nvalue downscaleRatio 1e39\n",
+         "line 4: value of 'downscaleRatio': '1e39' is outside Float (-3.40282347e+38 to "
+         "3.40282347e+38)"},
+        {"instance t2tconfigdata T2TCtrlType mode Default\nvalue downscaleRatio nan\n",
+         "line 4: value of 'downscaleRatio': 'nan' is not a finite number (Float)"},
+        {"instance t2tconfigdata T2TCtrlType mode Default\n"
+         "instance t2tconfigdata T2TCtrlType mode Default\n",
+         "line 4: instance 't2tconfigdata' is given twice in mode Default"},
         {"instance t2tconfigdata T2TCtrlType mode Default\nstructure 1 Other\n",
          "line 4: instances take their structures from their schema: a description with "
          "instances has no structure or module lines"},

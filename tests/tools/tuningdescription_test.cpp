@@ -65,8 +65,8 @@ TEST(TuningDescriptionTest, RefusesMalformedLinesWithTheirNumber)
 {
     struct Case
     {
-        char const* text;
-        char const* error;
+        std::string text;
+        std::string error;
     };
     Case const cases[] = {
         {"version 7.0", "line 1: bad version '7.0'"},
@@ -79,6 +79,13 @@ TEST(TuningDescriptionTest, RefusesMalformedLinesWithTheirNumber)
          "line 2: unknown member option 'eight-byte'"},
         {"module A", "line 1: cannot read 'module' with 1 argument(s)"},
         {"flags nope", "line 1: bad flags 'nope'"},
+        {"version 7.0.1", "line 1: version 7.0.1 is above 7.0.0, the latest the loader reads"},
+        {"binary-tag " + std::string(65, 't'),
+         "line 1: a binary tag of 65 characters does not fit its 64-byte field"},
+        {"created-by " + std::string(49, 'c'),
+         "line 1: a creator name of 49 characters does not fit its 48-byte field"},
+        {"modetable " + std::string(33, 'm') + "\nversion 6.0.0",
+         "line 1: a mode table name of 33 characters does not fit its 32-byte field"},
     };
     for (Case const& c : cases) {
         TuningDescription description;

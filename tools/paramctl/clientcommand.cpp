@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <iostream>
 #include <string>
 #include <vector>
 
@@ -19,7 +18,8 @@
 #include "parameterparser/livetuning/parameterknobbyworker.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
-#include "tools/paramctl/jsonwriter.h"
+#include "tools/paramctl/jsonoutput.h"
+#include "tools/paramctl/printable.h"
 
 namespace ParamCtl {
 
@@ -41,7 +41,8 @@ constexpr char ClientUsage[] =
     "  trigger MODE:MODULE:PIPELINE      ask for trigger values and wait for the answer\n"
     "  custom HEX                        send bytes to the host's custom handler\n"
     "  index N                           select mode table N\n"
-    "--timeout bounds each wait for an answer (default 5 seconds).\n";
+    "--timeout bounds each wait for an answer (default 5 seconds). A get, set or info-var\n"
+    "whose answer is empty (no such variable, nothing changed) exits 1.\n";
 
 constexpr int ExitNoAnswer = ExitFailure;
 
@@ -353,7 +354,7 @@ bool BuildExchange(std::string const& name, std::vector<std::string> const& args
         exchange.payload = TextPayload(args[0]);
         return true;
     }
-    problem = "unknown command '" + name + "'";
+    problem = "unknown command '" + Printable(name) + "'";
     return false;
 }
 
@@ -361,9 +362,9 @@ void PrintTrigger(std::string const& request, std::vector<TriggerInstance> const
                   bool json)
 {
     if (!json) {
-        std::printf("trigger: %s\n", request.c_str());
+        std::printf("trigger: %s\n", Printable(request).c_str());
         for (TriggerInstance const& instance : instances) {
-            std::printf("  %s:", instance.name.c_str());
+            std::printf("  %s:", Printable(instance.name).c_str());
             for (ParameterCTValue const& value : instance.values)
                 std::printf(" %u=%g", static_cast<unsigned int>(value.identifier),
                             static_cast<double>(value.value));
@@ -371,24 +372,23 @@ void PrintTrigger(std::string const& request, std::vector<TriggerInstance> const
         }
         return;
     }
-    JsonWriter writer(std::cout);
-    writer.BeginObject().Field("command", "trigger").Field("request", request);
-    writer.Key("instances").BeginArray();
+    Json list = Json::array();
     for (TriggerInstance const& instance : instances) {
-        writer.BeginObject().Field("name", instance.name).Key("values").BeginArray();
+        Json values = Json::array();
         for (ParameterCTValue const& value : instance.values) {
             // Copies: the record is packed, its members may not be bound to references.
             uint32_t const identifier = value.identifier;
             double const number = value.value;
-            writer.BeginObject().Field("id", identifier).Field("value", number);
-            writer.EndObject();
+            values.push_back({{"id", identifier}, {"value", number}});
         }
-        writer.EndArray().EndObject();
+        list.push_back({{"name", Printable(instance.name)}, {"values", std::move(values)}});
     }
-    writer.EndArray().EndObject();
+    PrintJson({{"command", "trigger"}, {"request", Printable(request)}, {"instances", list}});
 }
 
-void PrintAnswer(std::string const& name, Exchange const& exchange, Bytes const& response,
+/// The answer's text, or the raw bytes in hexadecimal for a custom command; false when the
+/// answer shows that the request did nothing (a read or change that came back empty).
+bool PrintAnswer(std::string const& name, Exchange const& exchange, Bytes const& response,
                  bool json)
 {
     unsigned short command = 0;
@@ -416,24 +416,30 @@ void PrintAnswer(std::string const& name, Exchange const& exchange, Bytes const&
     }
 
     if (json) {
-        JsonWriter writer(std::cout);
-        writer.BeginObject().Field("command", name);
-        writer.Field("session", static_cast<uint64_t>(id));
+        Json answer = {{"command", name}, {"session", static_cast<uint64_t>(id)}};
         if (exchange.command == Wire::DeviceInfo && response.size() >= 8)
-            writer.Field("protocol", static_cast<uint64_t>(Wire::GetU16(response.data() + 6)));
+            answer["protocol"] = Wire::GetU16(response.data() + 6);
         if (Wire::HasRequestId(exchange.command))
-            writer.Field("request", static_cast<uint64_t>(requestId));
+            answer["request"] = requestId;
+        if (exchange.command == Wire::Custom) {
+            answer["result"] = result;
+            answer["hex"] = raw;
+        }
+        answer[exchange.label] = Printable(text);
+        PrintJson(answer);
+    } else {
+        if (exchange.command == Wire::DeviceInfo)
+            std::printf("session: 0x%016lx\nprotocol: %u\n", id,
+                        response.size() >= 8 ? Wire::GetU16(response.data() + 6) : 0u);
         if (exchange.command == Wire::Custom)
-            writer.Field("result", static_cast<uint64_t>(result)).Field("hex", raw);
-        writer.Field(exchange.label, text).EndObject();
-        return;
+            std::printf("result: %u\nhex: %s\n", result, raw.c_str());
+        std::printf("%s: %s\n", exchange.label, Printable(text).c_str());
     }
-    if (exchange.command == Wire::DeviceInfo)
-        std::printf("session: 0x%016lx\nprotocol: %u\n", id,
-                    response.size() >= 8 ? Wire::GetU16(response.data() + 6) : 0u);
-    if (exchange.command == Wire::Custom)
-        std::printf("result: %u\nhex: %s\n", result, raw.c_str());
-    std::printf("%s: %s\n", exchange.label, text.c_str());
+    // A value read, a change or a description that names nothing: the server found nothing
+    // for the request.
+    bool const needsText = exchange.command == Wire::GetValues ||
+                           exchange.command == Wire::SetValues || exchange.command == Wire::Info;
+    return !needsText || !text.empty();
 }
 
 } // namespace
@@ -448,13 +454,16 @@ int RunClient(int argc, char** argv)
         return ExitSuccess;
     }
     std::vector<std::string> operands = line.Operands();
+    if (operands.empty())
+        return Usage("a command is needed");
+    // A first word that is no command is the server, but only when a command follows it.
+    if (!IsCommandName(operands[0]) && operands.size() == 1)
+        return Usage(("unknown command '" + Printable(operands[0]) + "'").c_str());
     Target target;
-    if (!operands.empty() && !IsCommandName(operands[0])) {
+    if (!IsCommandName(operands[0])) {
         target = ParseTarget(operands[0]);
         operands.erase(operands.begin());
     }
-    if (operands.empty())
-        return Usage("a command is needed");
     std::string const name = operands[0];
     std::vector<std::string> const args(operands.begin() + 1, operands.end());
     Exchange exchange;
@@ -528,7 +537,13 @@ int RunClient(int argc, char** argv)
                      target.port.c_str());
         return ExitNoAnswer;
     }
-    PrintAnswer(name, exchange, response, json);
+    if (!PrintAnswer(name, exchange, response, json)) {
+        std::fprintf(stderr,
+                     "paramctl client: %s %s: the server's answer is empty: no such "
+                     "variable, or nothing was changed\n",
+                     name.c_str(), args.empty() ? "" : Printable(args[0]).c_str());
+        return ExitFailure;
+    }
     return ExitSuccess;
 }
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // paramctl entries: the symbol table of a tuning file, one module instance a row.
 #include <cstdio>
-#include <iostream>
 #include <map>
 #include <string>
 #include <vector>
@@ -11,8 +10,9 @@
 #include "parameterparser/parameterfilesymboltableentry.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
-#include "tools/paramctl/jsonwriter.h"
+#include "tools/paramctl/jsonoutput.h"
 #include "tools/paramctl/loadedfile.h"
+#include "tools/paramctl/printable.h"
 
 namespace ParamCtl {
 
@@ -23,7 +23,8 @@ constexpr char EntriesUsage[] =
     "\n"
     "Lists the symbol table of FILE: per entry its identifier, the module's name hash and\n"
     "version, the mode path that holds it, the size of its data and its duplicate group (0 for\n"
-    "data of its own; entries of one group share one block).\n";
+    "data of its own; entries of one group share one block). From version 6.0.0 on, entry 0\n"
+    "of each table is reserved: it is neither listed nor counted.\n";
 
 struct EntryRow
 {
@@ -80,44 +81,45 @@ int RunEntries(int argc, char** argv)
         if (data != nullptr)
             modules[data->ID] = data;
     }
+    // Stored identifiers run from 1 to the count below 6.0.0; from 6.0.0 an identifier is the
+    // position, and position 0 of both tables is a reserved entry no pointer can name: it is
+    // neither listed nor counted.
+    unsigned int const reserved = manager.GetBinaryVersion() >= VersionUnion(6, 0, 0) ? 1 : 0;
+    auto counted = [reserved](unsigned int count) {
+        return count > reserved ? count - reserved : 0;
+    };
+    unsigned int const symbolCount = counted(table.GetSymbolCount());
+    unsigned int const dataCount = counted(table.GetDataCount());
     std::vector<EntryRow> rows;
     ParameterFileSymbolTableEntry const* entries = table.GetSymbolEntries();
     ParameterFileSymbolTable::EntryData const* lookup = table.GetSymbolLookup();
-    // Stored identifiers run from 1 to the count below 6.0.0; from 6.0.0 an identifier is the
-    // position, and position 0 is a placeholder no pointer can name.
-    unsigned int const last = manager.GetBinaryVersion() >= VersionUnion(6, 0, 0)
-                                  ? table.GetSymbolCount() - 1
-                                  : table.GetSymbolCount();
-    for (unsigned int id = 1; entries != nullptr && table.GetSymbolCount() > 0 && id <= last;
-         ++id) {
+    for (unsigned int id = 1; entries != nullptr && id <= symbolCount; ++id) {
         auto found = modules.find(id);
         rows.push_back({id, entries[id].Size, lookup != nullptr ? lookup[id].Duplicate : 0,
                         found != modules.end() ? found->second : nullptr});
     }
 
     if (line.Has("--json")) {
-        JsonWriter json(std::cout);
-        json.BeginObject()
-            .Field("symbolCount", table.GetSymbolCount())
-            .Field("dataCount", table.GetDataCount());
-        json.Key("entries").BeginArray();
+        Json list = Json::array();
         for (EntryRow const& row : rows) {
-            json.BeginObject()
-                .Field("id", row.id)
-                .Field("size", row.size)
-                .Field("group", row.group);
-            if (row.module != nullptr)
-                json.Field("nameHash", Hex64(row.module->NameHash))
-                    .Field("version", VersionText(row.module->Version))
-                    .Field("modeId", row.module->ModeId)
-                    .Field("modePath", row.module->ModePath != nullptr ? row.module->ModePath : "");
-            json.EndObject();
+            Json entry = {{"id", row.id}, {"size", row.size}, {"group", row.group}};
+            if (row.module != nullptr) {
+                entry["nameHash"] = Hex64(row.module->NameHash);
+                entry["version"] = VersionText(row.module->Version);
+                entry["modeId"] = row.module->ModeId;
+                entry["modePath"] =
+                    Printable(row.module->ModePath != nullptr ? row.module->ModePath : "");
+            }
+            list.push_back(std::move(entry));
         }
-        json.EndArray().EndObject();
-        return ExitSuccess;
+        PrintJson({{"symbolCount", symbolCount},
+                   {"dataCount", dataCount},
+                   {"reservedEntries", reserved != 0},
+                   {"entries", std::move(list)}});
+        return LoadedExit(loaded, "entries");
     }
-    std::printf("%u symbol entries, %u data entries\n", table.GetSymbolCount(),
-                table.GetDataCount());
+    std::printf("%u symbol entries, %u data entries%s\n", symbolCount, dataCount,
+                reserved != 0 ? " (entry 0 of each table is reserved and not counted)" : "");
     std::printf("%6s  %-18s  %-10s  %-24s  %8s  %5s\n", "id", "name hash", "version", "mode path",
                 "size", "group");
     for (EntryRow const& row : rows) {
@@ -128,10 +130,10 @@ int RunEntries(int argc, char** argv)
         }
         std::printf("%6u  %-18s  %-10s  %-24s  %8u  %5u\n", row.id,
                     Hex64(row.module->NameHash).c_str(), VersionText(row.module->Version).c_str(),
-                    row.module->ModePath != nullptr ? row.module->ModePath : "", row.size,
-                    row.group);
+                    Printable(row.module->ModePath != nullptr ? row.module->ModePath : "").c_str(),
+                    row.size, row.group);
     }
-    return ExitSuccess;
+    return LoadedExit(loaded, "entries");
 }
 
 } // namespace ParamCtl

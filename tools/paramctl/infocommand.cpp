@@ -2,7 +2,6 @@
 // paramctl info: what a tuning file holds, as the loader sees it.
 #include <algorithm>
 #include <cstdio>
-#include <iostream>
 #include <map>
 #include <memory>
 #include <string>
@@ -15,8 +14,9 @@
 #include "parameterparser/parameterutils.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
-#include "tools/paramctl/jsonwriter.h"
+#include "tools/paramctl/jsonoutput.h"
 #include "tools/paramctl/loadedfile.h"
+#include "tools/paramctl/printable.h"
 
 namespace ParamCtl {
 
@@ -29,7 +29,8 @@ constexpr char InfoUsage[] =
     "section table, checksum verdict and the schema it carries (modules and structures with\n"
     "their sizes). --modules lists the module instances of the file instead, each with the\n"
     "mode that holds it (an instance of a kind this build does not know shows its name hash).\n"
-    "A file the loader refuses prints the loader's error and exits 1.\n";
+    "A file the loader refuses prints the loader's error and exits 1, after what could be read\n"
+    "of it when its tables loaded.\n";
 
 // Header offset of the CreatedBy field, present from 1.0.2 on: behind the 28-byte tag, the
 // FileSize word and the 8-byte version.
@@ -135,10 +136,11 @@ void CollectDefinitions(ToolSetManager& manager, std::vector<unsigned char>& byt
 void PrintText(FileSummary const& s)
 {
     bool const crc64 = s.version >= VersionUnion(6, 0, 0);
-    std::printf("File:        %s (%zu bytes)\n", s.path.c_str(), s.length);
-    std::printf("Tag:         %s\n", s.tag.c_str());
+    std::printf("File:        %s (%zu bytes)\n", Printable(s.path).c_str(), s.length);
+    std::printf("Tag:         %s\n", Printable(s.tag).c_str());
     std::printf("Version:     %s\n", VersionText(s.version).c_str());
-    std::printf("Created by:  %s\n", s.createdBy.empty() ? "(not recorded)" : s.createdBy.c_str());
+    std::printf("Created by:  %s\n",
+                s.createdBy.empty() ? "(not recorded)" : Printable(s.createdBy).c_str());
     std::printf("Flags:       0x%lx%s\n", s.flags, (s.flags & 2) != 0 ? " (compressed)" : "");
     std::printf("Checksum:    valid (%s)\n", crc64 ? "CRC-64" : "CRC-32");
     std::printf("Sections:    %u records\n", s.sectionCount);
@@ -152,83 +154,69 @@ void PrintText(FileSummary const& s)
     std::printf("Definitions: %zu modules, %zu structures%s\n", s.modules.size(),
                 s.structures.size(), s.definitionsComplete ? "" : " (table damaged, partial)");
     for (ModuleRow const& module : s.modules)
-        std::printf("  module    %-32s structure %u, %u bytes\n", module.name.c_str(),
+        std::printf("  module    %-32s structure %u, %u bytes\n", Printable(module.name).c_str(),
                     module.structureId, module.size);
     for (StructureRow const& structure : s.structures)
-        std::printf("  structure %-32s id %u, %u bytes, %zu members\n", structure.name.c_str(),
-                    structure.id, structure.size, structure.members);
+        std::printf("  structure %-32s id %u, %u bytes, %zu members\n",
+                    Printable(structure.name).c_str(), structure.id, structure.size,
+                    structure.members);
 }
 
-void PrintJson(FileSummary const& s)
+void PrintJsonSummary(FileSummary const& s)
 {
-    JsonWriter json(std::cout);
-    json.BeginObject()
-        .Field("file", s.path)
-        .Field("length", static_cast<uint64_t>(s.length))
-        .Field("tag", s.tag)
-        .Field("version", VersionText(s.version))
-        .Field("createdBy", s.createdBy)
-        .Field("flags", static_cast<uint64_t>(s.flags))
-        .Field("checksum", s.version >= VersionUnion(6, 0, 0) ? "crc64" : "crc32")
-        .Field("checksumValid", true)
-        .Field("sectionCount", s.sectionCount);
-    json.Key("sections").BeginArray();
+    Json sections = Json::array();
     for (SectionRow const& row : s.sections)
-        json.BeginObject()
-            .Field("kind", row.kind)
-            .Field("offset", row.section.Offset)
-            .Field("size", row.section.Size)
-            .EndObject();
-    json.EndArray();
-    json.Key("definitions")
-        .BeginObject()
-        .Field("present", s.hasDefinitions)
-        .Field("complete", s.definitionsComplete);
-    json.Key("modules").BeginArray();
+        sections.push_back(
+            {{"kind", row.kind}, {"offset", row.section.Offset}, {"size", row.section.Size}});
+    Json modules = Json::array();
     for (ModuleRow const& module : s.modules)
-        json.BeginObject()
-            .Field("name", module.name)
-            .Field("structure", module.structureId)
-            .Field("size", module.size)
-            .EndObject();
-    json.EndArray();
-    json.Key("structures").BeginArray();
+        modules.push_back({{"name", Printable(module.name)},
+                           {"structure", module.structureId},
+                           {"size", module.size}});
+    Json structures = Json::array();
     for (StructureRow const& structure : s.structures)
-        json.BeginObject()
-            .Field("id", structure.id)
-            .Field("name", structure.name)
-            .Field("size", structure.size)
-            .Field("members", static_cast<uint64_t>(structure.members))
-            .EndObject();
-    json.EndArray();
-    json.EndObject();
-    json.EndObject();
+        structures.push_back({{"id", structure.id},
+                              {"name", Printable(structure.name)},
+                              {"size", structure.size},
+                              {"members", structure.members}});
+    PrintJson({{"file", Printable(s.path)},
+               {"length", s.length},
+               {"tag", Printable(s.tag)},
+               {"version", VersionText(s.version)},
+               {"createdBy", Printable(s.createdBy)},
+               {"flags", s.flags},
+               {"checksum", s.version >= VersionUnion(6, 0, 0) ? "crc64" : "crc32"},
+               {"checksumValid", true},
+               {"sectionCount", s.sectionCount},
+               {"sections", std::move(sections)},
+               {"definitions",
+                {{"present", s.hasDefinitions},
+                 {"complete", s.definitionsComplete},
+                 {"modules", std::move(modules)},
+                 {"structures", std::move(structures)}}}});
 }
 
 void PrintModules(std::vector<ModuleRecord> const& records, bool json)
 {
     if (json) {
-        JsonWriter writer(std::cout);
-        writer.BeginObject().Key("modules").BeginArray();
+        Json modules = Json::array();
         for (ModuleRecord const& record : records)
-            writer.BeginObject()
-                .Field("name", record.name)
-                .Field("known", record.known)
-                .Field("id", record.id)
-                .Field("version", VersionText(record.version))
-                .Field("table", record.modeTableIndex)
-                .Field("modePath", record.modePath)
-                .Field("mode", NamedModePath(record.modePath))
-                .EndObject();
-        writer.EndArray().EndObject();
+            modules.push_back({{"name", Printable(record.name)},
+                               {"known", record.known},
+                               {"id", record.id},
+                               {"version", VersionText(record.version)},
+                               {"table", record.modeTableIndex},
+                               {"modePath", Printable(record.modePath)},
+                               {"mode", Printable(NamedModePath(record.modePath))}});
+        PrintJson({{"modules", std::move(modules)}});
         return;
     }
     std::printf("%zu module instances\n", records.size());
     std::printf("%-32s  %6s  %-10s  %5s  %s\n", "instance", "id", "version", "table", "mode");
     for (ModuleRecord const& record : records)
-        std::printf("%-32s  %6u  %-10s  %5u  %s\n", record.name.c_str(), record.id,
+        std::printf("%-32s  %6u  %-10s  %5u  %s\n", Printable(record.name).c_str(), record.id,
                     VersionText(record.version).c_str(), record.modeTableIndex,
-                    NamedModePath(record.modePath).c_str());
+                    Printable(NamedModePath(record.modePath)).c_str());
 }
 
 } // namespace
@@ -255,7 +243,7 @@ int RunInfo(int argc, char** argv)
     ToolSetManager& manager = loaded.manager;
     if (line.Has("--modules")) {
         PrintModules(ModuleRecords(manager), line.Has("--json"));
-        return ExitSuccess;
+        return LoadedExit(loaded, "info");
     }
     std::vector<unsigned char>& bytes = loaded.bytes;
     FileSummary summary;
@@ -270,10 +258,10 @@ int RunInfo(int argc, char** argv)
     CollectDefinitions(manager, bytes, summary);
 
     if (line.Has("--json"))
-        PrintJson(summary);
+        PrintJsonSummary(summary);
     else
         PrintText(summary);
-    return ExitSuccess;
+    return LoadedExit(loaded, "info");
 }
 
 } // namespace ParamCtl

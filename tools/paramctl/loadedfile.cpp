@@ -3,35 +3,45 @@
 #include "tools/paramctl/loadedfile.h"
 
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 
 #include "parameterparser/defaultmodule.h"
 #include "parameterparser/moduledata.h"
 #include "parameterparser/parameterfilesymboltable.h"
+#include "tools/paramctl/inputfile.h"
+#include "tools/paramctl/printable.h"
 
 namespace ParamCtl {
 
 bool OpenLoadedFile(std::string const& path, char const* command, LoadedFile& loaded)
 {
     loaded.path = path;
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        std::fprintf(stderr, "paramctl %s: cannot open %s\n", command, path.c_str());
+    std::string reason;
+    if (!ReadInputFile(path, loaded.bytes, reason)) {
+        std::fprintf(stderr, "paramctl %s: %s: %s\n", command, Printable(path).c_str(),
+                     reason.c_str());
         return false;
     }
-    loaded.bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 
     ParameterSetManager& manager = loaded.manager;
-    // A load that stopped only at module creation (a module of a kind this build does not know)
+    // A load that stopped at module creation (a module of a kind this build does not know)
     // still has its tables in place, and every module it could make.
-    if (!manager.LoadBinaryParameters(loaded.bytes.data(), loaded.bytes.size()) &&
-        manager.GetSymbolTable() == nullptr) {
-        std::fprintf(stderr, "paramctl %s: %s: %s\n", command, path.c_str(),
-                     manager.GetErrorString());
+    loaded.refused = !manager.LoadBinaryParameters(loaded.bytes.data(), loaded.bytes.size());
+    if (loaded.refused && manager.GetSymbolTable() == nullptr) {
+        std::fprintf(stderr, "paramctl %s: %s: %s\n", command, Printable(path).c_str(),
+                     Printable(manager.GetErrorString()).c_str());
         return false;
     }
     return true;
+}
+
+int LoadedExit(LoadedFile const& loaded, char const* command)
+{
+    if (!loaded.refused)
+        return ExitSuccess;
+    std::fprintf(stderr, "paramctl %s: %s: refused by the loader: %s\n", command,
+                 Printable(loaded.path).c_str(),
+                 Printable(loaded.manager.GetErrorString()).c_str());
+    return ExitFailure;
 }
 
 std::vector<ModuleRecord> ModuleRecords(ToolSetManager& manager)

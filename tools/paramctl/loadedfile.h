@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/paramctl/commandline.h"
+
 #include "paramgen/TuningSetManager.h"
 
 namespace ParamCtl {
@@ -23,6 +25,9 @@ struct LoadedFile
     std::string path;
     std::vector<unsigned char> bytes;
     ToolSetManager manager;
+    /// The library refused the file (its error text is the manager's), though its tables
+    /// loaded: the commands show what is there and still exit 1.
+    bool refused = false;
 };
 
 /// One module record of a loaded file: the instance it makes and the mode that holds it.
@@ -37,11 +42,16 @@ struct ModuleRecord
     std::string modePath; ///< numeric, "0.0|1.2"
 };
 
-/// Reads path and loads it into loaded.manager. A file the loader refuses outright (no
-/// tables came of it) prints "paramctl <command>: <path>: <error>" on stderr and returns false.
-/// A file whose tables loaded but some of whose modules did not (modules of kinds this build
-/// does not know) counts as loaded.
-bool OpenLoadedFile(std::string const& path, char const* command, LoadedFile& loaded);
+/// Reads path and loads it into loaded.manager. A file that cannot be read, or that the loader
+/// refuses outright (no tables came of it), prints "paramctl <command>: <path>: <reason>" on
+/// stderr and returns false. A file whose tables loaded but that the loader still refused (a
+/// module of a kind this build does not know, a damaged module) returns true with
+/// loaded.refused set.
+[[nodiscard]] bool OpenLoadedFile(std::string const& path, char const* command, LoadedFile& loaded);
+
+/// The exit code of a command that has shown what loaded holds: ExitFailure, with the library's
+/// error text on stderr, for a file the library refused; ExitSuccess otherwise.
+int LoadedExit(LoadedFile const& loaded, char const* command);
 
 /// The module records of the loaded file in symbol table order.
 std::vector<ModuleRecord> ModuleRecords(ToolSetManager& manager);

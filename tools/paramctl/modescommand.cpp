@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // paramctl modes: the mode tables of a tuning file as trees.
 #include <cstdio>
-#include <iostream>
 #include <string>
 #include <vector>
 
@@ -10,8 +9,9 @@
 #include "parameterparser/parametermodetable.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
-#include "tools/paramctl/jsonwriter.h"
+#include "tools/paramctl/jsonoutput.h"
 #include "tools/paramctl/loadedfile.h"
+#include "tools/paramctl/printable.h"
 
 namespace ParamCtl {
 
@@ -94,27 +94,35 @@ void PrintNode(ParameterModeTable const& table, unsigned int tableIndex, ModeEnt
         PrintNode(table, tableIndex, child, childPrefix, child->nextSibling == nullptr, false);
 }
 
-void JsonNode(JsonWriter& json, ParameterModeTable const& table, unsigned int tableIndex,
-              ModeEntry* node)
+Json JsonNode(ParameterModeTable const& table, unsigned int tableIndex, ModeEntry* node)
 {
     NodeView const view = ViewOf(table, tableIndex, node);
-    json.BeginObject()
-        .Field("step", view.step)
-        .Field("mode", static_cast<uint32_t>(node->mode.Parts.mode))
-        .Field("subMode", static_cast<uint32_t>(node->mode.Parts.subMode))
-        .Field("modeId", node->modeId)
-        .Field("resident", node->resident);
-    json.Key("pipelines").BeginArray();
-    for (unsigned int pipeline : view.pipelines)
-        json.Number(static_cast<uint64_t>(pipeline));
-    json.EndArray();
+    // Copies: the mode fields are packed and cannot be bound to references.
+    unsigned int const mode = node->mode.Parts.mode;
+    unsigned int const subMode = node->mode.Parts.subMode;
+    uint32_t const modeId = node->modeId;
+    bool const resident = node->resident;
+    Json json = {{"step", view.step}, {"mode", mode},         {"subMode", subMode},
+                 {"modeId", modeId},  {"resident", resident}, {"pipelines", view.pipelines}};
     if (view.linkId >= 0)
-        json.Field("link", static_cast<uint64_t>(view.linkId));
-    json.Key("children").BeginArray();
+        json["link"] = view.linkId;
+    Json children = Json::array();
     for (ModeEntry* child = node->firstChild; child != nullptr; child = child->nextSibling)
-        JsonNode(json, table, tableIndex, child);
-    json.EndArray();
-    json.EndObject();
+        children.push_back(JsonNode(table, tableIndex, child));
+    json["children"] = std::move(children);
+    return json;
+}
+
+// A table name in a Graphviz label: printable, with its quotes escaped.
+std::string DotLabel(std::string const& text)
+{
+    std::string label;
+    for (char c : Printable(text)) {
+        if (c == '"')
+            label += '\\';
+        label += c;
+    }
+    return label;
 }
 
 void DotNode(ParameterModeTable const& table, unsigned int tableIndex, ModeEntry* node)
@@ -156,44 +164,41 @@ int RunModes(int argc, char** argv)
     unsigned int const count = manager.GetModeTableCount();
 
     if (line.Has("--json")) {
-        JsonWriter json(std::cout);
-        json.BeginObject().Key("tables").BeginArray();
+        Json tables = Json::array();
         for (unsigned int i = 0; i < count; ++i) {
             ParameterModeTable const* table = manager.GetModeTable(i);
-            json.BeginObject()
-                .Field("index", i)
-                .Field("name", table->name != nullptr ? table->name : "")
-                .Field("slots", table->m_modeCount);
-            json.Key("root");
-            if (table->rootMode != nullptr)
-                JsonNode(json, *table, i, table->rootMode);
-            else
-                json.BeginObject().EndObject();
-            json.EndObject();
+            tables.push_back(
+                {{"index", i},
+                 {"name", Printable(table->name != nullptr ? table->name : "")},
+                 {"slots", table->m_modeCount},
+                 {"root", table->rootMode != nullptr ? JsonNode(*table, i, table->rootMode)
+                                                     : Json::object()}});
         }
-        json.EndArray().EndObject();
-        return ExitSuccess;
+        PrintJson({{"tables", std::move(tables)}});
+        return LoadedExit(loaded, "modes");
     }
     if (line.Has("--dot"))
         std::printf("digraph modes {\n  node [shape=box, fontname=\"monospace\"];\n");
     for (unsigned int i = 0; i < count; ++i) {
         ParameterModeTable const* table = manager.GetModeTable(i);
-        char const* name =
+        std::string const name =
             table->name != nullptr && table->name[0] != '\0' ? table->name : "(unnamed)";
         if (line.Has("--dot")) {
-            std::printf("  subgraph cluster_%u {\n  label=\"table %u: %s\";\n", i, i, name);
+            std::printf("  subgraph cluster_%u {\n  label=\"table %u: %s\";\n", i, i,
+                        DotLabel(name).c_str());
             if (table->rootMode != nullptr)
                 DotNode(*table, i, table->rootMode);
             std::printf("  }\n");
             continue;
         }
-        std::printf("Mode table %u: %s (%u slots)\n", i, name, table->m_modeCount);
+        std::printf("Mode table %u: %s (%u slots)\n", i, Printable(name).c_str(),
+                    table->m_modeCount);
         if (table->rootMode != nullptr)
             PrintNode(*table, i, table->rootMode, "  ", true, true);
     }
     if (line.Has("--dot"))
         std::printf("}\n");
-    return ExitSuccess;
+    return LoadedExit(loaded, "modes");
 }
 
 } // namespace ParamCtl

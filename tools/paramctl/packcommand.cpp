@@ -1,9 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // paramctl pack: text description to binary tuning file.
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
 
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
+#include "tools/paramctl/inputfile.h"
+#include "tools/paramctl/printable.h"
 #include "tools/writer/tuningdescription.h"
 
 #include "paramgen/ImageSensorModuleSetManager.writer.h"
@@ -20,7 +26,10 @@ constexpr char PackUsage[] =
     "\n"
     "Writes the binary tuning file described by the text file DESCRIPTION (version, tags,\n"
     "structures, members and modules, or module instances of the set managers with their\n"
-    "values; see examples/sample.tuning) to OUTPUT.\n";
+    "values; see examples/sample.tuning) to OUTPUT. Every value is checked against its\n"
+    "member's type: integers in decimal or 0x hexadecimal within the type's range, floating\n"
+    "point values finite and within range; nothing is wrapped or cut. Versions above 7.0.0,\n"
+    "an instance given twice in one mode and texts longer than their field are refused.\n";
 
 } // namespace
 
@@ -46,13 +55,21 @@ int RunPack(int argc, char** argv)
         {&ParamSchema::TuningSetManager::Instances(),
          &ParamSchema::ImageSensorModuleSetManager::Instances(),
          &ParamSchema::fdSetManager::Instances(), &ParamSchema::bitmlSetManager::Instances()});
-    if (!description.ParseFile(line.Operands()[0])) {
-        std::fprintf(stderr, "paramctl pack: %s: %s\n", line.Operands()[0].c_str(),
-                     description.Error().c_str());
+    std::string const& input = line.Operands()[0];
+    std::vector<unsigned char> text;
+    std::string reason;
+    if (!ReadInputFile(input, text, reason)) {
+        std::fprintf(stderr, "paramctl pack: %s: %s\n", Printable(input).c_str(), reason.c_str());
+        return ExitFailure;
+    }
+    if (!description.Parse(std::string(text.begin(), text.end()))) {
+        std::fprintf(stderr, "paramctl pack: %s: %s\n", Printable(input).c_str(),
+                     Printable(description.Error()).c_str());
         return ExitFailure;
     }
     if (!description.MakeWriter().WriteFile(output)) {
-        std::fprintf(stderr, "paramctl pack: cannot write %s\n", output.c_str());
+        std::fprintf(stderr, "paramctl pack: cannot write %s: %s\n", Printable(output).c_str(),
+                     std::strerror(errno));
         return ExitFailure;
     }
     return ExitSuccess;

@@ -3,11 +3,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
+#include <new>
 
 #include "platform/vornlog.h"
 
+#include "parameterparser/parameterparserversion.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
+#include "tools/paramctl/printable.h"
 
 namespace {
 
@@ -44,7 +48,22 @@ void PrintUsage(FILE* out)
     std::fprintf(out, "usage: paramctl <command> [options] FILE...\n\ncommands:\n");
     for (Command const& command : Commands)
         std::fprintf(out, "  %-8s %s\n", command.name, command.summary);
-    std::fprintf(out, "\n'paramctl <command> --help' describes a command.\n");
+    std::fprintf(out, "\n'paramctl <command> --help' describes a command; 'paramctl --version'\n"
+                      "prints the version.\n");
+}
+
+// Runs one command. Whatever the input makes go wrong ends as a message and exit 1: no input
+// may abort the tool.
+int Run(Command const& command, int argc, char** argv)
+{
+    try {
+        return command.run(argc, argv);
+    } catch (std::bad_alloc const&) {
+        std::fprintf(stderr, "paramctl %s: out of memory\n", command.name);
+    } catch (std::exception const& error) {
+        std::fprintf(stderr, "paramctl %s: %s\n", command.name, error.what());
+    }
+    return ParamCtl::ExitFailure;
 }
 
 } // namespace
@@ -60,11 +79,16 @@ int main(int argc, char** argv)
         PrintUsage(stdout);
         return ParamCtl::ExitSuccess;
     }
+    if (std::strcmp(argv[1], "--version") == 0) {
+        std::printf("paramctl %s (library %s)\n", PARAMETERPARSER_VERSION_STRING,
+                    GetParameterParserVersion());
+        return ParamCtl::ExitSuccess;
+    }
     for (Command const& command : Commands) {
         if (std::strcmp(argv[1], command.name) == 0)
-            return command.run(argc - 2, argv + 2);
+            return Run(command, argc - 2, argv + 2);
     }
-    std::fprintf(stderr, "paramctl: unknown command '%s'\n", argv[1]);
+    std::fprintf(stderr, "paramctl: unknown command '%s'\n", ParamCtl::Printable(argv[1]).c_str());
     PrintUsage(stderr);
     return ParamCtl::ExitUsage;
 }

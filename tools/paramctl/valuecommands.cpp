@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // paramctl get, set and dump: module values by mode and variable name, as live tuning reads them.
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <iostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -11,38 +12,46 @@
 #include "parameterparser/parametervaluepath.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
-#include "tools/paramctl/jsonwriter.h"
+#include "tools/paramctl/jsonoutput.h"
 #include "tools/paramctl/loadedfile.h"
+#include "tools/paramctl/modepath.h"
+#include "tools/paramctl/printable.h"
+#include "tools/writer/numbertext.h"
 
 namespace ParamCtl {
 
 namespace {
 
 constexpr char GetUsage[] =
-    "usage: paramctl get [--json] [--table N] FILE MODEPATH VARIABLE [SUBVARIABLES]\n"
+    "usage: paramctl get [--json] [--table N] [--lenient] FILE MODEPATH VARIABLE [SUBVARIABLES]\n"
     "\n"
     "Reads VARIABLE, a module instance name with an optional value path behind it\n"
     "(\"t2tconfigdata\", \"varitonalTrackerROIMixer.GazeFocus\"), in the mode branch MODEPATH of\n"
     "mode table N (0 unless told). MODEPATH starts at the root and is named\n"
-    "(\"Default|Sensor.0\") or numeric (\"0.0|1.0\"); the deepest mode of the branch that holds\n"
-    "the module gives the values. A structure is read member by member, an array as its\n"
-    "elements joined by \",\". SUBVARIABLES, a comma list of names under VARIABLE, reads just\n"
-    "those. Prints one \"name=value\" a line.\n";
+    "(\"Default|Sensor.0\") or numeric (\"0.0|1.0\"); each step must name a mode below the one\n"
+    "before it, unless --lenient lets the library read the deepest mode that exists. The\n"
+    "deepest mode of the branch that holds the module gives the values. A module or structure\n"
+    "is read member by member, nested members by their dotted paths, an array as its elements\n"
+    "joined by \",\". SUBVARIABLES, a comma list of names under VARIABLE, reads just those.\n"
+    "Prints \"# mode BRANCH\" (the branch resolved), then one \"name=value\" a line.\n";
 
 constexpr char SetUsage[] =
-    "usage: paramctl set [--json] [--table N] FILE MODEPATH VARIABLE NAME=VALUE...\n"
+    "usage: paramctl set [--json] [--table N] [--lenient] FILE MODEPATH VARIABLE NAME=VALUE...\n"
     "\n"
     "Sets members NAME below VARIABLE in the mode branch MODEPATH (see 'paramctl get --help'),\n"
     "in memory only: FILE is not written. An array takes a comma list, or one element with\n"
-    "NAME[i]. Prints the members read back after the change.\n";
+    "NAME[i]. Each value must suit its member's type, by the rule 'paramctl pack' applies:\n"
+    "integers in decimal or 0x hexadecimal within range, floating point values finite and\n"
+    "within range. Prints the branch resolved and the members read back after the change.\n";
 
 constexpr char DumpUsage[] =
-    "usage: paramctl dump [--json] [--table N] [--mode PATH] [--module NAME] FILE\n"
+    "usage: paramctl dump [--json] [--table N] [--mode PATH] [--lenient] [--module NAME] FILE\n"
     "\n"
     "Prints the whole value tree of the modules of FILE. Without --mode each module record is\n"
     "read in the mode that holds it; with --mode every module instance of the file is read\n"
-    "through that branch (the deepest mode holding it wins), in mode table N. --module keeps\n"
-    "only the named instance. Modules without value access show no values.\n";
+    "through that branch (the deepest mode holding it wins), in mode table N; its steps are\n"
+    "checked as 'paramctl get' checks them. --module keeps only the named instance. Modules\n"
+    "without value access show no values.\n";
 
 // Room for the text of a whole structure read.
 constexpr unsigned int ResultLength = 1 << 20;
@@ -51,6 +60,7 @@ constexpr unsigned int ResultLength = 1 << 20;
 struct ValueOptions
 {
     bool json = false;
+    bool lenient = false;
     unsigned char table = 0;
 };
 
@@ -73,11 +83,12 @@ int ParseValueLine(CommandLine& line, int argc, char** argv, char const* command
         return ExitUsage;
     }
     options.json = line.Has("--json");
+    options.lenient = line.Has("--lenient");
     if (line.Has("--table")) {
         std::string const text = line.Value("--table");
         char* end = nullptr;
         unsigned long const table = std::strtoul(text.c_str(), &end, 10);
-        if (text.empty() || *end != '\0' || table > 0xFF) {
+        if (text.empty() || text[0] == '-' || *end != '\0' || table > 0xFF) {
             std::fprintf(stderr, "paramctl %s: --table needs a table index from 0 to 255\n",
                          command);
             return ExitUsage;
@@ -87,10 +98,24 @@ int ParseValueLine(CommandLine& line, int argc, char** argv, char const* command
     return -1;
 }
 
-/// "a=1;b=2,3" as (name, value) pairs.
-std::vector<std::pair<std::string, std::string>> SplitItems(std::string const& text)
+/// The branch a value command reads, or false with the reason printed.
+bool ResolveFor(LoadedFile& loaded, char const* command, ValueOptions const& options,
+                std::string const& modePath, ResolvedMode& resolved)
 {
-    std::vector<std::pair<std::string, std::string>> items;
+    std::string error;
+    if (ResolveModePath(loaded.manager, options.table, modePath, options.lenient, resolved, error))
+        return true;
+    std::fprintf(stderr, "paramctl %s: %s: %s\n", command, Printable(loaded.path).c_str(),
+                 error.c_str());
+    return false;
+}
+
+using Items = std::vector<std::pair<std::string, std::string>>;
+
+/// "a=1;b=2,3" as (name, value) pairs.
+Items SplitItems(std::string const& text)
+{
+    Items items;
     size_t start = 0;
     while (start < text.size()) {
         size_t end = text.find(';', start);
@@ -107,21 +132,22 @@ std::vector<std::pair<std::string, std::string>> SplitItems(std::string const& t
     return items;
 }
 
-void PrintItems(std::string const& variable, std::string const& modePath, std::string const& text,
-                bool json)
+void PrintItems(std::string const& variable, unsigned char table, ResolvedMode const& mode,
+                Items const& items, bool json)
 {
-    auto const items = SplitItems(text);
     if (!json) {
+        std::printf("# mode %s\n", mode.named.c_str());
         for (auto const& [name, value] : items)
-            std::printf("%s=%s\n", name.c_str(), value.c_str());
+            std::printf("%s=%s\n", Printable(name).c_str(), Printable(value).c_str());
         return;
     }
-    JsonWriter writer(std::cout);
-    writer.BeginObject().Field("variable", variable).Field("mode", NamedModePath(modePath));
-    writer.Key("values").BeginObject();
+    Json values = Json::object();
     for (auto const& [name, value] : items)
-        writer.Field(name, value);
-    writer.EndObject().EndObject();
+        values[Printable(name)] = Printable(value);
+    PrintJson({{"variable", Printable(variable)},
+               {"table", table},
+               {"mode", mode.named},
+               {"values", std::move(values)}});
 }
 
 /// One level of a module's value tree.
@@ -180,72 +206,188 @@ bool ReadTree(ParameterSetManager& manager, unsigned char table, std::string con
     return true;
 }
 
+/// The leaves of a tree as "a.b[1].c" = value items.
+void Flatten(ValueNode const& node, std::string const& prefix, Items& items)
+{
+    for (ValueNode const& child : node.children) {
+        std::string const name = prefix.empty()
+                                     ? child.name
+                                     : prefix + (child.name.front() == '[' ? "" : ".") + child.name;
+        if (child.structure)
+            Flatten(child, name, items);
+        else
+            items.emplace_back(name, child.value);
+    }
+}
+
 void PrintTree(ValueNode const& node, std::string const& indent)
 {
     for (ValueNode const& child : node.children) {
         if (child.structure) {
-            std::printf("%s%s\n", indent.c_str(), child.name.c_str());
+            std::printf("%s%s\n", indent.c_str(), Printable(child.name).c_str());
             PrintTree(child, indent + "  ");
         } else {
-            std::printf("%s%s = %s\n", indent.c_str(), child.name.c_str(), child.value.c_str());
+            std::printf("%s%s = %s\n", indent.c_str(), Printable(child.name).c_str(),
+                        Printable(child.value).c_str());
         }
     }
 }
 
-void JsonTree(JsonWriter& json, ValueNode const& node)
+Json JsonTree(ValueNode const& node)
 {
     if (node.list) {
-        json.BeginArray();
+        Json elements = Json::array();
         for (ValueNode const& element : node.children)
-            JsonTree(json, element);
-        json.EndArray();
-        return;
+            elements.push_back(JsonTree(element));
+        return elements;
     }
-    if (!node.structure) {
-        json.String(node.value);
-        return;
+    if (!node.structure)
+        return Printable(node.value);
+    Json members = Json::object();
+    for (ValueNode const& child : node.children)
+        members[Printable(child.name)] = JsonTree(child);
+    return members;
+}
+
+/// Reads variable in mode: a module or structure member by member (nested members by their
+/// dotted paths), anything else as the library's value text. False when nothing was read.
+bool ReadVariable(ParameterSetManager& manager, unsigned char table, std::string const& mode,
+                  std::string const& variable, char const* subVariables, Items& items)
+{
+    std::string result(ResultLength, '\0');
+    if (subVariables == nullptr) {
+        ValueNode tree;
+        if (ReadTree(manager, table, mode, variable, tree, 0)) {
+            Flatten(tree, "", items);
+            if (!items.empty())
+                return true;
+        }
+        // A module name alone is no path the library's value read takes.
+        if (variable.find('.') == std::string::npos)
+            return false;
     }
-    json.BeginObject();
-    for (ValueNode const& child : node.children) {
-        json.Key(child.name);
-        JsonTree(json, child);
+    if (!manager.GetValue(table, mode.c_str(), variable.c_str(), subVariables, &result[0],
+                          ResultLength))
+        return false;
+    items = SplitItems(result.c_str());
+    return true;
+}
+
+/// The text the library's value parser takes for a number that passed the rule: it reads plain
+/// decimals only, so hexadecimal and exponent forms are written out.
+std::string LibraryText(TuningWriter::NumberKind kind, TuningWriter::NumberValue const& value)
+{
+    using TuningWriter::NumberKind;
+    switch (kind) {
+    case NumberKind::Float:
+    case NumberKind::Double: {
+        double const magnitude = std::fabs(value.real);
+        int const exponent =
+            magnitude > 0 ? static_cast<int>(std::floor(std::log10(magnitude))) : 0;
+        int const precision = std::max(0, std::min(400, 17 - exponent));
+        std::vector<char> text(800);
+        std::snprintf(text.data(), text.size(), "%.*f", precision, value.real);
+        return text.data();
     }
-    json.EndObject();
+    case NumberKind::Int8:
+    case NumberKind::Int16:
+    case NumberKind::Int32:
+    case NumberKind::Int64:
+        return std::to_string(value.integer);
+    default:
+        return std::to_string(value.unsignedInteger);
+    }
+}
+
+/// Checks the value text of member name (below variable) against the member's type and gives
+/// the text the library is to be given. False with reason when the value does not suit it; a
+/// member that cannot be described is left to the library to refuse.
+bool CheckedValue(ParameterSetManager& manager, unsigned char table, std::string const& mode,
+                  std::string const& variable, std::string const& name, std::string const& text,
+                  std::string& libraryText, std::string& reason)
+{
+    libraryText = text;
+    size_t const dot = name.rfind('.');
+    std::string const parent =
+        dot == std::string::npos ? variable : variable + "." + name.substr(0, dot);
+    std::string leaf = name.substr(dot == std::string::npos ? 0 : dot + 1);
+    bool const indexed = leaf.find('[') != std::string::npos;
+    leaf = leaf.substr(0, leaf.find('['));
+
+    PList<ParameterParserInfo> records;
+    if (!manager.GetInfo(table, mode.c_str(), parent.c_str(), records))
+        return true;
+    ParameterParserInfo const* member = nullptr;
+    for (unsigned int i = 0; i < records.Count(); ++i) {
+        if (records[i].name != nullptr && leaf == records[i].name)
+            member = &records[i];
+    }
+    TuningWriter::NumberKind kind = TuningWriter::NumberKind::UInt32;
+    if (member == nullptr || member->type == nullptr ||
+        !TuningWriter::NumberKindOfTypeName(member->type, kind))
+        return true;
+
+    std::vector<std::string> elements;
+    if (member->isArray && !indexed) {
+        for (size_t start = 0;;) {
+            size_t const comma = text.find(',', start);
+            elements.push_back(
+                text.substr(start, comma == std::string::npos ? comma : comma - start));
+            if (comma == std::string::npos)
+                break;
+            start = comma + 1;
+        }
+        if (elements.size() > member->count) {
+            reason = std::to_string(elements.size()) + " elements where the array holds " +
+                     std::to_string(member->count);
+            return false;
+        }
+    } else {
+        elements.push_back(text);
+    }
+    libraryText.clear();
+    for (std::string const& element : elements) {
+        TuningWriter::NumberValue value;
+        if (!TuningWriter::ParseNumber(kind, element, value, reason))
+            return false;
+        libraryText += (libraryText.empty() ? "" : ",") + LibraryText(kind, value);
+    }
+    return true;
 }
 
 } // namespace
 
 int RunGet(int argc, char** argv)
 {
-    CommandLine line({"--json"}, {"--table"});
+    CommandLine line({"--json", "--lenient"}, {"--table"});
     ValueOptions options;
     int const code = ParseValueLine(line, argc, argv, "get", GetUsage, 3, 4, options);
     if (code >= 0)
         return code;
     std::vector<std::string> const& operands = line.Operands();
     LoadedFile loaded;
-    if (!OpenLoadedFile(operands[0], "get", loaded))
+    ResolvedMode mode;
+    if (!OpenLoadedFile(operands[0], "get", loaded) ||
+        !ResolveFor(loaded, "get", options, operands[1], mode))
         return ExitFailure;
-    std::string const modePath = NumericModePath(loaded.manager, operands[1]);
     std::string const& variable = operands[2];
     char const* subVariables = operands.size() == 4 ? operands[3].c_str() : nullptr;
 
-    std::string result(ResultLength, '\0');
-    if (!loaded.manager.GetValue(options.table, modePath.c_str(), variable.c_str(), subVariables,
-                                 &result[0], ResultLength)) {
-        std::fprintf(stderr, "paramctl get: %s: %s not found in mode %s\n", operands[0].c_str(),
-                     subVariables != nullptr ? (variable + " " + subVariables).c_str()
-                                             : variable.c_str(),
-                     operands[1].c_str());
+    Items items;
+    if (!ReadVariable(loaded.manager, options.table, mode.numeric, variable, subVariables, items)) {
+        std::string const asked =
+            subVariables != nullptr ? variable + " " + subVariables : variable;
+        std::fprintf(stderr, "paramctl get: %s: %s not found in mode %s\n",
+                     Printable(loaded.path).c_str(), Printable(asked).c_str(), mode.named.c_str());
         return ExitFailure;
     }
-    PrintItems(variable, modePath, result.c_str(), options.json);
-    return ExitSuccess;
+    PrintItems(variable, options.table, mode, items, options.json);
+    return LoadedExit(loaded, "get");
 }
 
 int RunSet(int argc, char** argv)
 {
-    CommandLine line({"--json"}, {"--table"});
+    CommandLine line({"--json", "--lenient"}, {"--table"});
     ValueOptions options;
     int const code = ParseValueLine(line, argc, argv, "set", SetUsage, 4, 1024, options);
     if (code >= 0)
@@ -255,43 +397,54 @@ int RunSet(int argc, char** argv)
     for (size_t i = 3; i < operands.size(); ++i) {
         size_t const equals = operands[i].find('=');
         if (equals == std::string::npos || equals == 0) {
-            std::fprintf(stderr, "paramctl set: '%s' is not NAME=VALUE\n%s", operands[i].c_str(),
-                         SetUsage);
+            std::fprintf(stderr, "paramctl set: '%s' is not NAME=VALUE\n%s",
+                         Printable(operands[i]).c_str(), SetUsage);
             return ExitUsage;
         }
         changes.emplace_back(operands[i].substr(0, equals), operands[i].substr(equals + 1));
     }
     LoadedFile loaded;
-    if (!OpenLoadedFile(operands[0], "set", loaded))
+    ResolvedMode mode;
+    if (!OpenLoadedFile(operands[0], "set", loaded) ||
+        !ResolveFor(loaded, "set", options, operands[1], mode))
         return ExitFailure;
-    std::string const modePath = NumericModePath(loaded.manager, operands[1]);
     std::string const& variable = operands[2];
+    ToolSetManager& manager = loaded.manager;
+    char const* path = loaded.path.c_str();
 
     std::string names;
     for (auto const& [name, value] : changes) {
-        if (!loaded.manager.SetValue(options.table, modePath.c_str(), variable.c_str(),
-                                     name.c_str(), value.c_str())) {
+        std::string text;
+        std::string reason;
+        if (!CheckedValue(manager, options.table, mode.numeric, variable, name, value, text,
+                          reason)) {
+            std::fprintf(stderr, "paramctl set: %s: value of %s.%s: %s\n", Printable(path).c_str(),
+                         Printable(variable).c_str(), Printable(name).c_str(),
+                         Printable(reason).c_str());
+            return ExitFailure;
+        }
+        if (!manager.SetValue(options.table, mode.numeric.c_str(), variable.c_str(), name.c_str(),
+                              text.c_str())) {
             std::fprintf(stderr, "paramctl set: %s: cannot set %s.%s to '%s' in mode %s\n",
-                         operands[0].c_str(), variable.c_str(), name.c_str(), value.c_str(),
-                         operands[1].c_str());
+                         Printable(path).c_str(), Printable(variable).c_str(),
+                         Printable(name).c_str(), Printable(value).c_str(), mode.named.c_str());
             return ExitFailure;
         }
         names += (names.empty() ? "" : ",") + name;
     }
-    std::string result(ResultLength, '\0');
-    if (!loaded.manager.GetValue(options.table, modePath.c_str(), variable.c_str(), names.c_str(),
-                                 &result[0], ResultLength)) {
+    Items items;
+    if (!ReadVariable(manager, options.table, mode.numeric, variable, names.c_str(), items)) {
         std::fprintf(stderr, "paramctl set: %s: the values set cannot be read back\n",
-                     operands[0].c_str());
+                     Printable(path).c_str());
         return ExitFailure;
     }
-    PrintItems(variable, modePath, result.c_str(), options.json);
-    return ExitSuccess;
+    PrintItems(variable, options.table, mode, items, options.json);
+    return LoadedExit(loaded, "set");
 }
 
 int RunDump(int argc, char** argv)
 {
-    CommandLine line({"--json"}, {"--table", "--mode", "--module"});
+    CommandLine line({"--json", "--lenient"}, {"--table", "--mode", "--module"});
     ValueOptions options;
     int const code = ParseValueLine(line, argc, argv, "dump", DumpUsage, 1, 1, options);
     if (code >= 0)
@@ -301,6 +454,9 @@ int RunDump(int argc, char** argv)
         return ExitFailure;
     ToolSetManager& manager = loaded.manager;
     std::string const onlyModule = line.Value("--module");
+    ResolvedMode mode;
+    if (line.Has("--mode") && !ResolveFor(loaded, "dump", options, line.Value("--mode"), mode))
+        return ExitFailure;
 
     // What to read: each record in its own mode, or each instance once through --mode.
     struct Target
@@ -308,54 +464,50 @@ int RunDump(int argc, char** argv)
         std::string name;
         unsigned char table;
         std::string modePath;
+        std::string named;
     };
     std::vector<Target> targets;
     for (ModuleRecord const& record : ModuleRecords(manager)) {
         if (!record.known || (!onlyModule.empty() && record.name != onlyModule))
             continue;
         if (!line.Has("--mode")) {
-            targets.push_back(
-                {record.name, static_cast<unsigned char>(record.modeTableIndex), record.modePath});
+            targets.push_back({record.name, static_cast<unsigned char>(record.modeTableIndex),
+                               record.modePath, NamedModePath(record.modePath)});
             continue;
         }
         bool seen = false;
         for (Target const& target : targets)
             seen = seen || target.name == record.name;
         if (!seen)
-            targets.push_back(
-                {record.name, options.table, NumericModePath(manager, line.Value("--mode"))});
+            targets.push_back({record.name, options.table, mode.numeric, mode.named});
     }
     if (targets.empty()) {
-        std::fprintf(stderr, "paramctl dump: %s: no module %s in the file\n", loaded.path.c_str(),
-                     onlyModule.empty() ? "of a known kind" : onlyModule.c_str());
+        std::fprintf(stderr, "paramctl dump: %s: no module %s in the file\n",
+                     Printable(loaded.path).c_str(),
+                     onlyModule.empty() ? "of a known kind" : Printable(onlyModule).c_str());
         return ExitFailure;
     }
 
-    JsonWriter json(std::cout);
-    if (options.json)
-        json.BeginObject().Key("modules").BeginArray();
+    Json modules = Json::array();
     for (Target const& target : targets) {
         ValueNode tree;
         tree.structure = true;
         bool const read = ReadTree(manager, target.table, target.modePath, target.name, tree, 0);
         if (options.json) {
-            json.BeginObject()
-                .Field("name", target.name)
-                .Field("table", static_cast<uint32_t>(target.table))
-                .Field("mode", NamedModePath(target.modePath))
-                .Field("valueAccess", read);
-            json.Key("values");
-            JsonTree(json, tree);
-            json.EndObject();
+            modules.push_back({{"name", target.name},
+                               {"table", target.table},
+                               {"mode", Printable(target.named)},
+                               {"valueAccess", read},
+                               {"values", JsonTree(tree)}});
             continue;
         }
         std::printf("%s (table %u, %s)%s\n", target.name.c_str(), target.table,
-                    NamedModePath(target.modePath).c_str(), read ? "" : ": no value access");
+                    Printable(target.named).c_str(), read ? "" : ": no value access");
         PrintTree(tree, "  ");
     }
     if (options.json)
-        json.EndArray().EndObject();
-    return ExitSuccess;
+        PrintJson({{"modules", std::move(modules)}});
+    return LoadedExit(loaded, "dump");
 }
 
 } // namespace ParamCtl

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "tools/writer/numbertext.h"
 #include "tools/writer/symboltablebuilder.h"
 
 namespace TuningWriter {
@@ -16,6 +17,31 @@ namespace TuningWriter {
 namespace {
 
 constexpr uint32_t CountedArrayMaximum = 65535;
+
+// The latest file version the loader reads: a description of a later one would make a file
+// nothing can load.
+constexpr FileVersion LatestLoadableVersion = {7, 0, 0};
+
+// Text fields of the header and the mode sections, in bytes; a longer text would be cut.
+constexpr size_t BinaryTagWidth = 64;
+constexpr size_t CreatedByWidth = 48;
+
+// The mode table name field: 128 bytes from 7.0.0, 32 from 4.0.0, absent before.
+size_t ModeTableNameWidth(FileVersion version)
+{
+    if (AtLeast(version, 7))
+        return 128;
+    return AtLeast(version, 4) ? 32 : 0;
+}
+
+bool TooLong(std::string const& text, size_t width, std::string const& what, std::string& reason)
+{
+    if (text.size() <= width)
+        return false;
+    reason = what + " of " + std::to_string(text.size()) + " characters does not fit its " +
+             std::to_string(width) + "-byte field";
+    return true;
+}
 
 struct TypeName
 {
@@ -63,45 +89,66 @@ DefinitionStructure const* FindStructure(std::vector<DefinitionStructure> const&
     return nullptr;
 }
 
-/// One element's value from its text: numbers in the form the element's type asks for.
-bool ElementValue(ElementType type, std::string const& text, EntryValue& value)
+NumberKind KindOf(ElementType type)
+{
+    switch (type) {
+    case ElementType::Int8:
+        return NumberKind::Int8;
+    case ElementType::UInt8:
+    case ElementType::ByteLike:
+        return NumberKind::UInt8;
+    case ElementType::Int16:
+        return NumberKind::Int16;
+    case ElementType::UInt16:
+    case ElementType::ShortLike:
+        return NumberKind::UInt16;
+    case ElementType::Int32:
+    case ElementType::IntLike:
+        return NumberKind::Int32;
+    case ElementType::Int64:
+        return NumberKind::Int64;
+    case ElementType::UInt64:
+    case ElementType::LongLike:
+        return NumberKind::UInt64;
+    case ElementType::Float:
+        return NumberKind::Float;
+    case ElementType::Double:
+        return NumberKind::Double;
+    default:
+        return NumberKind::UInt32;
+    }
+}
+
+/// One element's value from its text: numbers in the form and range the element's type asks
+/// for, by the same rule paramctl set applies.
+bool ElementValue(ElementType type, std::string const& text, EntryValue& value, std::string& reason)
 {
     if (type == ElementType::String) {
         value = EntryValue::Text(text);
         return true;
     }
-    if (text.empty())
+    NumberKind const kind = KindOf(type);
+    NumberValue number;
+    if (!ParseNumber(kind, text, number, reason))
         return false;
-    char* end = nullptr;
-    switch (type) {
-    case ElementType::Int8:
-    case ElementType::Int16:
-    case ElementType::Int32:
-    case ElementType::Int64:
-        value = EntryValue::Int(std::strtoll(text.c_str(), &end, 0));
-        break;
-    case ElementType::UInt8:
-    case ElementType::UInt16:
-    case ElementType::UInt32:
-    case ElementType::UInt64:
-        if (text[0] == '-')
-            return false;
-        value = EntryValue::UInt(std::strtoull(text.c_str(), &end, 0));
-        break;
-    default:
-        value = EntryValue::Real(std::strtod(text.c_str(), &end));
-        break;
-    }
-    return *end == '\0';
+    if (kind == NumberKind::Float || kind == NumberKind::Double)
+        value = EntryValue::Real(number.real);
+    else if (kind == NumberKind::Int8 || kind == NumberKind::Int16 || kind == NumberKind::Int32 ||
+             kind == NumberKind::Int64)
+        value = EntryValue::Int(number.integer);
+    else
+        value = EntryValue::UInt(number.unsignedInteger);
+    return true;
 }
 
 /// The value a whole member takes from text: an array (or an optional member) as a list of its
 /// ","-separated elements, a single element as itself.
-bool MemberValue(DefinitionElement const& element, std::string const& text, EntryValue& value)
+bool MemberValue(DefinitionElement const& element, std::string const& text, EntryValue& value,
+                 std::string& reason)
 {
     bool const list = element.maxCount != 1 || element.minCount != 1;
     if (!list)
-        return ElementValue(element.type, text, value);
+        return ElementValue(element.type, text, value, reason);
     std::vector<EntryValue> items;
     size_t start = 0;
     while (start <= text.size()) {
@@ -109,13 +156,16 @@ bool MemberValue(DefinitionElement const& element, std::string const& text, Entr
         if (end == std::string::npos)
             end = text.size();
         EntryValue item;
-        if (!ElementValue(element.type, text.substr(start, end - start), item))
+        if (!ElementValue(element.type, text.substr(start, end - start), item, reason))
             return false;
         items.push_back(std::move(item));
         start = end + 1;
     }
-    if (items.size() > element.maxCount)
+    if (items.size() > element.maxCount) {
+        reason = std::to_string(items.size()) + " elements where at most " +
+                 std::to_string(element.maxCount) + " fit";
         return false;
+    }
     value = EntryValue::List(std::move(items));
     return true;
 }
@@ -245,6 +295,11 @@ bool TuningDescription::ParseInstance(unsigned int line, std::vector<std::string
     uint32_t const modeId = m_modeTables.back().AddPath(words[4]);
     if (modeId == InvalidModeId)
         return Fail(line, "bad mode path '" + words[4] + "'");
+    // A second record of one instance in one mode would leave the loader two modules for one.
+    for (Instance const& other : m_instances) {
+        if (other.schema->instanceName == schema->instanceName && other.modeId == modeId)
+            return Fail(line, "instance '" + words[1] + "' is given twice in mode " + words[4]);
+    }
     schema->describe(m_schema);
     m_instances.push_back({schema, modeId, EntryValue::Struct({})});
     return true;
@@ -274,8 +329,9 @@ bool TuningDescription::ParseValue(unsigned int line, std::string const& path,
             if (element->type == ElementType::Structure)
                 return Fail(line, "'" + path + "' is a structure: give its members");
             EntryValue value;
-            if (!MemberValue(*element, text, value))
-                return Fail(line, "'" + text + "' is no value for '" + path + "'");
+            std::string reason;
+            if (!MemberValue(*element, text, value, reason))
+                return Fail(line, "value of '" + path + "': " + reason);
             target->Set(name, std::move(value));
             return true;
         }
@@ -299,6 +355,7 @@ bool TuningDescription::Parse(std::string const& text)
 {
     std::istringstream lines(text);
     unsigned int number = 0;
+    std::vector<std::pair<unsigned int, std::string>> tableNames;
     auto closeStructure = [this] {
         if (m_inStructure)
             m_definitions.AddStructure(std::move(m_structure));
@@ -345,15 +402,23 @@ bool TuningDescription::Parse(std::string const& text)
             continue;
         }
         unsigned long long value = 0;
+        std::string reason;
         if (keyword == "version" && words.size() == 2) {
             if (!ParseVersion(words[1], m_version))
                 return Fail(number, "bad version '" + words[1] + "'");
+            if (!AtLeast(LatestLoadableVersion, m_version.major, m_version.minor, m_version.patch))
+                return Fail(number,
+                            "version " + words[1] + " is above 7.0.0, the latest the loader reads");
         } else if (keyword == "binary-tag" && words.size() == 2) {
+            if (TooLong(words[1], BinaryTagWidth, "a binary tag", reason))
+                return Fail(number, reason);
             m_binaryTag = words[1];
         } else if (keyword == "created-by" && words.size() >= 2) {
             m_createdBy = line.substr(line.find(words[1]));
             m_createdBy = m_createdBy.substr(0, m_createdBy.find('#'));
             m_createdBy.erase(m_createdBy.find_last_not_of(" \t\r") + 1);
+            if (TooLong(m_createdBy, CreatedByWidth, "a creator name", reason))
+                return Fail(number, reason);
         } else if (keyword == "flags" && words.size() == 2) {
             if (!ParseUnsigned(words[1], ~0ull, value))
                 return Fail(number, "bad flags '" + words[1] + "'");
@@ -373,6 +438,7 @@ bool TuningDescription::Parse(std::string const& text)
                 return Fail(number, "too many mode tables");
             m_modeTables.emplace_back(static_cast<uint8_t>(m_modeTables.size()),
                                       words.size() == 2 ? words[1] : "");
+            tableNames.emplace_back(number, words.size() == 2 ? words[1] : "");
         } else if (keyword == "module" && words.size() == 3) {
             m_handWrittenSchema = true;
             if (!ParseUnsigned(words[2], 0xFFFFFFFF, value))
@@ -387,6 +453,13 @@ bool TuningDescription::Parse(std::string const& text)
         }
     }
     closeStructure();
+    // The name field's width depends on the version, which may be given after the table.
+    for (auto const& [line, name] : tableNames) {
+        std::string reason;
+        size_t const width = ModeTableNameWidth(m_version);
+        if (width != 0 && TooLong(name, width, "a mode table name", reason))
+            return Fail(line, reason);
+    }
     return true;
 }
 
