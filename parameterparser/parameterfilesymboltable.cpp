@@ -387,9 +387,10 @@ bool ParameterFileSymbolTable::Load(unsigned char* buffer, unsigned int length,
     unsigned int const symbolEntrySize = GetSymbolEntrySize();
     m_symbolCount = symbol.Size / symbolEntrySize;
     if (symbol.Size % symbolEntrySize != 0) {
-        ParameterLogging::Write(
-            log, ParameterLogging::LogError, "Invalid symbol table size: %d, expected: %d\n",
-            static_cast<int>(symbol.Size), static_cast<int>(m_symbolCount * symbolEntrySize));
+        ParameterLogging::Write(log, ParameterLogging::LogError,
+                                "Invalid symbol table size: %u, expected: %u\n",
+                                static_cast<unsigned int>(symbol.Size),
+                                static_cast<unsigned int>(m_symbolCount * symbolEntrySize));
         return false;
     }
 
@@ -406,9 +407,9 @@ bool ParameterFileSymbolTable::Load(unsigned char* buffer, unsigned int length,
             m_dataCount = dataTable.Size / dataEntrySize;
             if (dataTable.Size % dataEntrySize != 0) {
                 ParameterLogging::Write(log, ParameterLogging::LogError,
-                                        "Invalid data table size: %d, expected: %d\n",
-                                        static_cast<int>(dataTable.Size),
-                                        static_cast<int>(m_dataCount * dataEntrySize));
+                                        "Invalid data table size: %u, expected: %u\n",
+                                        static_cast<unsigned int>(dataTable.Size),
+                                        static_cast<unsigned int>(m_dataCount * dataEntrySize));
                 return false;
             }
             m_hasDataTable = true;
@@ -467,10 +468,10 @@ bool ParameterFileSymbolTable::Load(unsigned char* buffer, unsigned int length,
             unsigned char* copy = m_file->Read(definitions.Offset, definitions.Size);
             if (copy == nullptr) {
                 ParameterLogging::Write(log, ParameterLogging::LogError,
-                                        "Failed to read definition table buffer (offset: %d, "
-                                        "size: %d) from binary file\n",
-                                        static_cast<int>(definitions.Offset),
-                                        static_cast<int>(definitions.Size));
+                                        "Failed to read definition table buffer (offset: %u, "
+                                        "size: %u) from binary file\n",
+                                        static_cast<unsigned int>(definitions.Offset),
+                                        static_cast<unsigned int>(definitions.Size));
             } else {
                 unsigned int pos = 0;
                 read =
@@ -514,10 +515,10 @@ void ParameterFileSymbolTable::LogUnreadableTable(char const* kind,
 {
     IParameterLoggingAPI* log = Logger();
     ParameterLogging::Write(log, ParameterLogging::LogError,
-                            "Failed to read %s table buffer (offset: %d, size: %d) from binary "
+                            "Failed to read %s table buffer (offset: %u, size: %u) from binary "
                             "file\n",
-                            kind, static_cast<int>(messageSection.Offset),
-                            static_cast<int>(messageSection.Size));
+                            kind, static_cast<unsigned int>(messageSection.Offset),
+                            static_cast<unsigned int>(messageSection.Size));
     ParameterLogging::Write(log, ParameterLogging::LogError,
                             "Failed to read %s table from binary file\n", kind);
 }
@@ -545,10 +546,10 @@ bool ParameterFileSymbolTable::ReadTableSection(unsigned char* buffer, unsigned 
     unsigned char* copy = section.Size != 0 ? m_file->Read(section.Offset, section.Size) : nullptr;
     if (copy == nullptr && section.Size != 0) {
         ParameterLogging::Write(Logger(), ParameterLogging::LogError,
-                                "Failed to read %s table buffer (offset: %d, size: %d) from "
+                                "Failed to read %s table buffer (offset: %u, size: %u) from "
                                 "binary file\n",
                                 isSymbol ? "symbol" : "data",
-                                static_cast<int>(messageSection.Offset),
+                                static_cast<unsigned int>(messageSection.Offset),
                                 static_cast<int>(messageSection.Size));
         return false;
     }
@@ -602,8 +603,9 @@ bool ParameterFileSymbolTable::ReadTable(unsigned char* buffer, unsigned int len
             // pos stays: the next round meets the same identifier, and reports it again.
             if (stored == 0 || stored > count) {
                 ParameterLogging::Write(log, ParameterLogging::LogError,
-                                        "Symbol table entry ID %d out of range 1 - %d\n",
-                                        static_cast<int>(stored), static_cast<int>(count));
+                                        "Symbol table entry ID %u out of range 1 - %u\n",
+                                        static_cast<unsigned int>(stored),
+                                        static_cast<unsigned int>(count));
                 continue;
             }
             id = stored;
@@ -676,8 +678,8 @@ bool ParameterFileSymbolTable::Find(ParameterFileSymbolTableEntry& entry, unsign
     unsigned int const count = isSymbol ? m_symbolCount : m_dataCount;
     if (id == 0 || id > count) {
         ParameterLogging::Write(Logger(), ParameterLogging::LogError,
-                                "Find: Symbol table entry ID %d out of range 1 - %d\n",
-                                static_cast<int>(id), static_cast<int>(count));
+                                "Find: Symbol table entry ID %u out of range 1 - %u\n",
+                                static_cast<unsigned int>(id), static_cast<unsigned int>(count));
         return false;
     }
 

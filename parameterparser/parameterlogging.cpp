@@ -4,6 +4,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
 #include "platform/vornlog.h"
 #include "platform/vornosutils.h"
@@ -31,12 +32,26 @@ LevelStyle StyleOf(ParameterLogging::ParameterLogLevel level)
     }
 }
 
+// The innermost recorder of this thread; loads run on one thread from start to end.
+thread_local ParameterLogging::FirstErrorRecorder* t_recorder = nullptr;
+
 } // namespace
+
+ParameterLogging::FirstErrorRecorder::FirstErrorRecorder() : m_outer(t_recorder)
+{
+    t_recorder = this;
+}
+
+ParameterLogging::FirstErrorRecorder::~FirstErrorRecorder()
+{
+    t_recorder = m_outer;
+}
 
 void ParameterLogging::Write(IParameterLoggingAPI* api, ParameterLogLevel level, char const* format,
                              ...)
 {
-    if (api != nullptr && !api->LoggingEnabled(level))
+    bool const recorded = level == LogError && t_recorder != nullptr;
+    if (!recorded && api != nullptr && !api->LoggingEnabled(level))
         return;
 
     char message[MaxMessageLength];
@@ -44,6 +59,20 @@ void ParameterLogging::Write(IParameterLoggingAPI* api, ParameterLogLevel level,
     va_start(args, format);
     std::vsnprintf(message, sizeof(message), format, args);
     va_end(args);
+
+    if (recorded) {
+        for (FirstErrorRecorder* recorder = t_recorder; recorder != nullptr;
+             recorder = recorder->m_outer) {
+            if (recorder->m_text[0] != '\0')
+                continue;
+            Vorn::OsUtils::StrLCpy(recorder->m_text, message, sizeof(recorder->m_text));
+            size_t const length = std::strlen(recorder->m_text);
+            if (length > 0 && recorder->m_text[length - 1] == '\n')
+                recorder->m_text[length - 1] = '\0';
+        }
+        if (api != nullptr && !api->LoggingEnabled(level))
+            return;
+    }
 
     char thread[16];
     std::snprintf(thread, sizeof(thread), "%u", Vorn::OsUtils::GetThreadID());

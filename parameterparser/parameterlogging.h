@@ -23,6 +23,29 @@ public:
     /// bring their own line end.
     static void Write(IParameterLoggingAPI* api, ParameterLogLevel level, char const* format, ...)
         __attribute__((format(printf, 3, 4)));
+
+    /// While it exists, keeps the first error-level message written on the creating thread,
+    /// whether or not its api lets it through, without its line end. A load that fails without a
+    /// reason of its own gives this one. Recorders nest: each one sees the messages written
+    /// during its life. Not copyable; destroy in reverse order of creation.
+    class FirstErrorRecorder
+    {
+    public:
+        FirstErrorRecorder();
+        ~FirstErrorRecorder();
+        FirstErrorRecorder(FirstErrorRecorder const&) = delete;
+        FirstErrorRecorder& operator=(FirstErrorRecorder const&) = delete;
+
+        /// The message, empty while none was written.
+        char const* Text() const { return m_text; }
+
+    private:
+        friend class ParameterLogging;
+        static constexpr unsigned int TextLength = 2048;
+
+        FirstErrorRecorder* m_outer;
+        char m_text[TextLength] = {};
+    };
 };
 
 /// Who is logging: a name for the line and per-level switches.

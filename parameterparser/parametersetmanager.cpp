@@ -2,8 +2,14 @@
 // ParameterSetManager: header and section reading, the two load paths, errors and identity.
 #include "parameterparser/parametersetmanager.h"
 
+#include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <new>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/vornalloc.h"
 #include "platform/vornosutils.h"
@@ -91,6 +97,33 @@ void SetErrorText(char* errorText, char const* text)
         Vorn::OsUtils::StrLCpy(errorText, text, ParameterSetManager::ErrorStringLength);
 }
 
+// Why a file gave no image, as the file system tells it: the errno text of the open, or what
+// kind of file it is.
+void DescribeUnreadableFile(char const* fileName, char* text, size_t size)
+{
+    int const fd = open(fileName, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        Vorn::OsUtils::SNPrintF(text, size, "Unable to open binary file '%s': %s", fileName,
+                                std::strerror(errno));
+        return;
+    }
+    struct stat status = {};
+    bool const known = fstat(fd, &status) == 0;
+    close(fd);
+    auto const fileSize = static_cast<unsigned long long>(status.st_size);
+    if (known && S_ISDIR(status.st_mode))
+        Vorn::OsUtils::SNPrintF(text, size, "Unable to read binary file '%s': Is a directory",
+                                fileName);
+    else if (known && fileSize == 0)
+        Vorn::OsUtils::SNPrintF(text, size, "Binary file '%s' is empty", fileName);
+    else if (known && fileSize > UINT32_MAX)
+        Vorn::OsUtils::SNPrintF(text, size, "Binary file '%s' is too large: %llu bytes, at most %u",
+                                fileName, fileSize, static_cast<unsigned int>(UINT32_MAX));
+    else
+        Vorn::OsUtils::SNPrintF(text, size, "Unable to read binary file '%s' (%llu bytes)",
+                                fileName, fileSize);
+}
+
 // Steps of the header check that follow a complete read of the fields; the order of the checks
 // decides which message a damaged file gets.
 bool CheckHeaderFields(unsigned char* buffer, unsigned int length, char const* headerTag,
@@ -112,8 +145,8 @@ bool CheckHeaderFields(unsigned char* buffer, unsigned int length, char const* h
         if (errorText != nullptr)
             Vorn::OsUtils::SNPrintF(
                 errorText, ParameterSetManager::ErrorStringLength,
-                "Binary header data too small: Expected: %d bytes, Actual: %u bytes",
-                static_cast<int>(fileSize), length);
+                "Binary header data too small: Expected: %u bytes, Actual: %u bytes",
+                static_cast<unsigned int>(fileSize), length);
         return false;
     }
     if (version < ModeTreeMinVersion()) {
@@ -215,10 +248,41 @@ bool ParameterSetManager::LoadBinaryParameters(unsigned char* buffer, unsigned l
 {
     if (m_mainSetManager != nullptr)
         return MainManager()->LoadBinaryParameters(buffer, length);
+    ParameterLogging::FirstErrorRecorder recorder;
+    bool const loaded = LoadFromBuffer(buffer, length);
+    ExplainLoadFailure(loaded, recorder);
+    return loaded;
+}
 
+bool ParameterSetManager::LoadBinaryParameters(char const* fileName)
+{
+    if (m_mainSetManager != nullptr)
+        return MainManager()->LoadBinaryParameters(fileName);
+    ParameterLogging::FirstErrorRecorder recorder;
+    bool const loaded = LoadFromFile(fileName);
+    ExplainLoadFailure(loaded, recorder);
+    return loaded;
+}
+
+void ParameterSetManager::ExplainLoadFailure(bool loaded,
+                                             ParameterLogging::FirstErrorRecorder const& recorder)
+{
+    // Many faults deep in the tables are only logged where they are found, with the offset and
+    // size that failed; the first of them is the reason the load ended.
+    if (loaded || m_errorString[0] != '\0')
+        return;
+    Vorn::OsUtils::StrLCpy(m_errorString,
+                           recorder.Text()[0] != '\0' ? recorder.Text()
+                                                      : "Binary file refused with no reason logged",
+                           sizeof(m_errorString));
+}
+
+bool ParameterSetManager::LoadFromBuffer(unsigned char* buffer, unsigned long length)
+{
     ParameterLogging::Write(this, ParameterLogging::LogVerbose,
                             "Load Binary Parameters from buffer\n");
     m_loadStatus = false;
+    m_errorString[0] = '\0';
     if (m_symbolTable != nullptr) {
         SetError("Binary file already loaded");
         return false;
@@ -251,11 +315,8 @@ bool ParameterSetManager::LoadBinaryParameters(unsigned char* buffer, unsigned l
     return m_loadStatus;
 }
 
-bool ParameterSetManager::LoadBinaryParameters(char const* fileName)
+bool ParameterSetManager::LoadFromFile(char const* fileName)
 {
-    if (m_mainSetManager != nullptr)
-        return MainManager()->LoadBinaryParameters(fileName);
-
     if (fileName == nullptr) {
         SetError("LoadBinaryParameters called with nullptr file name");
         return m_loadStatus;
@@ -271,6 +332,7 @@ bool ParameterSetManager::LoadBinaryParameters(char const* fileName)
     ParameterLogging::Write(this, ParameterLogging::LogVerbose,
                             "Load Binary Parameters from file: %s\n", fileName);
     m_loadStatus = false;
+    m_errorString[0] = '\0';
     if (m_symbolTable != nullptr) {
         SetError("Binary file already loaded");
         return false;
@@ -281,7 +343,9 @@ bool ParameterSetManager::LoadBinaryParameters(char const* fileName)
     // A file that did not open has length 0, so this read reports it too.
     unsigned char* image = file != nullptr ? file->Read(0, size) : nullptr;
     if (image == nullptr) {
-        SetError("Unable to allocate space to read binary file");
+        char reason[ErrorStringLength];
+        DescribeUnreadableFile(fileName, reason, sizeof(reason));
+        SetError(reason);
         ReleaseLoadFile(file);
         return m_loadStatus;
     }
@@ -465,13 +529,14 @@ bool ParameterSetManager::LoadSectionContents(unsigned char* buffer, unsigned in
 
     if (m_symbolSection.Offset == 0 || m_symbolSection.Size == 0 || m_dataSection.Offset == 0 ||
         m_dataSection.Size == 0) {
-        ParameterLogging::Write(
-            this, ParameterLogging::LogError,
-            "ReadModeSections: Binary missing symbol table or data "
-            "SymbolOffset(%d) && SymbolSize(%d) && DataOffset(%d) && "
-            "DataSize(%d)\n",
-            static_cast<int>(m_symbolSection.Offset), static_cast<int>(m_symbolSection.Size),
-            static_cast<int>(m_dataSection.Offset), static_cast<int>(m_dataSection.Size));
+        ParameterLogging::Write(this, ParameterLogging::LogError,
+                                "ReadModeSections: Binary missing symbol table or data "
+                                "SymbolOffset(%u) && SymbolSize(%u) && DataOffset(%u) && "
+                                "DataSize(%u)\n",
+                                static_cast<unsigned int>(m_symbolSection.Offset),
+                                static_cast<unsigned int>(m_symbolSection.Size),
+                                static_cast<unsigned int>(m_dataSection.Offset),
+                                static_cast<unsigned int>(m_dataSection.Size));
         return true;
     }
 
@@ -559,9 +624,9 @@ bool ParameterSetManager::AddModule(ModuleData const* data, ParameterModule* mod
     unsigned int const slot = data->GetModeIDValue();
     if (slot >= table->m_modeCount) {
         ParameterLogging::Write(this, ParameterLogging::LogError,
-                                "AddModule: moduleData->ModeId(%d) >= m_modeCount(%d)\n",
-                                static_cast<int>(data->ModeId),
-                                static_cast<int>(table->m_modeCount));
+                                "AddModule: moduleData->ModeId(%u) >= m_modeCount(%u)\n",
+                                static_cast<unsigned int>(data->ModeId),
+                                static_cast<unsigned int>(table->m_modeCount));
         return false;
     }
     ModeEntry* node = table->modes != nullptr ? table->modes[slot].mode : nullptr;

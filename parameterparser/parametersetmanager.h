@@ -69,14 +69,18 @@ public:
 
     /// Loads a whole tuning file from buffer, which is only read during the call. Refused with
     /// "Binary file already loaded" when a file is loaded; a buffer above 4 GiB is logged and
-    /// refused. Header and section faults are kept as the error string. Returns the load status.
+    /// refused. Every refusal leaves a non-empty error string: the fault's own text, or else the
+    /// first error the reading logged (which names the offset and size that failed). A load
+    /// clears the error string first. Returns the load status.
     [[nodiscard]] bool LoadBinaryParameters(unsigned char* buffer, unsigned long length);
 
     /// Loads the named file: in file mode (when the manager allows it) the file stays open behind
     /// the manager; otherwise it is read whole and loaded as a buffer. A null name is kept as the
     /// error and a name of 1023 characters or more is logged; both return the status unchanged.
-    /// An unreadable file gives "Unable to allocate space to read binary file". In file mode a
-    /// file whose first 3388 bytes cannot be read loads with its header only and returns true.
+    /// A file that cannot be opened gives "Unable to open binary file '<name>': <errno text>";
+    /// a directory, an empty file or one above 4 GiB is named as such. Other refusals explain
+    /// themselves as the buffer form's do. In file mode a file whose first 3388 bytes cannot be
+    /// read loads with its header only and returns true.
     [[nodiscard]] bool LoadBinaryParameters(char const* fileName);
 
     /// Releases the loaded tables, the tag and the name. Sections, file name and modules stay.
@@ -487,6 +491,11 @@ private:
     /// and rewires what the command thread reads. Holds nest; the last one to go starts the
     /// worker again when the manager is loaded and live tuning is on.
     class KnobbyPause;
+    /// The two load forms behind LoadBinaryParameters, which see that a failure is explained.
+    bool LoadFromBuffer(unsigned char* buffer, unsigned long length);
+    bool LoadFromFile(char const* fileName);
+    /// Keeps the first error recorded during a load that failed and set no error text itself.
+    void ExplainLoadFailure(bool loaded, ParameterLogging::FirstErrorRecorder const& recorder);
     bool LoadSectionContents(unsigned char* buffer, unsigned int length, char const* fileName,
                              ParameterBinaryFile* file, unsigned int fileSize,
                              IModeTable* modeTable, unsigned char alignment);

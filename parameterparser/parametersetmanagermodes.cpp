@@ -402,8 +402,8 @@ bool ParameterSetManager::ReadModeSections(unsigned char* buffer, unsigned int l
         if (info.Size != expected) {
             ParameterLogging::Write(
                 this, ParameterLogging::LogError,
-                "ReadModeSection: ModeSize %d does not match expected size %d\n",
-                static_cast<int>(info.Size), static_cast<int>(expected));
+                "ReadModeSection: ModeSize %u does not match expected size %u\n",
+                static_cast<unsigned int>(info.Size), static_cast<unsigned int>(expected));
             continue;
         }
 
@@ -416,9 +416,9 @@ bool ParameterSetManager::ReadModeSections(unsigned char* buffer, unsigned int l
             if (ownBuffer == nullptr)
                 ParameterLogging::Write(
                     this, ParameterLogging::LogError,
-                    "ReadModeSection(%u): Failed to read %d bytes for mode table from binary "
+                    "ReadModeSection(%u): Failed to read %u bytes for mode table from binary "
                     "file\n",
-                    section, static_cast<int>(info.Size));
+                    section, static_cast<unsigned int>(info.Size));
             sectionBuffer = ownBuffer;
             sectionLength = info.Size;
             pos = 0;

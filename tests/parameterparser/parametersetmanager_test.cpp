@@ -11,6 +11,7 @@
 #include "tools/writer/bytesink.h"
 #include "tools/writer/definitiontablebuilder.h"
 #include "tools/writer/modesectionbuilder.h"
+#include "tools/writer/symboltablebuilder.h"
 #include "tools/writer/tuningfilewriter.h"
 
 #include "tests/common/logcapture.h"
@@ -200,16 +201,6 @@ TEST_F(ParameterSetManagerTest, RefusalsBeforeReadingKeepStatus)
     EXPECT_EQ(manager.GetSymbolTable(), nullptr);
 }
 
-TEST_F(ParameterSetManagerTest, MissingFileIsReported)
-{
-    ParamTest::TempFile file;
-    std::string const missing = file.Path() + ".missing";
-    TestSetManager manager;
-    EXPECT_FALSE(manager.LoadBinaryParameters(missing.c_str()));
-    EXPECT_STREQ(manager.GetErrorString(), "Unable to allocate space to read binary file");
-    EXPECT_FALSE(manager.IsFileMode());
-}
-
 // In file mode only the first bytes are read for the section table; a file shorter than that
 // window keeps the header it passed and loads with no tables.
 TEST_F(ParameterSetManagerTest, ShortFileInFileModeLoadsWithoutTables)
@@ -311,6 +302,13 @@ Damage SingleSection()
     return damage;
 }
 
+Damage FileSize(uint32_t size)
+{
+    Damage damage;
+    damage.fileSize = size;
+    return damage;
+}
+
 Damage BadChecksum()
 {
     Damage damage;
@@ -330,9 +328,136 @@ INSTANTIATE_TEST_SUITE_P(
                   Damage{},
                   "Unsupported binary header version : 7.0.1. Please re-generate parser code "
                   "using the latest version of ParameterParser"},
-        FaultCase{
-            "SingleSection", {7, 0, 0}, SingleSection(), "Invalid binary file section count"}),
+        FaultCase{"SingleSection", {7, 0, 0}, SingleSection(), "Invalid binary file section count"},
+        // Sizes are u32 and printed as such, never as negative numbers.
+        FaultCase{"FileSizeAboveTwoGiB",
+                  {7, 0, 0},
+                  FileSize(0x80000000u),
+                  "Binary header data too small: Expected: 2147483648 bytes, Actual: 4000 bytes"}),
     CaseName<FaultCase>);
+
+// A file with one of the faults the writer can make, on the sound minimal file.
+struct RefusalCase
+{
+    char const* name;
+    TuningFileWriter writer;
+};
+
+TuningFileWriter WithDamage(Damage damage, FileVersion version = {})
+{
+    return SoundFile(version).SetDamage(std::move(damage));
+}
+
+// One data block in damaged tables: bytes behind the symbol entries, or, if entrySize is not 0,
+// a Size field of the block's entry that runs past the data.
+TuningFileWriter WithTables(uint32_t trailingBytes, uint32_t entrySize)
+{
+    TuningFileWriter writer;
+    TuningWriter::SymbolTableBuilder symbols(writer.Version());
+    TuningWriter::ModuleEntry block;
+    block.modeId = TuningWriter::NoModuleModeId;
+    block.data.assign(FileModeSize, 0x5A);
+    uint32_t const id = symbols.AddModule(std::move(block));
+    TuningWriter::TableDamage damage;
+    damage.symbolTrailingBytes = trailingBytes;
+    if (entrySize != 0)
+        damage.sizes[id] = entrySize;
+    symbols.SetDamage(std::move(damage));
+    symbols.AddTo(writer);
+    return writer;
+}
+
+std::vector<RefusalCase> RefusingFaults()
+{
+    std::vector<RefusalCase> cases;
+    auto add = [&cases](char const* name, TuningFileWriter writer) {
+        cases.push_back({name, std::move(writer)});
+    };
+    Damage damage;
+    damage.headerTag = "Some Other Header";
+    add("WrongTag", WithDamage(damage));
+    damage = {};
+    damage.emptyHeaderTag = true;
+    add("EmptyTag", WithDamage(damage));
+    damage = {};
+    damage.fileSize = 0x80000000u;
+    add("FileSizeAboveLength", WithDamage(damage));
+    damage = {};
+    damage.cutAt = 30;
+    add("ShortHeader", WithDamage(damage));
+    damage = {};
+    damage.sectionOffset = 0xFFFFFF00u;
+    add("SectionTablePastEnd", WithDamage(damage));
+    damage = {};
+    damage.sectionCount = 1;
+    add("SingleSection", WithDamage(damage));
+    damage = {};
+    damage.sectionCount = 100000;
+    add("SectionCountPastEnd", WithDamage(damage));
+    damage = {};
+    damage.badChecksum = true;
+    add("BadChecksum", WithDamage(damage));
+    add("BadChecksum32", WithDamage(damage, {5, 0, 0}));
+    damage = {};
+    damage.truncate = 3;
+    add("Truncated", WithDamage(damage));
+    damage = {};
+    damage.appended = {1, 2, 3};
+    add("BytesBehindChecksum", WithDamage(damage));
+    add("UnsupportedVersion", WithDamage({}, {7, 0, 1}));
+    damage = {};
+    damage.fileSize = 1u << 20;
+    add("Compressed", WithDamage(damage).SetHeaderFlags(ParameterSetManager::CompressedFlag));
+    add("SymbolSectionPastEnd", SoundFile().AddRawSectionRecord(0, 0xFFFF0000u, 64));
+    add("UnknownSectionType", SoundFile().AddRawSectionRecord(9, 0, 0));
+    add("SymbolTableNotWhole", WithTables(3, 0));
+    add("EntryPastData", WithTables(0, 0x7FFFFFF0u));
+    return cases;
+}
+
+// Whatever refuses a file, in buffer or in file mode, leaves a text that says why: a fault's
+// own message or the first error logged where the fault was found, never nothing.
+TEST_F(ParameterSetManagerTest, EveryRefusalExplainsItself)
+{
+    for (RefusalCase const& fault : RefusingFaults()) {
+        std::vector<uint8_t> const bytes = fault.writer.Build();
+        ParamTest::TempFile file(bytes);
+        for (bool const byName : {false, true}) {
+            SCOPED_TRACE(std::string(fault.name) + (byName ? " by name" : " from buffer"));
+            TestSetManager manager;
+            std::vector<uint8_t> copy = bytes;
+            bool const loaded = byName ? manager.LoadBinaryParameters(file.Path().c_str())
+                                       : manager.LoadBinaryParameters(copy.data(), copy.size());
+            EXPECT_FALSE(loaded);
+            EXPECT_STRNE(manager.GetErrorString(), "");
+            EXPECT_STRNE(manager.GetErrorString(), "Binary file refused with no reason logged");
+        }
+    }
+}
+
+// A file that cannot be read whole names the reason the file system gives.
+TEST_F(ParameterSetManagerTest, UnreadableFileNamesItsReason)
+{
+    ParamTest::TempFile empty(std::vector<uint8_t>{});
+    ParamTest::TempFile file;
+    std::string const missing = file.Path() + ".missing";
+    std::string const folder = file.Path().substr(0, file.Path().rfind('/'));
+    struct Case
+    {
+        std::string path;
+        std::string error;
+    } const cases[] = {
+        {missing, "Unable to open binary file '" + missing + "': No such file or directory"},
+        {folder, "Unable to read binary file '" + folder + "': Is a directory"},
+        {empty.Path(), "Binary file '" + empty.Path() + "' is empty"},
+    };
+    for (Case const& test : cases) {
+        TestSetManager manager;
+        EXPECT_FALSE(manager.LoadBinaryParameters(test.path.c_str()));
+        EXPECT_EQ(manager.GetErrorString(), test.error);
+        EXPECT_FALSE(manager.IsFileMode());
+    }
+}
 
 TEST_F(ParameterSetManagerTest, SectionCountDetailStaysInLog)
 {

@@ -436,7 +436,7 @@ TuningWriter::Damage CutShort()
 INSTANTIATE_TEST_SUITE_P(
     Reload, FailedReloadTest,
     ::testing::Values(
-        FailureCase{"FileRemoved", true, {}, "Unable to allocate space to read binary file"},
+        FailureCase{"FileRemoved", true, {}, "Unable to open binary file"},
         FailureCase{"BadChecksum", false, BadChecksum(), "Binary file CRC validation failed"},
         FailureCase{"Truncated", false, CutShort(), "Binary header data too small: Expected: "}),
     [](::testing::TestParamInfo<FailureCase> const& caseInfo) { return caseInfo.param.name; });
