@@ -1,5 +1,6 @@
 # Install rules: the shared library with its SONAME, the public headers under
-# include/parameterparser/, a CMake package config and a pkg-config file.
+# include/parameterparser/, a CMake package config and a pkg-config file. Consumers put the
+# include directory alone on their path and include <parameterparser/...>.
 include(CMakePackageConfigHelpers)
 
 # The public API: every header a client may include. Headers not listed here are internal.
@@ -9,10 +10,12 @@ set(PARAM_PLATFORM_HEADERS platform/vornalloc.h platform/vornlog.h platform/vorn
 
 install(TARGETS parameterparser EXPORT ParameterParserTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} ${CMAKE_INSTALL_INCLUDEDIR}/parameterparser)
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/parameterparser/
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/parameterparser
     FILES_MATCHING PATTERN "*.h")
+install(FILES ${PROJECT_BINARY_DIR}/gen/parameterparser/parameterparserversion.h
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/parameterparser)
 install(FILES ${PARAM_PLATFORM_HEADERS}
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/parameterparser/platform)
 install(FILES ${PROJECT_SOURCE_DIR}/parametermodules/concretesetmanager.h
@@ -24,6 +27,11 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/stats/statsalgo/common/
 install(DIRECTORY ${PARAMGEN_OUTPUT_DIR}/
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/parameterparser/paramgen
     FILES_MATCHING PATTERN "*.h" PATTERN "*.writer.h" EXCLUDE PATTERN "moduletest.h" EXCLUDE)
+
+# Inside the installed tree, headers reach each other under <parameterparser/...> too.
+install(CODE "execute_process(COMMAND \${CMAKE_COMMAND}
+    -DHEADER_DIR=\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_INCLUDEDIR}/parameterparser
+    -P ${PROJECT_SOURCE_DIR}/cmake/RewriteIncludes.cmake COMMAND_ERROR_IS_FATAL ANY)")
 
 install(EXPORT ParameterParserTargets NAMESPACE ParameterParser::
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/ParameterParser)

@@ -4,10 +4,9 @@
 // changes, prints the tuning it gets for each branch, and reloads the file as it does when a new
 // tuning is pushed.
 #include <cstdio>
+#include <cstring>
 
-#include "paramgen/TuningSetManager.h"
 #include <parameterparser/parameterparser.h>
-#include <platform/vornlog.h>
 
 namespace {
 
@@ -32,6 +31,12 @@ int main(int argc, char** argv)
     if (argc != 2) {
         std::fprintf(stderr, "usage: %s TUNINGFILE\n", argv[0]);
         return 2;
+    }
+    // A host built against one release of the headers must not run with another library.
+    if (std::strcmp(GetParameterParserVersion(), PARAMETERPARSER_VERSION_STRING) != 0) {
+        std::fprintf(stderr, "built for parameterparser %s, running with %s\n",
+                     PARAMETERPARSER_VERSION_STRING, GetParameterParserVersion());
+        return 1;
     }
     Vorn::Log::SetSink(HostLog, nullptr);
 

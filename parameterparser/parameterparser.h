@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // The whole public API of the library in one include: the set managers and their generated
-// modules, the store beneath them, live tuning and the statistics services.
+// modules, the store beneath them, live tuning, the statistics services, the log a host routes
+// the library's lines with, and the library's version.
 #pragma once
+
+#include "platform/vornlog.h"
 
 #include "parametermodules/concretesetmanager.h"
 #include "parameterparser/imodetable.h"
@@ -15,6 +18,7 @@
 #include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parameterlogging.h"
 #include "parameterparser/parameterparserinfo.h"
+#include "parameterparser/parameterparserversion.h"
 #include "parameterparser/parametersetmanager.h"
 #include "parameterparser/parameterutils.h"
 #include "parameterparser/parsercrc.h"

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "parameterparser/parameterexport.h"
+
 namespace Vorn {
 namespace Log {
 
@@ -38,8 +40,8 @@ struct TraceInfo
     uint32_t groupMask;
 };
 
-extern LogInfo g_logInfo;
-extern TraceInfo g_traceInfo;
+extern PARAMETERPARSER_API LogInfo g_logInfo;
+extern PARAMETERPARSER_API TraceInfo g_traceInfo;
 
 /// Receives each formatted line. `line` ends without a forced line break: the message's own.
 using Sink = void (*)(uint32_t group, char severity, uint32_t level, char const* line,
@@ -47,11 +49,11 @@ using Sink = void (*)(uint32_t group, char severity, uint32_t level, char const*
 
 /// Replaces the sink; null restores the default, which writes lines that g_logInfo lets through to
 /// stderr. An installed sink receives every line, whatever the masks say.
-void SetSink(Sink sink, void* context);
+PARAMETERPARSER_API void SetSink(Sink sink, void* context);
 
 /// Formats a line (at most 4095 characters) and hands it to the sink.
-void LogSystem(uint32_t group, char severity, uint32_t level, char const* format, ...)
-    __attribute__((format(printf, 4, 5)));
+PARAMETERPARSER_API void LogSystem(uint32_t group, char severity, uint32_t level,
+                                   char const* format, ...) __attribute__((format(printf, 4, 5)));
 
 /// The base name of a path: what follows the last '/', or the whole text. Null gives "".
 char const* GetFileName(char const* path);
