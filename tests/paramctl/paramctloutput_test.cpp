@@ -1,45 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
 // paramctl's output on hostile and damaged files: every command's --json parses as a JSON
 // document, and no text from a file reaches the terminal raw.
-#include <array>
-#include <cstdio>
 #include <string>
 #include <vector>
-
-#include <sys/wait.h>
 
 #include <gtest/gtest.h>
 
 #include "tools/writer/tuningfilewriter.h"
 
 #include "tests/common/tempfile.h"
+#include "tests/paramctl/runparamctl.h"
 #include <nlohmann/json.hpp>
 
 namespace {
 
+using ParamCtlTest::Output;
+using ParamCtlTest::ReadBytes;
+using ParamCtlTest::RunParamctl;
+
 // Escape sequences (a colour change, a window title) and bytes that are no UTF-8.
 constexpr char HostileText[] = "\x1b[31mred\x1b]0;title\x07\xff\xc3\x28";
-
-struct Output
-{
-    int code = -1;
-    std::string out;
-};
-
-Output RunParamctl(std::string const& arguments)
-{
-    Output result;
-    std::string const command = std::string(PARAMCTL_PATH) + " " + arguments + " 2>/dev/null";
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr)
-        return result;
-    std::array<char, 4096> chunk;
-    for (size_t got; (got = std::fread(chunk.data(), 1, chunk.size(), pipe)) > 0;)
-        result.out.append(chunk.data(), got);
-    int const status = pclose(pipe);
-    result.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    return result;
-}
 
 // True when text is valid UTF-8: the JSON library refuses to write a string that is not.
 bool IsUtf8(std::string const& text)
@@ -68,14 +48,7 @@ protected:
         description.Rewrite(std::vector<uint8_t>(text.begin(), text.end()));
         ParamTest::TempFile packed;
         EXPECT_EQ(RunParamctl("pack " + description.Path() + " -o " + packed.Path()).code, 0);
-        std::FILE* file = std::fopen(packed.Path().c_str(), "rb");
-        std::vector<uint8_t> bytes;
-        if (file != nullptr) {
-            for (int c; (c = std::fgetc(file)) != EOF;)
-                bytes.push_back(static_cast<uint8_t>(c));
-            std::fclose(file);
-        }
-        return bytes;
+        return ReadBytes(packed.Path());
     }
 };
 
@@ -122,8 +95,9 @@ TEST_F(ParamctlOutputTest, JsonParsesAndTextIsEscapedOnHostileAndDamagedFiles)
     }
     // The hostile tag is shown escaped, so what the file holds can still be read.
     ParamTest::TempFile file(sample);
-    EXPECT_NE(RunParamctl("info " + file.Path()).out.find("\\x1b[31mred\\x1b]0;title\\x07\\xff\\xc3("),
-              std::string::npos);
+    EXPECT_NE(
+        RunParamctl("info " + file.Path()).out.find("\\x1b[31mred\\x1b]0;title\\x07\\xff\\xc3("),
+        std::string::npos);
 }
 
 } // namespace
