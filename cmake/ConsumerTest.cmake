@@ -18,6 +18,11 @@ if(METHOD STREQUAL "pkg-config")
     list(GET pcFiles 0 pcFile)
     get_filename_component(pcDir ${pcFile} DIRECTORY)
     set(environment ${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${pcDir})
+    execute_process(COMMAND ${environment} pkg-config --cflags parameterparser
+        OUTPUT_VARIABLE cflags OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    if(NOT cflags MATCHES "^-I[^ ]*/include$")
+        message(FATAL_ERROR "pkg-config gives '${cflags}': the include directory alone is wanted")
+    endif()
 endif()
 execute_process(COMMAND ${environment} ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${PREFIX}/build -G Ninja
         -DPARAMETERPARSER_FIND=${METHOD} -DCMAKE_PREFIX_PATH=${PREFIX}/root
