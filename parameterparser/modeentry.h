@@ -143,7 +143,9 @@ public:
 
     uint32_t modeId = 0;
     ModeUnion mode;
-    bool loaded;
+    /// Whether every module of the node is read. Written under modeMutex; atomic because a
+    /// lookup of a node that is already read tests it without taking that lock.
+    std::atomic<bool> loaded;
     /// Set for Default and Sensor modes, for modes the file marks, and by SetValue on the owner
     /// of a changed module. Atomic because lookups test it without a lock while a value change
     /// sets it under the table's activeModeMutex; a byte like a plain bool.

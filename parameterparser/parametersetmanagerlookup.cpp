@@ -59,6 +59,20 @@ WalkEnd WalkBranch(ParameterSetManager& manager, char const* caller, ModeEntry*&
     return WalkEnd::Complete;
 }
 
+// Puts a listed node (Usecase or deeper) at the front of its table's active list, where the
+// eviction looks last. The caller holds the list's lock.
+void MoveToFront(ParameterModeTable& table, ModeEntry* node)
+{
+    if (node == nullptr || node->mode.Parts.mode < FirstListedMode)
+        return;
+    if (table.activeModes.Count() != 0 && table.activeModes[0] == node)
+        return;
+    int const listed = table.activeModes.Find(node);
+    if (listed >= 0)
+        table.activeModes.Remove(static_cast<unsigned int>(listed));
+    table.activeModes.Insert(0, node);
+}
+
 void ReleasePrevious(ParameterModule* previous)
 {
     if (previous != nullptr)
@@ -398,6 +412,14 @@ bool ParameterSetManager::LoadModules(ModeEntry* mode, bool load, char const* mo
     if (!load && target->resident)
         return true;
 
+    unsigned int const modeValue = target->mode.Parts.mode;
+    // A node read before needs no reading, so the repeat lookup of a branch takes no node lock;
+    // a Default or Sensor node has no place in the active list either and is done here. The
+    // flag is read once: an eviction racing this lookup is met by the module's own load test.
+    bool const readBefore = load && target->loaded;
+    if (readBefore && modeValue < FirstListedMode)
+        return true;
+
     char prefix[TablePrefixLength] = {};
     if (m_modeTables.Count() > 1)
         Vorn::OsUtils::SNPrintF(prefix, sizeof(prefix),
@@ -407,25 +429,28 @@ bool ParameterSetManager::LoadModules(ModeEntry* mode, bool load, char const* mo
     // before the active list's lock: a second thread asking for the same mode waits here and
     // then finds it loaded.
     std::unique_lock<std::recursive_mutex> modeLock(target->modeMutex, std::defer_lock);
-    if (fileMode)
+    if (fileMode && !readBefore)
         modeLock.lock();
-    PList<ModeEntry*> touched;
+    // The node moves to the front of the active list, followed there by the owners of shared
+    // modules that reading it touched. A node read before only moves, and nothing is allocated
+    // on that path: it is the one every frame of a client takes.
+    ModeEntry* listed = nullptr;
+    PList<ModeEntry*> owners;
     bool result = true;
-    unsigned int const modeValue = target->mode.Parts.mode;
     bool work = true;
     if (load) {
-        if (!target->loaded && fileMode) {
+        bool const wasLoaded = readBefore || target->loaded;
+        if (!wasLoaded && fileMode) {
             ++fileReferences;
             if (m_symbolTable != nullptr)
                 m_symbolTable->FileReference(1);
         }
-        if (target->loaded && modeValue < FirstListedMode) {
+        if (wasLoaded && modeValue < FirstListedMode) {
             work = false;
         } else {
             if (modeValue >= FirstListedMode && target->HasLocalModules())
-                touched.Add(target);
-            // A mode read before only moves to the front of the active list.
-            if (target->loaded)
+                listed = target;
+            if (wasLoaded)
                 work = false;
         }
     }
@@ -488,9 +513,9 @@ bool ParameterSetManager::LoadModules(ModeEntry* mode, bool load, char const* mo
                                         unreleased, targetPath);
                 target->ReleaseReferences();
             }
-            int const listed = table->activeModes.Find(target);
-            if (listed >= 0)
-                table->activeModes.Remove(static_cast<unsigned int>(listed));
+            int const position = table->activeModes.Find(target);
+            if (position >= 0)
+                table->activeModes.Remove(static_cast<unsigned int>(position));
             return true;
         }
 
@@ -509,8 +534,8 @@ bool ParameterSetManager::LoadModules(ModeEntry* mode, bool load, char const* mo
             // The owner of a shared module is in use too: it moves up the list with this mode.
             if (read && evict) {
                 ModeEntry* owner = ModeEntry::OwnerOf(module);
-                if (owner != nullptr && touched.Find(owner) < 0)
-                    touched.Add(owner);
+                if (owner != nullptr && owner != listed && owners.Find(owner) < 0)
+                    owners.Add(owner);
             }
             if (!loaded) {
                 complete = false;
@@ -524,17 +549,9 @@ bool ParameterSetManager::LoadModules(ModeEntry* mode, bool load, char const* mo
         modeLock.unlock();
 
     std::lock_guard<std::recursive_mutex> activeLock(table->activeModeMutex);
-    for (unsigned int i = 0; i < touched.Count(); ++i) {
-        ModeEntry* node = touched[i];
-        if (node->mode.Parts.mode < FirstListedMode)
-            continue;
-        if (table->activeModes.Count() != 0 && table->activeModes[0] == node)
-            continue;
-        int const listed = table->activeModes.Find(node);
-        if (listed >= 0)
-            table->activeModes.Remove(static_cast<unsigned int>(listed));
-        table->activeModes.Insert(0, node);
-    }
+    MoveToFront(*table, listed);
+    for (unsigned int i = 0; i < owners.Count(); ++i)
+        MoveToFront(*table, owners[i]);
 
     // Past the limit the oldest modes that no client holds are unloaded; a mode in use stays
     // where it is, so the list may run longer than the limit. The lock is held throughout, so

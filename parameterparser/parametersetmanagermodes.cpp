@@ -534,7 +534,8 @@ bool ParameterSetManager::ValidateMode(char const* caller, TuningMode const* mod
                                        unsigned int index)
 {
     uint32_t const value = modeBranch[index].mode;
-    char message[ErrorStringLength] = {};
+    // Every step of every lookup passes here: the message buffer is only touched on a fault.
+    char message[ErrorStringLength];
     if (value > MaxModeValue) {
         Vorn::OsUtils::SNPrintF(message, sizeof(message),
                                 "%s Error: Invalid Mode value (%u) found in modeBranch[%u]. "
