@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Reloading a 16 MiB tuning file beside the generation in service, in file mode and in buffer
-// mode, and the memory that two generations take at once.
+// mode, the memory that two generations take at once, and the memory one takes per MiB of file.
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -12,6 +12,7 @@
 #include <benchmark/benchmark.h>
 
 #include "platform/vornalloc.h"
+#include "platform/vornlog.h"
 
 #include "tools/generator/schemaset.h"
 #include "tools/writer/definitiontablebuilder.h"
@@ -29,6 +30,11 @@ using TuningWriter::EntryValue;
 
 constexpr size_t FileSize = 16u << 20;
 constexpr double MiB = 1024.0 * 1024.0;
+
+constexpr uint16_t Usecases = 8;
+constexpr uint16_t Features1 = 8;
+constexpr uint16_t Features2 = 25;
+constexpr uint16_t Scenes = 8;
 
 // A file of flIndices modules, one in each Scene mode below Usecase x Feature1 x Feature2
 // (8 x 8 x 25 x 8 = 12800 modes of about 1.2 KiB of data each), padded to 16 MiB.
@@ -48,13 +54,13 @@ std::vector<uint8_t> BuildFile()
     TuningWriter::ModeSectionBuilder tree(0, "bench");
     uint32_t const sensor = tree.AddPath("Default|Sensor.0");
     uint32_t points = 0;
-    for (uint16_t usecase = 0; usecase < 8; ++usecase) {
-        uint32_t const u = tree.AddChild(sensor, 2, usecase);
-        for (uint16_t feature1 = 0; feature1 < 8; ++feature1) {
-            uint32_t const f1 = tree.AddChild(u, 3, feature1);
-            for (uint16_t feature2 = 0; feature2 < 25; ++feature2) {
-                uint32_t const f2 = tree.AddChild(f1, 4, feature2);
-                for (uint16_t scene = 0; scene < 8; ++scene) {
+    for (uint16_t usecase = 0; usecase < Usecases; ++usecase) {
+        uint32_t const u = tree.AddChild(sensor, ModeUsecase, usecase);
+        for (uint16_t feature1 = 0; feature1 < Features1; ++feature1) {
+            uint32_t const f1 = tree.AddChild(u, ModeFeature1, feature1);
+            for (uint16_t feature2 = 0; feature2 < Features2; ++feature2) {
+                uint32_t const f2 = tree.AddChild(f1, ModeFeature2, feature2);
+                for (uint16_t scene = 0; scene < Scenes; ++scene) {
                     std::vector<EntryValue> indices(300, EntryValue::UInt(++points));
                     EntryValue const value =
                         EntryValue::Struct({{"numPoints", EntryValue::UInt(points)},
@@ -62,7 +68,7 @@ std::vector<uint8_t> BuildFile()
                     TuningWriter::ModuleEntry entry;
                     entry.name = instance->instanceName;
                     entry.moduleVersion = instance->version;
-                    entry.modeId = tree.AddChild(f2, 5, scene);
+                    entry.modeId = tree.AddChild(f2, ModeScene, scene);
                     entry.data = encoder.Encode(schema.Id(instance->topType), &value);
                     symbols.AddModule(std::move(entry));
                 }
@@ -89,10 +95,11 @@ public:
             return;
         close(fd);
         m_path = pattern;
-        std::vector<uint8_t> const bytes = BuildFile();
-        m_size = bytes.size();
+        m_bytes = BuildFile();
+        m_size = m_bytes.size();
         FILE* file = std::fopen(m_path.c_str(), "wb");
-        if (file == nullptr || std::fwrite(bytes.data(), 1, bytes.size(), file) != bytes.size())
+        if (file == nullptr ||
+            std::fwrite(m_bytes.data(), 1, m_bytes.size(), file) != m_bytes.size())
             m_path.clear();
         if (file != nullptr)
             std::fclose(file);
@@ -108,9 +115,12 @@ public:
     char const* Path() const { return m_path.c_str(); }
     size_t Size() const { return m_size; }
     bool Ok() const { return !m_path.empty(); }
+    /// A copy of the file's bytes, for a buffer-mode load (which takes a writable buffer).
+    std::vector<uint8_t> Bytes() const { return m_bytes; }
 
 private:
     std::string m_path;
+    std::vector<uint8_t> m_bytes;
     size_t m_size = 0;
 };
 
@@ -189,5 +199,50 @@ BENCHMARK(BM_Reload_TwoGenerationPeak)
     ->Arg(1)
     ->Unit(benchmark::kMillisecond)
     ->Iterations(1);
+
+// Memory held per MiB of file right after the load and after every one of the 12800 Scene modes
+// was asked for once and given back, in file mode (argument 0: modes are read on demand and the
+// active list keeps the last 17) and in buffer mode (argument 1: everything is read at load).
+void BM_Load_MemoryPerFileMiB(benchmark::State& state)
+{
+    BenchFile const& file = File();
+    bool const bufferMode = state.range(0) != 0;
+    double afterLoad = 0;
+    double afterVisits = 0;
+    for (auto _ : state) {
+        std::vector<uint8_t> bytes = bufferMode ? file.Bytes() : std::vector<uint8_t>();
+        size_t const base = Vorn::Testing::AllocatedBytes();
+        auto manager = std::make_unique<fdSetManager>("bench");
+        bool const loaded =
+            file.Ok() && (bufferMode ? manager->LoadBinaryParameters(bytes.data(), bytes.size())
+                                     : manager->LoadBinaryParameters(file.Path()));
+        if (!loaded) {
+            state.SkipWithError("the file could not be loaded");
+            break;
+        }
+        afterLoad = static_cast<double>(Vorn::Testing::AllocatedBytes() - base);
+        // The modules stand only in Scene modes, so every request warns that the root lacks it.
+        Vorn::Log::SetSink([](uint32_t, char, uint32_t, char const*, void*) {}, nullptr);
+        vornflindices::FLIndicesType* held = nullptr;
+        for (uint16_t u = 0; u < Usecases; ++u)
+            for (uint16_t f1 = 0; f1 < Features1; ++f1)
+                for (uint16_t f2 = 0; f2 < Features2; ++f2)
+                    for (uint16_t scene = 0; scene < Scenes; ++scene) {
+                        TuningMode const branch[] = {{ModeDefault, 0, 0},   {ModeSensor, 0, 0},
+                                                     {ModeUsecase, u, 0},   {ModeFeature1, f1, 0},
+                                                     {ModeFeature2, f2, 0}, {ModeScene, scene, 0}};
+                        held = manager->GetModule_flIndices(branch, 6, held);
+                    }
+        if (held != nullptr)
+            held->Release();
+        Vorn::Log::SetSink(nullptr, nullptr);
+        afterVisits = static_cast<double>(Vorn::Testing::AllocatedBytes() - base);
+    }
+    auto const fileBytes = static_cast<double>(file.Size());
+    state.counters["held_after_load_MiB_per_file_MiB"] = afterLoad / fileBytes;
+    state.counters["held_after_every_mode_MiB_per_file_MiB"] = afterVisits / fileBytes;
+    state.SetLabel(bufferMode ? "buffer mode" : "file mode");
+}
+BENCHMARK(BM_Load_MemoryPerFileMiB)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(1);
 
 } // namespace
