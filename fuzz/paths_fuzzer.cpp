@@ -98,17 +98,22 @@ std::string Read(ParameterModule& module, char const* path, bool& ok)
     return text.data();
 }
 
-// Writes value and then the value's own text back; the module must read as it did before.
-// Writing a text that was read leaves it as it is, so every run starts from the same values.
-void CheckValueText(ParameterModule& module, char const* path, std::string const& value)
+// Writes value into the module, directly and through the manager, then the value's own text
+// back; the module must read as it did before. Writing a text that was read leaves it as it is,
+// so every run starts from the same values.
+void CheckValueText(ParameterSetManager& manager, std::string const& modePath,
+                    std::string const& instance, ParameterModule& module, char const* path,
+                    std::string const& value)
 {
     bool ok = false;
     std::string const before = Read(module, path, ok);
     if (!ok)
         return;
-    bool const changed = module.SetValue(path, value.c_str());
+    bool changed = module.SetValue(path, value.c_str());
     bool changedRead = false;
     (void)Read(module, path, changedRead);
+    // The manager finds the module by the same branch, or refuses a path that does not parse.
+    changed |= manager.SetValue(0, modePath.c_str(), instance.c_str(), path, value.c_str());
     if (changed)
         (void)module.SetValue(path, before.c_str());
     bool restoredRead = false;
@@ -140,7 +145,7 @@ void CheckValuePaths(ParameterSetManager& manager, std::string const& modePath,
                                   hasBranch ? branch.Count() : 1, nullptr, false);
     if (module == nullptr)
         return;
-    CheckValueText(*module, path, value);
+    CheckValueText(manager, modePath, instance, *module, path, value);
     PList<ParameterParserInfo> members;
     (void)module->GetInfo(path, members);
     module->Release();
