@@ -73,7 +73,8 @@ bool ParseReal(KindLimits const& limits, std::string const& text, double& real, 
     char* end = nullptr;
     errno = 0;
     real = std::strtod(text.c_str(), &end);
-    if (end == text.c_str() || *end != '\0') {
+    // strtod passes over leading blanks; a value's text has none.
+    if (end == text.c_str() || *end != '\0' || std::isspace(static_cast<unsigned char>(text[0]))) {
         reason = "'" + text + "' is not a number (" + limits.name + ")";
         return false;
     }
