@@ -1,13 +1,18 @@
 #!/usr/bin/env python3
-"""The module generator: one schema table in, the C++ of its namespace out.
+"""The module generator: schema tables, block families and module lists in, C++ out.
 
-    paramgen.py SCHEMA --out-dir DIR [--schema-dir DIR ...] [--source-root DIR] [--depfile FILE]
-    paramgen.py --manager LIST --out-dir DIR [--schema-dir DIR ...] [...]
+    paramgen.py INPUT... --out-dir DIR [--schema-dir DIR ...] [--source-root DIR] [--depfile FILE]
+    paramgen.py outputs INPUT...
+    paramgen.py expand FAMILY [NAMESPACE ...] [--schema-dir DIR ...]
+    paramgen.py report INPUT_OR_FOLDER... [--schema-dir DIR ...]
 
-Writes DIR/<namespace>.h, .cpp, .writer.h and .writer.cpp; with --manager, the concrete set
-manager of a module list as DIR/<manager>.h, .cpp, .writer.h and .writer.cpp. A file whose text
-would not change is left alone, so an unchanged namespace does not rebuild what includes it. The
-formats are described in README.md beside this script."""
+An INPUT is a schema table (.schema: one namespace), a block family (.family: one namespace per
+block and version) or a module list (.list: a concrete set manager). Each namespace is written as
+DIR/<namespace>.h, .cpp, .writer.h and .writer.cpp, each manager as DIR/<manager>.h, .cpp,
+.writer.h and .writer.cpp. A file whose text would not change is left alone, so an unchanged
+namespace does not rebuild what includes it. `outputs` prints the names of the files generation
+writes, `expand` the plain schema text of a family's namespaces, `report` one line per namespace
+for reviewers. The formats are described in README.md beside this script."""
 
 import argparse
 import os
@@ -15,31 +20,45 @@ import sys
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
+from paramgen.catalogue import Catalogue  # noqa: E402
 from paramgen.emitcpp import CppEmitter  # noqa: E402
 from paramgen.emitmanager import ManagerEmitter  # noqa: E402
 from paramgen.emitwriter import WriterEmitter  # noqa: E402
 from paramgen.managerlist import load_manager  # noqa: E402
-from paramgen.schema import SchemaError, load_namespace  # noqa: E402
+from paramgen.report import report_line  # noqa: E402
+from paramgen.schema import SchemaError  # noqa: E402
+
+NAMESPACE_SUFFIXES = (".h", ".cpp", ".writer.h", ".writer.cpp")
+MANAGER_SUFFIXES = (".h", ".cpp", ".writer.h", ".writer.cpp")
 
 
-def generate(schema_path, search_dirs, source_root=None):
-    """The namespace of schema_path and its outputs as {file name: text}."""
-    namespace = load_namespace(schema_path, search_dirs)
-    shown = _shown_name(schema_path, source_root)
+def namespace_outputs(namespace, source_root=None):
+    """The generated files of one resolved namespace as {file name: text}."""
+    shown = _shown_name(namespace.path, source_root)
     cpp = CppEmitter(namespace, shown)
     writer = WriterEmitter(namespace, shown)
-    outputs = {
+    return {
         namespace.name + ".h": cpp.header(),
         namespace.name + ".cpp": cpp.source(),
         namespace.name + ".writer.h": writer.header(),
         namespace.name + ".writer.cpp": writer.source(),
     }
-    return namespace, outputs
 
 
-def generate_manager(list_path, search_dirs, source_root=None):
+def generate(schema_path, search_dirs, source_root=None, catalogue=None):
+    """The namespaces of a schema table or family and their outputs as {file name: text}."""
+    catalogue = catalogue or Catalogue([os.path.dirname(os.path.abspath(schema_path))] +
+                                       list(search_dirs))
+    namespaces = catalogue.load_file(schema_path)
+    outputs = {}
+    for namespace in namespaces:
+        outputs.update(namespace_outputs(namespace, source_root))
+    return namespaces, outputs
+
+
+def generate_manager(list_path, search_dirs, source_root=None, catalogue=None):
     """The set manager of the module list at list_path and its outputs as {file name: text}."""
-    manager = load_manager(list_path, search_dirs)
+    manager = load_manager(list_path, search_dirs, catalogue)
     emitter = ManagerEmitter(manager, _shown_name(list_path, source_root))
     outputs = {
         manager.name + ".h": emitter.header(),
@@ -48,6 +67,13 @@ def generate_manager(list_path, search_dirs, source_root=None):
         manager.name + ".writer.cpp": emitter.writer_source(),
     }
     return manager, outputs
+
+
+def output_names(path, catalogue):
+    """The file names that generating path writes, without reading more than path itself."""
+    if path.endswith(".list"):
+        return [os.path.splitext(os.path.basename(path))[0] + s for s in MANAGER_SUFFIXES]
+    return [name + s for name in catalogue.namespaces_of(path) for s in NAMESPACE_SUFFIXES]
 
 
 def _shown_name(path, source_root):
@@ -69,36 +95,111 @@ def write_if_changed(path, text):
         handle.write(text)
 
 
-def main(argv=None):
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("schema", help="a schema table, or with --manager a module list")
-    parser.add_argument("--manager", action="store_true",
-                        help="the input is a set manager's module list")
-    parser.add_argument("--out-dir", required=True)
-    parser.add_argument("--schema-dir", action="append", default=[],
-                        help="where used namespaces are found (repeatable); the schema's own "
-                             "folder is searched first")
-    parser.add_argument("--source-root", help="the banner names the schema relative to this")
-    parser.add_argument("--depfile", help="write the schemas read, for the build system")
-    args = parser.parse_args(argv)
-
-    search = [os.path.dirname(os.path.abspath(args.schema))] + args.schema_dir
-    try:
-        if args.manager:
-            generated, outputs = generate_manager(args.schema, args.schema_dir, args.source_root)
+def _inputs(paths):
+    """The inputs named, folders replaced by their tables, families and lists in name order."""
+    result = []
+    for path in paths:
+        if os.path.isdir(path):
+            result += [os.path.join(path, entry) for entry in sorted(os.listdir(path))
+                       if entry.endswith((".schema", ".family", ".list"))]
         else:
-            generated, outputs = generate(args.schema, search, args.source_root)
-    except (SchemaError, OSError) as error:
-        print("paramgen: %s" % error, file=sys.stderr)
-        return 1
+            result.append(path)
+    return result
+
+
+def _generate_all(args):
+    inputs = _inputs(args.inputs)
+    folders = []
+    for path in inputs:
+        folder = os.path.dirname(os.path.abspath(path))
+        if not path.endswith(".list") and folder not in folders:
+            folders.append(folder)
+    catalogue = Catalogue(folders + args.schema_dir)
+    outputs = {}
+    reads = []
+    for path in inputs:
+        if path.endswith(".list"):
+            generated, produced = generate_manager(path, args.schema_dir, args.source_root,
+                                                   catalogue)
+            read = generated.schemas_read
+        else:
+            generated, produced = generate(path, [], args.source_root, catalogue)
+            read = [r for namespace in generated for r in namespace.schemas_read]
+        outputs.update(produced)
+        reads += [r for r in read if r not in reads]
     os.makedirs(args.out_dir, exist_ok=True)
     for name, text in sorted(outputs.items()):
         write_if_changed(os.path.join(args.out_dir, name), text)
     if args.depfile:
-        target = os.path.join(args.out_dir, generated.name + ".h")
-        reads = [os.path.abspath(path).replace(" ", "\\ ") for path in generated.schemas_read]
+        first = output_names(inputs[0], catalogue)[0]
+        target = os.path.join(args.out_dir, first)
+        paths = [os.path.abspath(path).replace(" ", "\\ ") for path in reads]
         with open(args.depfile, "w", encoding="utf-8") as handle:
-            handle.write("%s: %s\n" % (target.replace(" ", "\\ "), " ".join(reads)))
+            handle.write("%s: %s\n" % (target.replace(" ", "\\ "), " ".join(paths)))
+
+
+def _outputs(args):
+    catalogue = Catalogue(args.schema_dir)
+    for path in _inputs(args.inputs):
+        for name in output_names(path, catalogue):
+            print(name)
+
+
+def _expand(args):
+    catalogue = Catalogue([os.path.dirname(os.path.abspath(args.family))] + args.schema_dir)
+    names = catalogue.namespaces_of(args.family)
+    for name in args.namespaces:
+        if name not in names:
+            raise SchemaError("%s: no namespace %s" % (args.family, name))
+    chosen = args.namespaces or names
+    for index, name in enumerate(chosen):
+        if index:
+            print()
+        for _, text in catalogue.family_lines(args.family)[name]:
+            print(text)
+
+
+def _report(args):
+    inputs = [p for p in _inputs(args.inputs) if not p.endswith(".list")]
+    folders = []
+    for path in inputs:
+        folder = os.path.dirname(os.path.abspath(path))
+        if folder not in folders:
+            folders.append(folder)
+    catalogue = Catalogue(folders + args.schema_dir)
+    for path in inputs:
+        for namespace in catalogue.load_file(path):
+            print(report_line(namespace))
+
+
+def main(argv=None):
+    argv = sys.argv[1:] if argv is None else argv
+    command = argv[0] if argv and argv[0] in ("outputs", "expand", "report") else "generate"
+    parser = argparse.ArgumentParser(prog="paramgen.py " + command if command != "generate"
+                                     else "paramgen.py", description=__doc__.splitlines()[0])
+    parser.add_argument("--schema-dir", action="append", default=[],
+                        help="where used namespaces are found (repeatable); the inputs' own "
+                             "folders are searched first")
+    if command == "generate":
+        parser.add_argument("inputs", nargs="+",
+                            help="schema tables, families, module lists or folders of them")
+        parser.add_argument("--out-dir", required=True)
+        parser.add_argument("--source-root", help="banners name inputs relative to this")
+        parser.add_argument("--depfile", help="write the files read, for the build system")
+    elif command == "expand":
+        argv = argv[1:]
+        parser.add_argument("family")
+        parser.add_argument("namespaces", nargs="*", help="only these (default: all)")
+    else:
+        argv = argv[1:]
+        parser.add_argument("inputs", nargs="+", help="schema tables, families or folders")
+    args = parser.parse_args(argv)
+    try:
+        {"generate": _generate_all, "outputs": _outputs, "expand": _expand,
+         "report": _report}[command](args)
+    except (SchemaError, OSError) as error:
+        print("paramgen: %s" % error, file=sys.stderr)
+        return 1
     return 0
 
 

@@ -8,7 +8,8 @@ import os
 import re
 from dataclasses import dataclass, field
 
-from paramgen.schema import SchemaError, load_namespace
+from paramgen.catalogue import Catalogue
+from paramgen.schema import SchemaError
 
 _NAME = re.compile(r"^[A-Za-z_][A-Za-z0-9_]*$")
 _CLASS_OPTIONS = ("live-tuning", "quiet")
@@ -83,8 +84,9 @@ def parse(path, text):
     return manager
 
 
-def load_manager(path, search_dirs):
-    """Reads the list at path and finds each instance's module in the schemas of search_dirs."""
+def load_manager(path, search_dirs, catalogue=None):
+    """Reads the list at path and finds each instance's module in the schemas of search_dirs (or
+    of catalogue, which keeps what it has read for the next list)."""
     with open(path, encoding="utf-8") as handle:
         manager = parse(path, handle.read())
     # The build names the outputs after the file before reading it.
@@ -92,22 +94,13 @@ def load_manager(path, search_dirs):
     if stem != manager.name:
         raise SchemaError("%s: the list of %s must be called %s.list" % (path, manager.name,
                                                                           manager.name))
-    cache = {}
+    catalogue = catalogue or Catalogue(search_dirs)
     reads = [path]
     for instance in manager.instances:
-        if instance.namespace not in cache:
-            for directory in search_dirs:
-                candidate = os.path.join(directory, instance.namespace + ".schema")
-                if os.path.exists(candidate):
-                    cache[instance.namespace] = load_namespace(candidate, search_dirs)
-                    break
-            else:
-                raise SchemaError("%s:%d: no schema for namespace '%s'"
-                                  % (path, instance.line, instance.namespace))
-            for read in cache[instance.namespace].schemas_read:
-                if read not in reads:
-                    reads.append(read)
-        schema = cache[instance.namespace]
+        schema = catalogue.load(instance.namespace, user="%s:%d" % (path, instance.line))
+        for read in schema.schemas_read:
+            if read not in reads:
+                reads.append(read)
         module = next((m for m in schema.modules if m.type_name == instance.type_name), None)
         if module is None:
             raise SchemaError("%s:%d: %s has no module type '%s'"

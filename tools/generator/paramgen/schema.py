@@ -3,7 +3,6 @@
 The text format is described in tools/generator/README.md. Errors carry the file and line and
 stop the generation: a schema that cannot be read must not produce half a namespace."""
 
-import os
 import re
 from dataclasses import dataclass, field
 
@@ -98,6 +97,7 @@ class TypeDecl:
     parent: "TypeDecl" = None
     namespace: str = ""
     is_top: bool = False
+    open: bool = False      # a frame: the schema knows only some of its members
 
     @property
     def cpp_path(self):
@@ -123,6 +123,7 @@ class ModuleDecl:
     trigger_tree: bool
     root_path: str
     line: int
+    clone: bool = False
 
 
 @dataclass
@@ -182,11 +183,16 @@ _SUFFIX = re.compile(r"^(?P<base>[A-Za-z_][A-Za-z0-9_:]*)(?P<suffix>\[\d*\]|\?)?
 _NAME = re.compile(r"^[A-Za-z_][A-Za-z0-9_]*$")
 
 
+def numbered(text):
+    """The lines of text with their numbers, as parse_lines takes them."""
+    return list(enumerate(text.splitlines(), 1))
+
+
 class _Reader:
-    def __init__(self, path, text):
+    def __init__(self, path, lines):
         self.path = path
         self.lines = []
-        for number, raw in enumerate(text.splitlines(), 1):
+        for number, raw in lines:
             if "\t" in raw:
                 self.fail(number, "tabs are not allowed; indent with spaces")
             stripped = raw.split("#", 1)[0].rstrip()
@@ -306,8 +312,35 @@ def _parse_body(reader, decl, indent):
         if line[1] > indent:
             reader.fail(line[0], "unexpected indentation")
         reader.next()
-        member = _parse_member(reader, line[0], line[1], line[2], decl)
+        words = line[2]
+        if words == ["..."]:
+            decl.open = True
+            continue
+        if _is_table(words):
+            member = _parse_table(reader, line[0], line[1], words, decl)
+        else:
+            member = _parse_member(reader, line[0], line[1], words, decl)
         decl.members.append(member)
+
+
+def _is_table(words):
+    """True for 'tab NAME Reported storage' or 'tab NAME TypeRef', not for a member named tab."""
+    return len(words) >= 3 and words[0] == "tab" and _NAME.match(words[1]) is not None and \
+        words[1] not in REPORTED_TYPES and words[1] != "String" and \
+        words[2] not in ("min", "dup", "hash", "hidden")
+
+
+def _parse_table(reader, line, indent, words, owner):
+    """'tab NAME ...': the member NAME_tab of type NAME_tabStruct holding the one member NAME."""
+    name = words[1]
+    wrapper = Member(name + "_tab", line, "structure", "single", type_ref=name + "_tabStruct")
+    wrapper.body = TypeDecl(name + "_tabStruct", line, parent=owner)
+    following = reader.peek()
+    if following is not None and following[1] > indent:
+        reader.fail(following[0], "a 'tab' member has no body")
+    wrapper.body.members.append(_parse_member(reader, line, indent, words[1:], wrapper.body))
+    owner.nested.append(wrapper.body)
+    return wrapper
 
 
 def _parse_module(reader, line, words):
@@ -317,9 +350,14 @@ def _parse_module(reader, line, words):
     index = 2
     while index < len(words):
         word = words[index]
+        if word == "clone":
+            module.clone = True
+            index += 1
+            continue
         if word == "trigger-tree":
             module.trigger_tree = True
-            if index + 1 < len(words) and words[index + 1] not in ("class", "version", "access"):
+            if index + 1 < len(words) and \
+                    words[index + 1] not in ("class", "version", "access", "clone"):
                 module.root_path = words[index + 1]
                 index += 1
             index += 1
@@ -385,7 +423,13 @@ def _parse_enum(reader, line, words):
 
 def parse(path, text):
     """The namespace described by text (read from path, for messages)."""
-    reader = _Reader(path, text)
+    return parse_lines(path, numbered(text))
+
+
+def parse_lines(path, lines):
+    """The namespace described by (line number, text) pairs; messages name path and those
+    numbers, so that text expanded from another file points at the lines that made it."""
+    reader = _Reader(path, lines)
     namespace = None
     while reader.peek() is not None:
         line, indent, words = reader.next()
@@ -445,6 +489,8 @@ def _resolve_type(namespace, decl, member, reader_fail):
         found = other.find_type(name)
         if found is None:
             reader_fail(member.line, "no type '%s' in %s" % (name, space))
+        if found.is_top:
+            reader_fail(member.line, "a module's top type cannot be a member")
         return found
     found = namespace.find_type(ref)
     if found is None:
@@ -500,6 +546,7 @@ def resolve(namespace, loader):
         decl.namespace = namespace.name
     for decl in namespace.all_types():
         names = set()
+        holder_dups = {}
         for member in decl.members:
             if member.name in names:
                 fail(member.line, "member '%s' repeats" % member.name)
@@ -524,6 +571,10 @@ def resolve(namespace, loader):
             if member.hidden and (member.category != "number" or member.shape != "single"):
                 fail(member.line, "only single numbers can be hidden")
             if member.dup is not None:
+                if member.dup in holder_dups:
+                    fail(member.line, "dup %d is already taken by '%s' in %s"
+                         % (member.dup, holder_dups[member.dup], decl.name))
+                holder_dups[member.dup] = member.name
                 pinned.add(member.dup)
         # Generated count and ID members must not meet schema names.
         for member in decl.members:
@@ -610,34 +661,3 @@ def trigger_roots(module, top, fail):
     if names["trigger"].type is not node or names["trigger"].shape != "counted":
         fail(module.line, "the node's 'trigger' must be a counted array of the node type")
     return path
-
-
-def load_namespace(path, search_dirs, cache=None, stack=()):
-    """Reads and resolves the schema at path and, from search_dirs, the namespaces it uses."""
-    cache = {} if cache is None else cache
-    with open(path, encoding="utf-8") as handle:
-        namespace = parse(path, handle.read())
-    if namespace.name in stack:
-        raise SchemaError("%s: namespaces use each other in a circle: %s"
-                          % (path, " -> ".join(stack + (namespace.name,))))
-    reads = [path]
-
-    def loader(name):
-        if name not in cache:
-            for directory in search_dirs:
-                candidate = os.path.join(directory, name + ".schema")
-                if os.path.exists(candidate):
-                    cache[name] = load_namespace(candidate, search_dirs, cache,
-                                                 stack + (namespace.name,))
-                    break
-            else:
-                raise SchemaError("%s: no schema for used namespace '%s'" % (path, name))
-        used = cache[name]
-        for read in used.schemas_read:
-            if read not in reads:
-                reads.append(read)
-        return used
-
-    resolve(namespace, loader)
-    namespace.schemas_read = reads
-    return namespace
