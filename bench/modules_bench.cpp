@@ -21,27 +21,27 @@
 #include "tools/writer/symboltablebuilder.h"
 
 #include "paramgen/gamma_1_6_1.h"
-#include "paramgen/gamma_1_6_1.writer.h"
 #include "paramgen/statsroipriority.h"
 #include "paramgen/vornflindices.h"
-#include "paramgen/vornflindices.writer.h"
 
 namespace {
 
 using TuningWriter::EntryValue;
 
-/// Which module a file holds: its writer description, top type, instance name and version.
+/// Which module a file holds: its top type's descriptor and name, instance name and version.
 struct ModuleKind
 {
-    void (*describe)(TuningWriter::SchemaSet&);
+    ParameterTypeDescriptor const* type;
     char const* topType;
     char const* instanceName;
     TuningWriter::FileVersion moduleVersion;
 };
 
-ModuleKind const FlIndices{
-    &ParamSchema::vornflindices::Describe, "vornflindices::FLIndicesType", "flIndices", {3, 4, 0}};
-ModuleKind const Gamma{&ParamSchema::gamma_1_6_1::Describe,
+ModuleKind const FlIndices{&vornflindices::FLIndicesType::Descriptor,
+                           "vornflindices::FLIndicesType",
+                           "flIndices",
+                           {3, 4, 0}};
+ModuleKind const Gamma{&gamma_1_6_1::varitonal_gamma16Type::Descriptor,
                        "gamma_1_6_1::varitonal_gamma16Type",
                        "gamma16_v2",
                        {1, 6, 1}};
@@ -66,7 +66,7 @@ public:
     {
         TuningWriter::FileVersion const version{};
         TuningWriter::SchemaSet schema;
-        kind.describe(schema);
+        schema.Describe(kind.topType, *kind.type);
         TuningWriter::SymbolTableBuilder symbols(version);
         TuningWriter::EntryEncoder encoder(version, schema.Structures(), symbols);
         TuningWriter::ModuleEntry module;

@@ -44,7 +44,7 @@ std::vector<uint8_t> BuildFile()
     TuningWriter::InstanceCatalogue const& catalogue = ParamSchema::fdSetManager::Instances();
     TuningWriter::InstanceSchema const* instance = catalogue.Find("flIndices");
     TuningWriter::SchemaSet schema;
-    instance->describe(schema);
+    instance->Describe(schema);
     TuningWriter::DefinitionTableBuilder definitions;
     definitions.AddModule(schema.Module(instance->instanceName, instance->topType));
     schema.AddTo(definitions);

@@ -88,3 +88,35 @@ function(param_generate)
         set(${ARG_WRITER_SOURCES} ${writer_sources} PARENT_SCOPE)
     endif()
 endfunction()
+
+# param_generate_report(<target> <folder>...): a target that prints the catalogue report of the
+# schema tables and families of the folders, one line per namespace.
+function(param_generate_report target)
+    add_custom_target(${target}
+        COMMAND Python3::Interpreter ${PARAMGEN_DIR}/paramgen.py report ${ARGN}
+        COMMENT "The catalogue report"
+        VERBATIM
+        USES_TERMINAL)
+endfunction()
+
+# param_synthetic_catalogue(<variable> <schema folder>): with PARAM_SYNTHETIC_CATALOGUE on,
+# writes placeholder families into <build>/synthetic that fill the catalogue of the schema folder
+# up to its full size, and sets <variable> to that folder (empty otherwise). For measuring what
+# building the whole catalogue costs; the placeholders are no tuning data.
+option(PARAM_SYNTHETIC_CATALOGUE
+    "Fill the module catalogue with placeholder namespaces up to its full size" OFF)
+function(param_synthetic_catalogue variable schemas)
+    set(folder)
+    if(PARAM_SYNTHETIC_CATALOGUE)
+        set(folder ${PROJECT_BINARY_DIR}/synthetic)
+        execute_process(
+            COMMAND ${Python3_EXECUTABLE} ${PARAMGEN_DIR}/paramgen.py synthetic
+                --out-dir ${folder} --schema-dir ${schemas}
+            RESULT_VARIABLE result
+            ERROR_VARIABLE message)
+        if(NOT result EQUAL 0)
+            message(FATAL_ERROR "The synthetic catalogue cannot be written:\n${message}")
+        endif()
+    endif()
+    set(${variable} ${folder} PARENT_SCOPE)
+endfunction()

@@ -6,7 +6,10 @@
 #include <cstdio>
 #include <cstring>
 
+// The umbrella header declares the set managers; a program includes the module namespaces it
+// reads.
 #include <parameterparser/parameterparser.h>
+#include <paramgen/vornt2tconfig.h>
 
 namespace {
 

@@ -13,8 +13,8 @@
 #include "tools/writer/tuningfilewriter.h"
 
 #include "fuzz/modulesinput.h"
-#include "paramgen/gamma_1_6_1.writer.h"
-#include "paramgen/trackerroimixer.writer.h"
+#include "paramgen/gamma_1_6_1.h"
+#include "paramgen/trackerroimixer.h"
 
 namespace {
 
@@ -69,8 +69,10 @@ void Put32(std::vector<uint8_t>& out, uint32_t value)
 std::vector<uint8_t> Seed(FileVersion version, bool withDefinitions)
 {
     TuningWriter::SchemaSet schema;
-    ParamSchema::gamma_1_6_1::Describe(schema);
-    ParamSchema::trackerroimixer::Describe(schema);
+    schema.Describe("gamma_1_6_1::varitonal_gamma16Type",
+                    gamma_1_6_1::varitonal_gamma16Type::Descriptor);
+    schema.Describe("trackerroimixer::varitonalTrackerROIMixerType",
+                    trackerroimixer::varitonalTrackerROIMixerType::Descriptor);
     TuningWriter::SymbolTableBuilder symbols(version);
     TuningWriter::EntryEncoder encoder(version, schema.Structures(), symbols);
     auto add = [&](char const* name, FileVersion moduleVersion, char const* type,

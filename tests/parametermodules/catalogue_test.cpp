@@ -22,47 +22,26 @@
 #include "tools/generator/schemaset.h"
 
 #include "paramgen/Vorn.h"
-#include "paramgen/Vorn.writer.h"
 #include "paramgen/aecxconvergence.h"
-#include "paramgen/aecxconvergence.writer.h"
 #include "paramgen/aecxdbconvbase.h"
-#include "paramgen/aecxdbconvbase.writer.h"
 #include "paramgen/aftofelements.h"
-#include "paramgen/aftofelements.writer.h"
 #include "paramgen/gamma_1_6_0.h"
-#include "paramgen/gamma_1_6_0.writer.h"
 #include "paramgen/gamma_1_6_1.h"
-#include "paramgen/gamma_1_6_1.writer.h"
 #include "paramgen/modflashdecv1.h"
-#include "paramgen/modflashdecv1.writer.h"
 #include "paramgen/statsnnsaliency.h"
-#include "paramgen/statsnnsaliency.writer.h"
 #include "paramgen/trackerroimixer.h"
-#include "paramgen/trackerroimixer.writer.h"
 #include "paramgen/versionsA_1_0_0.h"
-#include "paramgen/versionsA_1_0_0.writer.h"
 #include "paramgen/versionsB_1_0_0.h"
-#include "paramgen/versionsB_1_0_0.writer.h"
 #include "paramgen/versionsC_1_0_0.h"
-#include "paramgen/versionsC_1_0_0.writer.h"
 #include "paramgen/versionsD_1_0_0.h"
-#include "paramgen/versionsD_1_0_0.writer.h"
 #include "paramgen/versionsE_1_0_0.h"
-#include "paramgen/versionsE_1_0_0.writer.h"
 #include "paramgen/versionsF_1_0_0.h"
-#include "paramgen/versionsF_1_0_0.writer.h"
 #include "paramgen/versionsG_1_0_0.h"
-#include "paramgen/versionsG_1_0_0.writer.h"
 #include "paramgen/versionsH_1_0_0.h"
-#include "paramgen/versionsH_1_0_0.writer.h"
 #include "paramgen/vornbitmlconfig.h"
-#include "paramgen/vornbitmlconfig.writer.h"
 #include "paramgen/vornfdconfig.h"
-#include "paramgen/vornfdconfig.writer.h"
 #include "paramgen/vornflindices.h"
-#include "paramgen/vornflindices.writer.h"
 #include "paramgen/vornt2tconfig.h"
-#include "paramgen/vornt2tconfig.writer.h"
 #include "tests/common/logcapture.h"
 #include "tests/common/testsetmanager.h"
 #include "tests/parametermodules/modulefixture.h"
@@ -386,7 +365,6 @@ struct ModuleKind
     char const* label;
     char const* className; ///< as the class's own messages name it
     ParameterModule* (*makeFactory)(char const* name);
-    void (*describe)(TuningWriter::SchemaSet& set);
     char const* topType; ///< qualified name of the top structure in the description
     ParameterTypeDescriptor const* descriptor;
     void const* (*top)(ParameterModule* module);
@@ -406,12 +384,11 @@ template <typename Class, typename Top> void const* TopOf(ParameterModule* modul
 
 /// A module class Class (deriving from ParameterModule and its top structure Top) as a kind.
 template <typename Class, typename Top>
-ModuleKind Kind(char const* label, char const* className,
-                void (*describe)(TuningWriter::SchemaSet&), char const* topType,
+ModuleKind Kind(char const* label, char const* className, char const* topType,
                 void (*shape)(EntryValue&) = nullptr)
 {
-    return {label,   className,        &MakeFactory<Class>, describe,
-            topType, &Top::Descriptor, &TopOf<Class, Top>,  shape};
+    return {label, className, &MakeFactory<Class>, topType, &Top::Descriptor, &TopOf<Class, Top>,
+            shape};
 }
 
 /// The file of a kind's module: one entry written from its description with the values ValueMaker
@@ -424,7 +401,7 @@ public:
     LoadedModule(ModuleKind const& kind, TuningWriter::FileVersion version, bool withDefinitions)
         : m_kind(kind), m_factory(kind.makeFactory(InstanceName)),
           m_file(version, withDefinitions,
-                 {kind.describe,
+                 {kind.descriptor,
                   kind.topType,
                   InstanceName,
                   {m_factory->version.Parts.Major, m_factory->version.Parts.Minor,
@@ -484,81 +461,70 @@ void AliasDrcNodes(EntryValue& value)
 // trigger levels, the fixed nest and the recursive tree.
 ModuleKind const Kinds[] = {
     Kind<vornflindices::FLIndicesTypeClass, vornflindices::FLIndicesType>(
-        "vornflindices", "FLIndicesTypeClass", &ParamSchema::vornflindices::Describe,
-        "vornflindices::FLIndicesType"),
+        "vornflindices", "FLIndicesTypeClass", "vornflindices::FLIndicesType"),
     Kind<vornfdconfig::FaceDetectionCtrlTypeClass, vornfdconfig::FaceDetectionCtrlType>(
-        "vornfdconfig", "FaceDetectionCtrlTypeClass", &ParamSchema::vornfdconfig::Describe,
-        "vornfdconfig::FaceDetectionCtrlType"),
+        "vornfdconfig", "FaceDetectionCtrlTypeClass", "vornfdconfig::FaceDetectionCtrlType"),
     Kind<vornbitmlconfig::BITMLConfigTypeClass, vornbitmlconfig::BITMLConfigType>(
-        "vornbitmlconfig", "BITMLConfigTypeClass", &ParamSchema::vornbitmlconfig::Describe,
-        "vornbitmlconfig::BITMLConfigType"),
+        "vornbitmlconfig", "BITMLConfigTypeClass", "vornbitmlconfig::BITMLConfigType"),
     Kind<vornt2tconfig::T2TCtrlTypeClass, vornt2tconfig::T2TCtrlType>(
-        "vornt2tconfig", "T2TCtrlTypeClass", &ParamSchema::vornt2tconfig::Describe,
-        "vornt2tconfig::T2TCtrlType"),
+        "vornt2tconfig", "T2TCtrlTypeClass", "vornt2tconfig::T2TCtrlType"),
     Kind<statsnnsaliency::varitonalStatsNNSaliencyTypeClass,
          statsnnsaliency::varitonalStatsNNSaliencyType>(
         "statsnnsaliency", "varitonalStatsNNSaliencyTypeClass",
-        &ParamSchema::statsnnsaliency::Describe, "statsnnsaliency::varitonalStatsNNSaliencyType"),
+        "statsnnsaliency::varitonalStatsNNSaliencyType"),
     Kind<trackerroimixer::varitonalTrackerROIMixerTypeClass,
          trackerroimixer::varitonalTrackerROIMixerType>(
         "trackerroimixer", "varitonalTrackerROIMixerTypeClass",
-        &ParamSchema::trackerroimixer::Describe, "trackerroimixer::varitonalTrackerROIMixerType"),
+        "trackerroimixer::varitonalTrackerROIMixerType"),
     Kind<Vorn::FlashDriverDataClass, Vorn::FlashDriverData>(
-        "FlashDriverData", "FlashDriverDataClass", &ParamSchema::Vorn::Describe,
-        "Vorn::FlashDriverData"),
+        "FlashDriverData", "FlashDriverDataClass", "Vorn::FlashDriverData"),
     Kind<Vorn::SensorBinSocIdMapClass, Vorn::SensorBinSocIdMap>(
-        "SensorBinSocIdMap", "SensorBinSocIdMapClass", &ParamSchema::Vorn::Describe,
-        "Vorn::SensorBinSocIdMap"),
+        "SensorBinSocIdMap", "SensorBinSocIdMapClass", "Vorn::SensorBinSocIdMap"),
     Kind<aecxconvergence::AECXConvergenceTypeClass, aecxconvergence::AECXConvergenceType>(
-        "aecxconvergence", "AECXConvergenceTypeClass", &ParamSchema::aecxconvergence::Describe,
-        "aecxconvergence::AECXConvergenceType", &AliasDrcNodes),
+        "aecxconvergence", "AECXConvergenceTypeClass", "aecxconvergence::AECXConvergenceType",
+        &AliasDrcNodes),
     Kind<aecxdbconvbase::AECXDBConvBaseTypeClass, aecxdbconvbase::AECXDBConvBaseType>(
-        "aecxdbconvbase", "AECXDBConvBaseTypeClass", &ParamSchema::aecxdbconvbase::Describe,
-        "aecxdbconvbase::AECXDBConvBaseType"),
+        "aecxdbconvbase", "AECXDBConvBaseTypeClass", "aecxdbconvbase::AECXDBConvBaseType"),
     Kind<aftofelements::varitonalTOFTypeClass, aftofelements::varitonalTOFType>(
-        "aftofelements", "varitonalTOFTypeClass", &ParamSchema::aftofelements::Describe,
-        "aftofelements::varitonalTOFType"),
+        "aftofelements", "varitonalTOFTypeClass", "aftofelements::varitonalTOFType"),
     Kind<modflashdecv1::varitonalFlashDecV1TypeClass, modflashdecv1::varitonalFlashDecV1Type>(
-        "modflashdecv1", "varitonalFlashDecV1TypeClass", &ParamSchema::modflashdecv1::Describe,
-        "modflashdecv1::varitonalFlashDecV1Type"),
+        "modflashdecv1", "varitonalFlashDecV1TypeClass", "modflashdecv1::varitonalFlashDecV1Type"),
     Kind<gamma_1_6_0::varitonal_gamma16TypeClass, gamma_1_6_0::varitonal_gamma16Type>(
-        "gamma_1_6_0", "varitonal_gamma16TypeClass", &ParamSchema::gamma_1_6_0::Describe,
-        "gamma_1_6_0::varitonal_gamma16Type"),
+        "gamma_1_6_0", "varitonal_gamma16TypeClass", "gamma_1_6_0::varitonal_gamma16Type"),
     Kind<gamma_1_6_1::varitonal_gamma16TypeClass, gamma_1_6_1::varitonal_gamma16Type>(
-        "gamma_1_6_1", "varitonal_gamma16TypeClass", &ParamSchema::gamma_1_6_1::Describe,
-        "gamma_1_6_1::varitonal_gamma16Type"),
+        "gamma_1_6_1", "varitonal_gamma16TypeClass", "gamma_1_6_1::varitonal_gamma16Type"),
     Kind<versionsA_1_0_0::varitonal_versionsA10TypeClass,
-         versionsA_1_0_0::varitonal_versionsA10Type>(
-        "versionsA_1_0_0", "varitonal_versionsA10TypeClass",
-        &ParamSchema::versionsA_1_0_0::Describe, "versionsA_1_0_0::varitonal_versionsA10Type"),
+         versionsA_1_0_0::varitonal_versionsA10Type>("versionsA_1_0_0",
+                                                     "varitonal_versionsA10TypeClass",
+                                                     "versionsA_1_0_0::varitonal_versionsA10Type"),
     Kind<versionsB_1_0_0::varitonal_versionsB10TypeClass,
-         versionsB_1_0_0::varitonal_versionsB10Type>(
-        "versionsB_1_0_0", "varitonal_versionsB10TypeClass",
-        &ParamSchema::versionsB_1_0_0::Describe, "versionsB_1_0_0::varitonal_versionsB10Type"),
+         versionsB_1_0_0::varitonal_versionsB10Type>("versionsB_1_0_0",
+                                                     "varitonal_versionsB10TypeClass",
+                                                     "versionsB_1_0_0::varitonal_versionsB10Type"),
     Kind<versionsC_1_0_0::varitonal_versionsC10TypeClass,
-         versionsC_1_0_0::varitonal_versionsC10Type>(
-        "versionsC_1_0_0", "varitonal_versionsC10TypeClass",
-        &ParamSchema::versionsC_1_0_0::Describe, "versionsC_1_0_0::varitonal_versionsC10Type"),
+         versionsC_1_0_0::varitonal_versionsC10Type>("versionsC_1_0_0",
+                                                     "varitonal_versionsC10TypeClass",
+                                                     "versionsC_1_0_0::varitonal_versionsC10Type"),
     Kind<versionsD_1_0_0::varitonal_versionsD10TypeClass,
-         versionsD_1_0_0::varitonal_versionsD10Type>(
-        "versionsD_1_0_0", "varitonal_versionsD10TypeClass",
-        &ParamSchema::versionsD_1_0_0::Describe, "versionsD_1_0_0::varitonal_versionsD10Type"),
+         versionsD_1_0_0::varitonal_versionsD10Type>("versionsD_1_0_0",
+                                                     "varitonal_versionsD10TypeClass",
+                                                     "versionsD_1_0_0::varitonal_versionsD10Type"),
     Kind<versionsE_1_0_0::varitonal_versionsE10TypeClass,
-         versionsE_1_0_0::varitonal_versionsE10Type>(
-        "versionsE_1_0_0", "varitonal_versionsE10TypeClass",
-        &ParamSchema::versionsE_1_0_0::Describe, "versionsE_1_0_0::varitonal_versionsE10Type"),
+         versionsE_1_0_0::varitonal_versionsE10Type>("versionsE_1_0_0",
+                                                     "varitonal_versionsE10TypeClass",
+                                                     "versionsE_1_0_0::varitonal_versionsE10Type"),
     Kind<versionsF_1_0_0::varitonal_versionsF10TypeClass,
-         versionsF_1_0_0::varitonal_versionsF10Type>(
-        "versionsF_1_0_0", "varitonal_versionsF10TypeClass",
-        &ParamSchema::versionsF_1_0_0::Describe, "versionsF_1_0_0::varitonal_versionsF10Type"),
+         versionsF_1_0_0::varitonal_versionsF10Type>("versionsF_1_0_0",
+                                                     "varitonal_versionsF10TypeClass",
+                                                     "versionsF_1_0_0::varitonal_versionsF10Type"),
     Kind<versionsG_1_0_0::varitonal_versionsG10TypeClass,
-         versionsG_1_0_0::varitonal_versionsG10Type>(
-        "versionsG_1_0_0", "varitonal_versionsG10TypeClass",
-        &ParamSchema::versionsG_1_0_0::Describe, "versionsG_1_0_0::varitonal_versionsG10Type"),
+         versionsG_1_0_0::varitonal_versionsG10Type>("versionsG_1_0_0",
+                                                     "varitonal_versionsG10TypeClass",
+                                                     "versionsG_1_0_0::varitonal_versionsG10Type"),
     Kind<versionsH_1_0_0::varitonal_versionsH10TypeClass,
-         versionsH_1_0_0::varitonal_versionsH10Type>(
-        "versionsH_1_0_0", "varitonal_versionsH10TypeClass",
-        &ParamSchema::versionsH_1_0_0::Describe, "versionsH_1_0_0::varitonal_versionsH10Type"),
+         versionsH_1_0_0::varitonal_versionsH10Type>("versionsH_1_0_0",
+                                                     "varitonal_versionsH10TypeClass",
+                                                     "versionsH_1_0_0::varitonal_versionsH10Type"),
 };
 
 void PrintTo(ModuleKind const& kind, std::ostream* out)

@@ -14,6 +14,7 @@
 #include "paramgen/ImageSensorModuleSetManager.h"
 #include "paramgen/bitmlSetManager.h"
 #include "paramgen/fdSetManager.h"
+#include "paramgen/vornflindices.h"
 #include "tests/common/logcapture.h"
 #include "tests/parametermodules/managerfixture.h"
 

@@ -14,7 +14,6 @@
 #include "parameterparser/parametermodule.h"
 
 #include "paramgen/gamma_1_6_1.h"
-#include "paramgen/gamma_1_6_1.writer.h"
 #include "tests/common/logcapture.h"
 #include "tests/parametermodules/modulefixture.h"
 
@@ -161,8 +160,8 @@ TEST(ModuleDamageTest, DataOfAnotherSchemaKeepsTheMembersItShares)
 {
     size_t const before = Vorn::Testing::AllocatedBytes();
     {
-        ModuleSchema const foreign{&DescribeForeignModule, "moduletest::moduleTestType",
-                                   InstanceName, SourceVersion};
+        ModuleSchema const foreign{nullptr, "moduletest::moduleTestType", InstanceName,
+                                   SourceVersion, &DescribeForeignModule};
         ModuleFile file({7, 0, 0}, true, foreign);
         uint32_t const id =
             file.AddModule(EntryValue::Struct({{"noise_threshold_g", EntryValue::Real(2.75)},
@@ -320,7 +319,7 @@ EntryValue PointerTo(uint32_t id, uint32_t count)
 
 TEST(TriggerTreeCycleTest, PointerBackIntoTheTreeIsCutAndLeftEmpty)
 {
-    ModuleSchema const gamma{&ParamSchema::gamma_1_6_1::Describe,
+    ModuleSchema const gamma{&gamma_1_6_1::varitonal_gamma16Type::Descriptor,
                              "gamma_1_6_1::varitonal_gamma16Type",
                              "gamma16_v2",
                              {1, 6, 1}};

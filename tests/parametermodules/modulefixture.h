@@ -22,7 +22,6 @@
 #include "tools/writer/symboltablebuilder.h"
 
 #include "paramgen/moduletest.h"
-#include "paramgen/moduletest.writer.h"
 #include "tests/common/testsetmanager.h"
 
 namespace ModuleTest {
@@ -33,18 +32,21 @@ using TuningWriter::FileVersion;
 constexpr char const* InstanceName = "moduleTest";
 constexpr FileVersion SourceVersion{2, 3, 1};
 
-/// Which generated module a file holds: its writer description, top type and instance name.
+/// Which generated module a file holds: its top type's descriptor and qualified name, its
+/// instance name and version, and in place of the descriptor a hand-written description of
+/// another schema where a test needs one.
 struct ModuleSchema
 {
-    void (*describe)(TuningWriter::SchemaSet&);
+    ParameterTypeDescriptor const* type;
     char const* topType;
     char const* instanceName;
     FileVersion version;
+    void (*describe)(TuningWriter::SchemaSet&) = nullptr;
 };
 
 inline ModuleSchema TestModuleSchema()
 {
-    return {&ParamSchema::moduletest::Describe, "moduletest::moduleTestType", InstanceName,
+    return {&moduletest::moduleTestType::Descriptor, "moduletest::moduleTestType", InstanceName,
             SourceVersion};
 }
 
@@ -196,7 +198,10 @@ inline EntryValue SampleValue()
 inline ModuleFile::ModuleFile(FileVersion version, bool withDefinitions, ModuleSchema schema)
     : m_version(version), m_withDefinitions(withDefinitions), m_module(schema), m_symbols(version)
 {
-    m_module.describe(m_schema);
+    if (m_module.describe != nullptr)
+        m_module.describe(m_schema);
+    else
+        m_schema.Describe(m_module.topType, *m_module.type);
     m_encoder =
         std::make_unique<TuningWriter::EntryEncoder>(version, m_schema.Structures(), m_symbols);
 }

@@ -3,10 +3,13 @@
 // and the control variable of that level, as the file lists them.
 #include <gtest/gtest.h>
 
-#include "parameterparser/defaultmodule.h"
+#include "platform/vornalloc.h"
 
+#include "parameterparser/defaultmodule.h"
+#include "parameterparser/parameterclone.h"
+
+#include "paramgen/clonetest_1_0_1.h"
 #include "paramgen/gamma_1_6_1.h"
-#include "paramgen/gamma_1_6_1.writer.h"
 #include "tests/parametermodules/modulefixture.h"
 
 namespace ModuleTest {
@@ -32,7 +35,7 @@ EntryValue Leaf(double start, double base)
 
 TEST(TriggerTreeTest, NodesTakeTheirLevelAndControlVariable)
 {
-    ModuleSchema const gamma{&ParamSchema::gamma_1_6_1::Describe,
+    ModuleSchema const gamma{&gamma_1_6_1::varitonal_gamma16Type::Descriptor,
                              "gamma_1_6_1::varitonal_gamma16Type",
                              "gamma16_v2",
                              {1, 6, 1}};
@@ -84,6 +87,58 @@ TEST(TriggerTreeTest, NodesTakeTheirLevelAndControlVariable)
                                  "region[0].channel_r_tab.channel_r[64]",
                                  out, sizeof(out)));
     EXPECT_STREQ(out, "1024");
+}
+
+TEST(TriggerTreeCloneTest, CopyOwnsEveryNodeAndRegionArray)
+{
+    size_t const before = Vorn::Testing::AllocatedBytes();
+    {
+        ModuleSchema const schema{&clonetest_1_0_1::varitonal_clonetest10Type::Descriptor,
+                                  "clonetest_1_0_1::varitonal_clonetest10Type",
+                                  "clonetest10_v2",
+                                  {1, 0, 1}};
+        ModuleFile file({}, true, schema);
+        EntryValue const value = EntryValue::Struct(
+            {{"varitonal_clonetest10_core",
+              EntryValue::Struct({{"mod_clonetest10_trigger_data",
+                                   EntryValue::List({Node(0, {Leaf(10, 0.25), Leaf(20, 0.75)}),
+                                                     Node(1, {})})}})}});
+        uint32_t const id = file.AddModule(value);
+        ASSERT_TRUE(file.Build());
+        DefaultModule kind(new clonetest_1_0_1::varitonal_clonetest10TypeClass("clonetest10_v2"));
+        auto* module = static_cast<clonetest_1_0_1::varitonal_clonetest10TypeClass*>(
+            kind.module->Create(file.Record(id), &kind));
+        ASSERT_NE(module, nullptr);
+        ASSERT_TRUE(module->LoadModule(&file.Table()));
+        clonetest_1_0_1::varitonal_clonetest10Type const& original = *module;
+
+        clonetest_1_0_1::varitonal_clonetest10Type* copy = original.Clone();
+        ASSERT_NE(copy, nullptr);
+        auto const& roots = original.varitonal_clonetest10_core;
+        auto const& copiedRoots = copy->varitonal_clonetest10_core;
+        ASSERT_EQ(copiedRoots.mod_clonetest10_trigger_dataCount, 2u);
+        EXPECT_NE(copiedRoots.mod_clonetest10_trigger_data, roots.mod_clonetest10_trigger_data);
+        clonetest_1_0_1::triggerType const& node = copiedRoots.mod_clonetest10_trigger_data[0];
+        ASSERT_EQ(node.triggerCount, 2u);
+        EXPECT_NE(node.trigger, roots.mod_clonetest10_trigger_data[0].trigger);
+        ASSERT_EQ(node.trigger[1].regionCount, 1u);
+        EXPECT_NE(node.trigger[1].region, roots.mod_clonetest10_trigger_data[0].trigger[1].region);
+        EXPECT_FLOAT_EQ(node.trigger[1].region[0].channel_r_tab.channel_r[64], 1024.75f);
+        EXPECT_FLOAT_EQ(node.trigger[1].start, 20.0f);
+        // A node without children or regions has null arrays in the copy too.
+        clonetest_1_0_1::triggerType const& bare = copiedRoots.mod_clonetest10_trigger_data[1];
+        EXPECT_EQ(bare.triggerCount, 0u);
+        EXPECT_EQ(bare.trigger, nullptr);
+        EXPECT_EQ(bare.region, nullptr);
+
+        // Editing the copy leaves the module alone.
+        node.trigger[1].region[0].channel_r_tab.channel_r[64] = 5.0f;
+        EXPECT_FLOAT_EQ(
+            roots.mod_clonetest10_trigger_data[0].trigger[1].region[0].channel_r_tab.channel_r[64],
+            1024.75f);
+        ParameterClone::Destroy(copy, clonetest_1_0_1::varitonal_clonetest10Type::Descriptor);
+    }
+    EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before);
 }
 
 } // namespace

@@ -14,6 +14,7 @@
 #include "parameterparser/parameterparserinfo.h"
 #include "parameterparser/parametervaluepath.h"
 
+#include "paramgen/vornt2tconfig.h"
 #include "tests/common/logcapture.h"
 #include "tests/common/tempfile.h"
 #include "tests/parametermodules/managerfixture.h"

@@ -22,21 +22,13 @@
 #include "tools/writer/tuningfilewriter.h"
 
 #include "paramgen/versionsA_1_0_0.h"
-#include "paramgen/versionsA_1_0_0.writer.h"
 #include "paramgen/versionsB_1_0_0.h"
-#include "paramgen/versionsB_1_0_0.writer.h"
 #include "paramgen/versionsC_1_0_0.h"
-#include "paramgen/versionsC_1_0_0.writer.h"
 #include "paramgen/versionsD_1_0_0.h"
-#include "paramgen/versionsD_1_0_0.writer.h"
 #include "paramgen/versionsE_1_0_0.h"
-#include "paramgen/versionsE_1_0_0.writer.h"
 #include "paramgen/versionsF_1_0_0.h"
-#include "paramgen/versionsF_1_0_0.writer.h"
 #include "paramgen/versionsG_1_0_0.h"
-#include "paramgen/versionsG_1_0_0.writer.h"
 #include "paramgen/versionsH_1_0_0.h"
-#include "paramgen/versionsH_1_0_0.writer.h"
 #include "tests/common/testsetmanager.h"
 
 namespace ParamTest {
@@ -84,14 +76,22 @@ class LookupFile
 public:
     LookupFile() : m_symbols(m_version)
     {
-        using Describe = void (*)(TuningWriter::SchemaSet&);
-        Describe const describe[] = {
-            &ParamSchema::versionsA_1_0_0::Describe, &ParamSchema::versionsB_1_0_0::Describe,
-            &ParamSchema::versionsC_1_0_0::Describe, &ParamSchema::versionsD_1_0_0::Describe,
-            &ParamSchema::versionsE_1_0_0::Describe, &ParamSchema::versionsF_1_0_0::Describe,
-            &ParamSchema::versionsG_1_0_0::Describe, &ParamSchema::versionsH_1_0_0::Describe};
-        for (Describe add : describe)
-            add(m_schema);
+        m_schema.Describe("versionsA_1_0_0::varitonal_versionsA10Type",
+                          versionsA_1_0_0::varitonal_versionsA10Type::Descriptor);
+        m_schema.Describe("versionsB_1_0_0::varitonal_versionsB10Type",
+                          versionsB_1_0_0::varitonal_versionsB10Type::Descriptor);
+        m_schema.Describe("versionsC_1_0_0::varitonal_versionsC10Type",
+                          versionsC_1_0_0::varitonal_versionsC10Type::Descriptor);
+        m_schema.Describe("versionsD_1_0_0::varitonal_versionsD10Type",
+                          versionsD_1_0_0::varitonal_versionsD10Type::Descriptor);
+        m_schema.Describe("versionsE_1_0_0::varitonal_versionsE10Type",
+                          versionsE_1_0_0::varitonal_versionsE10Type::Descriptor);
+        m_schema.Describe("versionsF_1_0_0::varitonal_versionsF10Type",
+                          versionsF_1_0_0::varitonal_versionsF10Type::Descriptor);
+        m_schema.Describe("versionsG_1_0_0::varitonal_versionsG10Type",
+                          versionsG_1_0_0::varitonal_versionsG10Type::Descriptor);
+        m_schema.Describe("versionsH_1_0_0::varitonal_versionsH10Type",
+                          versionsH_1_0_0::varitonal_versionsH10Type::Descriptor);
         m_encoder = std::make_unique<TuningWriter::EntryEncoder>(m_version, m_schema.Structures(),
                                                                  m_symbols);
         m_tables.emplace_back(0, "");

@@ -28,6 +28,7 @@
 
 #include "paramgen/fdSetManager.h"
 #include "paramgen/fdSetManager.writer.h"
+#include "paramgen/vornflindices.h"
 #include "tests/common/logcapture.h"
 #include "tests/common/tempfile.h"
 #include "tests/parameterparser/livetuning/livetuningsupport.h"
@@ -120,7 +121,7 @@ public:
         TuningWriter::SchemaSet schema;
         TuningWriter::DefinitionTableBuilder definitions;
         for (size_t i = 0; i < catalogue.count; ++i)
-            catalogue.instances[i].describe(schema);
+            catalogue.instances[i].Describe(schema);
         for (size_t i = 0; i < catalogue.count; ++i)
             definitions.AddModule(
                 schema.Module(catalogue.instances[i].instanceName, catalogue.instances[i].topType));

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include "tools/generator/schemaset.h"
@@ -11,15 +12,18 @@
 
 namespace TuningWriter {
 
-/// One module instance of a set manager: its name, the qualified name of its top structure in a
-/// SchemaSet ("vornflindices::FLIndicesType"), the description of its namespace and the module
-/// version that the manager's module class accepts.
+/// One module instance of a set manager: its name, the qualified name of its top structure
+/// ("vornflindices::FLIndicesType"), that structure's type descriptor and the module version that
+/// the manager's module class accepts.
 struct InstanceSchema
 {
     char const* instanceName;
     char const* topType;
-    void (*describe)(SchemaSet& set);
+    ParameterTypeDescriptor const* type;
     FileVersion version;
+
+    /// Adds the instance's structures to set; returns the top structure's ID.
+    uint32_t Describe(SchemaSet& set) const { return set.Describe(topType, *type); }
 };
 
 /// The instances of one set manager, in its registration order. Generated per manager as

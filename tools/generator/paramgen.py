@@ -5,14 +5,16 @@
     paramgen.py outputs INPUT...
     paramgen.py expand FAMILY [NAMESPACE ...] [--schema-dir DIR ...]
     paramgen.py report INPUT_OR_FOLDER... [--schema-dir DIR ...]
+    paramgen.py synthetic --out-dir DIR [--schema-dir DIR ...]
 
 An INPUT is a schema table (.schema: one namespace), a block family (.family: one namespace per
 block and version) or a module list (.list: a concrete set manager). Each namespace is written as
-DIR/<namespace>.h, .cpp, .writer.h and .writer.cpp, each manager as DIR/<manager>.h, .cpp,
-.writer.h and .writer.cpp. A file whose text would not change is left alone, so an unchanged
+DIR/<namespace>.h and .cpp, each manager as DIR/<manager>.h, .cpp, .writer.h and .writer.cpp (its
+instances for the tuning-file writer). A file whose text would not change is left alone, so an unchanged
 namespace does not rebuild what includes it. `outputs` prints the names of the files generation
 writes, `expand` the plain schema text of a family's namespaces, `report` one line per namespace
-for reviewers. The formats are described in README.md beside this script."""
+for reviewers, `synthetic` placeholder families that fill the catalogue of the schema folders up
+to its full size, for measuring the build. The formats are described in README.md beside this script."""
 
 import argparse
 import os
@@ -23,12 +25,12 @@ sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from paramgen.catalogue import Catalogue  # noqa: E402
 from paramgen.emitcpp import CppEmitter  # noqa: E402
 from paramgen.emitmanager import ManagerEmitter  # noqa: E402
-from paramgen.emitwriter import WriterEmitter  # noqa: E402
 from paramgen.managerlist import load_manager  # noqa: E402
 from paramgen.report import report_line  # noqa: E402
 from paramgen.schema import SchemaError  # noqa: E402
+from paramgen.synthetic import synthetic_files  # noqa: E402
 
-NAMESPACE_SUFFIXES = (".h", ".cpp", ".writer.h", ".writer.cpp")
+NAMESPACE_SUFFIXES = (".h", ".cpp")
 MANAGER_SUFFIXES = (".h", ".cpp", ".writer.h", ".writer.cpp")
 
 
@@ -36,13 +38,7 @@ def namespace_outputs(namespace, source_root=None):
     """The generated files of one resolved namespace as {file name: text}."""
     shown = _shown_name(namespace.path, source_root)
     cpp = CppEmitter(namespace, shown)
-    writer = WriterEmitter(namespace, shown)
-    return {
-        namespace.name + ".h": cpp.header(),
-        namespace.name + ".cpp": cpp.source(),
-        namespace.name + ".writer.h": writer.header(),
-        namespace.name + ".writer.cpp": writer.source(),
-    }
+    return {namespace.name + ".h": cpp.header(), namespace.name + ".cpp": cpp.source()}
 
 
 def generate(schema_path, search_dirs, source_root=None, catalogue=None):
@@ -74,6 +70,20 @@ def output_names(path, catalogue):
     if path.endswith(".list"):
         return [os.path.splitext(os.path.basename(path))[0] + s for s in MANAGER_SUFFIXES]
     return [name + s for name in catalogue.namespaces_of(path) for s in NAMESPACE_SUFFIXES]
+
+
+def _output_names(inputs, catalogue):
+    """{input: its output names}; a namespace or manager made by two inputs is refused."""
+    result = {}
+    made_by = {}
+    for path in inputs:
+        names = output_names(path, catalogue)
+        for name in names:
+            if name in made_by:
+                raise SchemaError("%s: %s is also made by %s" % (path, name, made_by[name]))
+            made_by[name] = path
+        result[path] = names
+    return result
 
 
 def _shown_name(path, source_root):
@@ -115,6 +125,7 @@ def _generate_all(args):
         if not path.endswith(".list") and folder not in folders:
             folders.append(folder)
     catalogue = Catalogue(folders + args.schema_dir)
+    first = _output_names(inputs, catalogue)[inputs[0]][0]
     outputs = {}
     reads = []
     for path in inputs:
@@ -131,7 +142,6 @@ def _generate_all(args):
     for name, text in sorted(outputs.items()):
         write_if_changed(os.path.join(args.out_dir, name), text)
     if args.depfile:
-        first = output_names(inputs[0], catalogue)[0]
         target = os.path.join(args.out_dir, first)
         paths = [os.path.abspath(path).replace(" ", "\\ ") for path in reads]
         with open(args.depfile, "w", encoding="utf-8") as handle:
@@ -139,9 +149,8 @@ def _generate_all(args):
 
 
 def _outputs(args):
-    catalogue = Catalogue(args.schema_dir)
-    for path in _inputs(args.inputs):
-        for name in output_names(path, catalogue):
+    for names in _output_names(_inputs(args.inputs), Catalogue(args.schema_dir)).values():
+        for name in names:
             print(name)
 
 
@@ -172,9 +181,22 @@ def _report(args):
             print(report_line(namespace))
 
 
+def _synthetic(args):
+    catalogue = Catalogue(args.schema_dir)
+    existing = set()
+    for folder in args.schema_dir:
+        for path in _inputs([folder]):
+            if not path.endswith(".list"):
+                existing.update(catalogue.namespaces_of(path))
+    os.makedirs(args.out_dir, exist_ok=True)
+    for name, text in sorted(synthetic_files(existing).items()):
+        write_if_changed(os.path.join(args.out_dir, name), text)
+
+
 def main(argv=None):
     argv = sys.argv[1:] if argv is None else argv
-    command = argv[0] if argv and argv[0] in ("outputs", "expand", "report") else "generate"
+    command = argv[0] if argv and argv[0] in ("outputs", "expand", "report", "synthetic") \
+        else "generate"
     parser = argparse.ArgumentParser(prog="paramgen.py " + command if command != "generate"
                                      else "paramgen.py", description=__doc__.splitlines()[0])
     parser.add_argument("--schema-dir", action="append", default=[],
@@ -186,6 +208,9 @@ def main(argv=None):
         parser.add_argument("--out-dir", required=True)
         parser.add_argument("--source-root", help="banners name inputs relative to this")
         parser.add_argument("--depfile", help="write the files read, for the build system")
+    elif command == "synthetic":
+        argv = argv[1:]
+        parser.add_argument("--out-dir", required=True)
     elif command == "expand":
         argv = argv[1:]
         parser.add_argument("family")
@@ -196,7 +221,7 @@ def main(argv=None):
     args = parser.parse_args(argv)
     try:
         {"generate": _generate_all, "outputs": _outputs, "expand": _expand,
-         "report": _report}[command](args)
+         "report": _report, "synthetic": _synthetic}[command](args)
     except (SchemaError, OSError) as error:
         print("paramgen: %s" % error, file=sys.stderr)
         return 1

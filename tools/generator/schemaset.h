@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// SchemaSet: the structures of generated schemas as writer definition records, for tests and
-// tools that write module data from the very schema the library reads.
+// SchemaSet: the structures of generated modules as writer definition records, for tests and
+// tools that write module data from the very schema the library reads. The records are derived
+// from the type descriptors that the generated types carry.
 #pragma once
 
 #include <cstdint>
@@ -10,15 +11,22 @@
 
 #include "tools/writer/definitiontablebuilder.h"
 
+struct ParameterTypeDescriptor;
+
 namespace TuningWriter {
 
-/// Collects the structures of one or more schema namespaces with file-unique IDs from 1 on. Each
-/// generated <namespace>.writer.h offers Describe(SchemaSet&), which adds the namespaces it uses
-/// first and each namespace once.
+/// Collects the structures of one or more generated modules (or hand-written records) with
+/// file-unique IDs from 1 on.
 class SchemaSet
 {
 public:
-    /// True the first time namespaceName is named; a namespace already described is skipped.
+    /// Adds type and every structure its members reach, each type once and the members' types
+    /// ahead of their holder, hidden members left out; type's ID is then known as qualifiedName
+    /// ("ns::TopType"). Returns type's ID.
+    uint32_t Describe(std::string const& qualifiedName, ParameterTypeDescriptor const& type);
+
+    /// True the first time namespaceName is named: lets a hand-written description add its
+    /// records once.
     bool Begin(std::string const& namespaceName);
 
     /// Adds a structure under its qualified name ("ns::Type", "ns::Outer::innerStruct") and
@@ -40,7 +48,10 @@ public:
     void AddTo(DefinitionTableBuilder& builder) const;
 
 private:
+    uint32_t DescribeType(ParameterTypeDescriptor const& type);
+
     std::vector<std::string> m_namespaces;
+    std::map<ParameterTypeDescriptor const*, uint32_t> m_described;
     std::vector<DefinitionStructure> m_structures;
     std::map<std::string, uint32_t> m_ids;
 };

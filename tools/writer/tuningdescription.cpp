@@ -300,7 +300,7 @@ bool TuningDescription::ParseInstance(unsigned int line, std::vector<std::string
         if (other.schema->instanceName == schema->instanceName && other.modeId == modeId)
             return Fail(line, "instance '" + words[1] + "' is given twice in mode " + words[4]);
     }
-    schema->describe(m_schema);
+    schema->Describe(m_schema);
     m_instances.push_back({schema, modeId, EntryValue::Struct({})});
     return true;
 }

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include "paramgen/vornt2tconfig.h"
 #include "tests/common/logcapture.h"
 #include "tests/common/trackerdescription.h"
 #include "tests/parametermodules/managerfixture.h"

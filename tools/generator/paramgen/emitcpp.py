@@ -91,6 +91,7 @@ class CppEmitter:
             for decl in used.enums:
                 self.enum_namespace[id(decl)] = name
         self.top_types = {id(namespace.top_type(m)): m for m in namespace.modules}
+        self.clones = any(module.clone for module in namespace.modules)
 
     def namespace_of(self, enum_decl):
         return self.enum_namespace[id(enum_decl)]
@@ -162,6 +163,12 @@ class CppEmitter:
             out.line("bool GetValue(char const* valuePath, char* outText, unsigned int outSize);")
             out.line("bool SetValue(char const* valuePath, char const* valueText);")
             out.line("bool GetInfo(char const* valuePath, PList<ParameterParserInfo>& infoList);")
+        if self.clones:
+            out.line("/// A copy with counted arrays of structures of its own (ParameterClone).")
+            out.line("void CloneFrom(%s const& other);" % name)
+            out.line("/// A new copy by CloneFrom; null when memory runs out. Free it with "
+                     "ParameterClone::Destroy.")
+            out.line("%s* Clone() const;" % name)
         if decl.is_top:
             out.line("char const* GetModuleName() const;")
             out.line("unsigned long GetModuleNameHash() const;")
@@ -246,6 +253,8 @@ class CppEmitter:
         out.line("#include <mutex>")
         out.line()
         out.line('#include "parameterparser/moduledata.h"')
+        if self.clones:
+            out.line('#include "parameterparser/parameterclone.h"')
         out.line('#include "parameterparser/parameterlogging.h"')
         out.line('#include "parameterparser/parametervaluepath.h"')
         out.line()
@@ -341,6 +350,11 @@ class CppEmitter:
             fn(out, "bool %s::GetInfo(char const* valuePath, PList<ParameterParserInfo>& infoList)"
                % path,
                "return ParameterValuePath::GetInfo(this, Descriptor, valuePath, infoList);")
+        if self.clones:
+            fn(out, "void %s::CloneFrom(%s const& other)" % (path, path),
+               "ParameterClone::CloneFrom(this, &other, Descriptor);")
+            fn(out, "%s* %s::Clone() const" % (path, path),
+               "return static_cast<%s*>(ParameterClone::Clone(this, Descriptor));" % path)
         module = self.top_types.get(id(decl))
         if module is not None:
             # The top type exists only as a base of its class: these reach the class's record.

@@ -35,9 +35,21 @@ class ManagerEmitter:
         out.line('#include "parameterparser/modeunion.h"')
         out.line('#include "parameterparser/parameterexport.h"')
         out.line('#include "parametermodules/concretesetmanager.h"')
-        for namespace in m.namespaces():
-            out.line('#include "paramgen/%s.h"' % namespace)
         out.line()
+        # The module types are only named here: a consumer includes the headers of the
+        # namespaces it reads, and none of the others.
+        for namespace in m.namespaces():
+            types = []
+            for instance in m.instances:
+                type_name = cpp_identifier(instance.type_name)
+                if instance.namespace == namespace and type_name not in types:
+                    types.append(type_name)
+            out.line("namespace %s {" % namespace)
+            for type_name in types:
+                out.line("struct %s;" % type_name)
+            out.line("} // namespace %s" % namespace)
+        if m.instances:
+            out.line()
         out.line("static_assert(ParameterModuleLayoutVersion == %d," % LAYOUT_VERSION)
         out.line('              "generated for another module framework layout");')
         out.line()
@@ -97,6 +109,10 @@ class ManagerEmitter:
         out.line(banner(self.list_name).rstrip())
         out.line('#include "paramgen/%s.h"' % name)
         out.line()
+        for namespace in m.namespaces():
+            out.line('#include "paramgen/%s.h"' % namespace)
+        if m.instances:
+            out.line()
         if m.instances:
             out.line("namespace {")
             out.line()
@@ -199,7 +215,7 @@ class ManagerEmitter:
         out.line('#include "paramgen/%s.writer.h"' % name)
         out.line()
         for namespace in m.namespaces():
-            out.line('#include "paramgen/%s.writer.h"' % namespace)
+            out.line('#include "paramgen/%s.h"' % namespace)
         if m.instances:
             out.line()
         out.line("namespace ParamSchema::%s {" % name)
@@ -211,9 +227,9 @@ class ManagerEmitter:
             out.depth += 1
             for instance in m.instances:
                 major, minor, patch = instance.module.version
-                out.line('{"%s", "%s::%s", &ParamSchema::%s::Describe, {%d, %d, %du}},'
+                out.line('{"%s", "%s::%s", &%s::Descriptor, {%d, %d, %du}},'
                          % (instance.name, instance.namespace, instance.type_name,
-                            instance.namespace, major, minor, patch))
+                            _module_type(instance), major, minor, patch))
             out.depth -= 1
             out.line("};")
             out.line()

@@ -35,7 +35,6 @@ class Dimension:
     control: bool      # takes an entry of control_var_type
     trigger: str       # the trigger member's name
     words: list        # the trigger member's type, as the words of a member line
-    line: int
 
 
 def load_dimensions(path):
@@ -53,7 +52,7 @@ def load_dimensions(path):
                               % (path, number))
         if words[0] in table:
             raise SchemaError("%s:%d: dimension '%s' repeats" % (path, number, words[0]))
-        table[words[0]] = Dimension(words[0], words[1] == "control", words[2], words[3:], number)
+        table[words[0]] = Dimension(words[0], words[1] == "control", words[2], words[3:])
     return table
 
 
@@ -90,14 +89,6 @@ class Version:
     omit: list = field(default_factory=list)
     names: dict = field(default_factory=dict)     # generated name -> override
     name_lines: dict = field(default_factory=dict)
-
-    @property
-    def generation(self):
-        if self.shape == "nest":
-            return 0
-        if self.shape == "tree":
-            return 1
-        return 0 if self.number[2] == 0 else 1
 
 
 @dataclass

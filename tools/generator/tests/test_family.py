@@ -14,6 +14,8 @@ from paramgen.catalogue import Catalogue  # noqa: E402
 from paramgen.managerlist import load_manager  # noqa: E402
 from paramgen.report import report_line  # noqa: E402
 from paramgen.schema import SchemaError  # noqa: E402
+from paramgen.shape import describe  # noqa: E402
+from paramgen.synthetic import synthetic_files  # noqa: E402
 
 CATALOGUE = os.path.join(ROOT, "parametermodules", "schemas")
 
@@ -200,6 +202,26 @@ version 1.4.1 tree
             # The frame mark comes along with the region that 2.1.1 is like.
             ["blk_2_1_1", "gen", "1", "tree", "types", "10", "members", "23", "frames", "1"],
         ])
+
+
+class SyntheticCatalogueTest(FamilyCase):
+    def test_fills_the_catalogue_to_its_size_with_both_generations_of_every_block(self):
+        existing = {"gamma_1_6_0", "gamma_1_6_1", "shared"}
+        files = synthetic_files(existing)
+        for name, text in files.items():
+            self.write(name, text)
+        catalogue = self.catalogue()
+        shapes = {}
+        for name in sorted(files):
+            for namespace in catalogue.load_file(os.path.join(self.folder.name, name)):
+                shapes[namespace.name] = describe(namespace)
+        self.assertEqual(len(shapes) + len(existing), 486)
+        self.assertNotIn("gamma_1_6_1", shapes)
+        self.assertEqual(shapes["gamma_1_5_0"], (0, "nest 3"))
+        self.assertEqual(shapes["bds_1_0"], (0, "nest 3"))
+        generations = [generation for generation, shape in shapes.values() if shape != "flat"]
+        # The block list's 155 first and 177 second generation namespaces, less gamma's two.
+        self.assertEqual((generations.count(0), generations.count(1)), (154, 176))
 
 
 class FamilyCheckTest(FamilyCase):

@@ -1,6 +1,8 @@
 // Generated from tools/generator/tests/golden/GoldenSetManager.list by the module generator. Do not edit.
 #include "paramgen/GoldenSetManager.h"
 
+#include "paramgen/goldensample.h"
+
 namespace {
 
 // Registration order is the list's order.

@@ -4,7 +4,10 @@
 #include "parameterparser/modeunion.h"
 #include "parameterparser/parameterexport.h"
 #include "parametermodules/concretesetmanager.h"
-#include "paramgen/goldensample.h"
+
+namespace goldensample {
+struct sampleType;
+} // namespace goldensample
 
 static_assert(ParameterModuleLayoutVersion == 1,
               "generated for another module framework layout");

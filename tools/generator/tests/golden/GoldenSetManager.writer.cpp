@@ -1,15 +1,15 @@
 // Generated from tools/generator/tests/golden/GoldenSetManager.list by the module generator. Do not edit.
 #include "paramgen/GoldenSetManager.writer.h"
 
-#include "paramgen/goldensample.writer.h"
+#include "paramgen/goldensample.h"
 
 namespace ParamSchema::GoldenSetManager {
 
 namespace {
 
 TuningWriter::InstanceSchema const InstanceList[] = {
-    {"sampleA", "goldensample::sampleType", &ParamSchema::goldensample::Describe, {2, 1, 0u}},
-    {"sampleB", "goldensample::sampleType", &ParamSchema::goldensample::Describe, {2, 1, 0u}},
+    {"sampleA", "goldensample::sampleType", &::goldensample::sampleType::Descriptor, {2, 1, 0u}},
+    {"sampleB", "goldensample::sampleType", &::goldensample::sampleType::Descriptor, {2, 1, 0u}},
 };
 
 } // namespace
