@@ -16,6 +16,7 @@
 #include "parameterparser/moduledata.h"
 #include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parsercrc.h"
+#include "tools/generator/schemaset.h"
 #include "tools/writer/definitiontablebuilder.h"
 #include "tools/writer/entryencoder.h"
 #include "tools/writer/symboltablebuilder.h"

@@ -12,6 +12,7 @@
 
 #include "paramgen/TuningSetManager.h"
 #include "paramgen/TuningSetManager.writer.h"
+#include "paramgen/aftofelements.h"
 
 namespace {
 
