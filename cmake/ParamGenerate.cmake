@@ -4,12 +4,14 @@
 #   param_generate(INPUTS <folder>...
 #                  LIBRARY_SOURCES <variable>
 #                  [WRITER_SOURCES <variable>]
-#                  [SEARCH <folder>...])
+#                  [SEARCH <folder>...]
+#                  [OUTPUT_DIR <folder>])
 #
 # Every *.schema (one namespace), *.family (one namespace per block and version) and *.list (a
 # concrete set manager) of the INPUTS folders goes to one generator run, which writes
-# <build>/gen/paramgen/<namespace>.{h,cpp} and <namespace>.writer.{h,cpp} per namespace and the
-# same four per manager. The names of the outputs are asked of the generator when CMake
+# <build>/gen/paramgen/<namespace>.{h,cpp} per namespace and <manager>.{h,cpp} and
+# <manager>.writer.{h,cpp} per manager (OUTPUT_DIR in place of <build>/gen/paramgen keeps test
+# modules out of the library's headers). The names of the outputs are asked of the generator when CMake
 # configures; a family file is a configure dependency, since its versions name the outputs.
 # The run depends on the generator's sources, the inputs and, through a depfile, the schemas of
 # the SEARCH folders that the inputs use. The generator rewrites only files whose text changes,
@@ -19,11 +21,20 @@ find_package(Python3 REQUIRED COMPONENTS Interpreter)
 
 set(PARAMGEN_DIR ${PROJECT_SOURCE_DIR}/tools/generator)
 set(PARAMGEN_OUTPUT_DIR ${PROJECT_BINARY_DIR}/gen/paramgen)
+# A program names a generated namespace as <parameterparser/paramgen/<namespace>.h>, as in the
+# installed tree; this folder gives the build tree that path.
+set(PARAMGEN_INCLUDE_DIR ${PROJECT_BINARY_DIR}/gen/include)
+file(MAKE_DIRECTORY ${PARAMGEN_OUTPUT_DIR} ${PARAMGEN_INCLUDE_DIR}/parameterparser)
+file(CREATE_LINK ${PARAMGEN_OUTPUT_DIR} ${PARAMGEN_INCLUDE_DIR}/parameterparser/paramgen SYMBOLIC)
 file(GLOB PARAMGEN_GENERATOR_SOURCES CONFIGURE_DEPENDS
     ${PARAMGEN_DIR}/paramgen.py ${PARAMGEN_DIR}/paramgen/*.py)
 
 function(param_generate)
-    cmake_parse_arguments(ARG "" "LIBRARY_SOURCES;WRITER_SOURCES;NAME" "INPUTS;SEARCH" ${ARGN})
+    cmake_parse_arguments(ARG "" "LIBRARY_SOURCES;WRITER_SOURCES;NAME;OUTPUT_DIR" "INPUTS;SEARCH"
+        ${ARGN})
+    if(NOT ARG_OUTPUT_DIR)
+        set(ARG_OUTPUT_DIR ${PARAMGEN_OUTPUT_DIR})
+    endif()
     set(inputs)
     set(families)
     set(tables)
@@ -59,7 +70,7 @@ function(param_generate)
     set(library_sources)
     set(writer_sources)
     foreach(name IN LISTS names)
-        set(output ${PARAMGEN_OUTPUT_DIR}/${name})
+        set(output ${ARG_OUTPUT_DIR}/${name})
         list(APPEND outputs ${output})
         if(name MATCHES "\\.writer\\.cpp$")
             list(APPEND writer_sources ${output})
@@ -76,7 +87,7 @@ function(param_generate)
     add_custom_command(
         OUTPUT ${outputs}
         COMMAND Python3::Interpreter ${PARAMGEN_DIR}/paramgen.py ${inputs} ${search_options}
-            --out-dir ${PARAMGEN_OUTPUT_DIR} --source-root ${PROJECT_SOURCE_DIR}
+            --out-dir ${ARG_OUTPUT_DIR} --source-root ${PROJECT_SOURCE_DIR}
             --depfile ${first}.d
         ${touch}
         DEPENDS ${inputs} ${tables} ${PARAMGEN_GENERATOR_SOURCES}

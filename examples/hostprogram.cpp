@@ -9,7 +9,7 @@
 // The umbrella header declares the set managers; a program includes the module namespaces it
 // reads.
 #include <parameterparser/parameterparser.h>
-#include <paramgen/vornt2tconfig.h>
+#include <parameterparser/paramgen/vornt2tconfig.h>
 
 namespace {
 
