@@ -58,21 +58,30 @@ unsigned int NumberWidth(uint32_t type)
     }
 }
 
-// Bytes one element adds to its structure's layout.
-uint32_t LayoutSize(ParameterDefinitionElementInfo const& info)
+// Bytes one element adds to its structure's layout, in 64 bits: counts and sizes come from the
+// file, and their products must not wrap round to a small size.
+uint64_t LayoutSize(ParameterDefinitionElementInfo const& info)
 {
     uint32_t const type = info.Type;
+    uint64_t const count = info.Count;
     // Text and anything counted live out of line: the structure holds a count and an entry ID
     // for each, or for a fixed array of text one pair per element.
     if (type > TypeUIntLike2 && IsFixedArray(info.Flags))
-        return info.Count * 8;
+        return count * 8;
     if ((info.Flags & ElementVariableCount) != 0 || type > TypeUIntLike2)
         return 8;
     if ((info.Flags & ElementFourByte) != 0)
-        return info.Count * 4;
+        return count * 4;
     if (type == TypeStructure && info.Structure != nullptr)
-        return info.Structure->Size * info.Count;
-    return NumberWidth(type) * info.Count;
+        return static_cast<uint64_t>(info.Structure->Size) * count;
+    return NumberWidth(type) * count;
+}
+
+// A structure too large for 32-bit positions stays at the largest: every member behind that
+// point then lies beyond any entry, and the reader takes it for not there.
+uint32_t Saturated(uint64_t size)
+{
+    return size > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(size);
 }
 
 } // namespace
@@ -277,31 +286,38 @@ bool ParameterDefinitionStructure::IsVerified(PList<unsigned int>& visited) cons
     return true;
 }
 
-bool ParameterDefinitionStructure::BeginLayout()
+bool ParameterDefinitionStructure::BeginLayout(uint32_t start)
 {
-    if (Size != 0) {
+    if (m_layoutBegun) {
         ReleaseFileOrder();
         return false;
     }
     if (FileOrder == nullptr)
         return false;
+    // Marked before the children are walked: this ends the walk of a structure nested in itself.
+    m_layoutBegun = true;
+    // A structure without members still stands in the file with its length word.
+    Size = start;
     if (FileOrder->Count() == 0) {
         ReleaseFileOrder();
         return false;
     }
-    // Every structure starts with a u32 load limit. Setting Size before the children are walked
-    // also ends the walk of a structure nested in itself.
-    Size = 4;
     return true;
 }
 
 void ParameterDefinitionStructure::PopulateOffsetSizeStructure(StructureMap* structures,
-                                                               IParameterLoggingAPI* log)
+                                                               IParameterLoggingAPI* log,
+                                                               VersionUnion const& version)
 {
     if (structures == nullptr) {
         ReleaseFileOrder();
         return;
     }
+    // What a file of this version writes besides the members: a structure's length word from
+    // 6.0.0 on, a fixed-length array's count from 7.0.0 on. Positions computed with a word the
+    // file does not hold would drift by it at every such place.
+    uint32_t const start = version >= VersionUnion(6, 0, 0) ? 4 : 0;
+    bool const countsAhead = version >= VersionUnion(7, 0, 0);
     // Nested structures are laid out before the element that holds them is sized. The walk keeps
     // its own stack: a damaged file can nest deeper than a thread's stack would take.
     struct Frame
@@ -311,7 +327,7 @@ void ParameterDefinitionStructure::PopulateOffsetSizeStructure(StructureMap* str
         bool nestedDone; ///< the nested structure of the element at index is laid out
     };
     std::vector<Frame> stack;
-    if (BeginLayout())
+    if (BeginLayout(start))
         stack.push_back({this, 0, false});
     while (!stack.empty()) {
         Frame& frame = stack.back();
@@ -342,17 +358,17 @@ void ParameterDefinitionStructure::PopulateOffsetSizeStructure(StructureMap* str
                 } else {
                     info->Structure = found->second;
                     // The frame reference goes stale with the push: nothing uses it after.
-                    if (info->Structure->Size == 0 && info->Structure->BeginLayout()) {
+                    if (!info->Structure->m_layoutBegun && info->Structure->BeginLayout(start)) {
                         stack.push_back({info->Structure, 0, false});
                         continue;
                     }
                 }
             }
         }
-        structure->Size += LayoutSize(*info);
-        // A fixed-length array is preceded by its count.
-        if (IsFixedArray(info->Flags))
-            structure->Size += 4;
+        uint64_t size = static_cast<uint64_t>(structure->Size) + LayoutSize(*info);
+        if (countsAhead && IsFixedArray(info->Flags))
+            size += 4;
+        structure->Size = Saturated(size);
         ++frame.index;
         frame.nestedDone = false;
     }

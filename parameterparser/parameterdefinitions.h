@@ -8,6 +8,7 @@
 
 #include "parameterparser/parameterexport.h"
 #include "parameterparser/plist.h"
+#include "parameterparser/versionunion.h"
 
 class IParameterLoggingAPI;
 class ParameterByteReader;
@@ -124,12 +125,15 @@ public:
     /// whose ID is in visited already is not walked again.
     bool IsVerified(PList<unsigned int>& visited) const;
 
-    /// Computes Size and each element's Offset from FileOrder, resolving nested structures in
-    /// structures (depth first, for those whose Size is still 0), then releases FileOrder. An
+    /// Computes Size and each element's Offset from FileOrder as a file of version lays the
+    /// structure out (a length word ahead of the members from 6.0.0 on, also when there are
+    /// none; a count ahead of each fixed-length array from 7.0.0 on), resolving nested structures in structures (depth
+    /// first, each once), then releases FileOrder. Sizes past 32 bits stay at 0xFFFFFFFF. An
     /// unknown structure ID logs "PopulateOffsetSizeStructure structure not found: ID: %u,
-    /// NameHash: %lld\n" at error level and adds nothing. With no map, or a Size already set, only
-    /// FileOrder is released.
-    void PopulateOffsetSizeStructure(StructureMap* structures, IParameterLoggingAPI* log);
+    /// NameHash: %lld\n" at error level and adds nothing. With no map, or a layout done already,
+    /// only FileOrder is released.
+    void PopulateOffsetSizeStructure(StructureMap* structures, IParameterLoggingAPI* log,
+                                     VersionUnion const& version);
 
     uint32_t ID;
     char* Name; ///< owned (VornCalloc); never null after construction unless memory ran out
@@ -141,9 +145,11 @@ public:
 
 private:
     void ReleaseFileOrder();
-    /// Starts the layout of this structure: false (with FileOrder released where it is of no
-    /// more use) when there is nothing to lay out or Size is known already.
-    bool BeginLayout();
+    /// Starts the layout of this structure at start bytes: false (with FileOrder released where
+    /// it is of no more use) when there is nothing to lay out or its layout has begun already.
+    bool BeginLayout(uint32_t start);
+
+    bool m_layoutBegun = false;
 };
 
 /// A module of the file's schema: its name and the ID of its top structure.

@@ -13,7 +13,10 @@
 #include "parameterparser/parameterbytereader.h"
 #include "parameterparser/parameterdefinitions.h"
 #include "parameterparser/parameterfilesymboltable.h"
+#include "parameterparser/parameterloadcontext.h"
 #include "parameterparser/parameterlogging.h"
+#include "parameterparser/parametermemberaccess.h"
+#include "parameterparser/parameterschemadifference.h"
 #include "parameterparser/parametersetmanager.h"
 #include "parameterparser/parameterutils.h"
 
@@ -194,14 +197,50 @@ void ParameterEntryReader::LogNotFound(ParameterFileSymbolTableEntry& entry, cha
                      reader, static_cast<unsigned long long>(nameHash));
 }
 
-void ParameterEntryReader::LogCountDifference(ParameterFileSymbolTableEntry& entry,
-                                              unsigned long nameHash, unsigned int expected,
-                                              unsigned int binary)
+void ParameterEntryReader::LogMissingField(ParameterFileSymbolTableEntry& entry,
+                                           ParameterLoadParameters const& parameters,
+                                           FieldRead const& field, char const* reader, bool error)
 {
+    // Not found in a structure the file describes: the file's structure lacks the field. Any
+    // other way of not finding it (an empty pointer, a damaged count) is told every time.
+    bool const lacking = field.element == nullptr && HasLiveStructure(parameters.parentElement);
+    if (lacking && !NoteDifference(parameters.parentElement))
+        return;
+    LogNotFound(entry, reader, parameters.nameHash, error);
+}
+
+void ParameterEntryReader::LogCountDifference(ParameterFileSymbolTableEntry& entry,
+                                              ParameterLoadParameters const& parameters,
+                                              unsigned int expected, unsigned int binary)
+{
+    if (!NoteDifference(parameters.parentElement))
+        return;
     entry.LogMessage(false,
                      "0x%llx expected count (%u) != the binary count (%u), the binary XSD != the "
                      "source XSD\n",
-                     static_cast<unsigned long long>(nameHash), expected, binary);
+                     static_cast<unsigned long long>(parameters.nameHash), expected, binary);
+}
+
+bool ParameterEntryReader::NoteDifference(ParameterDefinitionElement const* element)
+{
+    ParameterLoadContext* context = ParameterLoadContext::Current();
+    if (context == nullptr || !HasLiveStructure(element))
+        return true;
+    return context->NoteDifference(element->Info->Structure);
+}
+
+bool ParameterEntryReader::SpendElements(ParameterFileSymbolTableEntry& entry, uint64_t count)
+{
+    ParameterLoadContext* context = ParameterLoadContext::Current();
+    if (context == nullptr || context->Spend(count))
+        return true;
+    if (context->FirstRefusal())
+        entry.LogMessage(true,
+                         "Module load passes %llu decoded elements (%llu for each byte of its "
+                         "file): data entry %u left empty\n",
+                         static_cast<unsigned long long>(context->Allowance()),
+                         static_cast<unsigned long long>(MaxDecodedElementsPerFileByte), entry.ID);
+    return false;
 }
 
 bool ParameterEntryReader::IsFieldMissing(ParameterDefinitionElement const* parent,
@@ -243,8 +282,12 @@ bool ParameterEntryReader::BeginField(ParameterFileSymbolTableEntry& entry,
 
     ParameterDefinitionElementInfo const* info = field.element->Info;
     if (info != nullptr && field.element->Verified == 0 && !field.modified && !field.countChanged &&
-        exact != nullptr && exact(*info, count))
-        field.element->Verified = 1;
+        exact != nullptr) {
+        if (exact(*info, count))
+            field.element->Verified = 1;
+        else
+            (void)NoteDifference(parent); // read with a conversion: said in the summary only
+    }
     return found;
 }
 
@@ -258,14 +301,13 @@ bool ParameterEntryReader::BeginStructure(ParameterLoadParameters& parameters,
     local.parentElement = nullptr;
     local.arrayIndex = 0;
     if (parameters.parentElement != nullptr) {
-        // The check works on a copy: a position difference must not move the caller's base,
-        // which the caller's later fields still measure from.
-        ParameterLoadParameters probe = parameters;
         bool adjusted = false;
         ParameterDefinitionElement* element =
-            entry.AdjustPositionAndGetElement(probe, true, adjusted);
+            entry.AdjustPositionAndGetElement(parameters, true, adjusted);
         if (IsFieldMissing(parameters.parentElement, element)) {
-            LogNotFound(entry, "Load", parameters.nameHash, true);
+            bool const lacking = HasLiveStructure(parameters.parentElement);
+            if (!lacking || NoteDifference(parameters.parentElement))
+                LogNotFound(entry, "Load", parameters.nameHash, true);
             return false;
         }
         local.parentElement = element;
@@ -273,6 +315,33 @@ bool ParameterEntryReader::BeginStructure(ParameterLoadParameters& parameters,
     local.basePosition = entry.Position;
     local.loadLimit = entry.ReadLoadDataLimit(parameters.loadLimit);
     return true;
+}
+
+void ParameterEntryReader::EndStructure(ParameterFileSymbolTableEntry& entry,
+                                        ParameterLoadParameters const& local,
+                                        ParameterTypeDescriptor const& type)
+{
+    if (local.loadLimit != NoLoadLimit && entry.Position != local.loadLimit) {
+        if (NoteDifference(local.parentElement))
+            entry.UpdatePosition(local.loadLimit);
+        else
+            entry.Position = local.loadLimit;
+    }
+    // A structure of the file that differs is told once a load, here at the end of its first
+    // instance that showed it, with what differs; not once for every element of an array.
+    ParameterLoadContext* context = ParameterLoadContext::Current();
+    if (context == nullptr || !HasLiveStructure(local.parentElement))
+        return;
+    ParameterDefinitionStructure const* structure = local.parentElement->Info->Structure;
+    if (!context->TakeSummary(structure))
+        return;
+    ParameterSchemaDifference const difference = CompareStructure(*structure, type);
+    entry.LogMessage(false,
+                     "Structure %s of the file differs from compiled %s: %u members stepped over, "
+                     "%u missing, %u in another form\n",
+                     structure->Name != nullptr ? structure->Name : "",
+                     type.name != nullptr ? type.name : "", difference.steppedOver,
+                     difference.missing, difference.changed);
 }
 
 // ---- Positions -------------------------------------------------------------------------------
@@ -320,9 +389,10 @@ ParameterFileSymbolTableEntry::AdjustPositionAndGetElement(ParameterLoadParamete
     if (element->Info == nullptr)
         return element;
 
-    // 32-bit arithmetic, as positions are: a damaged size wraps rather than reading far away.
-    uint32_t expected =
-        parameters.basePosition + parent->Info->Structure->Size * parameters.arrayIndex;
+    // 64-bit arithmetic: a damaged size or index must not wrap round to a place inside the entry.
+    uint64_t expected =
+        static_cast<uint64_t>(parameters.basePosition) +
+        static_cast<uint64_t>(parent->Info->Structure->Size) * parameters.arrayIndex;
     if (parameters.addElementOffset)
         expected += element->Info->Offset;
     if (expected == Position) {
@@ -332,17 +402,26 @@ ParameterFileSymbolTableEntry::AdjustPositionAndGetElement(ParameterLoadParamete
     }
 
     modified = true;
-    LogMessage(false,
-               "Binary file position (%u) differs from expected (%u), XSD structure modified\n",
-               expected, Position);
-    if (parameters.loadLimit <= expected)
-        LogMessage(true, "Error Reading 0x%llx: Adjusted position (%u) exceeds load limit (%u)\n",
-                   static_cast<unsigned long long>(parameters.nameHash), expected,
-                   parameters.loadLimit);
-    else
-        parameters.basePosition = expected;
-    // The cursor stays: reading goes on from it, and the end of the enclosing structure puts it
-    // right.
+    bool const loud = ParameterEntryReader::NoteDifference(parent);
+    auto const shown = static_cast<unsigned int>(expected > UINT32_MAX ? UINT32_MAX : expected);
+    if (loud)
+        LogMessage(false,
+                   "Binary file position (%u) differs from expected (%u), XSD structure modified\n",
+                   shown, Position);
+    // The field is read where the file's own layout puts it, forwards or backwards, so that a
+    // member the compiled schema does not know, or another order, moves nothing else. That place
+    // must lie within the structure and the entry; beyond them stand bytes of something else,
+    // and the field is not there. The base stays the structure's start: the caller's later
+    // fields and array elements are measured from it too.
+    unsigned int const bound = parameters.loadLimit < Size ? parameters.loadLimit : Size;
+    if (expected >= bound) {
+        if (loud)
+            LogMessage(true,
+                       "Error Reading 0x%llx: Adjusted position (%u) exceeds load limit (%u)\n",
+                       static_cast<unsigned long long>(parameters.nameHash), shown, bound);
+        return nullptr;
+    }
+    Position = static_cast<uint32_t>(expected);
     return element;
 }
 
@@ -365,13 +444,14 @@ unsigned int ParameterFileSymbolTableEntry::ReadLoadDataLimit(unsigned int limit
     // Without its length word the structure is bounded by what bounds its parent.
     if (!ReadCount(*this, limit, stored))
         return limit;
-    uint32_t const result = stored + Position;
+    // 64-bit: a damaged length must not wrap round to a limit behind the cursor.
+    uint64_t const result = static_cast<uint64_t>(stored) + Position;
     if (result > limit) {
         LogMessage(true, "Load limit (%u) exceeds available size (%u). XSD structure modified\n",
-                   result, limit);
+                   static_cast<unsigned int>(result > UINT32_MAX ? UINT32_MAX : result), limit);
         return limit;
     }
-    return result;
+    return static_cast<unsigned int>(result);
 }
 
 // ---- Counts and pointers ---------------------------------------------------------------------
@@ -394,11 +474,11 @@ bool ParameterFileSymbolTableEntry::GetCountAndPointerEntry(
     Form form = Form::Counted;
     if (info != nullptr) {
         if (HasFlag(*info, ElementVariableCount) ||
-            (IsText(*info) && !IsFixedArray(*info) && !isFixedArray && !isArray))
+            (IsText(*info) && !IsFixedArray(*info) && !isFixedArray && !isArray)) {
             form = Form::Pointer;
-        else if (!fixedCountVersion)
-            form = Form::Plain;
-        else if (!HasFlag(*info, ElementFixedCount)) {
+        } else if (!fixedCountVersion || !HasFlag(*info, ElementFixedCount)) {
+            // Inline without a count word: as many as the file's element holds, whatever the
+            // compiled count, or the read would run into the members behind it.
             count = info->Count;
             countChanged = false;
             return true;
@@ -498,18 +578,19 @@ void ParameterFileSymbolTableEntry::ReadStructureFixedArray(LoadArrayFunction lo
     FieldForm const form{8, false, count >= 2, false};
     if (!ParameterEntryReader::BeginField(*this, parameters, form, count, &ExactStructureFixedArray,
                                           field)) {
-        ParameterEntryReader::LogNotFound(*this, "ReadStructureFixedArray", parameters.nameHash,
-                                          false);
+        ParameterEntryReader::LogMissingField(*this, parameters, field, "ReadStructureFixedArray",
+                                              false);
         return;
     }
     ParameterDefinitionElementInfo const* info =
         field.element != nullptr ? field.element->Info : nullptr;
     bool const countAhead = info != nullptr ? HasFlag(*info, ElementFixedCount) : count >= 2;
     ParameterLoadParameters local = ElementParameters(*this, parameters, field, countAhead);
-    // The compiled-in count is loaded whatever the file holds: the storage is the caller's.
-    loadArray(local, values, count);
+    // Elements the file does not hold stay as Load zeroed them: behind the file's last element
+    // stand the bytes of other members.
+    loadArray(local, values, field.count < count ? field.count : count);
     if (field.count != count)
-        ParameterEntryReader::LogCountDifference(*this, parameters.nameHash, count, field.count);
+        ParameterEntryReader::LogCountDifference(*this, parameters, count, field.count);
 }
 
 void* ParameterFileSymbolTableEntry::ReadStructureArray(
@@ -519,7 +600,8 @@ void* ParameterFileSymbolTableEntry::ReadStructureArray(
     FieldRead field;
     if (!ParameterEntryReader::BeginField(*this, parameters, StructurePointerForm, minimumCount,
                                           &ExactStructureArray, field)) {
-        ParameterEntryReader::LogNotFound(*this, "ReadStructureArray", parameters.nameHash, false);
+        ParameterEntryReader::LogMissingField(*this, parameters, field, "ReadStructureArray",
+                                              false);
         count = 0;
         return nullptr;
     }
@@ -535,6 +617,11 @@ void* ParameterFileSymbolTableEntry::ReadStructureArray(
     if (shared) {
         if (void* object = target.TakeDupObject(loc, count, ElementIdentity(loadArray)))
             return object;
+    }
+    // A block loaded once more for one more holder is decode work like any other.
+    if (count != 0 && !ParameterEntryReader::SpendElements(target, count)) {
+        count = 0;
+        return nullptr;
     }
     void* array = nullptr;
     if (count != 0) {
@@ -567,8 +654,8 @@ void ParameterFileSymbolTableEntry::ReadOptionalStructure(LoadArrayFunction load
     FieldRead field;
     if (!ParameterEntryReader::BeginField(*this, parameters, StructurePointerForm, 1,
                                           &ExactOptionalStructure, field)) {
-        ParameterEntryReader::LogNotFound(*this, "ReadOptionalStructure", parameters.nameHash,
-                                          false);
+        ParameterEntryReader::LogMissingField(*this, parameters, field, "ReadOptionalStructure",
+                                              false);
         count = 0;
         return;
     }
@@ -592,10 +679,17 @@ void ParameterFileSymbolTableEntry::ReadString(char** value, unsigned int length
     void* object = shared != nullptr ? shared->Object : nullptr;
     if (object != nullptr) {
         *value = static_cast<char*>(object);
-        Position += AlignUp(length, GetAlignment());
+        // Past the characters, never past the entry: a damaged length must not wrap the cursor.
+        uint64_t const step = GetAlignment() > 1 ? GetAlignment() : 1;
+        uint64_t const end = Position + (length + step - 1) / step * step;
+        Position = end < Size ? static_cast<uint32_t>(end) : Size;
     } else if (Data != nullptr) {
-        *value = ParameterUtils::ReadString(Data, ParameterEntryReader::ReadLength(*this, limit),
-                                            Position, length, GetAlignment());
+        // The characters the entry can give, not what a damaged length claims, are the work.
+        unsigned int const end = ParameterEntryReader::ReadLength(*this, limit);
+        unsigned int const available = end > Position ? end - Position : 0;
+        if (!ParameterEntryReader::SpendElements(*this, length < available ? length : available))
+            return; // told once a load
+        *value = ParameterUtils::ReadString(Data, end, Position, length, GetAlignment());
         if (*value != nullptr)
             SetDupObject(*value, loc);
     }
@@ -618,8 +712,11 @@ void ParameterFileSymbolTableEntry::ReadString(char*& value, ParameterLoadParame
     FieldRead field;
     FieldForm const form{1, true, false, false};
     if (!ParameterEntryReader::BeginField(*this, parameters, form, 1, &ExactString, field)) {
-        LogMessage(true, "0x%llx: %s entry not found in the binary file, all values will be 0\n",
-                   static_cast<unsigned long long>(parameters.nameHash), "ReadString");
+        bool const lacking = field.element == nullptr && HasLiveStructure(parameters.parentElement);
+        if (!lacking || ParameterEntryReader::NoteDifference(parameters.parentElement))
+            LogMessage(true,
+                       "0x%llx: %s entry not found in the binary file, all values will be 0\n",
+                       static_cast<unsigned long long>(parameters.nameHash), "ReadString");
         return;
     }
     field.target->ReadString(&value, field.count, loc, NoLoadLimit);
@@ -633,7 +730,8 @@ void ParameterFileSymbolTableEntry::ReadStringFixedArray(char** values, unsigned
     FieldForm const form{8, false, true, false};
     if (!ParameterEntryReader::BeginField(*this, parameters, form, count, &ExactStringFixedArray,
                                           field)) {
-        ParameterEntryReader::LogNotFound(*this, "ReadStringFixedArray", parameters.nameHash, true);
+        ParameterEntryReader::LogMissingField(*this, parameters, field, "ReadStringFixedArray",
+                                              true);
         return;
     }
     for (unsigned int i = 0; i < count; ++i) {
@@ -642,7 +740,7 @@ void ParameterFileSymbolTableEntry::ReadStringFixedArray(char** values, unsigned
             field.target->ReadString(values[i], loc, NoLoadLimit);
     }
     if (field.count != count)
-        ParameterEntryReader::LogCountDifference(*this, parameters.nameHash, count, field.count);
+        ParameterEntryReader::LogCountDifference(*this, parameters, count, field.count);
 }
 
 void ParameterFileSymbolTableEntry::ReadStringArray(char**& values, unsigned int& count,
@@ -652,7 +750,7 @@ void ParameterFileSymbolTableEntry::ReadStringArray(char**& values, unsigned int
     FieldRead field;
     if (!ParameterEntryReader::BeginField(*this, parameters, StringPointerForm, minimumCount,
                                           &ExactStringArray, field)) {
-        ParameterEntryReader::LogNotFound(*this, "ReadStringArray", parameters.nameHash, true);
+        ParameterEntryReader::LogMissingField(*this, parameters, field, "ReadStringArray", true);
         count = 0;
         return;
     }
@@ -671,6 +769,10 @@ void ParameterFileSymbolTableEntry::ReadStringArray(char**& values, unsigned int
     }
     if (count == 0)
         return;
+    if (!ParameterEntryReader::SpendElements(target, count)) {
+        count = 0;
+        return;
+    }
     auto** array = static_cast<char**>(
         VornCalloc(sizeof(char*) * static_cast<size_t>(count), VornTagAllocData));
     if (array == nullptr) {
@@ -693,7 +795,7 @@ void ParameterFileSymbolTableEntry::ReadOptionalString(char*& value, unsigned in
     FieldRead field;
     if (!ParameterEntryReader::BeginField(*this, parameters, StringPointerForm, 1,
                                           &ExactOptionalString, field)) {
-        ParameterEntryReader::LogNotFound(*this, "ReadOptionalString", parameters.nameHash, true);
+        ParameterEntryReader::LogMissingField(*this, parameters, field, "ReadOptionalString", true);
         count = 0;
         return;
     }

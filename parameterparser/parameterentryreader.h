@@ -16,6 +16,7 @@
 #include "parameterparser/parameterutilsread.h"
 
 class IParameterLoggingAPI;
+struct ParameterTypeDescriptor;
 
 namespace ParameterEntryReader {
 
@@ -66,12 +67,35 @@ PARAMETERPARSER_API bool IsFieldMissing(ParameterDefinitionElement const* parent
                                         ParameterDefinitionElement const* element);
 
 /// The start of a generated Load of a structure: checks the structure's own element against the
-/// file, then fills local for its fields (parentElement the structure's element, basePosition
-/// the cursor, loadLimit the structure's stored limit). Returns false after logging "Load: 0x%llx
-/// entry not found in the binary file, all values will be 0" when the file lacks the structure;
-/// the caller then leaves it zeroed. The caller ends with UpdatePosition(local.loadLimit).
+/// file (moving the cursor to where the file puts the structure), then fills local for its
+/// fields (parentElement the structure's element, basePosition the cursor, loadLimit the
+/// structure's stored limit). Returns false after logging "Load: 0x%llx entry not found in the
+/// binary file, all values will be 0" when the file lacks the structure or puts it out of
+/// bounds; the caller then leaves it zeroed. The caller ends with EndStructure (or
+/// UpdatePosition(local.loadLimit)).
 PARAMETERPARSER_API bool BeginStructure(ParameterLoadParameters& parameters,
                                         ParameterLoadParameters& local);
+
+/// The end of a generated Load of a structure of compiled type type: moves the entry to the
+/// structure's end (UpdatePosition(local.loadLimit)). When the load found the file's structure
+/// to differ from type, logs once per load at warning level "Structure %s of the file differs
+/// from compiled %s: %u members stepped over, %u missing, %u in another form\n"; the structure's
+/// later instances in that load are then read without messages.
+PARAMETERPARSER_API void EndStructure(ParameterFileSymbolTableEntry& entry,
+                                      ParameterLoadParameters const& local,
+                                      ParameterTypeDescriptor const& type);
+
+/// Records, with the load running on this thread, that the file's structure of element (the
+/// element of the structure being read) differs from the compiled one. True when the reader's
+/// message about it is to be written: outside a load, for an element without a structure of
+/// the file, and until the load has summed the structure up.
+PARAMETERPARSER_API bool NoteDifference(ParameterDefinitionElement const* element);
+
+/// Takes count elements from the decode work the load on this thread may still do (see
+/// MaxDecodedElementsPerFileByte). False when they do not fit: the caller leaves the field
+/// empty. The first refusal of a load logs "Module load passes %llu decoded elements (%llu for
+/// each byte of its file): data entry %u left empty\n" at error level; later ones are silent.
+PARAMETERPARSER_API bool SpendElements(ParameterFileSymbolTableEntry& entry, uint64_t count);
 
 /// The logger of an entry's set manager (null logs everything).
 PARAMETERPARSER_API IParameterLoggingAPI* EntryLogger(ParameterFileSymbolTableEntry& entry);
@@ -81,10 +105,17 @@ PARAMETERPARSER_API IParameterLoggingAPI* EntryLogger(ParameterFileSymbolTableEn
 PARAMETERPARSER_API void LogNotFound(ParameterFileSymbolTableEntry& entry, char const* reader,
                                      unsigned long nameHash, bool error);
 
-/// The warning of a fixed array whose count in the file differs from the compiled-in one.
+/// LogNotFound for a field of parameters' structure that BeginField did not find. A field that
+/// the file's structure lacks is a difference of that structure (see NoteDifference).
+PARAMETERPARSER_API void LogMissingField(ParameterFileSymbolTableEntry& entry,
+                                         ParameterLoadParameters const& parameters,
+                                         FieldRead const& field, char const* reader, bool error);
+
+/// The warning of a fixed array of parameters' structure whose count in the file differs from the
+/// compiled-in one.
 PARAMETERPARSER_API void LogCountDifference(ParameterFileSymbolTableEntry& entry,
-                                            unsigned long nameHash, unsigned int expected,
-                                            unsigned int binary);
+                                            ParameterLoadParameters const& parameters,
+                                            unsigned int expected, unsigned int binary);
 
 /// The lesser of the entry's Size and limit: how far a read in the entry may go.
 inline unsigned int ReadLength(ParameterFileSymbolTableEntry const& entry, unsigned int limit)
@@ -113,6 +144,15 @@ template <typename T> bool ExactOptional(ParameterDefinitionElementInfo const& i
 template <typename T> bool ExactVariable(ParameterDefinitionElementInfo const& info, unsigned int)
 {
     return HasFlag(info, ElementVariableCount) && ParameterReadDetail::IsDirect<T>(info);
+}
+
+/// Whether the file's element holds numbers of another type than T, which a read converts: a
+/// read of such an integer array reports itself short although it filled the values.
+template <typename T> bool IsConverted(ParameterDefinitionElement const* element)
+{
+    return element != nullptr && element->Info != nullptr &&
+           ParameterReadDetail::IsNumberCode(element->Info->Type) &&
+           !ParameterReadDetail::IsDirect<T>(*element->Info);
 }
 
 /// Counted arrays stand in an entry of their own (shared through the duplicate lists) unless the
@@ -164,15 +204,26 @@ void ParameterFileSymbolTableEntry::ReadSimpleTypeFixedArray(T* values, unsigned
     Reader::FieldRead field;
     if (!Reader::BeginField(*this, parameters, Reader::NumberFixedForm(count), count,
                             &Reader::ExactFixedArray<T>, field)) {
-        Reader::LogNotFound(*this, "ReadSimpleTypeFixedArray", parameters.nameHash, false);
+        Reader::LogMissingField(*this, parameters, field, "ReadSimpleTypeFixedArray", false);
         return;
     }
     unsigned int const binary = field.count;
-    field.target->ReadArray<T>(values, field.element, binary < count ? binary : count, NoLoadLimit);
-    // A file with more elements leaves the rest behind the cursor, for the end of the enclosing
-    // structure to step over.
+    ParameterFileSymbolTableEntry& target = *field.target;
+    bool const read =
+        target.Data != nullptr &&
+        ParameterUtils::ReadArray<T>(values, field.element, target.Data,
+                                     Reader::ReadLength(target, NoLoadLimit), target.Position,
+                                     binary < count ? binary : count, target.GetAlignment(),
+                                     Reader::EntryLogger(target));
+    // Numbers of another type are converted into values all the same: that report is about a
+    // difference of the structure, told with its other messages.
+    if (!read && (!Reader::IsConverted<T>(field.element) ||
+                  Reader::NoteDifference(parameters.parentElement)))
+        target.LogMessage(false, "Insufficient data to read array of symbol table entry\n");
+    // A file with more elements leaves the rest behind the cursor: the next field is read at its
+    // own place, and the end of the enclosing structure steps over what is left.
     if (binary != count)
-        Reader::LogCountDifference(*this, parameters.nameHash, count, binary);
+        Reader::LogCountDifference(*this, parameters, count, binary);
 }
 
 template <typename T>
@@ -184,7 +235,7 @@ void ParameterFileSymbolTableEntry::ReadOptionalSimpleType(T& value, unsigned in
     Reader::FieldRead field;
     if (!Reader::BeginField(*this, parameters, Reader::NumberPointerForm, 1,
                             &Reader::ExactOptional<T>, field)) {
-        Reader::LogNotFound(*this, "ReadOptionalSimpleType", parameters.nameHash, false);
+        Reader::LogMissingField(*this, parameters, field, "ReadOptionalSimpleType", false);
         count = 0;
         return;
     }
@@ -213,9 +264,9 @@ void ParameterFileSymbolTableEntry::ReadSimpleTypeArray(T*& values, unsigned int
     Reader::FieldRead field;
     if (!Reader::BeginField(*this, parameters, Reader::NumberPointerForm, minimumCount,
                             enumeration ? nullptr : &Reader::ExactVariable<T>, field)) {
-        Reader::LogNotFound(*this,
-                            enumeration ? "ReadSimpleTypeArrayNoFloat" : "ReadSimpleTypeArray",
-                            parameters.nameHash, false);
+        Reader::LogMissingField(*this, parameters, field,
+                                enumeration ? "ReadSimpleTypeArrayNoFloat" : "ReadSimpleTypeArray",
+                                false);
         count = 0;
         return;
     }
@@ -233,6 +284,11 @@ void ParameterFileSymbolTableEntry::ReadSimpleTypeArray(T*& values, unsigned int
         return;
     }
 
+    // A block loaded once more for one more holder is decode work like any other.
+    if (count != 0 && !Reader::SpendElements(target, count)) {
+        count = 0;
+        return;
+    }
     T* array = nullptr;
     if (count != 0 && target.Data != nullptr) {
         array =
@@ -260,10 +316,14 @@ void ParameterFileSymbolTableEntry::ReadSimpleTypeArray(T*& values, unsigned int
         }
     }
     if (array == nullptr) {
-        LogMessage(false, "Insufficient data to read array from symbol table entry\n");
-        if (count != 0)
-            LogMessage(true, "Failed to allocate %llx\n",
-                       static_cast<unsigned long long>(parameters.nameHash));
+        // An integer array of another width comes out empty: a difference of the structure.
+        bool const converted = !enumeration && Reader::IsConverted<T>(field.element);
+        if (!converted || Reader::NoteDifference(parameters.parentElement)) {
+            LogMessage(false, "Insufficient data to read array from symbol table entry\n");
+            if (count != 0)
+                LogMessage(true, "Failed to allocate %llx\n",
+                           static_cast<unsigned long long>(parameters.nameHash));
+        }
         count = 0;
         return;
     }

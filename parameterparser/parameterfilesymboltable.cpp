@@ -173,10 +173,11 @@ bool ParameterFileSymbolTable::ReadDefinitions(unsigned char* buffer, unsigned i
         }
     }
 
-    // Sizes are computed for what was read, also when the walk broke off.
+    // Sizes are computed for what was read, also when the walk broke off, as this file's version
+    // lays structures out.
     if (keep) {
         for (auto& entry : *m_definitionStructures)
-            entry.second->PopulateOffsetSizeStructure(m_definitionStructures, log);
+            entry.second->PopulateOffsetSizeStructure(m_definitionStructures, log, m_version);
     }
     return reachedEnd;
 }

@@ -189,7 +189,8 @@ public:
 
     /// Reads the definition section of size bytes at pos in buffer (length bytes) at the table's
     /// alignment, and leaves pos where the walk stopped. With keep the module and structure
-    /// records go into the maps and every structure's size and offsets are computed; without it
+    /// records go into the maps and every structure's size and offsets are computed as the
+    /// table's version lays them out; without it
     /// each record is read with the same checks and dropped. Earlier definitions are replaced.
     /// A duplicate module hash or structure ID logs "Error: Duplicate structure Hash (%llu) found
     /// in definition table: %s / %s\n" or "Error: Duplicate structure ID (%u) found in

@@ -245,7 +245,7 @@ void ParameterMemberAccess::Load(void* object, ParameterTypeDescriptor const& ty
     }
     // Whatever the members consumed, the next field starts behind this structure: a file whose
     // schema grew or shrank still reads from there on.
-    entry.UpdatePosition(local.loadLimit);
+    ParameterEntryReader::EndStructure(entry, local, type);
 }
 
 void ParameterMemberAccess::LoadArray(ParameterTypeDescriptor const& type,

@@ -129,7 +129,7 @@ ParameterFileSymbolTable* ParameterModule::UnloadTable()
 
 ParameterModuleLoad::ParameterModuleLoad(ParameterModule* module, ParameterFileSymbolTable* table,
                                          unsigned int id, char const* className)
-    : m_module(module)
+    : m_module(module), m_context(table != nullptr ? table->GetFileLength() : 0)
 {
     if (table != nullptr)
         m_found = table->Find(m_entry, id, true);

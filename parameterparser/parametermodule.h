@@ -10,6 +10,7 @@
 #include "parameterparser/modeunion.h"
 #include "parameterparser/parameterexport.h"
 #include "parameterparser/parameterfilesymboltableentry.h"
+#include "parameterparser/parameterloadcontext.h"
 #include "parameterparser/parameterloadparameters.h"
 #include "parameterparser/plist.h"
 #include "parameterparser/versionunion.h"
@@ -107,7 +108,8 @@ protected:
 /// "<className>::LoadModule Failed to find module ID (%d) in Symbol Table\n" when it is missing,
 /// builds the root element when the file has definitions and fills the parameters; the caller
 /// runs its structure's Load on Parameters() and then Finish. The root element is freed however
-/// the load ends.
+/// the load ends. For its lifetime the object is the load context of its thread: the decode work
+/// of the load is bounded by the file's length, and schema differences are told once a load.
 class PARAMETERPARSER_API ParameterModuleLoad
 {
 public:
@@ -127,6 +129,7 @@ public:
 
 private:
     ParameterModule* m_module;
+    ParameterLoadContext m_context;
     ParameterFileSymbolTableEntry m_entry;
     ParameterDefinitionElement* m_root = nullptr;
     ParameterLoadParameters m_parameters{};

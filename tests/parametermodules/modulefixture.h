@@ -73,8 +73,18 @@ public:
     explicit ModuleFile(FileVersion version = {}, bool withDefinitions = true,
                         ModuleSchema schema = TestModuleSchema());
 
+    /// The file's schema, as described by the module's generated description: a test may change
+    /// it before the first AddModule to write a file of another schema than the compiled one.
+    std::vector<TuningWriter::DefinitionStructure>& FileSchema() { return m_structures; }
+
     /// Adds a module entry holding value; returns its symbol ID.
     uint32_t AddModule(EntryValue const& value);
+
+    /// The data table ID of the block written for a value named blockName; 0 if none.
+    uint32_t BlockId(std::string const& name) const
+    {
+        return m_encoder != nullptr ? m_encoder->BlockId(name) : 0;
+    }
 
     /// Damage the tables are written with (keyed by the IDs AddModule returned).
     void Damage(TuningWriter::TableDamage damage) { m_symbols.SetDamage(std::move(damage)); }
@@ -96,6 +106,7 @@ private:
     bool m_withDefinitions;
     ModuleSchema m_module;
     TuningWriter::SchemaSet m_schema;
+    std::vector<TuningWriter::DefinitionStructure> m_structures;
     TuningWriter::SymbolTableBuilder m_symbols;
     std::unique_ptr<TuningWriter::EntryEncoder> m_encoder;
     ParamTest::TestSetManager m_manager;
@@ -202,12 +213,14 @@ inline ModuleFile::ModuleFile(FileVersion version, bool withDefinitions, ModuleS
         m_module.describe(m_schema);
     else
         m_schema.Describe(m_module.topType, *m_module.type);
-    m_encoder =
-        std::make_unique<TuningWriter::EntryEncoder>(version, m_schema.Structures(), m_symbols);
+    m_structures = m_schema.Structures();
 }
 
 inline uint32_t ModuleFile::AddModule(EntryValue const& value)
 {
+    if (m_encoder == nullptr)
+        m_encoder =
+            std::make_unique<TuningWriter::EntryEncoder>(m_version, m_structures, m_symbols);
     TuningWriter::ModuleEntry entry;
     entry.name = m_module.instanceName;
     entry.moduleVersion = m_module.version;
@@ -223,7 +236,8 @@ inline bool ModuleFile::Build()
     if (m_withDefinitions) {
         TuningWriter::DefinitionTableBuilder builder;
         builder.AddModule(m_schema.Module(m_module.instanceName, m_module.topType));
-        m_schema.AddTo(builder);
+        for (TuningWriter::DefinitionStructure const& structure : m_structures)
+            builder.AddStructure(structure);
         definitions = builder.Build(alignment);
     }
     TuningWriter::SymbolTableBuilder::Sections const sections = m_symbols.Build();

@@ -62,19 +62,17 @@ TEST_F(ParameterFileSymbolTableEntryTest, WithoutDefinitionsEachVersionReadsItsO
     }
 }
 
-TEST_F(ParameterFileSymbolTableEntryTest, OlderVersionsWithDefinitionsStillReadEveryMember)
+TEST_F(ParameterFileSymbolTableEntryTest, OlderVersionsWithDefinitionsLayOutTheirOwnForm)
 {
-    // The definitions lay out counts and lengths that these versions do not write: positions
-    // differ, but every member is found and read at the cursor. (Structures measured by the
-    // definitions come out larger than these files store them, so the size guard of counted
-    // structure arrays may cut them: items is left out here.)
+    // The definitions are laid out as these versions write: no count ahead of a fixed array
+    // below 7.0.0, no length word ahead of a structure below 6.0.0. Every position matches.
     for (FileVersion const version : {FileVersion{6, 0, 0}, FileVersion{5, 0, 0}}) {
         SCOPED_TRACE(version.major);
         EntryFile file(version);
         LoadedSample sample;
         WriteAndLoad(file, sample, SampleValue());
-        ExpectSampleValues(sample.value, {"items"});
-        EXPECT_FALSE(m_log.Contains("entry not found"));
+        ExpectSampleValues(sample.value);
+        EXPECT_TRUE(m_log.Messages().empty()) << m_log.Messages().front();
     }
 }
 
@@ -179,31 +177,72 @@ TEST_F(ParameterFileSymbolTableEntryTest, MissingMemberReadsZeroWithItsReadersMe
 // shortValue 2, gains count 4 and 3 x 4.
 constexpr unsigned int InnerStart = 26;
 
-TEST_F(ParameterFileSymbolTableEntryTest, ExtraMemberShiftsTheRestOfItsStructureOnly)
+// A field is read where the file's own layout puts it: past a member the compiled schema does not
+// know, back and forth for another order; a place beyond its structure's length is not read.
+TEST_F(ParameterFileSymbolTableEntryTest, FieldsAreReadWhereTheFileLaysThemOut)
 {
-    Schema schema = Schema::Source();
-    schema.inner = {Element("a", ElementType::Int32), Element("extra", ElementType::UInt32),
-                    Element("b", ElementType::Float, 2, 2)};
-    EntryFile file(FileVersion{}, schema);
-    LoadedSample sample;
-    EntryValue value = SampleValue();
-    EntryValue inner = Inner(11, 0.25, 0.5);
-    inner.Set("extra", EntryValue::UInt(2));
-    value.Set("inner", inner);
-    WriteAndLoad(file, sample, value);
+    auto const moved = [](unsigned int expected, unsigned int cursor) {
+        return Format("Binary file position (%u) differs from expected (%u), XSD structure "
+                      "modified\n",
+                      expected, cursor);
+    };
+    struct Case
+    {
+        char const* name;
+        std::vector<DefinitionElement> inner; ///< the file's inner structure
+        std::function<void(EntryValue& inner)> value;
+        bool bThere; ///< inner.b can be read
+        std::vector<std::string> messages;
+    };
+    DefinitionElement const a = Element("a", ElementType::Int32);
+    DefinitionElement const b = Element("b", ElementType::Float, 2, 2);
+    DefinitionElement const extra = Element("extra", ElementType::UInt32);
+    Case const cases[] = {
+        {"member inserted",
+         {a, extra, b},
+         [](EntryValue& inner) { inner.Set("extra", EntryValue::UInt(2)); },
+         true,
+         {moved(InnerStart + 12, InnerStart + 8)}},
+        {"order changed",
+         {b, a},
+         [](EntryValue&) {},
+         true,
+         {moved(InnerStart + 16, InnerStart + 4), moved(InnerStart + 4, InnerStart + 20),
+          Format("Binary file structure bytes (%u) does not match expected bytes (%u). XSD "
+                 "structure modified\n",
+                 InnerStart + 20, InnerStart + 16)}},
+        // The length word covers a and extra only: b would stand behind the structure's end.
+        {"beyond the length",
+         {a, extra, b},
+         [](EntryValue& inner) {
+             inner.Set("extra", EntryValue::UInt(2));
+             inner.loadLimitOverride = 8;
+         },
+         false,
+         {moved(InnerStart + 12, InnerStart + 8),
+          Format("Error Reading 0x%llx: Adjusted position (%u) exceeds load limit (%u)\n",
+                 static_cast<unsigned long long>(Hash("b")), InnerStart + 12, InnerStart + 12),
+          NotFound("ReadSimpleTypeFixedArray", "b")}},
+    };
+    for (Case const& test : cases) {
+        SCOPED_TRACE(test.name);
+        Schema schema = Schema::Source();
+        schema.inner = test.inner;
+        EntryFile file(FileVersion{}, schema);
+        LoadedSample sample;
+        EntryValue value = SampleValue();
+        EntryValue inner = Inner(11, 0.25, 0.5);
+        test.value(inner);
+        value.Set("inner", inner);
+        WriteAndLoad(file, sample, value);
 
-    // b is read from the cursor, where extra stands: extra is taken for b's count, and b's
-    // count word for its first element.
-    EXPECT_EQ(sample->inner.a, 11);
-    EXPECT_FLOAT_EQ(sample->inner.b[1], 0.25f);
-    EXPECT_TRUE(m_log.HasMessage(
-        Format("Binary file position (%u) differs from expected (%u), XSD structure modified\n",
-               InnerStart + 12, InnerStart + 8)));
-    EXPECT_TRUE(m_log.HasMessage(Format("Binary file structure bytes (%u) does not match "
-                                        "expected bytes (%u). XSD structure modified\n",
-                                        InnerStart + 24, InnerStart + 20)));
-    // The structure's end puts the cursor right for the members behind it.
-    ExpectSampleValues(sample.value, {"inner", "pairs", "items", "optionalInner"});
+        EXPECT_EQ(sample->inner.a, 11);
+        EXPECT_FLOAT_EQ(sample->inner.b[1], test.bThere ? 0.5f : 0.0f);
+        for (std::string const& message : test.messages)
+            EXPECT_TRUE(m_log.HasMessage(message)) << message;
+        // The other places of the inner type are described alike and read alike.
+        ExpectSampleValues(sample.value, {"inner"});
+    }
 }
 
 TEST_F(ParameterFileSymbolTableEntryTest, LargerStructureIsSteppedOverAtItsEnd)
@@ -219,27 +258,6 @@ TEST_F(ParameterFileSymbolTableEntryTest, LargerStructureIsSteppedOverAtItsEnd)
                                         "expected bytes (%u). XSD structure modified\n",
                                         InnerStart + 24, InnerStart + 20)));
     EXPECT_FALSE(LoggedPositionDifference());
-}
-
-TEST_F(ParameterFileSymbolTableEntryTest, ChangedOrderIsFoundByHashButReadAtTheCursor)
-{
-    Schema schema = Schema::Source();
-    schema.inner = {Element("b", ElementType::Float, 2, 2), Element("a", ElementType::Int32)};
-    EntryFile file(FileVersion{}, schema);
-    LoadedSample sample;
-    WriteAndLoad(file, sample, SampleValue());
-
-    // a reads b's count word, b reads on from the next word.
-    EXPECT_EQ(sample->inner.a, 2);
-    EXPECT_FLOAT_EQ(sample->inner.b[0], 0.5f);
-    EXPECT_TRUE(m_log.HasMessage(
-        Format("Binary file position (%u) differs from expected (%u), XSD structure modified\n",
-               InnerStart + 16, InnerStart + 4)));
-    EXPECT_TRUE(m_log.HasMessage(
-        Format("Binary file position (%u) differs from expected (%u), XSD structure modified\n",
-               InnerStart + 4, InnerStart + 8)));
-    EXPECT_EQ(sample->last, 999u);
-    ExpectSampleValues(sample.value, {"inner", "pairs", "items", "optionalInner"});
 }
 
 struct VariantCase
@@ -553,10 +571,10 @@ TEST_F(ParameterFileSymbolTableEntryTest, CountBeyondTheDataIsCutToWhatFits)
 
 TEST_F(ParameterFileSymbolTableEntryTest, CountOfElementsWithoutASizeIsCutAtOneByteEach)
 {
-    // The file's inner structure has no members, so its size is unknown: a damaged count of
-    // items is still cut to the bytes of their data block.
+    // The file's items are of a structure it does not define, so their size is unknown: a
+    // damaged count is still cut to the bytes of their data block.
     Schema schema = Schema::Source();
-    schema.inner = {};
+    schema.Member("items").id = 99;
     EntryFile file(FileVersion{}, schema);
     LoadedSample sample;
     WriteAndLoad(file, sample, SampleWithCount("items", 1000000000));
@@ -624,9 +642,9 @@ TEST_F(ParameterFileSymbolTableEntryTest, LoadLimitsBoundWhatAStructureReads)
                    InnerStart + 4 + 1000, sampleEnd)));
         EXPECT_EQ(sample->inner.a, 11);
         EXPECT_FLOAT_EQ(sample->inner.b[1], 0.5f);
-        // The inner structure ends where the sample ends: nothing is left for the rest.
-        EXPECT_EQ(sample->pairs[0].a, 0);
-        EXPECT_EQ(sample->last, 0u);
+        // The inner structure ends where the sample ends; the members behind it are still read
+        // where the file puts them.
+        ExpectSampleValues(sample.value);
     }
 }
 

@@ -63,11 +63,10 @@ class DefinitionTableTest : public testing::Test
 {
 protected:
     bool Read(DefinitionTableBuilder const& builder, unsigned char alignment = 1, bool keep = true,
-              unsigned int cut = 0)
+              unsigned int cut = 0, VersionUnion version = VersionUnion(7, 0, 0))
     {
         m_bytes = builder.Build(alignment);
-        m_table =
-            std::make_unique<ParameterFileSymbolTable>(nullptr, alignment, VersionUnion(7, 0, 0));
+        m_table = std::make_unique<ParameterFileSymbolTable>(nullptr, alignment, version);
         m_pos = 0;
         auto const length = static_cast<unsigned int>(m_bytes.size());
         return m_table->ReadDefinitions(m_bytes.data(), length, m_pos, length - cut, keep);
@@ -174,16 +173,16 @@ TEST_F(DefinitionTableTest, NestedStructuresAreSizedFirstWhateverTheirOrder)
     ASSERT_TRUE(Read(builder));
 
     EXPECT_EQ(m_table->FindStructure(2)->Size, 4u + 2 + 1);
-    EXPECT_EQ(m_table->FindStructure(3)->Size, 0u);
+    EXPECT_EQ(m_table->FindStructure(3)->Size, 4u); // its length word only
     // The inner call sees Size 4 + 4 already set, which ends the recursion.
     EXPECT_EQ(m_table->FindStructure(4)->Size, 8u + 8);
 
     std::pair<char const*, uint32_t> const offsets[] = {
         {"one", 4},       {"three", 11},   {"empty", 11 + 21 + 4},
-        {"optional", 36}, {"missing", 44}, {"last", 44}};
+        {"optional", 40}, {"missing", 48}, {"last", 48}};
     for (auto const& expected : offsets)
         EXPECT_EQ(Child(1, expected.first)->Info->Offset, expected.second) << expected.first;
-    EXPECT_EQ(m_table->FindStructure(1)->Size, 45u);
+    EXPECT_EQ(m_table->FindStructure(1)->Size, 49u);
     EXPECT_EQ(Child(1, "one")->Info->Structure, m_table->FindStructure(2));
     EXPECT_EQ(Child(1, "one")->GetSize(), 7u);
     EXPECT_EQ(Child(1, "missing")->Info->Structure, nullptr);
@@ -192,6 +191,51 @@ TEST_F(DefinitionTableTest, NestedStructuresAreSizedFirstWhateverTheirOrder)
               std::vector<std::string>{
                   "PopulateOffsetSizeStructure structure not found: ID: 99, NameHash: " +
                   std::to_string(static_cast<long long>(Hash("missing"))) + "\n"});
+}
+
+// A file's layout holds only what its version writes: a structure's length word from 6.0.0 on, a
+// fixed-length array's count from 7.0.0 on.
+TEST_F(DefinitionTableTest, LayoutFollowsTheFileVersion)
+{
+    struct Case
+    {
+        VersionUnion version;
+        uint32_t inner, outer, lastOffset;
+    } const cases[] = {
+        {VersionUnion(7, 0, 0), 4 + 4 + 4 + 8, 4 + 20 + 4 + 6 + 1, 34},
+        {VersionUnion(6, 0, 0), 4 + 4 + 8, 4 + 16 + 6 + 1, 26},
+        {VersionUnion(5, 0, 0), 4 + 8, 12 + 6 + 1, 18},
+    };
+    DefinitionTableBuilder builder;
+    builder
+        .AddStructure(Struct(1, "Outer",
+                             {Nested("inner", 2), Member("values", ElementType::UInt16, 3, 3),
+                              Member("last", ElementType::UInt8)}))
+        .AddStructure(
+            Struct(2, "Inner",
+                   {Member("a", ElementType::UInt32), Member("pair", ElementType::Float, 2, 2)}));
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.version.Parts.Major);
+        ASSERT_TRUE(Read(builder, 1, true, 0, c.version));
+        EXPECT_EQ(m_table->FindStructure(2)->Size, c.inner);
+        EXPECT_EQ(m_table->FindStructure(1)->Size, c.outer);
+        EXPECT_EQ(Child(1, "last")->Info->Offset, c.lastOffset);
+    }
+}
+
+// Counts and sizes from the file multiply: a layout past 32 bits stays at the largest size, and
+// what stands behind it lies beyond any entry.
+TEST_F(DefinitionTableTest, SizesPastThirtyTwoBitsStayAtTheLargest)
+{
+    DefinitionTableBuilder builder;
+    builder
+        .AddStructure(Struct(
+            1, "Outer", {Nested("blocks", 2, 65535, 65535), Member("after", ElementType::UInt8)}))
+        .AddStructure(Struct(2, "Block", {Member("wide", ElementType::UInt64, 65535, 65535)}));
+    ASSERT_TRUE(Read(builder));
+    EXPECT_EQ(m_table->FindStructure(2)->Size, 4u + 4 + 8u * 65535);
+    EXPECT_EQ(Child(1, "after")->Info->Offset, UINT32_MAX);
+    EXPECT_EQ(m_table->FindStructure(1)->Size, UINT32_MAX);
 }
 
 TEST_F(DefinitionTableTest, ChainDeeperThanAThreadStackIsSizedAndWalked)
