@@ -4,7 +4,6 @@
 // told once a load. And files built to make a load decode the same blocks again and again.
 #include <algorithm>
 #include <cstdint>
-#include <functional>
 #include <ostream>
 #include <string>
 #include <tuple>
@@ -77,34 +76,10 @@ EntryValue& Field(EntryValue& value, std::string const& name)
 DefinitionStructure& StructureNamed(std::vector<DefinitionStructure>& schema,
                                     std::string const& name)
 {
-    for (DefinitionStructure& structure : schema) {
-        if (structure.name == name)
-            return structure;
-    }
-    ADD_FAILURE() << "no structure " << name;
-    return schema.front();
-}
-
-DefinitionElement Member(std::string name, ElementType type, uint32_t minCount = 1,
-                         uint32_t maxCount = 1, uint32_t id = 0)
-{
-    DefinitionElement element;
-    element.name = std::move(name);
-    element.type = type;
-    element.minCount = minCount;
-    element.maxCount = maxCount;
-    element.id = id;
-    return element;
-}
-
-DefinitionElement& ElementNamed(DefinitionStructure& structure, std::string const& name)
-{
-    for (DefinitionElement& element : structure.elements) {
-        if (element.name == name)
-            return element;
-    }
-    ADD_FAILURE() << "no member " << name;
-    return structure.elements.front();
+    auto const found = std::find_if(schema.begin(), schema.end(),
+                                    [&](DefinitionStructure const& s) { return s.name == name; });
+    EXPECT_NE(found, schema.end()) << name;
+    return found != schema.end() ? *found : schema.front();
 }
 
 /// What a member reads as when the file lacks it: zeros, and no text.
@@ -120,7 +95,7 @@ EntryValue Zeroed(EntryValue const& value)
     return zero;
 }
 
-/// The places where the part type stands, and the module's top structure.
+/// Where the part type stands (its member in the top structure), or the top structure itself.
 enum class Place
 {
     Top,
@@ -130,103 +105,26 @@ enum class Place
     Optional,
 };
 
-char const* MemberOf(Place place)
-{
-    switch (place) {
-    case Place::Nested:
-        return "nested";
-    case Place::Fixed:
-        return "fixed";
-    case Place::Counted:
-        return "counted";
-    case Place::Optional:
-        return "optional";
-    case Place::Top:
-        break;
-    }
-    return "";
-}
+char const* const PlaceMembers[] = {"", "nested", "fixed", "counted", "optional"};
 
-/// The structure of the file's schema at place. The part type is given a structure of its own
-/// there, so that a change touches no other place.
-DefinitionStructure& StructureAt(std::vector<DefinitionStructure>& schema, Place place)
+/// How the file's structure at the place differs from the compiled type.
+enum class Change
 {
-    if (place == Place::Top)
-        return StructureNamed(schema, "shapeTestType");
-    DefinitionStructure own = StructureNamed(schema, "partType");
-    own.id = static_cast<uint32_t>(schema.size() + 1);
-    ElementNamed(StructureNamed(schema, "shapeTestType"), MemberOf(place)).id = own.id;
-    schema.push_back(own);
-    return schema.back();
-}
-
-/// The values of every instance at place: each element of an array.
-std::vector<EntryValue*> InstancesAt(EntryValue& value, Place place)
-{
-    if (place == Place::Top)
-        return {&value};
-    EntryValue& member = Field(value, MemberOf(place));
-    if (place == Place::Nested)
-        return {&member};
-    std::vector<EntryValue*> instances;
-    for (EntryValue& item : member.items)
-        instances.push_back(&item);
-    return instances;
-}
-
-using SchemaChange =
-    std::function<void(std::vector<DefinitionStructure>& schema, DefinitionStructure& structure)>;
-using ValueChange = std::function<void(EntryValue& written, EntryValue& expected)>;
-
-/// A member the compiled type does not know, inserted at index (past the end: appended) and
-/// written with value; a structure member is of the file's structure named structureName.
-std::pair<SchemaChange, ValueChange> Extra(size_t index, DefinitionElement element,
-                                           EntryValue value, char const* structureName = nullptr)
-{
-    std::string const name = element.name;
-    return {[index, element, structureName](std::vector<DefinitionStructure>& schema,
-                                            DefinitionStructure& structure) {
-                DefinitionElement added = element;
-                if (structureName != nullptr)
-                    added.id = StructureNamed(schema, structureName).id;
-                auto& elements = structure.elements;
-                auto const at = static_cast<long>(std::min(index, elements.size()));
-                elements.insert(elements.begin() + at, added);
-            },
-            [name, value](EntryValue& written, EntryValue&) { written.Set(name, value); }};
-}
-
-/// A member the file's structure lacks: it reads as zeros.
-std::pair<SchemaChange, ValueChange> Missing(std::string const& name)
-{
-    return {[name](std::vector<DefinitionStructure>&, DefinitionStructure& structure) {
-                auto& elements = structure.elements;
-                for (auto it = elements.begin(); it != elements.end(); ++it) {
-                    if (it->name == name) {
-                        elements.erase(it);
-                        return;
-                    }
-                }
-                ADD_FAILURE() << "no member " << name;
-            },
-            [name](EntryValue&, EntryValue& expected) {
-                Field(expected, name) = Zeroed(Field(expected, name));
-            }};
-}
-
-EntryValue Reals(std::vector<double> const& values)
-{
-    std::vector<EntryValue> items;
-    for (double value : values)
-        items.push_back(EntryValue::Real(value));
-    return EntryValue::List(std::move(items));
-}
+    None,
+    Insert,  ///< member stands at index (past the end: appended), holding value
+    Remove,  ///< member.name is not in the file
+    Retype,  ///< member.name has member.type
+    Recount, ///< the fixed array member.name has member.maxCount elements
+};
 
 struct ShapeCase
 {
     char const* name;
     Place place;
-    std::pair<SchemaChange, ValueChange> change;
+    Change change;
+    DefinitionElement member;
+    size_t index;
+    EntryValue value;
     ParameterSchemaDifference told; ///< what the load's summary says; nothing is logged for none
 };
 
@@ -235,78 +133,203 @@ void PrintTo(ShapeCase const& shape, std::ostream* out)
     *out << shape.name;
 }
 
+DefinitionElement Member(std::string name, ElementType type, uint32_t minCount = 1,
+                         uint32_t maxCount = 1)
+{
+    DefinitionElement element;
+    element.name = std::move(name);
+    element.type = type;
+    element.minCount = minCount;
+    element.maxCount = maxCount;
+    return element;
+}
+
+/// The elements of every instance at place.
+std::vector<EntryValue*> InstancesAt(EntryValue& value, Place place)
+{
+    if (place == Place::Top)
+        return {&value};
+    EntryValue& member = Field(value, PlaceMembers[static_cast<int>(place)]);
+    if (place == Place::Nested)
+        return {&member};
+    std::vector<EntryValue*> instances;
+    for (EntryValue& item : member.items)
+        instances.push_back(&item);
+    return instances;
+}
+
+/// Makes the case's change in the file's schema (the part type at a place gets a structure of its
+/// own, so that no other place changes) and in what every instance there is written with and
+/// expected to read back.
+void Apply(ShapeCase const& shape, std::vector<DefinitionStructure>& schema, EntryValue& written,
+           EntryValue& expected)
+{
+    DefinitionElement member = shape.member;
+    if (member.type == ElementType::Structure)
+        member.id = StructureNamed(schema, "module_versionStruct").id;
+    DefinitionStructure* structure = &StructureNamed(schema, "shapeTestType");
+    if (shape.place != Place::Top) {
+        DefinitionStructure own = StructureNamed(schema, "partType");
+        own.id = static_cast<uint32_t>(schema.size() + 1);
+        for (DefinitionElement& element : structure->elements) {
+            if (element.name == PlaceMembers[static_cast<int>(shape.place)])
+                element.id = own.id;
+        }
+        schema.push_back(own);
+        structure = &schema.back();
+    }
+    auto& elements = structure->elements;
+    auto const found =
+        std::find_if(elements.begin(), elements.end(),
+                     [&](DefinitionElement const& e) { return e.name == member.name; });
+    ASSERT_TRUE(shape.change == Change::None || shape.change == Change::Insert ||
+                found != elements.end());
+    std::vector<EntryValue*> const writtenAt = InstancesAt(written, shape.place);
+    std::vector<EntryValue*> const expectedAt = InstancesAt(expected, shape.place);
+    for (size_t i = 0; i < writtenAt.size(); ++i) {
+        if (shape.change == Change::Insert)
+            writtenAt[i]->Set(member.name, shape.value);
+        if (shape.change == Change::Remove)
+            Field(*expectedAt[i], member.name) = Zeroed(Field(*expectedAt[i], member.name));
+        if (shape.change == Change::Recount) {
+            Field(*writtenAt[i], member.name).items.resize(member.maxCount, EntryValue::Real(40.5));
+            auto& back = Field(*expectedAt[i], member.name).items;
+            for (size_t k = member.maxCount; k < back.size(); ++k)
+                back[k] = EntryValue::Real(0);
+        }
+    }
+    switch (shape.change) {
+    case Change::Insert:
+        elements.insert(
+            elements.begin() + static_cast<long>(std::min(shape.index, elements.size())), member);
+        break;
+    case Change::Remove:
+        elements.erase(found);
+        break;
+    case Change::Retype:
+        found->type = member.type;
+        break;
+    case Change::Recount:
+        found->minCount = found->maxCount = member.maxCount;
+        break;
+    case Change::None:
+        break;
+    }
+}
+
 std::vector<ShapeCase> ShapeCases()
 {
-    std::pair<SchemaChange, ValueChange> const none{
-        [](std::vector<DefinitionStructure>&, DefinitionStructure&) {},
-        [](EntryValue&, EntryValue&) {}};
+    EntryValue const none;
     size_t const end = 100;
+    EntryValue const version = EntryValue::Struct({{"major_revision", EntryValue::Int(9)},
+                                                   {"minor_revision", EntryValue::Int(8)},
+                                                   {"incr_revision", EntryValue::Int(7)}});
+    EntryValue const five =
+        EntryValue::List({EntryValue::Real(9), EntryValue::Real(8), EntryValue::Real(7),
+                          EntryValue::Real(6), EntryValue::Real(5)});
     return {
-        {"Matching", Place::Top, none, {}},
+        {"Matching", Place::Top, Change::None, {}, 0, none, {}},
+        // Members the compiled type does not know, of every kind, at the start, middle and end.
         {"NumberAtTopStart",
          Place::Top,
-         Extra(0, Member("addedFirst", ElementType::UInt32), EntryValue::UInt(77)),
+         Change::Insert,
+         Member("added", ElementType::UInt32),
+         0,
+         EntryValue::UInt(77),
          {1, 0, 0}},
         {"FixedArrayInNestedMiddle",
          Place::Nested,
-         Extra(2, Member("addedGains", ElementType::Float, 5, 5), Reals({9, 8, 7, 6, 5})),
+         Change::Insert,
+         Member("added", ElementType::Float, 5, 5),
+         2,
+         five,
          {1, 0, 0}},
         {"CountedArrayAtTopEnd",
          Place::Top,
-         Extra(end, Member("addedValues", ElementType::UInt32, 0, 65535),
-               EntryValue::List({EntryValue::UInt(5), EntryValue::UInt(6)})),
+         Change::Insert,
+         Member("added", ElementType::UInt32, 0, 65535),
+         end,
+         EntryValue::List({EntryValue::UInt(5), EntryValue::UInt(6)}),
          {1, 0, 0}},
         {"StringAtFixedElementStart",
          Place::Fixed,
-         Extra(0, Member("addedLabel", ElementType::String), EntryValue::Text("added")),
+         Change::Insert,
+         Member("added", ElementType::String),
+         0,
+         EntryValue::Text("added"),
          {1, 0, 0}},
         {"StructureInCountedElementMiddle",
          Place::Counted,
-         Extra(2, Member("addedVersion", ElementType::Structure),
-               EntryValue::Struct({{"major_revision", EntryValue::Int(9)},
-                                   {"minor_revision", EntryValue::Int(8)},
-                                   {"incr_revision", EntryValue::Int(7)}}),
-               "module_versionStruct"),
+         Change::Insert,
+         Member("added", ElementType::Structure),
+         2,
+         version,
          {1, 0, 0}},
         {"OptionalAtOptionalEnd",
          Place::Optional,
-         Extra(end, Member("addedOptional", ElementType::UInt32, 0, 1),
-               EntryValue::List({EntryValue::UInt(3)})),
+         Change::Insert,
+         Member("added", ElementType::UInt32, 0, 1),
+         end,
+         EntryValue::List({EntryValue::UInt(3)}),
          {1, 0, 0}},
-        {"MissingAtTopStart", Place::Top, Missing("module_version"), {0, 1, 0}},
-        {"MissingInNested", Place::Nested, Missing("id"), {0, 1, 0}},
-        {"MissingAtFixedElementEnd", Place::Fixed, Missing("label"), {0, 1, 0}},
-        {"MissingInCountedElementMiddle", Place::Counted, Missing("gains"), {0, 1, 0}},
-        {"MissingInOptional", Place::Optional, Missing("offset"), {0, 1, 0}},
-        {"OtherNumberTypesInNested",
+        // Members the file lacks.
+        {"MissingAtTopStart",
+         Place::Top,
+         Change::Remove,
+         Member("module_version", {}),
+         0,
+         none,
+         {0, 1, 0}},
+        {"MissingInNested", Place::Nested, Change::Remove, Member("id", {}), 0, none, {0, 1, 0}},
+        {"MissingAtFixedElementEnd",
+         Place::Fixed,
+         Change::Remove,
+         Member("label", {}),
+         0,
+         none,
+         {0, 1, 0}},
+        {"MissingInCountedElement",
+         Place::Counted,
+         Change::Remove,
+         Member("gains", {}),
+         0,
+         none,
+         {0, 1, 0}},
+        {"MissingInOptional",
+         Place::Optional,
+         Change::Remove,
+         Member("offset", {}),
+         0,
+         none,
+         {0, 1, 0}},
+        // Members of another type or count.
+        {"WiderNumberInNested",
          Place::Nested,
-         {[](std::vector<DefinitionStructure>&, DefinitionStructure& structure) {
-              ElementNamed(structure, "id").type = ElementType::UInt16;
-              ElementNamed(structure, "offset").type = ElementType::Int32;
-          },
-          [](EntryValue&, EntryValue&) {}},
-         {0, 0, 2}},
+         Change::Retype,
+         Member("offset", ElementType::Int32),
+         0,
+         none,
+         {0, 0, 1}},
+        {"NarrowerNumberInOptional",
+         Place::Optional,
+         Change::Retype,
+         Member("id", ElementType::UInt16),
+         0,
+         none,
+         {0, 0, 1}},
         {"LongerFixedArrayAtTop",
          Place::Top,
-         {[](std::vector<DefinitionStructure>&, DefinitionStructure& structure) {
-              DefinitionElement& table = ElementNamed(structure, "table");
-              table.minCount = table.maxCount = 6;
-          },
-          [](EntryValue& written, EntryValue&) {
-              Field(written, "table").items.push_back(EntryValue::Real(41.5));
-              Field(written, "table").items.push_back(EntryValue::Real(42.5));
-          }},
+         Change::Recount,
+         Member("table", {}, 6, 6),
+         0,
+         none,
          {0, 0, 1}},
         {"ShorterFixedArrayInCountedElement",
          Place::Counted,
-         {[](std::vector<DefinitionStructure>&, DefinitionStructure& structure) {
-              DefinitionElement& gains = ElementNamed(structure, "gains");
-              gains.minCount = gains.maxCount = 2;
-          },
-          [](EntryValue& written, EntryValue& expected) {
-              Field(written, "gains").items.pop_back();
-              Field(expected, "gains").items.back() = EntryValue::Real(0);
-          }},
+         Change::Recount,
+         Member("gains", {}, 2, 2),
+         0,
+         none,
          {0, 0, 1}},
     };
 }
@@ -325,20 +348,17 @@ class SchemaToleranceTest : public testing::TestWithParam<ShapeParam>
 {
 };
 
+// The counted array holds a thousand parts: whatever differs is told with the first of them, and
+// then once for the structure, not once a part.
 TEST_P(SchemaToleranceTest, EveryKnownValueComesBackAndTheDifferenceIsToldOnce)
 {
     auto const& [shape, version] = GetParam();
-    ModuleFile file(version, true, ShapeSchema());
-    std::vector<DefinitionStructure>& schema = file.FileSchema();
-    shape.change.first(schema, StructureAt(schema, shape.place));
-
     EntryValue written = ValueMaker().Make(shapetest::shapeTestType::Descriptor);
+    std::vector<EntryValue>& parts = Field(written, "counted").items;
+    parts.resize(1000, parts.front());
     EntryValue expected = written;
-    std::vector<EntryValue*> const writtenAt = InstancesAt(written, shape.place);
-    std::vector<EntryValue*> const expectedAt = InstancesAt(expected, shape.place);
-    ASSERT_FALSE(writtenAt.empty());
-    for (size_t i = 0; i < writtenAt.size(); ++i)
-        shape.change.second(*writtenAt[i], *expectedAt[i]);
+    ModuleFile file(version, true, ShapeSchema());
+    Apply(shape, file.FileSchema(), written, expected);
     uint32_t const id = file.AddModule(written);
     ASSERT_TRUE(file.Build());
 
@@ -353,6 +373,7 @@ TEST_P(SchemaToleranceTest, EveryKnownValueComesBackAndTheDifferenceIsToldOnce)
     }
     char const* structure = shape.place == Place::Top ? "shapeTestType" : "partType";
     EXPECT_EQ(log.Count(Summary(structure, shape.told)), 1u) << Summary(structure, shape.told);
+    EXPECT_LE(log.Messages().size(), 6u);
 }
 
 std::string ShapeName(testing::TestParamInfo<ShapeParam> const& shape)
@@ -366,30 +387,6 @@ INSTANTIATE_TEST_SUITE_P(Shapes, SchemaToleranceTest,
                                           testing::Values(FileVersion{6, 0, 0},
                                                           FileVersion{7, 0, 0})),
                          &ShapeName);
-
-// A thousand elements of a changed structure: the first tells what differs, the rest are read
-// without a word.
-TEST(SchemaToleranceLogTest, ChangedStructureInALongArrayIsToldOnce)
-{
-    ModuleFile file({}, true, ShapeSchema());
-    DefinitionStructure& part = StructureAt(file.FileSchema(), Place::Counted);
-    part.elements.insert(part.elements.begin(), Member("addedFirst", ElementType::UInt32));
-    EntryValue written = ValueMaker().Make(shapetest::shapeTestType::Descriptor);
-    EntryValue& counted = Field(written, "counted");
-    EntryValue const element = counted.items.front();
-    counted.items.assign(1000, element);
-    for (EntryValue& item : counted.items)
-        item.Set("addedFirst", EntryValue::UInt(12345));
-    uint32_t const id = file.AddModule(written);
-    ASSERT_TRUE(file.Build());
-
-    ParamTest::LogCapture log;
-    LoadedShape loaded(file, id);
-    ASSERT_TRUE(loaded.Loaded());
-    ValueChecker().Check(&loaded.Value(), shapetest::shapeTestType::Descriptor, written, "");
-    EXPECT_EQ(log.Count(Summary("partType", {1, 0, 0})), 1u);
-    EXPECT_LE(log.Messages().size(), 8u);
-}
 
 size_t CountNodes(shapetest::nodeType const& node)
 {

@@ -245,21 +245,6 @@ TEST_F(ParameterFileSymbolTableEntryTest, FieldsAreReadWhereTheFileLaysThemOut)
     }
 }
 
-TEST_F(ParameterFileSymbolTableEntryTest, LargerStructureIsSteppedOverAtItsEnd)
-{
-    Schema schema = Schema::Source();
-    schema.inner.push_back(Element("tail", ElementType::UInt32));
-    EntryFile file(FileVersion{}, schema);
-    LoadedSample sample;
-    WriteAndLoad(file, sample, SampleValue());
-
-    ExpectSampleValues(sample.value);
-    EXPECT_TRUE(m_log.HasMessage(Format("Binary file structure bytes (%u) does not match "
-                                        "expected bytes (%u). XSD structure modified\n",
-                                        InnerStart + 24, InnerStart + 20)));
-    EXPECT_FALSE(LoggedPositionDifference());
-}
-
 struct VariantCase
 {
     char const* name;
