@@ -429,6 +429,14 @@ public:
     void SetKnobbyHandler(KnobbyHandler* handler);
     /// The port the live tuning server listens on; 0 without a worker or before a load.
     unsigned short GetKnobbyPort() const;
+    /// Where the live tuning server listens, set before the first load: host a numeric IPv4 or
+    /// IPv6 literal (null or empty: the default interface), port the only port tried (0: the
+    /// default walk from 19278). False, and nothing changed, without a worker, for a host that
+    /// is no such literal, or while the server listens.
+    [[nodiscard]] bool SetKnobbyListenAddress(char const* host, unsigned short port);
+    /// Seconds a live tuning client may send nothing before it is disconnected (default 10; 0:
+    /// no limit), set before the first load. Nothing without a worker.
+    void SetKnobbyIdleTimeout(unsigned int seconds);
 
 protected:
     /// Only concrete managers construct one. main is null for a main manager; a derived manager

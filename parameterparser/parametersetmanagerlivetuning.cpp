@@ -94,3 +94,16 @@ unsigned short ParameterSetManager::GetKnobbyPort() const
     ParameterSetManager const* main = MainManager();
     return main->m_knobbyWorker != nullptr ? main->m_knobbyWorker->GetPort() : 0;
 }
+
+bool ParameterSetManager::SetKnobbyListenAddress(char const* host, unsigned short port)
+{
+    ParameterSetManager* main = MainManager();
+    return main->m_knobbyWorker != nullptr && main->m_knobbyWorker->SetListenAddress(host, port);
+}
+
+void ParameterSetManager::SetKnobbyIdleTimeout(unsigned int seconds)
+{
+    ParameterSetManager* main = MainManager();
+    if (main->m_knobbyWorker != nullptr)
+        main->m_knobbyWorker->SetIdleTimeout(seconds);
+}

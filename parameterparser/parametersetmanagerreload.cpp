@@ -69,8 +69,9 @@ DefaultModule* FindKind(std::unordered_map<unsigned long, DefaultModule*> const&
 
 // The command thread of the live tuning worker looks modules up and reads values on the manager
 // at any time; a reload frees and replaces the tables it walks, and an update moves modules
-// between maps it reads. Its threads are joined first and the server comes back afterwards, so a
-// connected desktop tool is disconnected for the duration and connects again.
+// between maps it reads. The command thread is held off the manager meanwhile, while the server
+// keeps its socket and its client: a request that comes in the meantime is answered when the
+// work is done. A reload that leaves nothing loaded stops the server until a load succeeds.
 class ParameterSetManager::KnobbyPause
 {
 public:
@@ -80,16 +81,22 @@ public:
             return;
         ++m_manager->m_knobbyPauses;
         if (m_manager->m_knobbyWorker != nullptr)
-            m_manager->m_knobbyWorker->Stop();
+            m_manager->m_knobbyWorker->Pause();
     }
 
     ~KnobbyPause()
     {
-        if (m_manager == nullptr || --m_manager->m_knobbyPauses != 0)
+        if (m_manager == nullptr)
             return;
-        if (m_manager->m_knobbyWorker != nullptr && m_manager->m_knobbyEnabled &&
-            m_manager->m_loadStatus)
-            m_manager->m_knobbyWorker->Start();
+        ParameterKnobbyWorker* const worker = m_manager->m_knobbyWorker;
+        if (worker != nullptr)
+            worker->Resume();
+        if (--m_manager->m_knobbyPauses != 0 || worker == nullptr)
+            return;
+        if (m_manager->m_knobbyEnabled && m_manager->m_loadStatus)
+            worker->Start();
+        else
+            worker->Stop();
     }
 
     KnobbyPause(KnobbyPause const&) = delete;

@@ -33,6 +33,14 @@ bool TimedOut(time_t start, int timeout)
     return timeout >= 0 && time(nullptr) - start >= timeout;
 }
 
+// Milliseconds on a clock that no change of the wall time moves, for the idle time-out.
+long long MonotonicMilliseconds()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
 void CloseDescriptor(int descriptor)
 {
     if (descriptor >= 0)
@@ -77,6 +85,35 @@ void ParameterKnobbyCom::SocketAddress::SetupSocket(int addressType, unsigned sh
     length = sizeof(sockaddr_in);
 }
 
+bool ParameterKnobbyCom::SocketAddress::SetupHost(char const* host, unsigned short portNumber)
+{
+    sockaddr_storage parsed = {};
+    AddrType parsedType = INET;
+    uint32_t parsedLength = 0;
+    auto* inetAddress = reinterpret_cast<sockaddr_in*>(&parsed);
+    auto* inet6Address = reinterpret_cast<sockaddr_in6*>(&parsed);
+    if (host == nullptr) {
+        return false;
+    } else if (inet_pton(AF_INET, host, &inetAddress->sin_addr) == 1) {
+        inetAddress->sin_family = AF_INET;
+        inetAddress->sin_port = htons(portNumber);
+        parsedLength = sizeof(sockaddr_in);
+    } else if (inet_pton(AF_INET6, host, &inet6Address->sin6_addr) == 1) {
+        inet6Address->sin6_family = AF_INET6;
+        inet6Address->sin6_port = htons(portNumber);
+        parsedType = INET6;
+        parsedLength = sizeof(sockaddr_in6);
+    } else {
+        return false;
+    }
+    address = parsed;
+    type = parsedType;
+    length = parsedLength;
+    port = portNumber;
+    Vorn::OsUtils::SNPrintF(name, sizeof(name), "0x%x", static_cast<unsigned>(port));
+    return true;
+}
+
 ParameterKnobbyCom::SocketID::SocketID()
 {
     local.Clear();
@@ -111,17 +148,47 @@ int ParameterKnobbyCom::SocketID::ReadData(unsigned char* buffer, unsigned int l
                                            std::atomic<bool> const& stopFlag)
 {
     time_t const start = time(nullptr);
-    bool peerClosed = false;
     for (;;) {
-        bool readable = false;
         int const current = connection.load();
-        if (peerClosed) {
-            // The client has closed its side: nothing more can come, so only the time passes
-            // until the call ends and the connection is reset.
-            poll(nullptr, 0, PollPeriodMs);
-        } else if (current >= 0) {
+        if (current >= 0) {
+            // Never a receive without a poll first: a blocking receive on a silent client would
+            // hold this thread, and with it every other client, a reload and a stop.
             pollfd entry = {current, POLLIN, 0};
-            readable = poll(&entry, 1, PollPeriodMs) > 0;
+            if (poll(&entry, 1, PollPeriodMs) > 0) {
+                ssize_t const received = recv(current, buffer, length, 0);
+                int const error = errno;
+                if (received > 0) {
+                    lastActivity = MonotonicMilliseconds();
+                    return static_cast<int>(received);
+                }
+                if (received < 0 && (error == EINTR || error == EAGAIN || error == EWOULDBLOCK))
+                    continue;
+                // 0: the client closed its side, and nothing more can come; below 0: the
+                // connection failed. Either way it is released now, so that the next client is
+                // accepted at once.
+                if (received < 0)
+                    ParameterLogging::Write(log, ParameterLogging::LogVerbose,
+                                            "Knobby receive failed on port %s: %s\n", local.name,
+                                            std::strerror(error));
+                ParameterLogging::Write(log, ParameterLogging::LogVerbose,
+                                        "Knobby client disconnected.  Resetting socket on port "
+                                        "%s\n",
+                                        local.name);
+                CloseConnection();
+                return -1;
+            }
+            if (idleTimeoutSeconds != 0 && MonotonicMilliseconds() - lastActivity >=
+                                               static_cast<long long>(idleTimeoutSeconds) * 1000) {
+                ParameterLogging::Write(log, ParameterLogging::LogWarning,
+                                        "Knobby client idle for %u seconds on port %s\n",
+                                        idleTimeoutSeconds, local.name);
+                ParameterLogging::Write(log, ParameterLogging::LogVerbose,
+                                        "Knobby client disconnected.  Resetting socket on port "
+                                        "%s\n",
+                                        local.name);
+                CloseConnection();
+                return -1;
+            }
         } else if (!listening) {
             // No listening socket (none could be made, or listen failed): nothing can come, so
             // the period passes without a busy loop over a descriptor that is always ready.
@@ -131,10 +198,10 @@ int ParameterKnobbyCom::SocketID::ReadData(unsigned char* buffer, unsigned int l
             int const ready = poll(&entry, 1, PollPeriodMs);
             if (ready > 0 && (entry.revents & POLLIN) != 0) {
                 socklen_t peerLength = sizeof(peer.address);
-                int const accepted =
+                int const client =
                     accept(listenSocket, reinterpret_cast<sockaddr*>(&peer.address), &peerLength);
                 int const error = errno;
-                if (accepted < 0) {
+                if (client < 0) {
                     // Out of descriptors, or the client gave up in between: the socket stays
                     // readable, so wait the period out before the next attempt.
                     ParameterLogging::Write(log, ParameterLogging::LogVerbose,
@@ -142,12 +209,16 @@ int ParameterKnobbyCom::SocketID::ReadData(unsigned char* buffer, unsigned int l
                                             std::strerror(error));
                     poll(nullptr, 0, PollPeriodMs);
                 } else {
-                    ParameterKnobbyCom::ConfigureConnection(accepted);
-                    connection = accepted;
+                    ParameterKnobbyCom::ConfigureConnection(client);
+                    lastActivity = MonotonicMilliseconds();
+                    connection = client;
+                    accepted = true;
                     ParameterLogging::Write(log, ParameterLogging::LogVerbose,
                                             "Knobby accepted data connection on port %s\n",
                                             local.name);
-                    readable = true;
+                    // The caller starts the new client's stream afresh before any of its bytes
+                    // are read.
+                    return 0;
                 }
             } else if (ready > 0) {
                 // An error or hang-up on the listening socket, which poll reports at once.
@@ -155,36 +226,8 @@ int ParameterKnobbyCom::SocketID::ReadData(unsigned char* buffer, unsigned int l
             }
         }
 
-        if (readable) {
-            // Straight after an accept this waits for the client's first bytes.
-            ssize_t const received = recv(connection.load(), buffer, length, 0);
-            int const error = errno;
-            if (received > 0)
-                return static_cast<int>(received);
-            if (received < 0) {
-                ParameterLogging::Write(log, ParameterLogging::LogVerbose,
-                                        "Knobby client disconnected.  Resetting socket on port "
-                                        "%s\n",
-                                        local.name);
-                if (error != 0)
-                    ParameterLogging::Write(log, ParameterLogging::LogVerbose,
-                                            "Knobby receive failed on port %s: %s\n", local.name,
-                                            std::strerror(error));
-                CloseConnection();
-                return -1;
-            }
-            peerClosed = true;
-        }
-
-        if (stopFlag || TimedOut(start, timeout)) {
-            if (!peerClosed)
-                return 0;
-            ParameterLogging::Write(log, ParameterLogging::LogVerbose,
-                                    "Knobby client disconnected.  Resetting socket on port %s\n",
-                                    local.name);
-            CloseConnection();
-            return -1;
-        }
+        if (stopFlag || TimedOut(start, timeout))
+            return 0;
     }
 }
 
@@ -237,6 +280,39 @@ bool ParameterKnobbyCom::InitSockets()
     return true;
 }
 
+bool ParameterKnobbyCom::SetListenAddress(char const* host, unsigned short port)
+{
+    if (m_socket.listenSocket >= 0)
+        return false;
+    bool const chosenHost = host != nullptr && host[0] != '\0';
+    if (chosenHost) {
+        SocketAddress probe = {};
+        if (std::strlen(host) >= sizeof(m_host) || !probe.SetupHost(host, port))
+            return false;
+    }
+    Vorn::OsUtils::StrLCpy(m_host, chosenHost ? host : "", sizeof(m_host));
+    m_requestedPort = port;
+    return true;
+}
+
+void ParameterKnobbyCom::SetIdleTimeout(unsigned int seconds)
+{
+    m_socket.idleTimeoutSeconds = seconds;
+}
+
+bool ParameterKnobbyCom::SetupFirstAddress(int& family, unsigned short& port)
+{
+    if (m_host[0] != '\0') {
+        if (!m_socket.local.SetupHost(m_host, port))
+            return false;
+    } else {
+        m_socket.local.SetupSocket(SocketAddress::INET, port);
+    }
+    m_socket.peer.SetupSocket(SocketAddress::INET, port);
+    family = m_socket.local.type == SocketAddress::INET6 ? AF_INET6 : AF_INET;
+    return true;
+}
+
 unsigned short ParameterKnobbyCom::StartCom()
 {
     if (m_initPending && InitSockets())
@@ -252,7 +328,12 @@ void ParameterKnobbyCom::StopCom()
 int ParameterKnobbyCom::ReadData(unsigned char* buffer, unsigned int length, int timeout,
                                  std::atomic<bool> const& stopFlag)
 {
-    return m_socket.ReadData(buffer, length, timeout, stopFlag);
+    int const result = m_socket.ReadData(buffer, length, timeout, stopFlag);
+    if (m_socket.accepted) {
+        m_socket.accepted = false;
+        BeginConnection();
+    }
+    return result;
 }
 
 int ParameterKnobbyCom::WriteData(unsigned char const* buffer, unsigned int length)
@@ -265,10 +346,17 @@ unsigned short ParameterKnobbyCom::OpenPort()
     if (m_socket.listenSocket >= 0)
         return m_socket.local.port;
 
-    unsigned short port = UseInternalPort ? InternalPort : DefaultPort;
-    m_socket.local.SetupSocket(SocketAddress::INET, port);
-    m_socket.peer.SetupSocket(SocketAddress::INET, port);
-    int descriptor = socket(AF_INET, SOCK_STREAM, 0);
+    // A port the host chose is the only one tried, and a chosen address or port forbids the
+    // fallback to another kind of socket, which the host's clients would not know to reach.
+    bool const hostChosen = m_host[0] != '\0';
+    bool const portChosen = m_requestedPort != 0;
+    unsigned short port = m_requestedPort != 0 ? m_requestedPort
+                          : UseInternalPort    ? InternalPort
+                                               : DefaultPort;
+    int family = AF_INET;
+    if (!SetupFirstAddress(family, port))
+        return 0;
+    int descriptor = socket(family, SOCK_STREAM, 0);
     int error = errno;
     if (descriptor >= 0) {
         LogDebug("Knobby Server INET socket created", descriptor, m_socket.local.name, descriptor,
@@ -280,7 +368,7 @@ unsigned short ParameterKnobbyCom::OpenPort()
     } else {
         LogDebug("Knobby Server INET socket create failed", descriptor, m_socket.local.name,
                  descriptor, error);
-        if (!UseInternalPort) {
+        if (!UseInternalPort && !hostChosen && !portChosen) {
             port = InternalPort;
             m_socket.local.SetupSocket(SocketAddress::UNIX, port);
             m_socket.peer.SetupSocket(SocketAddress::UNIX, port);
@@ -301,7 +389,7 @@ unsigned short ParameterKnobbyCom::OpenPort()
     }
     m_socket.listenSocket = descriptor;
 
-    auto const limit = static_cast<unsigned short>(port + PortCount);
+    auto const limit = static_cast<unsigned short>(port + (portChosen ? 1 : PortCount));
     for (;;) {
         int const result = bind(descriptor, reinterpret_cast<sockaddr*>(&m_socket.local.address),
                                 m_socket.local.length);
@@ -316,9 +404,16 @@ unsigned short ParameterKnobbyCom::OpenPort()
             LogDebug("Knobby Server bound", descriptor, m_socket.local.name, result, 0);
             return port;
         }
-        LogDebug("Knobby Server bind failed", descriptor, m_socket.local.name, result, error);
+        // A chosen port that is taken is an error the host must see; a walked one is not.
+        if (portChosen)
+            LogError("Knobby Server bind failed", descriptor, m_socket.local.name, result, error);
+        else
+            LogDebug("Knobby Server bind failed", descriptor, m_socket.local.name, result, error);
         port = static_cast<unsigned short>(port + 1);
-        m_socket.local.SetupSocket(m_socket.local.type, port);
+        if (hostChosen)
+            (void)m_socket.local.SetupHost(m_host, port);
+        else
+            m_socket.local.SetupSocket(m_socket.local.type, port);
         if (port == limit) {
             ParameterLogging::Write(Logger(), ParameterLogging::LogError,
                                     "Knobby Failed to bind any ports\n");

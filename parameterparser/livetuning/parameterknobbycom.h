@@ -13,7 +13,9 @@
 /// The socket transport of the live tuning server. It listens on TCP port 19278 or the first
 /// free one of the 63 above it (all interfaces, or loopback only in a build with
 /// PARAM_LIVETUNING_LOOPBACK_ONLY), falling back to the abstract UNIX socket "#Knobby%x" where
-/// no TCP socket can be made. One client is served at a time; later ones wait in the backlog.
+/// no TCP socket can be made. SetListenAddress names one address and port instead. One client is
+/// served at a time; later ones wait in the backlog. A client that sends nothing for the idle
+/// time-out is disconnected, so a silent peer cannot keep the others out.
 class PARAMETERPARSER_API ParameterKnobbyCom : public ParameterKnobbyComBase
 {
 public:
@@ -25,6 +27,8 @@ public:
     static constexpr int PollPeriodMs = 100;
     /// Longest a single send may block on a client that stopped reading.
     static constexpr int SendTimeoutSeconds = 2;
+    /// Seconds a connected client may send nothing before it is disconnected.
+    static constexpr unsigned int DefaultIdleTimeoutSeconds = 10;
 
     /// True makes the server take TCP port 33127 at once and forbids the UNIX fallback. Set by
     /// the host before the server starts; nothing in this library sets it.
@@ -37,12 +41,17 @@ public:
         {
             INET = 0,
             UNIX = 1,
+            INET6 = 2,
         };
 
         /// Stores port and builds the address: type 0 gives TCP on all interfaces (or loopback)
         /// with name "0x%x"; any other type gives the abstract UNIX name "#Knobby%x", whose "#"
         /// becomes the zero byte that marks the abstract namespace.
         void SetupSocket(int addressType, unsigned short portNumber);
+
+        /// Builds a TCP address on the numeric IPv4 or IPv6 literal host (type INET or INET6)
+        /// with port; name "0x%x" as above. False, and nothing changed, for any other text.
+        [[nodiscard]] bool SetupHost(char const* host, unsigned short portNumber);
 
         /// Zeroes every field.
         void Clear();
@@ -68,9 +77,11 @@ public:
 
         /// Waits for input on the connection, or accepts a client on the listening socket, in
         /// polls of 100 ms. Returns the bytes received; 0 when timeout seconds (negative: none)
-        /// passed or stopFlag was set; -1 when the client went away (the connection is closed and
-        /// "Knobby client disconnected.  Resetting socket on port %s\n" logged). A client that
-        /// closed its side is noticed, and the connection closed, only when the call ends.
+        /// passed or stopFlag was set, and at once after accepting a client (accepted is then
+        /// set); -1 when the client went away, closed its side or sent nothing for
+        /// idleTimeoutSeconds (the connection is closed and "Knobby client disconnected.
+        /// Resetting socket on port %s\n" logged, the idle case after "Knobby client idle for %u
+        /// seconds on port %s\n" at warning level).
         int ReadData(unsigned char* buffer, unsigned int length, int timeout,
                      std::atomic<bool> const& stopFlag);
 
@@ -93,6 +104,12 @@ public:
         /// Written by the read thread (accept, close) and read by the write thread (send).
         std::atomic<int> connection{-1};
         IParameterLoggingAPI* log = nullptr;
+        /// Seconds of silence after which a client is disconnected; 0 for no limit.
+        unsigned int idleTimeoutSeconds = DefaultIdleTimeoutSeconds;
+        /// When the client last sent bytes (or was accepted), in monotonic milliseconds.
+        long long lastActivity = 0;
+        /// Set by ReadData when it accepted a client; the owner clears it.
+        bool accepted = false;
     };
 
     /// A server with a receive buffer and both addresses set to TCP on the default port. Opens
@@ -113,6 +130,16 @@ public:
 
     /// True: the platform's sockets need no set-up.
     bool InitSockets();
+
+    /// Listens on host (a numeric IPv4 or IPv6 literal; null or empty keeps the default
+    /// interface) and port (0 keeps the default walk from 19278). A port given is the only one
+    /// tried, and an address given forbids the UNIX fallback. Takes effect at the next start.
+    /// False, and nothing changed, for a host that is no such literal or while listening.
+    [[nodiscard]] bool SetListenAddress(char const* host, unsigned short port);
+
+    /// Seconds a connected client may stay silent before it is disconnected (0: no limit).
+    /// Set before the server starts.
+    void SetIdleTimeout(unsigned int seconds);
 
     /// Makes the listening socket and binds it, walking up from the first port (see the class
     /// comment). Logs each step; "Knobby Failed to bind any ports\n" at error level when all 64
@@ -137,6 +164,12 @@ private:
     /// at once.
     static void ConfigureConnection(int descriptor);
 
+    /// The first address to bind: the one SetListenAddress gave, or the default walk's.
+    [[nodiscard]] bool SetupFirstAddress(int& family, unsigned short& port);
+
     bool m_initPending = true;
     SocketID m_socket;
+    /// SetListenAddress's choice: empty host and port 0 for the defaults.
+    char m_host[64] = {};
+    unsigned short m_requestedPort = 0;
 };

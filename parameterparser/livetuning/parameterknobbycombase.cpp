@@ -107,6 +107,9 @@ void ParameterKnobbyComBase::Start()
     ParameterLogging::Write(m_logger, ParameterLogging::LogVerbose, "Starting Knobby server: %s\n",
                             IdentifierOf(m_logger));
     m_stop = false;
+    // Whatever an earlier run left buffered belongs to no client of this one.
+    m_receivedBytes = 0;
+    ++m_connection;
     StartCom();
     if (m_receiveBuffer != nullptr)
         m_readThread.Start(ReadFunction, this, "read", m_logger);
@@ -144,6 +147,7 @@ ParameterKnobbyComBase::Packet* ParameterKnobbyComBase::Read()
     if (!m_readQueue.empty()) {
         packet = m_readQueue.front();
         m_readQueue.pop_front();
+        m_servedConnection = packet->connection;
     }
     if (m_readQueue.empty())
         m_readData = false;
@@ -156,6 +160,7 @@ void ParameterKnobbyComBase::Write(unsigned char const* data, int length)
     Packet* packet = MakePacket(data, empty ? 0 : static_cast<unsigned int>(length), empty);
     if (packet == nullptr)
         return;
+    packet->connection = m_servedConnection;
     {
         std::lock_guard<std::mutex> lock(m_writeQueueMutex);
         if (m_writeQueue.size() >= MaxQueuedPackets) {
@@ -178,6 +183,7 @@ void ParameterKnobbyComBase::QueueReadData(unsigned char const* data, int length
     Packet* packet = MakePacket(data, empty ? 0 : static_cast<unsigned int>(length), empty);
     if (packet == nullptr)
         return;
+    packet->connection = m_connection;
     {
         std::lock_guard<std::mutex> lock(m_readQueueMutex);
         if (m_readQueue.size() >= MaxQueuedPackets) {
@@ -190,6 +196,46 @@ void ParameterKnobbyComBase::QueueReadData(unsigned char const* data, int length
         m_readData = true;
     }
     Wake(m_readWaitMutex, m_readCondition);
+}
+
+void ParameterKnobbyComBase::BeginConnection()
+{
+    m_receivedBytes = 0;
+    ++m_connection;
+}
+
+bool ParameterKnobbyComBase::RefuseHead(unsigned char const* head, unsigned int packetSize,
+                                        unsigned int maxRequestID) const
+{
+    unsigned int const tag = GetU16(head + TagOffset);
+    unsigned int const command = GetU16(head + CommandOffset);
+    unsigned int const length = GetU16(head + LengthOffset);
+    if (tag != StartTag)
+        ParameterLogging::Write(m_logger, ParameterLogging::LogError,
+                                "Knobby request missing start tag, Expected: %u, Received: %u: "
+                                "0x%02x%02x%02x%02x%02x\n",
+                                static_cast<unsigned int>(StartTag), tag, head[0], head[1], head[2],
+                                head[3], head[4]);
+    else if (command >= maxRequestID)
+        ParameterLogging::Write(m_logger, ParameterLogging::LogError,
+                                "Knobby request ID %u exceeds Max %u\n", command, maxRequestID);
+    else if (length == 0)
+        ParameterLogging::Write(m_logger, ParameterLogging::LogError,
+                                "Knobby request length is zero: 0x%02x%02x%02x%02x%02x\n", head[0],
+                                head[1], head[2], head[3], head[4]);
+    else if (length < HeadSize)
+        ParameterLogging::Write(m_logger, ParameterLogging::LogError,
+                                "Knobby request length (%u) is less than head size (%u): "
+                                "0x%02x%02x%02x%02x%02x\n",
+                                length, HeadSize, head[0], head[1], head[2], head[3], head[4]);
+    else if (length > packetSize)
+        ParameterLogging::Write(m_logger, ParameterLogging::LogError,
+                                "Knobby request length (%u) is greater than packet size (%u): "
+                                "0x%02x%02x%02x%02x%02x\n",
+                                length, packetSize, head[0], head[1], head[2], head[3], head[4]);
+    else
+        return false;
+    return true;
 }
 
 void ParameterKnobbyComBase::ConsumeReceived(unsigned int count)
@@ -213,39 +259,16 @@ unsigned int ParameterKnobbyComBase::ReceiveKnobbyRequest(unsigned char* packet,
     for (;;) {
         if (m_receivedBytes >= HeadSize) {
             unsigned char const* head = m_receiveBuffer;
-            unsigned int const tag = GetU16(head + TagOffset);
             unsigned int const command = GetU16(head + CommandOffset);
             unsigned int const length = GetU16(head + LengthOffset);
-            if (tag != StartTag) {
-                // The stream's framing is lost: nothing behind this head can be trusted.
-                ParameterLogging::Write(m_logger, ParameterLogging::LogError,
-                                        "Knobby request missing start tag, Expected: %u, "
-                                        "Received: %u: 0x%02x%02x%02x%02x%02x\n",
-                                        static_cast<unsigned int>(StartTag), tag, head[0], head[1],
-                                        head[2], head[3], head[4]);
+            if (RefuseHead(head, packetSize, maxRequestID)) {
+                // The stream's framing is lost: nothing behind this head can be trusted, and a
+                // head left in place would block every later packet.
                 m_receivedBytes = 0;
-            } else if (command >= maxRequestID) {
-                ParameterLogging::Write(m_logger, ParameterLogging::LogError,
-                                        "Knobby request ID %u exceeds Max %u\n", command,
-                                        maxRequestID);
-            } else if (length == 0) {
-                ParameterLogging::Write(m_logger, ParameterLogging::LogError,
-                                        "Knobby request length is zero: 0x%02x%02x%02x%02x%02x\n",
-                                        head[0], head[1], head[2], head[3], head[4]);
             } else if (m_receivedBytes >= length) {
-                bool copied = false;
-                if (length > packetSize) {
-                    ParameterLogging::Write(m_logger, ParameterLogging::LogError,
-                                            "Knobby request length (%u) is greater than packet "
-                                            "size (%u): 0x%02x%02x%02x%02x%02x\n",
-                                            length, packetSize, head[0], head[1], head[2], head[3],
-                                            head[4]);
-                } else {
-                    std::memcpy(packet, head, length);
-                    copied = true;
-                }
+                std::memcpy(packet, head, length);
                 ConsumeReceived(length);
-                if (copied && command >= CommandCount) {
+                if (command >= CommandCount) {
                     unsigned int const requestId =
                         length >= RequestHeadSize ? GetU32(packet + RequestIdOffset) : 0;
                     int const payloadLength =
@@ -260,8 +283,7 @@ unsigned int ParameterKnobbyComBase::ReceiveKnobbyRequest(unsigned char* packet,
                             m_logger, ParameterLogging::LogVerbose,
                             "Knobby packet missing terminating nul character\n");
                 }
-                if (copied)
-                    return length;
+                return length;
             }
         }
         if (stopFlag || TimedOut(start, timeout))
@@ -270,6 +292,9 @@ unsigned int ParameterKnobbyComBase::ReceiveKnobbyRequest(unsigned char* packet,
                                       PacketBufferSize - m_receivedBytes, timeout, stopFlag);
         if (received > 0)
             m_receivedBytes += static_cast<uint32_t>(received);
+        else if (received < 0)
+            // The client is gone: what it left unfinished is no one's request.
+            m_receivedBytes = 0;
         if (stopFlag || TimedOut(start, timeout))
             return 0;
     }
@@ -295,8 +320,10 @@ void ParameterKnobbyComBase::ReadWorker()
     if (buffer == nullptr)
         return;
     while (!m_stop) {
+        // A packet of the buffer's full size would be queued empty: its head is refused at once
+        // instead of holding the stream until 64 KiB have come.
         unsigned int const length =
-            ReceiveKnobbyRequest(buffer, PacketBufferSize, MaxRequestID, m_readTimeout, m_stop);
+            ReceiveKnobbyRequest(buffer, PacketBufferSize - 1, MaxRequestID, m_readTimeout, m_stop);
         QueueReadData(buffer, static_cast<int>(length));
     }
     VornFree(buffer, VornTagRelease);
@@ -329,7 +356,11 @@ void ParameterKnobbyComBase::WriteWorker()
         // The send runs outside the queue mutex: a client that stops reading must not block the
         // command thread's Write, and with it the camera threads that wait for the value mutex.
         int const length = static_cast<int>(packet->length);
-        if (length > 2) {
+        if (packet->connection != m_connection) {
+            // Its client went away before the answer was ready; the next client must not get it.
+            ParameterLogging::Write(m_logger, ParameterLogging::LogVerbose,
+                                    "Knobby write dropped for a closed connection\n");
+        } else if (length > 2) {
             WriteData(packet->data, packet->length);
             unsigned int const command = GetU16(packet->data + CommandOffset);
             if (length > 17 && command > 2 && command != TriggerValues)

@@ -21,11 +21,13 @@ class PARAMETERPARSER_API ParameterKnobbyComBase
 {
 public:
     /// One queued packet; both the record and its data come from VornCalloc and belong to
-    /// whoever holds the packet. An empty packet has null data and length 0.
+    /// whoever holds the packet. An empty packet has null data and length 0. connection numbers
+    /// the client the packet came from or goes to.
     struct Packet
     {
         unsigned char* data;
         uint32_t length;
+        uint32_t connection;
     };
 
     /// Size of the receive buffer and of every packet buffer.
@@ -56,14 +58,16 @@ public:
     /// Closes the transport.
     virtual void StopCom() = 0;
     /// Reads up to length bytes, waiting at most timeout seconds (negative: until stopFlag).
-    /// Returns the bytes read, 0 when nothing came, -1 when the peer is gone.
+    /// Returns the bytes read, 0 when nothing came, -1 when the peer is gone. A transport that
+    /// takes a new peer calls BeginConnection before it reads any of the new peer's bytes.
     virtual int ReadData(unsigned char* buffer, unsigned int length, int timeout,
                          std::atomic<bool> const& stopFlag) = 0;
     /// Sends the whole buffer once; returns the bytes sent (below length, or -1, on failure).
     virtual int WriteData(unsigned char const* buffer, unsigned int length) = 0;
 
-    /// Logs "Starting Knobby server: %s\n", opens the transport and starts the read thread (with
-    /// a receive buffer) and the write thread. Nothing without a logger or while running.
+    /// Logs "Starting Knobby server: %s\n", empties the receive buffer, opens the transport and
+    /// starts the read thread (with a receive buffer) and the write thread. Nothing without a
+    /// logger or while running.
     void Start();
 
     /// Logs "Stopping TCP/IP Knobby server: %s\n", sets the stop flag, wakes both queues, joins
@@ -75,11 +79,14 @@ public:
     bool IsRunning() const;
 
     /// The next received packet, or null when woken without one (by Stop, say). Blocks while
-    /// the queue is empty. The caller owns the packet and frees it with FreePacket.
+    /// the queue is empty. The caller owns the packet and frees it with FreePacket. Later
+    /// Writes answer the client this packet came from.
     [[nodiscard]] Packet* Read();
 
-    /// Queues a copy of length bytes of data for the write thread. Null data or a length outside
-    /// 1 to 65534 queues an empty packet, which the write thread logs and drops.
+    /// Queues a copy of length bytes of data for the write thread, addressed to the client of
+    /// the packet Read last gave out. Null data or a length outside 1 to 65534 queues an empty
+    /// packet, which the write thread logs and drops. A packet whose client has gone by the time
+    /// it would be sent is dropped with "Knobby write dropped for a closed connection\n".
     void Write(unsigned char const* data, int length);
 
     /// Queues a copy of a received packet for Read(). Ignored while stopping, for null data and
@@ -88,10 +95,12 @@ public:
 
     /// Cuts the next packet out of the receive buffer into packet (packetSize bytes), reading
     /// from the transport while the buffered bytes hold no whole packet. Bytes behind a packet
-    /// stay buffered for the next call. A wrong start tag is logged and empties the buffer; a
-    /// command not below maxRequestID and a zero length are logged and stay in place; a packet
-    /// longer than packetSize is logged and removed. Returns the packet's length, or 0 when
-    /// timeout seconds passed (negative: none) or stopFlag was set without a whole packet.
+    /// stay buffered for the next call. A head that can never complete is logged and empties the
+    /// buffer, so that no head blocks the stream: a wrong start tag, a command not below
+    /// maxRequestID, a length of zero, one below the head's 14 bytes, or one above packetSize.
+    /// The buffer is emptied too when the client goes, so no client's bytes reach another's
+    /// request. Returns the packet's length, or 0 when timeout seconds passed (negative: none)
+    /// or stopFlag was set without a whole packet.
     unsigned int ReceiveKnobbyRequest(unsigned char* packet, unsigned int packetSize,
                                       unsigned int maxRequestID, int timeout,
                                       std::atomic<bool> const& stopFlag);
@@ -112,13 +121,25 @@ public:
 protected:
     IParameterLoggingAPI* Logger() const { return m_logger; }
 
+    /// A new client: bytes still buffered belong to the one before and are thrown away, and
+    /// responses queued for that one are no longer sent. Called on the read thread.
+    void BeginConnection();
+
 private:
     static Packet* MakePacket(unsigned char const* data, unsigned int length, bool empty);
     /// Removes count bytes from the front of the receive buffer.
     void ConsumeReceived(unsigned int count);
+    /// Logs why the head at the front of the buffer can never complete, or returns false when
+    /// it can.
+    bool RefuseHead(unsigned char const* head, unsigned int packetSize,
+                    unsigned int maxRequestID) const;
 
     unsigned char* m_receiveBuffer = nullptr;
     uint32_t m_receivedBytes = 0;
+    // The client being read from, counted up on each new one; the client of the packet that
+    // the command thread serves, to which its responses go.
+    std::atomic<uint32_t> m_connection{0};
+    std::atomic<uint32_t> m_servedConnection{0};
     IParameterLoggingAPI* m_logger = nullptr;
     std::atomic<bool> m_stop{false};
     // Each flag is changed under its queue's mutex, so it is set exactly while the queue holds

@@ -2,8 +2,12 @@
 // ParameterKnobbyWorker: lifecycle, the command loop and the packet head helpers.
 #include "parameterparser/livetuning/parameterknobbyworker.h"
 
+#include <chrono>
 #include <cstring>
 #include <new>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "parameterparser/iparameterdataapi.h"
 #include "parameterparser/livetuning/parameterknobbycom.h"
@@ -18,6 +22,24 @@ namespace Wire = ParameterKnobbyPacket;
 constexpr unsigned int MinimumRequestSize[Wire::CommandCount] = {4,  4,  4,  19, 19,
                                                                  19, 19, 19, 19, 15};
 
+// A fresh 64-bit session ID from the system's random source. Where that cannot be read, the
+// time stirred by a 64-bit mixer, which still tells nothing of the process's memory.
+uint64_t DrawSessionId()
+{
+    uint64_t value = 0;
+    int const source = open("/dev/urandom", O_RDONLY | O_CLOEXEC);
+    if (source >= 0) {
+        ssize_t const got = read(source, &value, sizeof(value));
+        close(source);
+        if (got == static_cast<ssize_t>(sizeof(value)))
+            return value;
+    }
+    value = static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
+    value = (value ^ (value >> 30)) * 0xbf58476d1ce4e5b9ULL;
+    value = (value ^ (value >> 27)) * 0x94d049bb133111ebULL;
+    return value ^ (value >> 31);
+}
+
 void LogShortRead(IParameterLoggingAPI* log, long long count, int offset, unsigned int size)
 {
     ParameterLogging::Write(log, ParameterLogging::LogError,
@@ -27,8 +49,7 @@ void LogShortRead(IParameterLoggingAPI* log, long long count, int offset, unsign
 
 } // namespace
 
-ParameterKnobbyWorker::ParameterKnobbyWorker(IParameterDataAPI* data)
-    : m_data(data), m_knobbyID(static_cast<uint64_t>(reinterpret_cast<uintptr_t>(data)))
+ParameterKnobbyWorker::ParameterKnobbyWorker(IParameterDataAPI* data) : m_data(data)
 {
     if (data == nullptr)
         ParameterLogging::Write(
@@ -52,6 +73,7 @@ void ParameterKnobbyWorker::Start()
     if (m_thread.Joinable() || m_com == nullptr)
         return;
     m_stopRequested = false;
+    m_knobbyID = DrawSessionId();
     m_com->Start();
     if (!m_thread.Start(ReadFunction, this, "command", m_data))
         m_com->Stop();
@@ -59,12 +81,45 @@ void ParameterKnobbyWorker::Start()
 
 void ParameterKnobbyWorker::Stop()
 {
-    m_stopRequested = true;
+    {
+        // Under the pause mutex, so that a command thread held by a pause sees the stop.
+        std::lock_guard<std::mutex> lock(m_pauseMutex);
+        m_stopRequested = true;
+    }
+    m_pauseCondition.notify_all();
     if (!m_thread.Joinable())
         return;
     // Read and write threads and the port first; the stop wakes the command thread's Read().
     m_com->Stop();
     m_thread.Join();
+}
+
+void ParameterKnobbyWorker::Pause()
+{
+    std::unique_lock<std::mutex> lock(m_pauseMutex);
+    ++m_pauses;
+    m_pauseCondition.wait(lock, [this] { return !m_executing; });
+}
+
+void ParameterKnobbyWorker::Resume()
+{
+    {
+        std::lock_guard<std::mutex> lock(m_pauseMutex);
+        if (m_pauses > 0)
+            --m_pauses;
+    }
+    m_pauseCondition.notify_all();
+}
+
+bool ParameterKnobbyWorker::SetListenAddress(char const* host, unsigned short port)
+{
+    return m_com != nullptr && m_com->SetListenAddress(host, port);
+}
+
+void ParameterKnobbyWorker::SetIdleTimeout(unsigned int seconds)
+{
+    if (m_com != nullptr)
+        m_com->SetIdleTimeout(seconds);
 }
 
 unsigned short ParameterKnobbyWorker::GetPort() const
@@ -99,50 +154,67 @@ void ParameterKnobbyWorker::ReadWorker()
         ParameterKnobbyComBase::Packet* packet = m_com->Read();
         if (packet == nullptr)
             continue;
-        unsigned int const size = packet->length;
-        unsigned char const* data = packet->data;
-        if (!m_stopRequested && size > 0 && data != nullptr && m_data != nullptr) {
-            unsigned int command = Wire::DeviceInfo;
-            if (size < 4)
-                LogShortRead(m_data, 2, static_cast<int>(Wire::CommandOffset), size);
-            else
-                command = Wire::GetU16(data + Wire::CommandOffset);
-            if (command < Wire::CommandCount && size >= MinimumRequestSize[command]) {
-                switch (command) {
-                case Wire::DeviceInfo:
-                    ProcessDeviceInfo();
-                    break;
-                case Wire::ActiveModes:
-                    ProcessActiveModes();
-                    break;
-                case Wire::ControlValues:
-                    ProcessControlValues();
-                    break;
-                case Wire::Modes:
-                    ProcessModes(data, size);
-                    break;
-                case Wire::Info:
-                    ProcessInfo(data, size);
-                    break;
-                case Wire::GetValues:
-                    ProcessGetValues(data, size);
-                    break;
-                case Wire::SetValues:
-                    ProcessSetValues(data, size);
-                    break;
-                case Wire::TriggerValues:
-                    ProcessTriggerValues(data, size);
-                    break;
-                case Wire::Custom:
-                    ProcessCustom(data, size);
-                    break;
-                default:
-                    ProcessModeTableIndex(data, size);
-                    break;
-                }
+        bool run = false;
+        {
+            std::unique_lock<std::mutex> lock(m_pauseMutex);
+            m_pauseCondition.wait(lock, [this] { return m_pauses == 0 || m_stopRequested; });
+            run = !m_stopRequested;
+            m_executing = run;
+        }
+        if (run) {
+            Execute(packet->data, packet->length);
+            {
+                std::lock_guard<std::mutex> lock(m_pauseMutex);
+                m_executing = false;
             }
+            m_pauseCondition.notify_all();
         }
         ParameterKnobbyComBase::FreePacket(packet);
+    }
+}
+
+void ParameterKnobbyWorker::Execute(unsigned char const* data, unsigned int size)
+{
+    if (size == 0 || data == nullptr || m_data == nullptr || m_com == nullptr)
+        return;
+    unsigned int command = Wire::DeviceInfo;
+    if (size < 4)
+        LogShortRead(m_data, 2, static_cast<int>(Wire::CommandOffset), size);
+    else
+        command = Wire::GetU16(data + Wire::CommandOffset);
+    if (command >= Wire::CommandCount || size < MinimumRequestSize[command])
+        return;
+    switch (command) {
+    case Wire::DeviceInfo:
+        ProcessDeviceInfo();
+        break;
+    case Wire::ActiveModes:
+        ProcessActiveModes();
+        break;
+    case Wire::ControlValues:
+        ProcessControlValues();
+        break;
+    case Wire::Modes:
+        ProcessModes(data, size);
+        break;
+    case Wire::Info:
+        ProcessInfo(data, size);
+        break;
+    case Wire::GetValues:
+        ProcessGetValues(data, size);
+        break;
+    case Wire::SetValues:
+        ProcessSetValues(data, size);
+        break;
+    case Wire::TriggerValues:
+        ProcessTriggerValues(data, size);
+        break;
+    case Wire::Custom:
+        ProcessCustom(data, size);
+        break;
+    default:
+        ProcessModeTableIndex(data, size);
+        break;
     }
 }
 

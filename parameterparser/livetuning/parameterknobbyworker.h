@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <ctime>
 #include <mutex>
@@ -30,8 +31,8 @@ public:
     static constexpr unsigned int ControlTextLimit = 4096;
 
     /// data is the store and the logger of every message here; it is not owned and must outlive
-    /// the worker. The session ID is the value of the pointer. A null data logs
-    /// "ParameterKnobbyWorker constructed with a nullptr Set Manager object\n" at error level.
+    /// the worker. A null data logs "ParameterKnobbyWorker constructed with a nullptr Set Manager
+    /// object\n" at error level.
     explicit ParameterKnobbyWorker(IParameterDataAPI* data);
 
     /// Stops the threads as Stop() does (nothing when already stopped), then frees the
@@ -43,16 +44,36 @@ public:
     ParameterKnobbyWorker(ParameterKnobbyWorker&&) = delete;
     ParameterKnobbyWorker& operator=(ParameterKnobbyWorker&&) = delete;
 
-    /// Starts the server (socket, read and write threads) and the command thread; nothing while
-    /// the command thread runs.
+    /// Draws a new random session ID, then starts the server (socket, read and write threads)
+    /// and the command thread; nothing while the command thread runs.
     void Start();
 
-    /// Stops the read thread, the write thread and the port, then the command thread. Waits for
-    /// a connected client that holds the read thread in a receive. Safe to call twice.
+    /// Stops the read thread, the write thread and the port, then the command thread, within
+    /// about one poll period whatever a client does. Safe to call twice, and while paused.
     void Stop();
+
+    /// Holds the command thread off the store: returns once no command runs, and none starts
+    /// until as many Resume calls have come. The socket stays open and requests queue up, to be
+    /// answered on the same connection after the last Resume.
+    void Pause();
+    void Resume();
+
+    /// Executes one request packet of size bytes as the command thread does, queueing its
+    /// response: Device Info for 1 to 3 bytes, nothing for a command above 9 or a request
+    /// below its command's minimum size.
+    void Execute(unsigned char const* packet, unsigned int size);
 
     /// The TCP port (or UNIX name number) being served; 0 when not listening.
     unsigned short GetPort() const;
+
+    /// The session ID announced by Device Info: a random number drawn at each Start, so that no
+    /// client learns an address of the process.
+    uint64_t GetSessionId() const { return m_knobbyID; }
+
+    /// Where the server listens and how long a client may stay silent; see
+    /// ParameterKnobbyCom::SetListenAddress and SetIdleTimeout. Set before Start.
+    [[nodiscard]] bool SetListenAddress(char const* host, unsigned short port);
+    void SetIdleTimeout(unsigned int seconds);
 
     /// Installs the host's callbacks (null removes them). The host keeps ownership.
     void SetHandler(KnobbyHandler* handler);
@@ -136,9 +157,14 @@ private:
     KnobbyHandler* Handler();
 
     IParameterDataAPI* m_data;
-    uint64_t m_knobbyID;
+    std::atomic<uint64_t> m_knobbyID{0};
     ParameterKnobbyCom* m_com = nullptr;
     std::atomic<bool> m_stopRequested{false};
+    // Pause and the command thread meet here: pauses counted, and whether a command runs.
+    std::mutex m_pauseMutex;
+    std::condition_variable m_pauseCondition;
+    unsigned int m_pauses = 0;
+    bool m_executing = false;
     ParameterKnobbyThread m_thread;
     uint8_t m_modeTableIndex = 0;
     std::recursive_mutex m_valueMutex;

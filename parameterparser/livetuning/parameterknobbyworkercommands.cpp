@@ -120,6 +120,14 @@ void AppendText(unsigned char* buffer, unsigned int& position, unsigned int limi
                                 static_cast<int>(limit));
 }
 
+// The last "."-separated step of a variable path: the name a value is shown under when its record
+// carries none, as GetValues shows it.
+char const* LastStep(char const* path)
+{
+    char const* dot = std::strrchr(path, '.');
+    return dot != nullptr ? dot + 1 : path;
+}
+
 // Copies the request's 18-byte head (tag, command, session and request ID) to the response.
 void EchoHead(unsigned char* response, unsigned char const* request)
 {
@@ -222,6 +230,8 @@ void ParameterKnobbyWorker::ProcessInfo(unsigned char const* packet, unsigned in
     char path[FieldLength] = {};
     m_data->GetModeShorthand(modes, path, sizeof(path));
 
+    // A member asked for by its own path comes back as a record without a name.
+    char const* const askedName = variable != nullptr ? LastStep(variable) : "";
     PList<ParameterParserInfo> records;
     unsigned int position = Wire::RequestHeadSize;
     // The text and its terminator must fit the packet: the terminator goes at 65534 at most.
@@ -231,7 +241,8 @@ void ParameterKnobbyWorker::ProcessInfo(unsigned char const* packet, unsigned in
             ParameterParserInfo const& record = records[i];
             if (i > 0)
                 AppendText(response.Data(), position, limit, ";", m_data);
-            AppendText(response.Data(), position, limit, record.name, m_data);
+            bool const named = record.name != nullptr && record.name[0] != '\0';
+            AppendText(response.Data(), position, limit, named ? record.name : askedName, m_data);
             if (record.value[0] != '\0') {
                 AppendText(response.Data(), position, limit, "=", m_data);
                 AppendText(response.Data(), position, limit, record.value, m_data);

@@ -101,9 +101,10 @@ TEST_F(KnobbyModulesTest, InfoDescribesTheModuleMembers)
          "confidenceThreshold=75,UInt32"},
         {std::string(PreviewModes) + ":t2tconfigdata.module_version",
          "major_revision=1,Int32;minor_revision=0,Int32;incr_revision=0,Int32"},
-        // Video has no tracker of its own: the root's values answer. A record of a member
-        // asked for by name carries no name: the client knows it.
-        {"Default|Sensor.0|Usecase.Video:t2tconfigdata.confidenceThreshold", "=60,UInt32"},
+        // Video has no tracker of its own: the root's values answer. A member asked for by its
+        // own path is named as GetValues names it.
+        {"Default|Sensor.0|Usecase.Video:t2tconfigdata.confidenceThreshold",
+         "confidenceThreshold=60,UInt32"},
         {std::string(PreviewModes) + ":noSuchModule", ""},
     };
     uint32_t requestId = 100;

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tests of the live tuning transport on loopback: framing of the byte stream, the port walk and
-// the write queue.
+// Tests of the live tuning transport on loopback: framing of the byte stream, the connection's
+// life, the port walk and the write queue.
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -100,7 +101,6 @@ struct BadHeadCase
     int length; ///< -1 keeps the request's own length
     unsigned int packetSize;
     char const* message;
-    bool nextPacketReturned; ///< the good packet sent behind the bad one comes out
 };
 
 class KnobbyBadHeadTest : public KnobbyFramingTest,
@@ -108,7 +108,9 @@ class KnobbyBadHeadTest : public KnobbyFramingTest,
 {
 };
 
-TEST_P(KnobbyBadHeadTest, IsLoggedAndNeverReturned)
+// A head that can never complete is thrown away with every byte buffered behind it, so that a
+// packet sent later is read at once instead of queueing behind the head for good.
+TEST_P(KnobbyBadHeadTest, IsDroppedWithTheBufferedBytes)
 {
     BadHeadCase const& test = GetParam();
     Bytes bad = Request(Wire::ModeIndex, "123");
@@ -116,36 +118,94 @@ TEST_P(KnobbyBadHeadTest, IsLoggedAndNeverReturned)
     Wire::PutU16(bad.data() + Wire::CommandOffset, test.command);
     if (test.length >= 0)
         Wire::PutU16(bad.data() + Wire::LengthOffset, static_cast<uint16_t>(test.length));
-    Bytes const good = Request(Wire::ActiveModes);
-    ASSERT_TRUE(m_client.Send(Join(bad, good)));
-
-    // A call may end on its time-out before the bytes behind the bad head are looked at.
-    Bytes received = Receive(test.packetSize);
-    if (received.empty())
-        received = Receive(test.packetSize);
+    ASSERT_TRUE(m_client.Send(Join(bad, Request(Wire::ActiveModes))));
+    EXPECT_TRUE(Receive(test.packetSize).empty());
     EXPECT_TRUE(m_log.HasMessage(test.message));
-    EXPECT_EQ(received, test.nextPacketReturned ? good : Bytes{});
+
+    Bytes const later = Request(Wire::Info, "Default:module", 3);
+    ASSERT_TRUE(m_client.Send(later));
+    EXPECT_EQ(Receive(test.packetSize), later);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Heads, KnobbyBadHeadTest,
     ::testing::Values(
-        // A wrong tag throws the whole buffer away, the good packet behind it included.
         BadHeadCase{"WrongStartTag", 0x0102, Wire::ModeIndex, -1, Wire::MaxPacketSize,
                     "Knobby request missing start tag, Expected: 19278, Received: 258: "
-                    "0x0201090012\n",
-                    false},
-        // These two heads stay in place and block the stream behind them.
-        BadHeadCase{"CommandAboveMax", Wire::StartTag, 12, -1, Wire::MaxPacketSize,
-                    "Knobby request ID 12 exceeds Max 10\n", false},
+                    "0x0201090012\n"},
+        BadHeadCase{"CommandAtMax", Wire::StartTag, 10, -1, Wire::MaxPacketSize,
+                    "Knobby request ID 10 exceeds Max 10\n"},
         BadHeadCase{"ZeroLength", Wire::StartTag, Wire::ModeIndex, 0, Wire::MaxPacketSize,
-                    "Knobby request length is zero: 0x4e4b090000\n", false},
-        // An over-length packet is removed, so the next one is read.
-        BadHeadCase{"LongerThanPacketSize", Wire::StartTag, Wire::ModeIndex, -1, 16,
-                    "Knobby request length (18) is greater than packet size (16): "
-                    "0x4e4b090012\n",
-                    true}),
+                    "Knobby request length is zero: 0x4e4b090000\n"},
+        BadHeadCase{"LengthBelowTheHead", Wire::StartTag, Wire::ModeIndex, 13, Wire::MaxPacketSize,
+                    "Knobby request length (13) is less than head size (14): 0x4e4b09000d\n"},
+        // A head is refused as soon as its length is seen, before its bytes have come.
+        BadHeadCase{"LongerThanPacketSize", Wire::StartTag, Wire::ModeIndex, 65535, 65534,
+                    "Knobby request length (65535) is greater than packet size (65534): "
+                    "0x4e4b09ffff\n"}),
     [](::testing::TestParamInfo<BadHeadCase> const& test) { return test.param.name; });
+
+// The lengths at the bounds are whole packets: the head alone, and the packet size.
+TEST_F(KnobbyFramingTest, HeadSizeAndPacketSizeAreAccepted)
+{
+    Bytes const bare = Request(Wire::ActiveModes);
+    ASSERT_EQ(bare.size(), Wire::HeadSize);
+    ASSERT_TRUE(m_client.Send(bare));
+    EXPECT_EQ(Receive(), bare);
+    Bytes const full = Request(Wire::Info, "Default:module", 3);
+    ASSERT_TRUE(m_client.Send(full));
+    EXPECT_EQ(Receive(static_cast<unsigned int>(full.size())), full);
+}
+
+// One client's unfinished bytes never reach the next client's request, and a client that closes
+// is released at once: the next one is accepted and read within the same receive, long before
+// its time-out.
+TEST_F(KnobbyFramingTest, NextClientStartsAfreshAtOnce)
+{
+    Bytes const request = Request(Wire::GetValues, "Default:module.gain", 9);
+    ASSERT_TRUE(m_client.Send(Bytes(request.begin(), request.begin() + 10)));
+    m_client.Close();
+
+    Bytes received;
+    LiveTuningTest::BoundedCall receive([&] {
+        Bytes packet(Wire::MaxPacketSize);
+        packet.resize(m_com.ReceiveKnobbyRequest(packet.data(), Wire::MaxPacketSize,
+                                                 ParameterKnobbyComBase::MaxRequestID, 60, m_stop));
+        received = packet;
+    });
+    LoopbackClient next;
+    ASSERT_TRUE(next.Connect(m_port));
+    Bytes const own = Request(Wire::Info, "Default:module", 11);
+    ASSERT_TRUE(next.Send(own));
+    receive.Wait(std::chrono::seconds(10));
+    EXPECT_EQ(received, own);
+    EXPECT_EQ(m_log.Count("Knobby client disconnected.  Resetting socket"), 1u);
+    EXPECT_EQ(m_log.Count("Knobby accepted data connection"), 2u);
+}
+
+// A client that sends nothing is disconnected after the idle time-out, and sees its connection
+// end; the client waiting behind it is then served.
+TEST_F(KnobbyFramingTest, SilentClientIsDisconnectedAfterTheIdleTimeOut)
+{
+    m_com.SetIdleTimeout(1);
+    Bytes received;
+    LiveTuningTest::BoundedCall receive([&] {
+        Bytes packet(Wire::MaxPacketSize);
+        packet.resize(m_com.ReceiveKnobbyRequest(packet.data(), Wire::MaxPacketSize,
+                                                 ParameterKnobbyComBase::MaxRequestID, 60, m_stop));
+        received = packet;
+    });
+    LoopbackClient waiting;
+    ASSERT_TRUE(waiting.Connect(m_port));
+    Bytes const request = Request(Wire::ActiveModes);
+    ASSERT_TRUE(waiting.Send(request));
+    EXPECT_TRUE(m_client.SeesEnd(std::chrono::seconds(10)));
+    receive.Wait(std::chrono::seconds(10));
+    EXPECT_EQ(received, request);
+    char idle[64];
+    std::snprintf(idle, sizeof(idle), "Knobby client idle for 1 seconds on port 0x%x\n", m_port);
+    EXPECT_TRUE(m_log.HasMessage(idle));
+}
 
 // Binds a TCP port on all interfaces for the test, as the server would, and listens on it when
 // the bind succeeds.
@@ -220,8 +280,11 @@ TEST(KnobbyWriteQueueTest, EmptyAndOversizedWritesAreLoggedAndNotSent)
     ASSERT_TRUE(client.Connect(com.GetPort()));
     ASSERT_TRUE(WaitFor([&] { return log.Contains("Knobby accepted data connection"); }));
 
-    Bytes const oversized(Wire::MaxPacketSize, 0x41);
+    // Responses go to the client of the packet last read.
     Bytes const good = Request(Wire::ActiveModes);
+    ASSERT_TRUE(client.Send(good));
+    ParameterKnobbyComBase::FreePacket(com.Read());
+    Bytes const oversized(Wire::MaxPacketSize, 0x41);
     com.Write(nullptr, 10);
     com.Write(oversized.data(), static_cast<int>(oversized.size()));
     com.Write(good.data(), 0);
@@ -229,8 +292,6 @@ TEST(KnobbyWriteQueueTest, EmptyAndOversizedWritesAreLoggedAndNotSent)
 
     EXPECT_EQ(client.ReadPacket(), good);
     EXPECT_TRUE(client.Silent());
-    // A connected client that sends nothing would hold the read thread in its receive.
-    client.Close();
     LiveTuningTest::BoundedCall([&] { com.Stop(); }).Wait();
     EXPECT_EQ(log.Count("Knobby write insufficient buffer size 0\n"), 3u);
     EXPECT_TRUE(log.HasMessage("Knobby write 14 bytes, Command: 1\n"));

@@ -49,11 +49,7 @@ protected:
         return m_client.ReadPacket();
     }
 
-    uint64_t Session() const
-    {
-        return static_cast<uint64_t>(
-            reinterpret_cast<uintptr_t>(static_cast<IParameterDataAPI const*>(&m_store)));
-    }
+    uint64_t Session() const { return m_worker.GetSessionId(); }
 
     // The head of a response with a request ID, and its length field. Most commands echo the
     // request's session ID (0 from these requests); Modes puts in the server's own.
@@ -72,6 +68,11 @@ protected:
     bool Logged(std::string const& message)
     {
         return WaitFor([&] { return m_log.HasMessage(message); });
+    }
+
+    bool LoggedPart(std::string const& text)
+    {
+        return WaitFor([&] { return m_log.Contains(text); });
     }
 
     ParamTest::LogCapture m_log;
@@ -124,6 +125,23 @@ TEST_P(KnobbyDeviceInfoTest, AnnouncesVersionSessionAndName)
     EXPECT_EQ(command, 0u);
     EXPECT_EQ(id, Session());
     EXPECT_EQ(payload, response.data() + 16);
+}
+
+TEST_F(KnobbyWorkerTest, SessionIdIsDrawnAfreshAtEachStartAndTellsNoAddress)
+{
+    StartWorker();
+    uint64_t const first = Session();
+    EXPECT_EQ(Wire::GetU64(Ask(Request(Wire::DeviceInfo)).data() + 8), first);
+    auto const address = static_cast<uint64_t>(
+        reinterpret_cast<uintptr_t>(static_cast<IParameterDataAPI const*>(&m_store)));
+    EXPECT_NE(first, address);
+    EXPECT_NE(first, static_cast<uint64_t>(reinterpret_cast<uintptr_t>(&m_worker)));
+
+    m_client.Close();
+    m_worker.Stop();
+    StartWorker();
+    EXPECT_NE(Session(), first);
+    EXPECT_EQ(Wire::GetU64(Ask(Request(Wire::DeviceInfo)).data() + 8), Session());
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -399,50 +417,102 @@ TEST_F(KnobbyWorkerTest, RequestsBelowTheirMinimumAreDroppedUnanswered)
     EXPECT_TRUE(m_client.Silent());
 }
 
-TEST_F(KnobbyWorkerTest, NextClientIsServedAfterADisconnect)
+// A Stop ends within a bound whatever the client does: none, one that sends nothing, one that
+// sent part of a packet, or one that asks for answers and never reads them, which fills the
+// socket's buffers until a send blocks. The client then sees the connection end, and the port
+// refuses connections.
+TEST_F(KnobbyWorkerTest, StopEndsPromptlyWhateverTheClientDoes)
+{
+    m_store.values["module.big"] = std::string(60000, 'x');
+    enum class Client
+    {
+        None,
+        Silent,
+        HalfPacket,
+        NotReading,
+    };
+    for (Client const client :
+         {Client::None, Client::Silent, Client::HalfPacket, Client::NotReading}) {
+        SCOPED_TRACE(static_cast<int>(client));
+        m_log.Clear();
+        m_worker.Start();
+        unsigned short const port = m_worker.GetPort();
+        ASSERT_NE(port, 0);
+        LoopbackClient peer;
+        if (client != Client::None) {
+            ASSERT_TRUE(peer.Connect(port));
+            ASSERT_TRUE(LoggedPart("Knobby accepted data connection"));
+        }
+        if (client == Client::HalfPacket) {
+            Bytes const request = Request(Wire::ActiveModes);
+            ASSERT_TRUE(peer.Send(Bytes(request.begin(), request.begin() + 9)));
+        }
+        if (client == Client::NotReading) {
+            for (uint32_t i = 0; i < 300; ++i)
+                ASSERT_TRUE(peer.Send(Request(Wire::GetValues, "Default:module.big", i)));
+            ASSERT_TRUE(LoggedPart("Sockets send failed"));
+        }
+        LiveTuningTest::BoundedCall([&] { m_worker.Stop(); }).Wait(std::chrono::seconds(8));
+        EXPECT_EQ(m_worker.GetPort(), 0);
+        if (client == Client::Silent) {
+            EXPECT_TRUE(peer.SeesEnd());
+        }
+        LoopbackClient late;
+        EXPECT_FALSE(late.Connect(port));
+    }
+}
+
+// While paused the worker leaves the store alone; requests wait and are answered on the same
+// connection once it resumes.
+TEST_F(KnobbyWorkerTest, PausedWorkerAnswersOnTheSameConnectionWhenResumed)
 {
     StartWorker();
-    EXPECT_FALSE(Ask(Request(Wire::DeviceInfo)).empty());
-    m_client.Close();
+    m_worker.Pause();
+    m_worker.Pause();
+    ASSERT_TRUE(m_client.Send(Request(Wire::GetValues, "Default:module.gain", 61)));
+    EXPECT_TRUE(m_client.Silent());
+    m_worker.Resume();
+    EXPECT_TRUE(m_client.Silent());
+    EXPECT_EQ(m_store.LastGet(), "");
+    m_worker.Resume();
+    Bytes const response = m_client.ReadPacket();
+    ExpectEchoedHead(response, Wire::GetValues, 61);
+}
 
-    // The server notices the close when its read time-out ends and then accepts again.
+// The answer to a client that left before it was ready is dropped, not sent to the next one.
+TEST_F(KnobbyWorkerTest, AnswerForAClientThatLeftReachesNoOther)
+{
+    StartWorker();
+    m_worker.Pause();
+    ASSERT_TRUE(m_client.Send(Request(Wire::ActiveModes)));
+    ASSERT_TRUE(m_client.Send(Request(Wire::GetValues, "Default:module.gain", 71)));
+    m_client.Close();
+    ASSERT_TRUE(LoggedPart("Knobby client disconnected"));
     LoopbackClient next;
     ASSERT_TRUE(next.Connect(m_worker.GetPort()));
-    ASSERT_TRUE(next.Send(Request(Wire::ActiveModes)));
-    Bytes const response = next.ReadPacket(std::chrono::milliseconds(8000));
-    ASSERT_FALSE(response.empty());
-    EXPECT_EQ(Wire::GetU16(response.data() + Wire::CommandOffset), Wire::ActiveModes);
-    char expected[96];
-    std::snprintf(expected, sizeof(expected),
-                  "Knobby client disconnected.  Resetting socket on port 0x%x\n",
-                  m_worker.GetPort());
-    EXPECT_TRUE(m_log.HasMessage(expected));
-    next.Close();
+    ASSERT_TRUE(WaitFor([&] { return m_log.Count("Knobby accepted data connection") == 2; }));
+    m_worker.Resume();
+    ASSERT_TRUE(Logged("Knobby queued command: GetValues(5), ID: 71, Payload: \n"));
+
+    ASSERT_TRUE(next.Send(Request(Wire::GetValues, "Default:module.gain", 72)));
+    Bytes const response = next.ReadPacket();
+    ExpectEchoedHead(response, Wire::GetValues, 72);
+    EXPECT_EQ(m_log.Count("Knobby write dropped for a closed connection\n"), 2u);
 }
 
-TEST_F(KnobbyWorkerTest, StopWaitsForASilentConnectedClient)
+// A head that claims the largest packet is refused at once, instead of holding every later
+// request until 64 KiB have come.
+TEST_F(KnobbyWorkerTest, HeadClaimingTheLargestPacketIsRefusedAtOnce)
 {
     StartWorker();
-    ASSERT_TRUE(WaitFor([&] { return m_log.Contains("Knobby accepted data connection"); }));
-    LiveTuningTest::BoundedCall stop([&] { m_worker.Stop(); });
-    // The read thread sits in its receive until the client sends or goes.
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    EXPECT_FALSE(stop.Finished());
-    m_client.Close();
-    stop.Wait();
-    EXPECT_EQ(m_worker.GetPort(), 0);
-}
-
-TEST_F(KnobbyWorkerTest, StopWithoutClientEndsPromptly)
-{
-    m_worker.Start();
-    ASSERT_NE(m_worker.GetPort(), 0);
-    LiveTuningTest::BoundedCall stop([&] { m_worker.Stop(); });
-    stop.Wait(std::chrono::milliseconds(3000));
-    EXPECT_EQ(m_worker.GetPort(), 0);
-    // A second stop finds nothing to do.
-    LiveTuningTest::BoundedCall again([&] { m_worker.Stop(); });
-    again.Wait(std::chrono::milliseconds(1000));
+    Bytes head = Request(Wire::ActiveModes);
+    Wire::PutU16(head.data() + Wire::LengthOffset, 65535);
+    ASSERT_TRUE(m_client.Send(head));
+    ASSERT_TRUE(Logged("Knobby request length (65535) is greater than packet size (65534): "
+                       "0x4e4b0100ff\n"));
+    Bytes const response = Ask(Request(Wire::ActiveModes));
+    ASSERT_FALSE(response.empty());
+    EXPECT_EQ(Wire::GetU16(response.data() + Wire::CommandOffset), Wire::ActiveModes);
 }
 
 TEST(KnobbyWorkerLifetimeTest, DestructorStopsARunningWorker)

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -189,6 +190,21 @@ public:
     bool Silent(std::chrono::milliseconds wait = std::chrono::milliseconds(400))
     {
         return ReadBytes(1, wait).empty();
+    }
+
+    /// True when the server closes the connection within timeout; bytes before the end are
+    /// read and dropped.
+    bool SeesEnd(std::chrono::milliseconds timeout = std::chrono::milliseconds(5000))
+    {
+        auto const end = std::chrono::steady_clock::now() + timeout;
+        uint8_t chunk[4096];
+        while (std::chrono::steady_clock::now() < end) {
+            ssize_t const got = recv(m_socket, chunk, sizeof(chunk), 0);
+            // A reset ends the connection as well as an orderly close does.
+            if (got == 0 || (got < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR))
+                return true;
+        }
+        return false;
     }
 
     int Descriptor() const { return m_socket; }
