@@ -8,6 +8,8 @@
 #include "platform/vornalloc.h"
 #include "platform/vornosutils.h"
 
+#include "parameterparser/parameterclocale.h"
+
 namespace {
 
 // A zero-filled copy of text (null reads as empty); null when memory runs out.
@@ -39,6 +41,9 @@ unsigned int ParameterCTValue::ToString(char* text, unsigned int length) const
 {
     if (text == nullptr || length == 0)
         return 0;
+    // A client splits the list at "," and reads the point as the decimal point: the host's
+    // locale must not turn 1.5 into "1,500000".
+    ParameterCLocaleScope const cLocale;
     Vorn::OsUtils::SNPrintF(text, length, "%u=%f", static_cast<unsigned int>(identifier),
                             static_cast<double>(value));
     return static_cast<unsigned int>(std::strlen(text));

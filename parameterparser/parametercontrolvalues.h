@@ -16,8 +16,9 @@ struct PARAMETERPARSER_API ParameterCTValue
     uint32_t identifier;
     double value;
 
-    /// Formats the value as "<identifier>=<value>" ("%u=%f"), cut to length with its terminator.
-    /// Returns the characters written (0 for a null text or length 0).
+    /// Formats the value as "<identifier>=<value>" ("%u=%f" in the C locale, whatever the
+    /// process's), cut to length with its terminator. Returns the characters written (0 for a
+    /// null text or length 0).
     unsigned int ToString(char* text, unsigned int length) const;
 };
 #pragma pack(pop)

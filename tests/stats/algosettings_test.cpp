@@ -145,6 +145,9 @@ TEST(AlgoSettingsParseTest, ChoosesTypeFromFloatingAndIntegerReadings)
         {"-10", AlgoSettingInteger, -10},
         {"0", AlgoSettingInteger, 0},
         {"1.5", AlgoSettingFloating, 1.5},
+        // The point is the decimal point and a comma ends the number, whatever the locale.
+        {"0.25", AlgoSettingFloating, 0.25},
+        {"1,5", AlgoSettingUnsigned, 1u},
         // The floating reader reads hexadecimal too, so both readings agree.
         {"0x10", AlgoSettingUnsigned, 16u},
         // Octal for the integer reader, decimal for the floating one: they disagree.

@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <limits>
 
+#include "parameterparser/parameterclocale.h"
+
 namespace TuningWriter {
 
 namespace {
@@ -59,6 +61,7 @@ KindLimits LimitsOf(NumberKind kind)
 std::string LimitText(KindLimits const& limits)
 {
     char text[96];
+    ParameterCLocaleScope const cLocale;
     if (limits.isReal)
         std::snprintf(text, sizeof(text), "%s (%.9Lg to %.9Lg)", limits.name, limits.minimum,
                       limits.maximum);
@@ -70,6 +73,8 @@ std::string LimitText(KindLimits const& limits)
 
 bool ParseReal(KindLimits const& limits, std::string const& text, double& real, std::string& reason)
 {
+    // A description is written with a decimal point whatever locale the process runs in.
+    ParameterCLocaleScope const cLocale;
     char* end = nullptr;
     errno = 0;
     real = std::strtod(text.c_str(), &end);

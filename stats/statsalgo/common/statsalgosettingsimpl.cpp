@@ -13,6 +13,7 @@
 #include "platform/vornosutils.h"
 #include "platform/vornplatformconstants.h"
 
+#include "parameterparser/parameterclocale.h"
 #include "stats/statsalgo/common/statsalgosettingslog.h"
 
 namespace {
@@ -64,6 +65,8 @@ void AlgoSettingsLog(Vorn::Log::Level level, char const* file, int line, char co
         return;
 
     char message[MaxMessageLength];
+    // A setting's value is logged as the file writes it, whatever the host's locale.
+    ParameterCLocaleScope const cLocale;
     va_list args;
     va_start(args, format);
     std::vsnprintf(message, sizeof(message), format, args);
@@ -291,6 +294,9 @@ int StatsAlgoSettingsImpl::ParseString(char const* text, AlgoSettingValue& value
     if (text == nullptr)
         return -1;
 
+    // The file is written with a decimal point whatever locale the host has set: "1.5" must
+    // not read as 1 in a host whose locale writes "1,5".
+    ParameterCLocaleScope const cLocale;
     char* end = nullptr;
     double const number = std::strtod(text, &end);
     if (end == text) {
