@@ -124,6 +124,16 @@ ParameterKnobbyCom::SocketID::~SocketID()
 {
     CloseSocket();
     CloseConnection();
+    CloseDescriptor(accepted);
+}
+
+bool ParameterKnobbyCom::SocketID::TakeAccepted()
+{
+    if (accepted < 0)
+        return false;
+    connection = accepted;
+    accepted = -1;
+    return true;
 }
 
 void ParameterKnobbyCom::SocketID::CloseConnection()
@@ -211,13 +221,12 @@ int ParameterKnobbyCom::SocketID::ReadData(unsigned char* buffer, unsigned int l
                 } else {
                     ParameterKnobbyCom::ConfigureConnection(client);
                     lastActivity = MonotonicMilliseconds();
-                    connection = client;
-                    accepted = true;
+                    accepted = client;
                     ParameterLogging::Write(log, ParameterLogging::LogVerbose,
                                             "Knobby accepted data connection on port %s\n",
                                             local.name);
-                    // The caller starts the new client's stream afresh before any of its bytes
-                    // are read.
+                    // The owner starts the new client's stream afresh, and only then makes it
+                    // the connection that answers are sent to.
                     return 0;
                 }
             } else if (ready > 0) {
@@ -329,9 +338,11 @@ int ParameterKnobbyCom::ReadData(unsigned char* buffer, unsigned int length, int
                                  std::atomic<bool> const& stopFlag)
 {
     int const result = m_socket.ReadData(buffer, length, timeout, stopFlag);
-    if (m_socket.accepted) {
-        m_socket.accepted = false;
+    if (m_socket.accepted >= 0) {
+        // The count of connections moves before the new descriptor is published: an answer
+        // still queued for the client before can then never be sent to this one.
         BeginConnection();
+        m_socket.TakeAccepted();
     }
     return result;
 }

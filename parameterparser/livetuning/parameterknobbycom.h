@@ -77,17 +77,20 @@ public:
 
         /// Waits for input on the connection, or accepts a client on the listening socket, in
         /// polls of 100 ms. Returns the bytes received; 0 when timeout seconds (negative: none)
-        /// passed or stopFlag was set, and at once after accepting a client (accepted is then
-        /// set); -1 when the client went away, closed its side or sent nothing for
-        /// idleTimeoutSeconds (the connection is closed and "Knobby client disconnected.
-        /// Resetting socket on port %s\n" logged, the idle case after "Knobby client idle for %u
-        /// seconds on port %s\n" at warning level).
+        /// passed or stopFlag was set, and at once after accepting a client, which waits in
+        /// accepted until the owner takes it with TakeAccepted; -1 when the client went away,
+        /// closed its side or sent nothing for idleTimeoutSeconds (the connection is closed and
+        /// "Knobby client disconnected.  Resetting socket on port %s\n" logged, the idle case
+        /// after "Knobby client idle for %u seconds on port %s\n" at warning level).
         int ReadData(unsigned char* buffer, unsigned int length, int timeout,
                      std::atomic<bool> const& stopFlag);
 
         /// One send of the whole buffer to the client. A short send logs "Sockets send failed.
         /// Attempted send %u bytes, sent %u bytes on port %s\n" at error level; no retry.
         int WriteData(unsigned char const* buffer, unsigned int length);
+
+        /// Makes the client that ReadData accepted the connection; false when there is none.
+        bool TakeAccepted();
 
         /// Closes the client connection, if one is open.
         void CloseConnection();
@@ -108,8 +111,8 @@ public:
         unsigned int idleTimeoutSeconds = DefaultIdleTimeoutSeconds;
         /// When the client last sent bytes (or was accepted), in monotonic milliseconds.
         long long lastActivity = 0;
-        /// Set by ReadData when it accepted a client; the owner clears it.
-        bool accepted = false;
+        /// A client ReadData accepted and the owner has not yet taken; -1 when none.
+        int accepted = -1;
     };
 
     /// A server with a receive buffer and both addresses set to TCP on the default port. Opens

@@ -142,7 +142,7 @@ INSTANTIATE_TEST_SUITE_P(
         // A head is refused as soon as its length is seen, before its bytes have come.
         BadHeadCase{"LongerThanPacketSize", Wire::StartTag, Wire::ModeIndex, 65535, 65534,
                     "Knobby request length (65535) is greater than packet size (65534): "
-                    "0x4e4b09ffff\n"}),
+                    "0x4e4b0900ff\n"}),
     [](::testing::TestParamInfo<BadHeadCase> const& test) { return test.param.name; });
 
 // The lengths at the bounds are whole packets: the head alone, and the packet size.
