@@ -30,7 +30,8 @@ namespace Wire = ParameterKnobbyPacket;
 constexpr char ClientUsage[] =
     "usage: paramctl client [--json] [--timeout SECONDS] [HOST][:PORT] COMMAND [ARGS]\n"
     "\n"
-    "Connects to a live tuning server (default 127.0.0.1:19278) and sends one command:\n"
+    "Connects to a live tuning server (default 127.0.0.1:19278; an IPv6 address in brackets,\n"
+    "[::1]:19278) and sends one command:\n"
     "  info                              device name and mode tables\n"
     "  active                            the active mode branches\n"
     "  modes PATH                        children of a named mode path (Default|Sensor.0)\n"
@@ -156,19 +157,38 @@ bool IsCommandName(std::string const& word)
     return false;
 }
 
-Target ParseTarget(std::string const& text)
+// HOST, :PORT or HOST:PORT, where HOST may be an IPv6 literal in brackets ([::1]:19278) or
+// bare without a port (::1). False for an unclosed bracket or a port that is not 1 to 65535.
+bool ParseTarget(std::string const& text, Target& target)
 {
-    Target target;
-    size_t const colon = text.rfind(':');
-    if (colon == std::string::npos) {
-        target.host = text;
-        return target;
+    std::string host = text;
+    std::string port;
+    if (!text.empty() && text[0] == '[') {
+        size_t const close = text.find(']');
+        if (close == std::string::npos)
+            return false;
+        host = text.substr(1, close - 1);
+        if (close + 1 < text.size()) {
+            if (text[close + 1] != ':')
+                return false;
+            port = text.substr(close + 2);
+        }
+    } else if (text.find(':') == text.rfind(':')) {
+        size_t const colon = text.find(':');
+        if (colon != std::string::npos) {
+            host = text.substr(0, colon);
+            port = text.substr(colon + 1);
+        }
     }
-    if (colon > 0)
-        target.host = text.substr(0, colon);
-    if (colon + 1 < text.size())
-        target.port = text.substr(colon + 1);
-    return target;
+    if (!host.empty())
+        target.host = host;
+    if (port.empty())
+        return true;
+    unsigned short number = 0;
+    if (!ParsePortNumber(port, number))
+        return false;
+    target.port = port;
+    return true;
 }
 
 Bytes MakeRequest(uint16_t command, uint64_t session, uint32_t requestId, Bytes const& payload)
@@ -461,7 +481,11 @@ int RunClient(int argc, char** argv)
         return Usage(("unknown command '" + Printable(operands[0]) + "'").c_str());
     Target target;
     if (!IsCommandName(operands[0])) {
-        target = ParseTarget(operands[0]);
+        if (!ParseTarget(operands[0], target))
+            return Usage(("not a server address (HOST, HOST:PORT or [IPv6]:PORT with a port from "
+                          "1 to 65535): " +
+                          Printable(operands[0]))
+                             .c_str());
         operands.erase(operands.begin());
     }
     std::string const name = operands[0];

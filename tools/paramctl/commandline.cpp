@@ -33,4 +33,20 @@ std::string CommandLine::Value(std::string const& option, std::string const& fal
     return found != m_values.end() ? found->second : fallback;
 }
 
+bool ParsePortNumber(std::string const& text, unsigned short& port)
+{
+    if (text.empty() || text.size() > 5)
+        return false;
+    unsigned long value = 0;
+    for (char const c : text) {
+        if (c < '0' || c > '9')
+            return false;
+        value = value * 10 + static_cast<unsigned long>(c - '0');
+    }
+    if (value == 0 || value > 65535)
+        return false;
+    port = static_cast<unsigned short>(value);
+    return true;
+}
+
 } // namespace ParamCtl

@@ -44,4 +44,7 @@ private:
     std::string m_error;
 };
 
+/// Reads a TCP port: decimal digits only, 1 to 65535. False for anything else, never a wrap.
+[[nodiscard]] bool ParsePortNumber(std::string const& text, unsigned short& port);
+
 } // namespace ParamCtl

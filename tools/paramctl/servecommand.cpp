@@ -24,11 +24,14 @@ namespace ParamCtl {
 namespace {
 
 constexpr char ServeUsage[] =
-    "usage: paramctl serve FILE\n"
+    "usage: paramctl serve [--port N] [--bind ADDRESS] FILE\n"
     "\n"
     "Loads FILE into a TuningSetManager, which knows every module of the tuning set and starts\n"
     "the live tuning server, and serves it until SIGINT or SIGTERM. Prints \"listening on port\n"
     "N\" once the server is up; a file that does not load ends with its error and exit code 1.\n"
+    "--port takes port N (1 to 65535) and no other; by default the first free port from 19278\n"
+    "up. --bind listens on one numeric IPv4 or IPv6 address (127.0.0.1, ::1) instead of every\n"
+    "interface.\n"
     "SIGHUP reloads FILE from disk and prints the outcome. A demo publisher\n"
     "updates control values 1 (frame count), 2 (a slow sine) and 3 (an exposure time) five\n"
     "times a second; trigger requests are answered with sample values for two instances; custom\n"
@@ -100,7 +103,7 @@ private:
 
 int RunServe(int argc, char** argv)
 {
-    CommandLine line({}, {});
+    CommandLine line({}, {"--port", "--bind"});
     if (!line.Parse(argc, argv)) {
         std::fprintf(stderr, "paramctl serve: %s\n%s", line.Error().c_str(), ServeUsage);
         return ExitUsage;
@@ -114,6 +117,12 @@ int RunServe(int argc, char** argv)
         return ExitUsage;
     }
     std::string const& path = line.Operands()[0];
+    unsigned short port = 0;
+    if (line.Has("--port") && !ParsePortNumber(line.Value("--port"), port)) {
+        std::fprintf(stderr, "paramctl serve: --port needs a number from 1 to 65535, not %s\n%s",
+                     line.Value("--port").c_str(), ServeUsage);
+        return ExitUsage;
+    }
 
     struct sigaction action = {};
     action.sa_handler = RequestStop;
@@ -128,6 +137,13 @@ int RunServe(int argc, char** argv)
     DemoHandler handler;
     ServeSetManager manager;
     handler.Attach(&manager);
+    if ((line.Has("--port") || line.Has("--bind")) &&
+        !manager.SetKnobbyListenAddress(line.Value("--bind").c_str(), port)) {
+        std::fprintf(stderr,
+                     "paramctl serve: --bind needs a numeric IPv4 or IPv6 address, not %s\n%s",
+                     line.Value("--bind").c_str(), ServeUsage);
+        return ExitUsage;
+    }
     // Installed before the load, so the worker's thread sees it from its first request.
     manager.SetKnobbyHandler(&handler);
     // The library's text for a file that is not there speaks of allocation: say it plainly.
@@ -141,12 +157,12 @@ int RunServe(int argc, char** argv)
         std::fprintf(stderr, "paramctl serve: %s: %s\n", path.c_str(), manager.GetErrorString());
         return ExitFailure;
     }
-    unsigned short const port = manager.GetKnobbyPort();
-    if (port == 0) {
+    unsigned short const listening = manager.GetKnobbyPort();
+    if (listening == 0) {
         std::fprintf(stderr, "paramctl serve: no port could be bound\n");
         return ExitFailure;
     }
-    std::printf("listening on port %u\n", static_cast<unsigned int>(port));
+    std::printf("listening on port %u\n", static_cast<unsigned int>(listening));
     std::fflush(stdout);
 
     // The demo camera: publishes control values until stopped.
