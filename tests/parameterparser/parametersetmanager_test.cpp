@@ -2,7 +2,9 @@
 // Tests of the set manager frame: load paths, refusals, error text and logging identity.
 #include "parameterparser/parametersetmanager.h"
 
+#include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -447,7 +449,8 @@ TEST_F(ParameterSetManagerTest, UnreadableFileNamesItsReason)
         std::string path;
         std::string error;
     } const cases[] = {
-        {missing, "Unable to open binary file '" + missing + "': No such file or directory"},
+        // The system's text, in whatever language the host's locale gives it.
+        {missing, "Unable to open binary file '" + missing + "': " + std::strerror(ENOENT)},
         {folder, "Unable to read binary file '" + folder + "': Is a directory"},
         {empty.Path(), "Binary file '" + empty.Path() + "' is empty"},
     };
