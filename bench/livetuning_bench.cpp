@@ -64,7 +64,9 @@ public:
         // The figures need no log.
         Vorn::Log::SetSink(DropLine, nullptr);
         m_file = TrackerFileBytes();
-        m_ready = !m_file.empty() && m_manager.LoadBinaryParameters(m_file.data(), m_file.size()) &&
+        // Loopback only: the figures need no other interface.
+        m_ready = m_manager.SetKnobbyListenAddress("127.0.0.1", 0) && !m_file.empty() &&
+                  m_manager.LoadBinaryParameters(m_file.data(), m_file.size()) &&
                   m_manager.GetKnobbyPort() != 0;
         m_socket = socket(AF_INET, SOCK_STREAM, 0);
         sockaddr_in address = {};
