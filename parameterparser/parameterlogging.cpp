@@ -33,18 +33,31 @@ LevelStyle StyleOf(ParameterLogging::ParameterLogLevel level)
 }
 
 // The innermost recorder of this thread; loads run on one thread from start to end.
-thread_local ParameterLogging::FirstErrorRecorder* t_recorder = nullptr;
+thread_local ParameterFirstErrorRecorder* t_recorder = nullptr;
 
 } // namespace
 
-ParameterLogging::FirstErrorRecorder::FirstErrorRecorder() : m_outer(t_recorder)
+ParameterFirstErrorRecorder::ParameterFirstErrorRecorder() : m_outer(t_recorder)
 {
     t_recorder = this;
 }
 
-ParameterLogging::FirstErrorRecorder::~FirstErrorRecorder()
+ParameterFirstErrorRecorder::~ParameterFirstErrorRecorder()
 {
     t_recorder = m_outer;
+}
+
+void ParameterFirstErrorRecorder::Record(char const* message)
+{
+    for (ParameterFirstErrorRecorder* recorder = t_recorder; recorder != nullptr;
+         recorder = recorder->m_outer) {
+        if (recorder->m_text[0] != '\0')
+            continue;
+        Vorn::OsUtils::StrLCpy(recorder->m_text, message, sizeof(recorder->m_text));
+        size_t const length = std::strlen(recorder->m_text);
+        if (length > 0 && recorder->m_text[length - 1] == '\n')
+            recorder->m_text[length - 1] = '\0';
+    }
 }
 
 void ParameterLogging::Write(IParameterLoggingAPI* api, ParameterLogLevel level, char const* format,
@@ -61,15 +74,7 @@ void ParameterLogging::Write(IParameterLoggingAPI* api, ParameterLogLevel level,
     va_end(args);
 
     if (recorded) {
-        for (FirstErrorRecorder* recorder = t_recorder; recorder != nullptr;
-             recorder = recorder->m_outer) {
-            if (recorder->m_text[0] != '\0')
-                continue;
-            Vorn::OsUtils::StrLCpy(recorder->m_text, message, sizeof(recorder->m_text));
-            size_t const length = std::strlen(recorder->m_text);
-            if (length > 0 && recorder->m_text[length - 1] == '\n')
-                recorder->m_text[length - 1] = '\0';
-        }
+        ParameterFirstErrorRecorder::Record(message);
         if (api != nullptr && !api->LoggingEnabled(level))
             return;
     }

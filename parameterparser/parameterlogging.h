@@ -23,29 +23,32 @@ public:
     /// bring their own line end.
     static void Write(IParameterLoggingAPI* api, ParameterLogLevel level, char const* format, ...)
         __attribute__((format(printf, 3, 4)));
+};
 
-    /// While it exists, keeps the first error-level message written on the creating thread,
-    /// whether or not its api lets it through, without its line end. A load that fails without a
-    /// reason of its own gives this one. Recorders nest: each one sees the messages written
-    /// during its life. Not copyable; destroy in reverse order of creation.
-    class FirstErrorRecorder
-    {
-    public:
-        FirstErrorRecorder();
-        ~FirstErrorRecorder();
-        FirstErrorRecorder(FirstErrorRecorder const&) = delete;
-        FirstErrorRecorder& operator=(FirstErrorRecorder const&) = delete;
+/// While it exists, keeps the first error-level message that ParameterLogging::Write writes on
+/// the creating thread, whether or not its api lets it through, without its line end. A load
+/// that fails without a reason of its own gives this one. Recorders nest: each one sees the
+/// messages written during its life. Destroy in reverse order of creation. Internal to the
+/// library: not exported.
+class ParameterFirstErrorRecorder
+{
+public:
+    ParameterFirstErrorRecorder();
+    ~ParameterFirstErrorRecorder();
+    ParameterFirstErrorRecorder(ParameterFirstErrorRecorder const&) = delete;
+    ParameterFirstErrorRecorder& operator=(ParameterFirstErrorRecorder const&) = delete;
 
-        /// The message, empty while none was written.
-        char const* Text() const { return m_text; }
+    /// The message, empty while none was written.
+    char const* Text() const { return m_text; }
 
-    private:
-        friend class ParameterLogging;
-        static constexpr unsigned int TextLength = 2048;
+    /// Hands message to every recorder of this thread that holds none yet.
+    static void Record(char const* message);
 
-        FirstErrorRecorder* m_outer;
-        char m_text[TextLength] = {};
-    };
+private:
+    static constexpr unsigned int TextLength = 2048;
+
+    ParameterFirstErrorRecorder* m_outer;
+    char m_text[TextLength] = {};
 };
 
 /// Who is logging: a name for the line and per-level switches.

@@ -248,7 +248,7 @@ bool ParameterSetManager::LoadBinaryParameters(unsigned char* buffer, unsigned l
 {
     if (m_mainSetManager != nullptr)
         return MainManager()->LoadBinaryParameters(buffer, length);
-    ParameterLogging::FirstErrorRecorder recorder;
+    ParameterFirstErrorRecorder recorder;
     bool const loaded = LoadFromBuffer(buffer, length);
     ExplainLoadFailure(loaded, recorder);
     return loaded;
@@ -258,14 +258,14 @@ bool ParameterSetManager::LoadBinaryParameters(char const* fileName)
 {
     if (m_mainSetManager != nullptr)
         return MainManager()->LoadBinaryParameters(fileName);
-    ParameterLogging::FirstErrorRecorder recorder;
+    ParameterFirstErrorRecorder recorder;
     bool const loaded = LoadFromFile(fileName);
     ExplainLoadFailure(loaded, recorder);
     return loaded;
 }
 
 void ParameterSetManager::ExplainLoadFailure(bool loaded,
-                                             ParameterLogging::FirstErrorRecorder const& recorder)
+                                             ParameterFirstErrorRecorder const& recorder)
 {
     // Many faults deep in the tables are only logged where they are found, with the offset and
     // size that failed; the first of them is the reason the load ended.

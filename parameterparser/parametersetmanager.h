@@ -503,7 +503,7 @@ private:
     bool LoadFromBuffer(unsigned char* buffer, unsigned long length);
     bool LoadFromFile(char const* fileName);
     /// Keeps the first error recorded during a load that failed and set no error text itself.
-    void ExplainLoadFailure(bool loaded, ParameterLogging::FirstErrorRecorder const& recorder);
+    void ExplainLoadFailure(bool loaded, ParameterFirstErrorRecorder const& recorder);
     bool LoadSectionContents(unsigned char* buffer, unsigned int length, char const* fileName,
                              ParameterBinaryFile* file, unsigned int fileSize,
                              IModeTable* modeTable, unsigned char alignment);
