@@ -34,10 +34,14 @@ list(REMOVE_ITEM added ${expected})
 set(removed ${expected})
 list(REMOVE_ITEM removed ${actual})
 if(added OR removed)
-    list(JOIN added "\n  + " addedText)
-    list(JOIN removed "\n  - " removedText)
-    message(FATAL_ERROR "The exported symbols of ${LIBRARY} differ from ${LIST}:\n"
-        "  + ${addedText}\n  - ${removedText}\n"
+    set(changes "")
+    foreach(symbol IN LISTS added)
+        string(APPEND changes "  + ${symbol}\n")
+    endforeach()
+    foreach(symbol IN LISTS removed)
+        string(APPEND changes "  - ${symbol}\n")
+    endforeach()
+    message(FATAL_ERROR "The exported symbols of ${LIBRARY} differ from ${LIST}:\n${changes}"
         "If the change to the API is intended, update the list with "
         "'cmake --build <build> --target update-exported-symbols'.")
 endif()
