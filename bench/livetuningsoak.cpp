@@ -298,7 +298,7 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "soak: the tracker description does not parse\n");
         return 1;
     }
-    Bytes const file = description.MakeWriter().Build();
+    Bytes file = description.MakeWriter().Build();
     TuningSetManager manager("soak");
     manager.SetKnobbyIdleTimeout(IdleTimeoutSeconds);
     if (!manager.SetKnobbyListenAddress("127.0.0.1", 0) ||
