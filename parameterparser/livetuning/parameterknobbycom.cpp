@@ -260,7 +260,7 @@ int ParameterKnobbyCom::SocketID::WriteData(unsigned char const* buffer, unsigne
 ParameterKnobbyCom::ParameterKnobbyCom(IParameterLoggingAPI* logger)
     : ParameterKnobbyComBase(logger, true)
 {
-    m_socket.log = logger;
+    m_socket.log = Logger();
     m_socket.local.SetupSocket(SocketAddress::INET, DefaultPort);
     m_socket.peer.SetupSocket(SocketAddress::INET, DefaultPort);
 }

@@ -2,6 +2,7 @@
 // ParameterKnobbyComBase: framing, packet queues and the read and write threads.
 #include "parameterparser/livetuning/parameterknobbycombase.h"
 
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 
@@ -49,9 +50,45 @@ char const* IdentifierOf(IParameterLoggingAPI* logger)
 
 } // namespace
 
-ParameterKnobbyComBase::ParameterKnobbyComBase(IParameterLoggingAPI* logger, bool createBuffer)
-    : m_logger(logger)
+namespace {
+
+// Forwards the owner's level switches and answers with a copy of its identifier.
+class StableLogger final : public IParameterLoggingAPI
 {
+public:
+    explicit StableLogger(IParameterLoggingAPI* owner) : m_owner(owner) { Refresh(); }
+
+    // Called only while no thread of the transport runs.
+    void Refresh()
+    {
+        char const* identifier = m_owner->GetLoggingIdentifier();
+        std::snprintf(m_identifier, sizeof(m_identifier), "%s",
+                      identifier != nullptr ? identifier : "");
+    }
+
+    char const* GetLoggingIdentifier() override
+    {
+        return m_identifier[0] != '\0' ? m_identifier : nullptr;
+    }
+
+    bool LoggingEnabled(ParameterLogging::ParameterLogLevel level) override
+    {
+        return m_owner->LoggingEnabled(level);
+    }
+
+private:
+    IParameterLoggingAPI* m_owner;
+    char m_identifier[256] = {};
+};
+
+} // namespace
+
+ParameterKnobbyComBase::ParameterKnobbyComBase(IParameterLoggingAPI* logger, bool createBuffer)
+{
+    if (logger != nullptr) {
+        m_stableLogger = std::make_unique<StableLogger>(logger);
+        m_logger = m_stableLogger.get();
+    }
     if (logger == nullptr)
         ParameterLogging::Write(
             nullptr, ParameterLogging::LogError,
@@ -104,6 +141,7 @@ void ParameterKnobbyComBase::Start()
 {
     if (m_logger == nullptr || IsRunning())
         return;
+    static_cast<StableLogger*>(m_stableLogger.get())->Refresh();
     ParameterLogging::Write(m_logger, ParameterLogging::LogVerbose, "Starting Knobby server: %s\n",
                             IdentifierOf(m_logger));
     m_stop = false;

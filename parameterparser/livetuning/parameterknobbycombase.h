@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <mutex>
 
 #include "parameterparser/livetuning/parameterknobbythread.h"
@@ -140,6 +141,10 @@ private:
     // the command thread serves, to which its responses go.
     std::atomic<uint32_t> m_connection{0};
     std::atomic<uint32_t> m_servedConnection{0};
+    // The transport's threads go on through a reload, while the manager that owns them rewrites
+    // and frees its identifier; they log through this stand-in, which forwards the level switches
+    // and keeps its own copy of the identifier, taken when the server starts.
+    std::unique_ptr<IParameterLoggingAPI> m_stableLogger;
     IParameterLoggingAPI* m_logger = nullptr;
     std::atomic<bool> m_stop{false};
     // Each flag is changed under its queue's mutex, so it is set exactly while the queue holds
