@@ -157,6 +157,14 @@ void ParameterKnobbyCom::SocketID::CloseSocket()
 int ParameterKnobbyCom::SocketID::ReadData(unsigned char* buffer, unsigned int length, int timeout,
                                            std::atomic<bool> const& stopFlag)
 {
+    // Releases the client at once, so that the next one is accepted without waiting.
+    auto const disconnect = [this]() {
+        ParameterLogging::Write(log, ParameterLogging::LogVerbose,
+                                "Knobby client disconnected.  Resetting socket on port %s\n",
+                                local.name);
+        CloseConnection();
+        return -1;
+    };
     time_t const start = time(nullptr);
     for (;;) {
         int const current = connection.load();
@@ -180,24 +188,14 @@ int ParameterKnobbyCom::SocketID::ReadData(unsigned char* buffer, unsigned int l
                     ParameterLogging::Write(log, ParameterLogging::LogVerbose,
                                             "Knobby receive failed on port %s: %s\n", local.name,
                                             std::strerror(error));
-                ParameterLogging::Write(log, ParameterLogging::LogVerbose,
-                                        "Knobby client disconnected.  Resetting socket on port "
-                                        "%s\n",
-                                        local.name);
-                CloseConnection();
-                return -1;
+                return disconnect();
             }
             if (idleTimeoutSeconds != 0 && MonotonicMilliseconds() - lastActivity >=
                                                static_cast<long long>(idleTimeoutSeconds) * 1000) {
                 ParameterLogging::Write(log, ParameterLogging::LogWarning,
                                         "Knobby client idle for %u seconds on port %s\n",
                                         idleTimeoutSeconds, local.name);
-                ParameterLogging::Write(log, ParameterLogging::LogVerbose,
-                                        "Knobby client disconnected.  Resetting socket on port "
-                                        "%s\n",
-                                        local.name);
-                CloseConnection();
-                return -1;
+                return disconnect();
             }
         } else if (!listening) {
             // No listening socket (none could be made, or listen failed): nothing can come, so
