@@ -7,6 +7,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <optional>
+#include <type_traits>
 
 #include "platform/vornalloc.h"
 
@@ -181,6 +182,34 @@ ParameterLoadParameters ElementParameters(ParameterFileSymbolTableEntry& entry,
     return local;
 }
 
+// Calls check with a null pointer of the number type that storage stands for.
+template <typename Check> bool ForStorage(ParameterStorage storage, Check check)
+{
+    switch (storage) {
+    case ParameterStorage::Int8:
+        return check(static_cast<signed char*>(nullptr));
+    case ParameterStorage::UInt8:
+        return check(static_cast<unsigned char*>(nullptr));
+    case ParameterStorage::Int16:
+        return check(static_cast<short*>(nullptr));
+    case ParameterStorage::UInt16:
+        return check(static_cast<unsigned short*>(nullptr));
+    case ParameterStorage::Int32:
+        return check(static_cast<int*>(nullptr));
+    case ParameterStorage::UInt32:
+        return check(static_cast<unsigned int*>(nullptr));
+    case ParameterStorage::Int64:
+        return check(static_cast<long*>(nullptr));
+    case ParameterStorage::UInt64:
+        return check(static_cast<unsigned long*>(nullptr));
+    case ParameterStorage::Float:
+        return check(static_cast<float*>(nullptr));
+    case ParameterStorage::Double:
+        return check(static_cast<double*>(nullptr));
+    }
+    return false;
+}
+
 } // namespace
 
 // ---- Helpers shared with generated code ---------------------------------------------------
@@ -240,6 +269,45 @@ bool ParameterEntryReader::SpendElements(ParameterFileSymbolTableEntry& entry, u
                          "file): data entry %u left empty\n",
                          static_cast<unsigned long long>(context->Allowance()),
                          static_cast<unsigned long long>(MaxDecodedElementsPerFileByte), entry.ID);
+    return false;
+}
+
+bool ParameterEntryReader::HasExactForm(ParameterDefinitionElementInfo const& info,
+                                        ParameterMemberDescriptor const& member)
+{
+    using ParameterEntryReader::ExactFixedArray;
+    using ParameterEntryReader::ExactOptional;
+    using ParameterEntryReader::ExactVariable;
+    unsigned int const length = member.length;
+    switch (member.kind) {
+    case ParameterMemberKind::Scalar:
+    case ParameterMemberKind::FixedArray:
+        return ForStorage(member.storage, [&](auto* type) {
+            return ExactFixedArray<std::remove_pointer_t<decltype(type)>>(info, length);
+        });
+    case ParameterMemberKind::OptionalScalar:
+        return ForStorage(member.storage, [&](auto* type) {
+            return ExactOptional<std::remove_pointer_t<decltype(type)>>(info, length);
+        });
+    case ParameterMemberKind::CountedArray:
+        return ForStorage(member.storage, [&](auto* type) {
+            return ExactVariable<std::remove_pointer_t<decltype(type)>>(info, length);
+        });
+    case ParameterMemberKind::Structure:
+    case ParameterMemberKind::StructureFixedArray:
+        return ExactStructureFixedArray(info, length);
+    case ParameterMemberKind::StructureArray:
+        return ExactStructureArray(info, length);
+    case ParameterMemberKind::OptionalStructure:
+        return ExactOptionalStructure(info, length);
+    case ParameterMemberKind::String:
+    case ParameterMemberKind::StringFixedArray:
+        return ExactStringFixedArray(info, length);
+    case ParameterMemberKind::OptionalString:
+        return ExactOptionalString(info, length);
+    case ParameterMemberKind::StringArray:
+        return ExactStringArray(info, length);
+    }
     return false;
 }
 

@@ -16,6 +16,7 @@
 #include "parameterparser/parameterutilsread.h"
 
 class IParameterLoggingAPI;
+struct ParameterMemberDescriptor;
 struct ParameterTypeDescriptor;
 
 namespace ParameterEntryReader {
@@ -145,6 +146,13 @@ template <typename T> bool ExactVariable(ParameterDefinitionElementInfo const& i
 {
     return HasFlag(info, ElementVariableCount) && ParameterReadDetail::IsDirect<T>(info);
 }
+
+/// Whether the file's element has exactly the form in which the reader of member expects it (the
+/// predicate that reader hands BeginField), so that a load reads it as it stands and proves it.
+/// Counted arrays of enumerations, which a load never proves, are judged as counted UInt32. An
+/// element that is not of this form is read with a conversion of type or count.
+PARAMETERPARSER_API bool HasExactForm(ParameterDefinitionElementInfo const& info,
+                                      ParameterMemberDescriptor const& member);
 
 /// Whether the file's element holds numbers of another type than T, which a read converts: a
 /// read of such an integer array reports itself short although it filled the values.

@@ -13,5 +13,6 @@ int RunModes(int argc, char** argv);
 int RunPack(int argc, char** argv);
 int RunServe(int argc, char** argv);
 int RunSet(int argc, char** argv);
+int RunVerify(int argc, char** argv);
 
 } // namespace ParamCtl

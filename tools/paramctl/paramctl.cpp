@@ -32,6 +32,7 @@ constexpr Command Commands[] = {
     {"pack", ParamCtl::RunPack, "write a binary tuning file from a text description"},
     {"serve", ParamCtl::RunServe, "host a tuning file with the live tuning server"},
     {"set", ParamCtl::RunSet, "change a module's values in memory and read them back"},
+    {"verify", ParamCtl::RunVerify, "checksum, structure and schema tolerance of a tuning file"},
 };
 
 // The library's own log lines stay quiet unless PARAMCTL_LOG is set: paramctl reports failures

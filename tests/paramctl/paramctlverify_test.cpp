@@ -1,0 +1,150 @@
+// SPDX-License-Identifier: Apache-2.0
+// paramctl verify on writer-made files whose schema differs from the build's in one way each:
+// the report names what a load matches, zeroes, steps over and converts, and what the module
+// class refuses.
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "parameterparser/parsercrc.h"
+
+#include "tests/common/tempfile.h"
+#include "tests/paramctl/runparamctl.h"
+#include "tests/paramctl/trackerfile.h"
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using nlohmann::json;
+using ParamCtlTest::DefinitionStructure;
+using ParamCtlTest::EntryValue;
+using ParamCtlTest::RunParamctl;
+using ParamCtlTest::StructureNamed;
+using ParamCtlTest::TrackerFile;
+using ParamCtlTest::TrackerOptions;
+using TuningWriter::DefinitionElement;
+using TuningWriter::ElementType;
+
+std::string HashName(char const* name)
+{
+    char text[24];
+    std::snprintf(text, sizeof(text), "#0x%016lx", ParserCRC64::HashName(name));
+    return text;
+}
+
+void Erase(DefinitionStructure& structure, std::string const& member)
+{
+    auto& elements = structure.elements;
+    elements.erase(std::remove_if(elements.begin(), elements.end(),
+                                  [&](DefinitionElement const& e) { return e.name == member; }),
+                   elements.end());
+}
+
+DefinitionElement& ElementNamed(DefinitionStructure& structure, std::string const& member)
+{
+    for (DefinitionElement& element : structure.elements) {
+        if (element.name == member)
+            return element;
+    }
+    ADD_FAILURE() << "no member " << member;
+    return structure.elements.front();
+}
+
+struct VerifyCase
+{
+    char const* name;
+    TrackerOptions options;
+    json members;        ///< the t2tconfigdata module's "members" report
+    char const* refused; ///< what the module class's refusal says; "" when both are created
+};
+
+TEST(ParamctlVerifyTest, ReportsHowTheBuildReadsEachMemberAndInstance)
+{
+    DefinitionElement added;
+    added.name = "addedGain";
+    added.type = ElementType::Float;
+    EntryValue const addedValue = EntryValue::Real(3.5);
+    std::vector<VerifyCase> const cases = {
+        {"same schema", {}, {{"matched", 9}}, ""},
+        {"member the build does not know, ahead of the others",
+         {[&](std::vector<DefinitionStructure>& s) {
+              auto& elements = StructureNamed(s, "T2TCtrlType").elements;
+              elements.insert(elements.begin(), added);
+          },
+          {1, 0, 0},
+          &addedValue,
+          "addedGain"},
+         {{"matched", 9}, {"extra", {HashName("addedGain")}}},
+         ""},
+        {"member the file lacks, nested",
+         {[](std::vector<DefinitionStructure>& s) {
+             Erase(StructureNamed(s, "module_versionStruct"), "minor_revision");
+         }},
+         {{"matched", 8}, {"missing", {"module_version.minor_revision"}}},
+         ""},
+        {"narrower number type and a fixed array",
+         {[](std::vector<DefinitionStructure>& s) {
+             DefinitionStructure& top = StructureNamed(s, "T2TCtrlType");
+             ElementNamed(top, "operationMode").type = ElementType::UInt16;
+             DefinitionElement& threshold = ElementNamed(top, "confidenceThreshold");
+             threshold.minCount = threshold.maxCount = 2;
+         }},
+         {{"matched", 7},
+          {"converted",
+           {{{"member", "operationMode"}, {"file", "UInt16"}, {"build", "UInt32"}},
+            {{"member", "confidenceThreshold"}, {"file", "UInt32[2]"}, {"build", "UInt32"}}}}},
+         ""},
+        {"module of another version",
+         {{}, {1, 2, 0}},
+         {{"matched", 9}},
+         "file version 1.2.0, build version 1.0.0"},
+    };
+    for (VerifyCase const& test : cases) {
+        SCOPED_TRACE(test.name);
+        ParamTest::TempFile file(TrackerFile(test.options));
+        ParamCtlTest::Output const output = RunParamctl("verify --json " + file.Path());
+        json const report = json::parse(output.out, nullptr, false);
+        ASSERT_TRUE(report.is_object()) << output.out;
+        json expected = {{"matched", 0},
+                         {"missing", json::array()},
+                         {"extra", json::array()},
+                         {"converted", json::array()}};
+        expected.update(test.members);
+        json const& module = report["modules"][0];
+        EXPECT_EQ(module["name"], "t2tconfigdata");
+        EXPECT_EQ(module["members"], expected);
+        EXPECT_EQ(module["schema"], test.members.size() == 1 ? "matches" : "differs");
+        bool const refused = *test.refused != '\0';
+        for (json const& instance : module["instances"]) {
+            EXPECT_EQ(instance["created"], !refused);
+            EXPECT_EQ(instance.value("refused", ""), test.refused);
+        }
+        EXPECT_EQ(output.code, test.members.size() == 1 && !refused ? 0 : 1);
+        EXPECT_TRUE(report["checksum"]["valid"]);
+        EXPECT_TRUE(report["structure"]["valid"]);
+    }
+}
+
+// A file whose checksum no longer fits its bytes is still checked through: the report shows the
+// damage and everything behind it.
+TEST(ParamctlVerifyTest, ChecksumDamageHidesNothingElse)
+{
+    std::vector<uint8_t> bytes = TrackerFile();
+    bytes.back() ^= 0xFF;
+    ParamTest::TempFile file(bytes);
+    ParamCtlTest::Output const output = RunParamctl("verify " + file.Path());
+    EXPECT_EQ(output.code, 1);
+    EXPECT_NE(output.out.find("Checksum:   invalid (CRC-64): stored 0x"), std::string::npos)
+        << output.out;
+    EXPECT_NE(output.out.find("Structure:  sound\n"), std::string::npos) << output.out;
+    EXPECT_NE(output.out.find("schema matches the build's, 9 members matched"), std::string::npos);
+    EXPECT_NE(output.out.find("Findings:   1\n"), std::string::npos);
+
+    ParamTest::TempFile text(std::vector<uint8_t>{'n', 'o', 't', '\n'});
+    EXPECT_EQ(RunParamctl("verify " + text.Path()).code, 2);
+}
+
+} // namespace

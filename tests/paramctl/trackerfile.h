@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: Apache-2.0
+// Tracker files: the tuning set's t2tconfigdata written by the writer in two modes, from the
+// build's schema or from one changed the way an older or newer tuning tool writes it.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+#include "tools/generator/schemaset.h"
+#include "tools/writer/definitiontablebuilder.h"
+#include "tools/writer/entryencoder.h"
+#include "tools/writer/modesectionbuilder.h"
+#include "tools/writer/symboltablebuilder.h"
+#include "tools/writer/tuningfilewriter.h"
+
+#include "paramgen/TuningSetManager.writer.h"
+
+namespace ParamCtlTest {
+
+using TuningWriter::DefinitionStructure;
+using TuningWriter::EntryValue;
+
+/// Changes the file's schema (the top structure is named "T2TCtrlType") before anything is
+/// written with it; the instances' values go through the changed schema.
+using SchemaEdit = std::function<void(std::vector<DefinitionStructure>&)>;
+
+/// What a tracker file is written with.
+struct TrackerOptions
+{
+    SchemaEdit edit;
+    TuningWriter::FileVersion moduleVersion{1, 0, 0};
+    /// A member the build does not know, written into both instances (with the edit adding it).
+    EntryValue const* extraValue = nullptr;
+    char const* extraName = "";
+};
+
+/// The file: t2tconfigdata in Default (operationMode 1, downscaleRatio 0.5, confidenceThreshold
+/// 60) and in Default|Sensor.0 (2, 0.25, 75), with the file's schema and a mode table "rear".
+inline std::vector<uint8_t> TrackerFile(TrackerOptions const& options = {})
+{
+    TuningWriter::FileVersion const version{7, 0, 0};
+    TuningWriter::InstanceSchema const* instance =
+        ParamSchema::TuningSetManager::Instances().Find("t2tconfigdata");
+    TuningWriter::SchemaSet set;
+    uint32_t const top = instance->Describe(set);
+    std::vector<DefinitionStructure> structures = set.Structures();
+    if (options.edit)
+        options.edit(structures);
+
+    TuningWriter::SymbolTableBuilder symbols(version);
+    TuningWriter::EntryEncoder encoder(version, structures, symbols);
+    TuningWriter::ModeSectionBuilder modes(0, "rear");
+    struct Values
+    {
+        char const* mode;
+        uint64_t operationMode;
+        double downscaleRatio;
+        uint64_t confidenceThreshold;
+    } const instances[] = {{"Default", 1, 0.5, 60}, {"Default|Sensor.0", 2, 0.25, 75}};
+    for (Values const& values : instances) {
+        EntryValue value = EntryValue::Struct(
+            {{"module_version", EntryValue::Struct({{"major_revision", EntryValue::Int(1)}})},
+             {"operationMode", EntryValue::UInt(values.operationMode)},
+             {"downscaleRatio", EntryValue::Real(values.downscaleRatio)},
+             {"confidenceThreshold", EntryValue::UInt(values.confidenceThreshold)}});
+        if (options.extraValue != nullptr)
+            value.Set(options.extraName, *options.extraValue);
+        TuningWriter::ModuleEntry entry;
+        entry.name = instance->instanceName;
+        entry.moduleVersion = options.moduleVersion;
+        entry.modeId = modes.AddPath(values.mode);
+        entry.data = encoder.Encode(top, &value);
+        symbols.AddModule(std::move(entry));
+    }
+    TuningWriter::DefinitionTableBuilder definitions;
+    definitions.AddModule(set.Module(instance->instanceName, instance->topType));
+    for (DefinitionStructure const& structure : structures)
+        definitions.AddStructure(structure);
+
+    TuningWriter::TuningFileWriter writer(version);
+    writer.SetBinaryTag("tracker");
+    symbols.AddTo(writer);
+    modes.AddTo(writer);
+    writer.AddSection(TuningWriter::SectionType::Definition, definitions.Build(writer.Alignment()));
+    return writer.Build();
+}
+
+/// The structure of the file's schema named name (the top one is "T2TCtrlType").
+inline DefinitionStructure& StructureNamed(std::vector<DefinitionStructure>& structures,
+                                           std::string const& name)
+{
+    for (DefinitionStructure& structure : structures) {
+        if (structure.name == name)
+            return structure;
+    }
+    return structures.front();
+}
+
+} // namespace ParamCtlTest
