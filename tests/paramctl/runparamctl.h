@@ -17,11 +17,13 @@ struct Output
     std::string out;
 };
 
-/// paramctl with arguments (shell words); stderr is dropped.
-inline Output RunParamctl(std::string const& arguments)
+/// paramctl with arguments (shell words); stderr is dropped, or with withErrors taken into out
+/// behind stdout.
+inline Output RunParamctl(std::string const& arguments, bool withErrors = false)
 {
     Output result;
-    std::string const command = std::string(PARAMCTL_PATH) + " " + arguments + " 2>/dev/null";
+    std::string const command =
+        std::string(PARAMCTL_PATH) + " " + arguments + (withErrors ? " 2>&1" : " 2>/dev/null");
     FILE* pipe = popen(command.c_str(), "r");
     if (pipe == nullptr)
         return result;

@@ -36,7 +36,8 @@ struct TrackerOptions
 };
 
 /// The file: t2tconfigdata in Default (operationMode 1, downscaleRatio 0.5, confidenceThreshold
-/// 60) and in Default|Sensor.0 (2, 0.25, 75), with the file's schema and a mode table "rear".
+/// 60) and in Default|Sensor.0 (2, 0.25, 75), with the file's schema and a mode table "rear",
+/// long enough to be loaded from disk.
 inline std::vector<uint8_t> TrackerFile(TrackerOptions const& options = {})
 {
     TuningWriter::FileVersion const version{7, 0, 0};
@@ -79,7 +80,7 @@ inline std::vector<uint8_t> TrackerFile(TrackerOptions const& options = {})
         definitions.AddStructure(structure);
 
     TuningWriter::TuningFileWriter writer(version);
-    writer.SetBinaryTag("tracker");
+    writer.SetBinaryTag("tracker").SetMinimumFileSize(TuningWriter::FileModeWindow);
     symbols.AddTo(writer);
     modes.AddTo(writer);
     writer.AddSection(TuningWriter::SectionType::Definition, definitions.Build(writer.Alignment()));

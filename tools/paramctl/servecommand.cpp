@@ -9,13 +9,18 @@
 #include <cstring>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <unistd.h>
 
 #include "parameterparser/livetuning/knobbyhandler.h"
+#include "parameterparser/livetuning/parameterknobbyworker.h"
 #include "parameterparser/parametersetmanager.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
+#include "tools/paramctl/inputfile.h"
+#include "tools/paramctl/printable.h"
+#include "tools/paramctl/tunedfile.h"
 
 #include "paramgen/TuningSetManager.h"
 
@@ -24,7 +29,7 @@ namespace ParamCtl {
 namespace {
 
 constexpr char ServeUsage[] =
-    "usage: paramctl serve [--port N] [--bind ADDRESS] FILE\n"
+    "usage: paramctl serve [--port N] [--bind ADDRESS] [--save-to OUT] FILE\n"
     "\n"
     "Loads FILE into a TuningSetManager, which knows every module of the tuning set and starts\n"
     "the live tuning server, and serves it until SIGINT or SIGTERM. Prints \"listening on port\n"
@@ -35,11 +40,16 @@ constexpr char ServeUsage[] =
     "SIGHUP reloads FILE from disk and prints the outcome. A demo publisher\n"
     "updates control values 1 (frame count), 2 (a slow sine) and 3 (an exposure time) five\n"
     "times a second; trigger requests are answered with sample values for two instances; custom\n"
-    "commands are echoed back. Talk to it with 'paramctl client'.\n";
+    "commands are echoed back. Talk to it with 'paramctl client'.\n"
+    "--save-to OUT writes FILE with every value changed over the socket to OUT on SIGUSR1 and\n"
+    "on exit: each in the file's own encoding of its member, every other byte as it was, the\n"
+    "checksum recomputed; OUT is replaced whole or not at all. A change the file cannot hold\n"
+    "is named on stderr and left out. After a reload the values are those of the new FILE.\n";
 
 // Set from the signal handlers; the main loop polls them.
 volatile std::sig_atomic_t g_stopRequested = 0;
 volatile std::sig_atomic_t g_reloadRequested = 0;
+volatile std::sig_atomic_t g_saveRequested = 0;
 
 void RequestStop(int)
 {
@@ -49,6 +59,11 @@ void RequestStop(int)
 void RequestReload(int)
 {
     g_reloadRequested = 1;
+}
+
+void RequestSave(int)
+{
+    g_saveRequested = 1;
 }
 
 /// The tuning set's manager, stopping its live tuning server before anything of it is destroyed:
@@ -61,6 +76,30 @@ public:
 
     ServeSetManager(ServeSetManager const&) = delete;
     ServeSetManager& operator=(ServeSetManager const&) = delete;
+
+    /// Writes FILE (original, the bytes loaded) with the values live tuning changed to path,
+    /// reading the modules while the command thread is held off them. Says what it did.
+    void SaveTuned(std::vector<unsigned char> const& original, std::string const& path)
+    {
+        std::vector<unsigned char> bytes = original;
+        TunedChanges changes;
+        std::string reason;
+        if (m_knobbyWorker != nullptr)
+            m_knobbyWorker->Pause();
+        bool const tuned = TuneFile(bytes, *this, changes, reason);
+        if (m_knobbyWorker != nullptr)
+            m_knobbyWorker->Resume();
+        for (std::string const& refused : changes.refused)
+            std::fprintf(stderr, "paramctl serve: not saved, the file cannot hold %s\n",
+                         Printable(refused).c_str());
+        if (!tuned || !WriteFileAtomically(path, bytes, reason))
+            std::fprintf(stderr, "paramctl serve: cannot save to %s: %s\n", Printable(path).c_str(),
+                         Printable(reason).c_str());
+        else
+            std::printf("saved %u values of %u module records to %s\n", changes.values,
+                        changes.records, Printable(path).c_str());
+        std::fflush(stdout);
+    }
 };
 
 /// Answers trigger requests at once with two instances of sample values, and echoes custom
@@ -103,7 +142,7 @@ private:
 
 int RunServe(int argc, char** argv)
 {
-    CommandLine line({}, {"--port", "--bind"});
+    CommandLine line({}, {"--port", "--bind", "--save-to"});
     if (!line.Parse(argc, argv)) {
         std::fprintf(stderr, "paramctl serve: %s\n%s", line.Error().c_str(), ServeUsage);
         return ExitUsage;
@@ -131,6 +170,8 @@ int RunServe(int argc, char** argv)
     sigaction(SIGTERM, &action, nullptr);
     action.sa_handler = RequestReload;
     sigaction(SIGHUP, &action, nullptr);
+    action.sa_handler = RequestSave;
+    sigaction(SIGUSR1, &action, nullptr);
 
     // Declared before the manager so that it is destroyed after it: the manager's destructor
     // stops the command thread, which calls the handler until then.
@@ -162,6 +203,14 @@ int RunServe(int argc, char** argv)
         std::fprintf(stderr, "paramctl serve: no port could be bound\n");
         return ExitFailure;
     }
+    std::string const saveTo = line.Value("--save-to");
+    // What live tuning started from: the values saved are those that differ from it.
+    std::vector<unsigned char> original;
+    std::string reason;
+    if (!saveTo.empty() && !ReadInputFile(path, original, reason)) {
+        std::fprintf(stderr, "paramctl serve: %s: %s\n", Printable(path).c_str(), reason.c_str());
+        return ExitFailure;
+    }
     std::printf("listening on port %u\n", static_cast<unsigned int>(listening));
     std::fflush(stdout);
 
@@ -180,19 +229,29 @@ int RunServe(int argc, char** argv)
     while (g_stopRequested == 0) {
         if (g_reloadRequested != 0) {
             g_reloadRequested = 0;
-            if (manager.ReloadBinaryParameters(false))
+            if (manager.ReloadBinaryParameters(false)) {
                 std::printf("reloaded %s: tag %s, listening on port %u\n", path.c_str(),
                             manager.GetBinaryTag() != nullptr ? manager.GetBinaryTag() : "",
                             static_cast<unsigned int>(manager.GetKnobbyPort()));
-            else
+                if (!saveTo.empty() && !ReadInputFile(path, original, reason))
+                    std::fprintf(stderr, "paramctl serve: %s: %s\n", Printable(path).c_str(),
+                                 reason.c_str());
+            } else
                 std::fprintf(stderr, "paramctl serve: reload of %s failed: %s\n", path.c_str(),
                              manager.GetErrorString());
             std::fflush(stdout);
+        }
+        if (g_saveRequested != 0) {
+            g_saveRequested = 0;
+            if (!saveTo.empty())
+                manager.SaveTuned(original, saveTo);
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
     stop = true;
     publisher.join();
+    if (!saveTo.empty())
+        manager.SaveTuned(original, saveTo);
     std::printf("stopping\n");
     std::fflush(stdout);
     return ExitSuccess;

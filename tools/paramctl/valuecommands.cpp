@@ -12,10 +12,12 @@
 #include "parameterparser/parametervaluepath.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
+#include "tools/paramctl/inputfile.h"
 #include "tools/paramctl/jsonoutput.h"
 #include "tools/paramctl/loadedfile.h"
 #include "tools/paramctl/modepath.h"
 #include "tools/paramctl/printable.h"
+#include "tools/paramctl/tunedfile.h"
 #include "tools/writer/numbertext.h"
 
 namespace ParamCtl {
@@ -36,13 +38,17 @@ constexpr char GetUsage[] =
     "Prints \"# mode BRANCH\" (the branch resolved), then one \"name=value\" a line.\n";
 
 constexpr char SetUsage[] =
-    "usage: paramctl set [--json] [--table N] [--lenient] FILE MODEPATH VARIABLE NAME=VALUE...\n"
+    "usage: paramctl set [--json] [--table N] [--lenient] [-o OUT] FILE MODEPATH VARIABLE\n"
+    "                    NAME=VALUE...\n"
     "\n"
     "Sets members NAME below VARIABLE in the mode branch MODEPATH (see 'paramctl get --help'),\n"
-    "in memory only: FILE is not written. An array takes a comma list, or one element with\n"
+    "in memory; FILE is never written. An array takes a comma list, or one element with\n"
     "NAME[i]. Each value must suit its member's type, by the rule 'paramctl pack' applies:\n"
     "integers in decimal or 0x hexadecimal within range, floating point values finite and\n"
-    "within range. Prints the branch resolved and the members read back after the change.\n";
+    "within range. Prints the branch resolved and the members read back after the change.\n"
+    "-o OUT writes FILE with the changed values to OUT: each in the file's own encoding of its\n"
+    "member, every other byte as it was, the checksum recomputed. A change the file cannot\n"
+    "hold (a member its schema lacks, a value outside the file's type) writes nothing.\n";
 
 constexpr char DumpUsage[] =
     "usage: paramctl dump [--json] [--table N] [--mode PATH] [--lenient] [--module NAME] FILE\n"
@@ -132,8 +138,9 @@ Items SplitItems(std::string const& text)
     return items;
 }
 
+/// saved: what set -o wrote, shown in the JSON document; null when nothing was written.
 void PrintItems(std::string const& variable, unsigned char table, ResolvedMode const& mode,
-                Items const& items, bool json)
+                Items const& items, bool json, Json saved = nullptr)
 {
     if (!json) {
         std::printf("# mode %s\n", mode.named.c_str());
@@ -144,10 +151,13 @@ void PrintItems(std::string const& variable, unsigned char table, ResolvedMode c
     Json values = Json::object();
     for (auto const& [name, value] : items)
         values[Printable(name)] = Printable(value);
-    PrintJson({{"variable", Printable(variable)},
-               {"table", table},
-               {"mode", mode.named},
-               {"values", std::move(values)}});
+    Json document = {{"variable", Printable(variable)},
+                     {"table", table},
+                     {"mode", mode.named},
+                     {"values", std::move(values)}};
+    if (!saved.is_null())
+        document["saved"] = std::move(saved);
+    PrintJson(document);
 }
 
 /// One level of a module's value tree.
@@ -385,9 +395,41 @@ int RunGet(int argc, char** argv)
     return LoadedExit(loaded, "get");
 }
 
+namespace {
+
+/// Writes the file of loaded, with what its manager now holds, to out, and tells what in saved.
+/// False after saying why.
+bool SaveSet(LoadedFile& loaded, std::string const& out, Json& saved)
+{
+    char const* path = loaded.path.c_str();
+    std::vector<unsigned char> bytes;
+    std::string reason;
+    TunedChanges changes;
+    if (!ReadInputFile(loaded.path, bytes, reason) ||
+        !TuneFile(bytes, loaded.manager, changes, reason)) {
+        std::fprintf(stderr, "paramctl set: %s: cannot save the changes: %s\n",
+                     Printable(path).c_str(), Printable(reason).c_str());
+        return false;
+    }
+    for (std::string const& refused : changes.refused)
+        std::fprintf(stderr, "paramctl set: %s: the file cannot hold %s\n", Printable(path).c_str(),
+                     Printable(refused).c_str());
+    if (!changes.refused.empty())
+        return false;
+    if (!WriteFileAtomically(out, bytes, reason)) {
+        std::fprintf(stderr, "paramctl set: cannot write %s: %s\n", Printable(out).c_str(),
+                     reason.c_str());
+        return false;
+    }
+    saved = {{"file", Printable(out)}, {"values", changes.values}};
+    return true;
+}
+
+} // namespace
+
 int RunSet(int argc, char** argv)
 {
-    CommandLine line({"--json", "--lenient"}, {"--table"});
+    CommandLine line({"--json", "--lenient"}, {"--table", "-o"});
     ValueOptions options;
     int const code = ParseValueLine(line, argc, argv, "set", SetUsage, 4, 1024, options);
     if (code >= 0)
@@ -438,7 +480,13 @@ int RunSet(int argc, char** argv)
                      Printable(path).c_str());
         return ExitFailure;
     }
-    PrintItems(variable, options.table, mode, items, options.json);
+    Json saved;
+    if (line.Has("-o") && !SaveSet(loaded, line.Value("-o"), saved))
+        return ExitFailure;
+    PrintItems(variable, options.table, mode, items, options.json, saved);
+    if (!options.json && !saved.is_null())
+        std::printf("# saved %u values to %s\n", saved["values"].get<unsigned int>(),
+                    Printable(line.Value("-o")).c_str());
     return LoadedExit(loaded, "set");
 }
 

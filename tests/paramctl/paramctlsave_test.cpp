@@ -1,0 +1,222 @@
+// SPDX-License-Identifier: Apache-2.0
+// Tuned values saved to a new file, by paramctl set -o and by paramctl serve --save-to: the
+// values changed are written in the file's own encoding, every other byte stays, and what the
+// file cannot hold writes nothing.
+#include <chrono>
+#include <csignal>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "tests/common/tempfile.h"
+#include "tests/paramctl/runparamctl.h"
+#include "tests/paramctl/trackerfile.h"
+
+extern char** environ;
+
+namespace {
+
+using ParamCtlTest::DefinitionStructure;
+using ParamCtlTest::EntryValue;
+using ParamCtlTest::ReadBytes;
+using ParamCtlTest::RunParamctl;
+using ParamCtlTest::StructureNamed;
+using ParamCtlTest::TrackerFile;
+using ParamCtlTest::TrackerOptions;
+using TuningWriter::DefinitionElement;
+using TuningWriter::ElementType;
+
+constexpr size_t ChecksumSize = 8; // the files are of version 7.0.0
+
+/// Offsets, outside the checksum, at which two files of one length differ.
+std::vector<size_t> DifferingBytes(std::vector<uint8_t> const& a, std::vector<uint8_t> const& b)
+{
+    std::vector<size_t> offsets;
+    for (size_t i = 0; i + ChecksumSize < a.size() && i < b.size(); ++i) {
+        if (a[i] != b[i])
+            offsets.push_back(i);
+    }
+    return offsets;
+}
+
+std::string ReadBack(std::string const& path, char const* mode)
+{
+    return RunParamctl("get " + path + " '" + mode +
+                       "' t2tconfigdata operationMode,downscaleRatio,confidenceThreshold")
+        .out;
+}
+
+DefinitionElement& ElementNamed(DefinitionStructure& structure, std::string const& member)
+{
+    for (DefinitionElement& element : structure.elements) {
+        if (element.name == member)
+            return element;
+    }
+    ADD_FAILURE() << "no member " << member;
+    return structure.elements.front();
+}
+
+struct SaveCase
+{
+    char const* name;
+    TrackerOptions options;
+    char const* changes;
+    int code;
+    char const* sensorValues; ///< Default|Sensor.0 read back from the saved file
+    size_t changedBytes;      ///< bytes of the values changed, in the file's encoding
+    char const* error;
+};
+
+TEST(ParamctlSaveTest, SetWritesOnlyTheChangedValuesInTheFilesEncoding)
+{
+    DefinitionElement added;
+    added.name = "addedGain";
+    added.type = ElementType::Float;
+    EntryValue const addedValue = EntryValue::Real(3.5);
+    // The file a newer tool wrote: a member the build does not know ahead of the others, and
+    // operationMode two bytes wide.
+    TrackerOptions const newer{[&](std::vector<DefinitionStructure>& s) {
+                                   DefinitionStructure& top = StructureNamed(s, "T2TCtrlType");
+                                   top.elements.insert(top.elements.begin(), added);
+                                   ElementNamed(top, "operationMode").type = ElementType::UInt16;
+                               },
+                               {1, 0, 0},
+                               &addedValue,
+                               "addedGain"};
+    TrackerOptions const older{[](std::vector<DefinitionStructure>& s) {
+        auto& elements = StructureNamed(s, "T2TCtrlType").elements;
+        elements.erase(elements.begin() + elements.size() - 1); // confidenceThreshold
+    }};
+    std::vector<SaveCase> const cases = {
+        {"same schema",
+         {},
+         "confidenceThreshold=99 downscaleRatio=0.125",
+         0,
+         "operationMode=2\ndownscaleRatio=0.125\nconfidenceThreshold=99\n",
+         8,
+         ""},
+        {"newer file", newer, "operationMode=7", 0,
+         "operationMode=7\ndownscaleRatio=0.25\nconfidenceThreshold=75\n", 2, ""},
+        {"value outside the file's type", newer, "operationMode=70000", 1, "", 0,
+         "t2tconfigdata in Default|Sensor.0: operationMode: in the file's type, '70000' is "
+         "outside UInt16 (0 to 65535)"},
+        {"member the file lacks", older, "confidenceThreshold=5", 1, "", 0,
+         "t2tconfigdata in Default|Sensor.0: confidenceThreshold: not in the file's schema"},
+    };
+    for (SaveCase const& test : cases) {
+        SCOPED_TRACE(test.name);
+        std::vector<uint8_t> const bytes = TrackerFile(test.options);
+        ParamTest::TempFile input(bytes);
+        ParamTest::TempFile output;
+        ParamCtlTest::Output const set =
+            RunParamctl("set -o " + output.Path() + " " + input.Path() +
+                            " 'Default|Sensor.0' t2tconfigdata " + test.changes,
+                        true);
+        EXPECT_EQ(set.code, test.code) << set.out;
+        EXPECT_NE(set.out.find(test.error), std::string::npos) << set.out;
+        std::vector<uint8_t> const saved = ReadBytes(output.Path());
+        EXPECT_EQ(ReadBytes(input.Path()), bytes);
+        if (test.code != 0) {
+            EXPECT_TRUE(saved.empty());
+            continue;
+        }
+        ASSERT_EQ(saved.size(), bytes.size());
+        std::vector<size_t> const changed = DifferingBytes(bytes, saved);
+        ASSERT_FALSE(changed.empty());
+        EXPECT_LE(changed.size(), test.changedBytes);
+        EXPECT_EQ(ReadBack(output.Path(), "Default|Sensor.0"),
+                  std::string("# mode Default|Sensor.0\n") + test.sensorValues);
+        EXPECT_EQ(ReadBack(output.Path(), "Default"), ReadBack(input.Path(), "Default"));
+        EXPECT_EQ(RunParamctl("verify " + output.Path()).code, test.options.edit ? 1 : 0);
+    }
+}
+
+/// A port on 127.0.0.1 that was free a moment ago.
+unsigned short FreeLoopbackPort()
+{
+    int const probe = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof(address);
+    unsigned short port = 0;
+    if (bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 &&
+        getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length) == 0)
+        port = ntohs(address.sin_port);
+    close(probe);
+    return port;
+}
+
+/// Polls condition every 50 ms for at most ten seconds.
+template <typename Condition> bool WaitFor(Condition condition)
+{
+    for (int i = 0; i < 200; ++i) {
+        if (condition())
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return false;
+}
+
+std::string TextOf(std::string const& path)
+{
+    std::vector<uint8_t> const bytes = ReadBytes(path);
+    return std::string(bytes.begin(), bytes.end());
+}
+
+TEST(ParamctlSaveTest, ServeSavesWhatWasTunedOnSignalAndOnExit)
+{
+    ParamTest::TempFile input(TrackerFile());
+    ParamTest::TempFile output;
+    ParamTest::TempFile log;
+    unsigned short const port = FreeLoopbackPort();
+    ASSERT_NE(port, 0);
+    std::string const command = std::string("exec ") + PARAMCTL_PATH +
+                                " serve --bind 127.0.0.1 --port " + std::to_string(port) +
+                                " --save-to " + output.Path() + " " + input.Path() + " >" +
+                                log.Path() + " 2>&1";
+    char const* const arguments[] = {"sh", "-c", command.c_str(), nullptr};
+    pid_t server = 0;
+    ASSERT_EQ(
+        posix_spawn(&server, "/bin/sh", nullptr, nullptr, const_cast<char**>(arguments), environ),
+        0);
+    ASSERT_TRUE(WaitFor([&] { return TextOf(log.Path()).find("listening") != std::string::npos; }))
+        << TextOf(log.Path());
+    std::string const client = "client --timeout 5 127.0.0.1:" + std::to_string(port) +
+                               " set 'Default|Sensor.0:t2tconfigdata' ";
+
+    EXPECT_EQ(RunParamctl(client + "confidenceThreshold=42").code, 0);
+    kill(server, SIGUSR1);
+    EXPECT_TRUE(WaitFor([&] {
+        return TextOf(log.Path()).find("saved 1 values") != std::string::npos;
+    })) << TextOf(log.Path());
+    EXPECT_EQ(
+        ReadBack(output.Path(), "Default|Sensor.0"),
+        "# mode Default|Sensor.0\noperationMode=2\ndownscaleRatio=0.25\nconfidenceThreshold=42\n");
+
+    EXPECT_EQ(RunParamctl(client + "downscaleRatio=0.75").code, 0);
+    kill(server, SIGTERM);
+    int status = -1;
+    bool const ended = WaitFor([&] { return waitpid(server, &status, WNOHANG) == server; });
+    if (!ended) {
+        kill(server, SIGKILL);
+        waitpid(server, &status, 0);
+    }
+    ASSERT_TRUE(ended);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_EQ(
+        ReadBack(output.Path(), "Default|Sensor.0"),
+        "# mode Default|Sensor.0\noperationMode=2\ndownscaleRatio=0.75\nconfidenceThreshold=42\n");
+    EXPECT_EQ(ReadBack(output.Path(), "Default"), ReadBack(input.Path(), "Default"));
+}
+
+} // namespace
