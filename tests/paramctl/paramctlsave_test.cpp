@@ -73,7 +73,7 @@ struct SaveCase
     int code;
     char const* sensorValues; ///< Default|Sensor.0 read back from the saved file
     size_t changedBytes;      ///< bytes of the values changed, in the file's encoding
-    char const* error;
+    char const* error;        ///< for a refusal; what diff shows of the saved file otherwise
 };
 
 TEST(ParamctlSaveTest, SetWritesOnlyTheChangedValuesInTheFilesEncoding)
@@ -103,9 +103,11 @@ TEST(ParamctlSaveTest, SetWritesOnlyTheChangedValuesInTheFilesEncoding)
          0,
          "operationMode=2\ndownscaleRatio=0.125\nconfidenceThreshold=99\n",
          8,
-         ""},
+         "t2tconfigdata in Default|Sensor.0 (table 0): confidenceThreshold: 75 -> 99\n"
+         "t2tconfigdata in Default|Sensor.0 (table 0): downscaleRatio: 0.25 -> 0.125\n"},
         {"newer file", newer, "operationMode=7", 0,
-         "operationMode=7\ndownscaleRatio=0.25\nconfidenceThreshold=75\n", 2, ""},
+         "operationMode=7\ndownscaleRatio=0.25\nconfidenceThreshold=75\n", 2,
+         "t2tconfigdata in Default|Sensor.0 (table 0): operationMode: 2 -> 7\n"},
         {"value outside the file's type", newer, "operationMode=70000", 1, "", 0,
          "t2tconfigdata in Default|Sensor.0: operationMode: in the file's type, '70000' is "
          "outside UInt16 (0 to 65535)"},
@@ -122,13 +124,16 @@ TEST(ParamctlSaveTest, SetWritesOnlyTheChangedValuesInTheFilesEncoding)
                             " 'Default|Sensor.0' t2tconfigdata " + test.changes,
                         true);
         EXPECT_EQ(set.code, test.code) << set.out;
-        EXPECT_NE(set.out.find(test.error), std::string::npos) << set.out;
         std::vector<uint8_t> const saved = ReadBytes(output.Path());
         EXPECT_EQ(ReadBytes(input.Path()), bytes);
         if (test.code != 0) {
+            EXPECT_NE(set.out.find(test.error), std::string::npos) << set.out;
             EXPECT_TRUE(saved.empty());
             continue;
         }
+        ParamCtlTest::Output const diff = RunParamctl("diff " + input.Path() + " " + output.Path());
+        EXPECT_EQ(diff.code, 1);
+        EXPECT_EQ(diff.out, test.error);
         ASSERT_EQ(saved.size(), bytes.size());
         std::vector<size_t> const changed = DifferingBytes(bytes, saved);
         ASSERT_FALSE(changed.empty());

@@ -75,6 +75,14 @@ std::vector<ModuleRecord> ModuleRecords(ToolSetManager& manager)
     return records;
 }
 
+ParameterModule* InstanceOf(ParameterSetManager& manager, ModuleData const& data)
+{
+    DefaultModule* kind = manager.GetDefaultModule(data.NameHash);
+    if (kind == nullptr || kind->module == nullptr)
+        return nullptr;
+    return kind->Find(data.DuplicateID != 0 ? data.DuplicateID : data.ID);
+}
+
 std::string VersionText(VersionUnion const& version)
 {
     return std::to_string(version.Parts.Major) + "." + std::to_string(version.Parts.Minor) + "." +

@@ -56,6 +56,10 @@ int LoadedExit(LoadedFile const& loaded, char const* command);
 /// The module records of the loaded file in symbol table order.
 std::vector<ModuleRecord> ModuleRecords(ToolSetManager& manager);
 
+/// The instance manager made for the module record data (a record that duplicates another
+/// shares its instance); null for a kind the manager does not register. Borrowed.
+ParameterModule* InstanceOf(ParameterSetManager& manager, ModuleData const& data);
+
 /// Version text "major.minor.patch".
 std::string VersionText(VersionUnion const& version);
 

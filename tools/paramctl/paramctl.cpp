@@ -24,6 +24,7 @@ struct Command
 
 constexpr Command Commands[] = {
     {"client", ParamCtl::RunClient, "talk to a live tuning server (info, modes, get, set ...)"},
+    {"diff", ParamCtl::RunDiff, "what differs between two tuning files: header, modes, values"},
     {"dump", ParamCtl::RunDump, "the whole value tree of the modules of a tuning file"},
     {"entries", ParamCtl::RunEntries, "the symbol table: module instances, modes, sizes, groups"},
     {"get", ParamCtl::RunGet, "read a module's values through a mode branch"},

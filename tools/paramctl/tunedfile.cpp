@@ -18,12 +18,11 @@
 #include "parameterparser/parameterdefinitions.h"
 #include "parameterparser/parametermemberaccess.h"
 #include "parameterparser/parametermodule.h"
-#include "parameterparser/parameterparserinfo.h"
 #include "parameterparser/parameterutilsread.h"
-#include "parameterparser/parametervaluepath.h"
 #include "tools/paramctl/filechecksum.h"
 #include "tools/paramctl/filelayout.h"
 #include "tools/paramctl/loadedfile.h"
+#include "tools/paramctl/moduleleaves.h"
 #include "tools/writer/numbertext.h"
 
 #include "paramgen/TuningSetManager.writer.h"
@@ -31,46 +30,6 @@
 namespace ParamCtl {
 
 namespace {
-
-// Schemas nest a few levels; a deeper walk means a type that holds itself.
-constexpr unsigned int MaxDepth = 32;
-constexpr unsigned int ValueLength = ParameterParserInfo::ValueLength;
-
-/// A module's numbers as value access shows them: (member path, element) to text; the element
-/// of a single value is -1.
-using Leaves = std::map<std::pair<std::string, int>, std::string>;
-
-void CollectLeaves(ParameterModule& module, std::string const& path, unsigned int depth,
-                   Leaves& leaves)
-{
-    PList<ParameterParserInfo> records;
-    if (depth > MaxDepth || !module.GetInfo(path.empty() ? nullptr : path.c_str(), records))
-        return;
-    for (unsigned int i = 0; i < records.Count(); ++i) {
-        ParameterParserInfo const& record = records[i];
-        if (record.name == nullptr)
-            continue;
-        std::string const member = path.empty() ? record.name : path + "." + record.name;
-        if (record.type == ParameterTypeNames::Structure) {
-            if (!record.isArray) {
-                CollectLeaves(module, member, depth + 1, leaves);
-                continue;
-            }
-            for (unsigned int index = 0; index < record.count; ++index)
-                CollectLeaves(module, member + "[" + std::to_string(index) + "]", depth + 1,
-                              leaves);
-        } else if (record.isArray) {
-            char text[ValueLength];
-            for (unsigned int index = 0; index < record.count; ++index) {
-                std::string const element = member + "[" + std::to_string(index) + "]";
-                if (module.GetValue(element.c_str(), text, sizeof(text)))
-                    leaves[{member, static_cast<int>(index)}] = text;
-            }
-        } else {
-            leaves[{member, -1}] = record.value;
-        }
-    }
-}
 
 /// The kind in which the file stores a number of element info, read by member's reader.
 TuningWriter::NumberKind FileKind(ParameterDefinitionElementInfo const& info,
@@ -152,15 +111,6 @@ ParameterMemberDescriptor const* MemberAt(ParameterTypeDescriptor const* type,
     return found;
 }
 
-/// The instance a manager made for a record: a record that duplicates another shares its.
-ParameterModule* InstanceOf(ParameterSetManager& manager, ModuleData const& data)
-{
-    DefaultModule* kind = manager.GetDefaultModule(data.NameHash);
-    if (kind == nullptr || kind->module == nullptr)
-        return nullptr;
-    return kind->Find(data.DuplicateID != 0 ? data.DuplicateID : data.ID);
-}
-
 } // namespace
 
 bool TuneFile(std::vector<unsigned char>& bytes, ParameterSetManager& tuned, TunedChanges& changes,
@@ -189,10 +139,8 @@ bool TuneFile(std::vector<unsigned char>& bytes, ParameterSetManager& tuned, Tun
         TuningWriter::InstanceSchema const* schema = catalogue.Find(now->moduleName);
         if (before == nullptr || schema == nullptr)
             continue;
-        Leaves nowLeaves;
-        Leaves beforeLeaves;
-        CollectLeaves(*now, "", 0, nowLeaves);
-        CollectLeaves(*before, "", 0, beforeLeaves);
+        ModuleLeaves const nowLeaves = ReadModuleLeaves(*now);
+        ModuleLeaves const beforeLeaves = ReadModuleLeaves(*before);
         std::string const where = std::string(now->moduleName) + " in " +
                                   NamedModePath(data->ModePath != nullptr ? data->ModePath : "");
         bool wrote = false;
@@ -200,8 +148,7 @@ bool TuneFile(std::vector<unsigned char>& bytes, ParameterSetManager& tuned, Tun
             auto const old = beforeLeaves.find(key);
             if (old != beforeLeaves.end() && old->second == text)
                 continue;
-            std::string const shown =
-                key.second < 0 ? key.first : key.first + "[" + std::to_string(key.second) + "]";
+            std::string const shown = LeafName(key);
             std::vector<PathStep> steps;
             NumberPlace place;
             std::string why;
