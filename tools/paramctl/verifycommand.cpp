@@ -126,6 +126,19 @@ InstanceVerdict JudgeInstance(ParameterModule const* factory, ModuleData* data)
     return verdict;
 }
 
+// A module the build lacks is named as the file's schema names it, with its hash.
+std::string NameInFile(ParameterFileSymbolTable const* schema, unsigned long nameHash)
+{
+    std::string const hash = Hex(nameHash, 16);
+    if (schema != nullptr && schema->GetDefinitionModules() != nullptr) {
+        ParameterFileSymbolTable::ModuleMap const& modules = *schema->GetDefinitionModules();
+        auto const found = modules.find(nameHash);
+        if (found != modules.end() && found->second->Name != nullptr)
+            return std::string(found->second->Name) + " (" + hash + ")";
+    }
+    return hash;
+}
+
 void JudgeModules(ToolSetManager& manager, ParameterFileSymbolTable const* schema, Verdict& verdict)
 {
     ParameterFileSymbolTable const* table = manager.GetSymbolTable();
@@ -144,7 +157,7 @@ void JudgeModules(ToolSetManager& manager, ParameterFileSymbolTable const* schem
             module = &verdict.modules.back();
             module->nameHash = data->NameHash;
             module->known = factory != nullptr;
-            module->name = module->known ? factory->moduleName : Hex(data->NameHash, 16);
+            module->name = module->known ? factory->moduleName : NameInFile(schema, data->NameHash);
             TuningWriter::InstanceSchema const* compiled =
                 module->known ? catalogue.Find(module->name) : nullptr;
             ParameterDefinitionStructure const* top =
