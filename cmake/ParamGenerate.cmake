@@ -11,8 +11,10 @@
 # concrete set manager) of the INPUTS folders goes to one generator run, which writes
 # <build>/gen/paramgen/<namespace>.{h,cpp} per namespace and <manager>.{h,cpp} and
 # <manager>.writer.{h,cpp} per manager (OUTPUT_DIR in place of <build>/gen/paramgen keeps test
-# modules out of the library's headers). The names of the outputs are asked of the generator when CMake
-# configures; a family file is a configure dependency, since its versions name the outputs.
+# modules out of the library's headers). The namespaces' sources are compiled in units of about
+# 16 (paramgen_unit_<n>.cpp), so that the framework headers are parsed once per unit. The names
+# of the outputs and their roles are asked of the generator when CMake configures; a family file
+# is a configure dependency, since its versions name the outputs.
 # The run depends on the generator's sources, the inputs and, through a depfile, the schemas of
 # the SEARCH folders that the inputs use. The generator rewrites only files whose text changes,
 # and Ninja's restat then rebuilds only what includes those. LIBRARY_SOURCES receives the library
@@ -63,18 +65,22 @@ function(param_generate)
     if(NOT result EQUAL 0)
         message(FATAL_ERROR "The module generator cannot name its outputs:\n${message}")
     endif()
-    string(REGEX REPLACE "\n$" "" names "${names}")
-    string(REPLACE "\n" ";" names "${names}")
+    string(REGEX REPLACE "\n$" "" lines "${names}")
+    string(REPLACE "\n" ";" lines "${lines}")
 
+    # Each line is ROLE NAME: a library or writer translation unit, or a file that units include.
     set(outputs)
     set(library_sources)
     set(writer_sources)
-    foreach(name IN LISTS names)
+    foreach(line IN LISTS lines)
+        string(REPLACE " " ";" line "${line}")
+        list(GET line 0 role)
+        list(GET line 1 name)
         set(output ${ARG_OUTPUT_DIR}/${name})
         list(APPEND outputs ${output})
-        if(name MATCHES "\\.writer\\.cpp$")
+        if(role STREQUAL "writer")
             list(APPEND writer_sources ${output})
-        elseif(name MATCHES "\\.cpp$")
+        elseif(role STREQUAL "library")
             list(APPEND library_sources ${output})
         endif()
     endforeach()

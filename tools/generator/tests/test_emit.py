@@ -33,6 +33,19 @@ class EmitTest(GoldenTest, unittest.TestCase):
         self.assertIn("static_assert(ParameterModuleLayoutVersion == %d,"
                       % emitcpp.LAYOUT_VERSION, outputs["goldensample.h"])
 
+    def test_units_hold_each_namespace_once_and_keep_it_when_others_come(self):
+        names = ["ns%03d" % index for index in range(470)]
+        before = paramgen_cli.units(names)
+        self.assertEqual(sorted(n for members in before.values() for n in members), names)
+        self.assertLessEqual(len(before), 30)
+        self.assertGreater(len(before), 20)
+        after = paramgen_cli.units(names + ["added"])
+        moved = [unit for unit in after if after[unit] != before.get(unit)]
+        self.assertEqual(len(moved), 1)
+        self.assertIn("added", after[moved[0]])
+        self.assertEqual(paramgen_cli.unit_source(["a", "b"]).splitlines()[-2:],
+                         ['#include "paramgen/a.cpp"', '#include "paramgen/b.cpp"'])
+
 
 if __name__ == "__main__":
     main(generate)
