@@ -4,6 +4,7 @@ per run, with the namespaces it uses."""
 
 import os
 
+from paramgen.exposure import expand_forms
 from paramgen.family import expand, load_dimensions, parse_family
 from paramgen.schema import SchemaError, numbered, parse_lines, resolve
 from paramgen.shape import control_var_type, nest_levels
@@ -131,7 +132,7 @@ class Catalogue:
             if found is None:
                 raise SchemaError("%s: no schema for namespace '%s'" % (user or "paramgen", name))
             path, lines = found
-        namespace = parse_lines(path, lines)
+        namespace = parse_lines(path, expand_forms(path, lines))
         if namespace.name != name:
             raise SchemaError("%s: the table of namespace %s must be called %s.schema"
                               % (path, namespace.name, namespace.name))
