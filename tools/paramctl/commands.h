@@ -2,6 +2,8 @@
 // The paramctl commands: each takes the arguments behind its name and returns an exit code.
 #pragma once
 
+#include <string>
+
 namespace ParamCtl {
 
 int RunClient(int argc, char** argv);
@@ -15,5 +17,10 @@ int RunPack(int argc, char** argv);
 int RunServe(int argc, char** argv);
 int RunSet(int argc, char** argv);
 int RunVerify(int argc, char** argv);
+
+/// dump --json without a mode or module: the whole file as one document.
+int DumpDocument(std::string const& path);
+/// pack --json: the file a document describes.
+int PackDocument(std::string const& input, std::string const& output);
 
 } // namespace ParamCtl

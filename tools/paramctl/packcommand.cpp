@@ -23,19 +23,25 @@ namespace {
 
 constexpr char PackUsage[] =
     "usage: paramctl pack DESCRIPTION -o OUTPUT\n"
+    "       paramctl pack --json DOCUMENT -o OUTPUT\n"
     "\n"
     "Writes the binary tuning file described by the text file DESCRIPTION (version, tags,\n"
     "structures, members and modules, or module instances of the set managers with their\n"
     "values; see examples/sample.tuning) to OUTPUT. Every value is checked against its\n"
     "member's type: integers in decimal or 0x hexadecimal within the type's range, floating\n"
     "point values finite and within range; nothing is wrapped or cut. Versions above 7.0.0,\n"
-    "an instance given twice in one mode and texts longer than their field are refused.\n";
+    "an instance given twice in one mode and texts longer than their field are refused.\n"
+    "\n"
+    "--json writes the file that DOCUMENT, a document of 'paramctl dump --json', describes:\n"
+    "the very bytes of the file dumped, or, after edits of values, array lengths or mode\n"
+    "entries, a file with its sizes, counts and checksum recomputed. A value that does not\n"
+    "fit its member is refused with the member's path.\n";
 
 } // namespace
 
 int RunPack(int argc, char** argv)
 {
-    CommandLine line({}, {"-o", "--output"});
+    CommandLine line({"--json"}, {"-o", "--output"});
     if (!line.Parse(argc, argv)) {
         std::fprintf(stderr, "paramctl pack: %s\n%s", line.Error().c_str(), PackUsage);
         return ExitUsage;
@@ -49,6 +55,9 @@ int RunPack(int argc, char** argv)
         std::fputs(PackUsage, stderr);
         return ExitUsage;
     }
+
+    if (line.Has("--json"))
+        return PackDocument(line.Operands()[0], output);
 
     // Instances may be of any of the shipped set managers.
     TuningWriter::TuningDescription description(

@@ -2,6 +2,7 @@
 // Printable: escaping control characters and invalid UTF-8.
 #include "tools/paramctl/printable.h"
 
+#include <cctype>
 #include <cstdio>
 
 namespace ParamCtl {
@@ -77,6 +78,36 @@ std::string Printable(std::string const& text)
         }
     }
     return out;
+}
+
+bool FromPrintable(std::string const& text, std::string& bytes)
+{
+    bytes.clear();
+    bytes.reserve(text.size());
+    for (size_t at = 0; at < text.size(); ++at) {
+        if (text[at] != '\\') {
+            bytes += text[at];
+            continue;
+        }
+        if (at + 1 < text.size() && text[at + 1] == '\\') {
+            bytes += '\\';
+            ++at;
+            continue;
+        }
+        if (at + 3 >= text.size() || text[at + 1] != 'x')
+            return false;
+        unsigned int byte = 0;
+        for (size_t i = at + 2; i < at + 4; ++i) {
+            auto const digit = static_cast<unsigned char>(text[i]);
+            if (!std::isxdigit(digit))
+                return false;
+            byte = byte * 16 + static_cast<unsigned int>(
+                                   std::isdigit(digit) ? digit - '0' : (digit | 0x20) - 'a' + 10);
+        }
+        bytes += static_cast<char>(byte);
+        at += 3;
+    }
+    return true;
 }
 
 } // namespace ParamCtl

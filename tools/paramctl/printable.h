@@ -12,4 +12,8 @@ namespace ParamCtl {
 /// original bytes can be read back from it.
 std::string Printable(std::string const& text);
 
+/// The bytes that Printable(bytes) == text stands for: "\\" is a backslash, "\xNN" the byte NN,
+/// anything else itself. False for a backslash followed by anything else.
+[[nodiscard]] bool FromPrintable(std::string const& text, std::string& bytes);
+
 } // namespace ParamCtl

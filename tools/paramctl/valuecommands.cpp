@@ -57,7 +57,13 @@ constexpr char DumpUsage[] =
     "read in the mode that holds it; with --mode every module instance of the file is read\n"
     "through that branch (the deepest mode holding it wins), in mode table N; its steps are\n"
     "checked as 'paramctl get' checks them. --module keeps only the named instance. Modules\n"
-    "without value access show no values.\n";
+    "without value access show no values.\n"
+    "\n"
+    "--json alone prints the whole file as one document, read by the schema the file carries\n"
+    "(no compiled module needed): header, sections, definitions, mode tables and trees, symbol\n"
+    "and data tables, and every module instance's values under its mode path. The shape is\n"
+    "tools/paramctl/tuningfile.schema.json; 'paramctl pack --json' writes the file back.\n"
+    "Exits 1, after the document, when the file has problems (listed in \"problems\").\n";
 
 // Room for the text of a whole structure read.
 constexpr unsigned int ResultLength = 1 << 20;
@@ -497,6 +503,8 @@ int RunDump(int argc, char** argv)
     int const code = ParseValueLine(line, argc, argv, "dump", DumpUsage, 1, 1, options);
     if (code >= 0)
         return code;
+    if (options.json && !line.Has("--mode") && !line.Has("--module"))
+        return DumpDocument(line.Operands()[0]);
     LoadedFile loaded;
     if (!OpenLoadedFile(line.Operands()[0], "dump", loaded))
         return ExitFailure;

@@ -129,7 +129,81 @@ void PutRecord(ByteSink& sink, DefinitionRawKind const& raw)
     sink.PutU8(raw.kind);
 }
 
+struct TypeName
+{
+    char const* name;
+    ElementType type;
+};
+
+constexpr TypeName TypeNames[] = {
+    {"Int8", ElementType::Int8},         {"UInt8", ElementType::UInt8},
+    {"Int16", ElementType::Int16},       {"UInt16", ElementType::UInt16},
+    {"Int32", ElementType::Int32},       {"UInt32", ElementType::UInt32},
+    {"Int64", ElementType::Int64},       {"UInt64", ElementType::UInt64},
+    {"Float", ElementType::Float},       {"Double", ElementType::Double},
+    {"ByteLike", ElementType::ByteLike}, {"ShortLike", ElementType::ShortLike},
+    {"UIntLike", ElementType::UIntLike}, {"LongLike", ElementType::LongLike},
+    {"IntLike", ElementType::IntLike},   {"UIntLike2", ElementType::UIntLike2},
+    {"String", ElementType::String},
+};
+
 } // namespace
+
+bool IsText(ElementType type)
+{
+    return static_cast<uint8_t>(type) >= static_cast<uint8_t>(ElementType::String);
+}
+
+unsigned int NumberWidth(ElementType type)
+{
+    switch (type) {
+    case ElementType::Int8:
+    case ElementType::UInt8:
+    case ElementType::ByteLike:
+        return 1;
+    case ElementType::Int16:
+    case ElementType::UInt16:
+    case ElementType::ShortLike:
+        return 2;
+    case ElementType::Int64:
+    case ElementType::UInt64:
+    case ElementType::Double:
+    case ElementType::LongLike:
+        return 8;
+    default:
+        return 4;
+    }
+}
+
+ElementForm FormOf(DefinitionElement const& element)
+{
+    if (element.minCount >= 2 && element.maxCount == element.minCount)
+        return ElementForm::Fixed;
+    if ((element.minCount == 0 && element.maxCount != 0) ||
+        (element.minCount >= 1 && element.maxCount >= 2))
+        return ElementForm::Counted;
+    return ElementForm::Single;
+}
+
+char const* ElementTypeName(ElementType type)
+{
+    for (TypeName const& candidate : TypeNames) {
+        if (candidate.type == type)
+            return candidate.name;
+    }
+    return nullptr;
+}
+
+bool ElementTypeOfName(std::string const& name, ElementType& type)
+{
+    for (TypeName const& candidate : TypeNames) {
+        if (name == candidate.name) {
+            type = candidate.type;
+            return true;
+        }
+    }
+    return false;
+}
 
 DefinitionTableBuilder& DefinitionTableBuilder::AddModule(DefinitionModule module)
 {

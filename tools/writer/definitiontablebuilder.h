@@ -33,8 +33,30 @@ enum class ElementType : uint8_t
     String = 24,
 };
 
+/// The name of a type code ("Int8" ... "Double", "ByteLike", "ShortLike", "UIntLike",
+/// "LongLike", "IntLike", "UIntLike2", "String"); null for Structure and codes without a name.
+char const* ElementTypeName(ElementType type);
+
+/// The type code of such a name; false for any other text.
+[[nodiscard]] bool ElementTypeOfName(std::string const& name, ElementType& type);
+
 /// Element flag bit 0: each element takes four bytes in the file whatever its type.
 constexpr uint16_t ElementFourByte = 0x1;
+
+/// How a member stands in the data: one value, a fixed-length array (minimum = maximum, at least
+/// 2) or a counted field (optional or variable: a count and the identifier of a data block).
+enum class ElementForm : uint8_t
+{
+    Single,
+    Fixed,
+    Counted,
+};
+
+/// True for the text codes (24 and above).
+bool IsText(ElementType type);
+
+/// Bytes of one number of this type in the file (4 for codes without a width of their own).
+unsigned int NumberWidth(ElementType type);
 
 /// One member of a structure record.
 struct DefinitionElement
@@ -49,6 +71,9 @@ struct DefinitionElement
     /// Stored name length in place of name.size() + 1 (damage: 0 underflows the reader's hash).
     std::optional<uint32_t> nameLengthOverride;
 };
+
+/// The form a reader derives from an element's minimum and maximum counts.
+ElementForm FormOf(DefinitionElement const& element);
 
 /// A structure record (kind 5) with its elements.
 struct DefinitionStructure

@@ -14,50 +14,6 @@ namespace {
 // A structure nested in itself has no finite layout; beyond this depth it is written as zeros.
 constexpr unsigned int MaxDepth = 32;
 
-enum class Form
-{
-    Single,
-    Fixed,
-    Counted,
-};
-
-// The count flags the reader derives from an element's minimum and maximum.
-Form FormOf(DefinitionElement const& element)
-{
-    if (element.minCount >= 2 && element.maxCount == element.minCount)
-        return Form::Fixed;
-    if ((element.minCount == 0 && element.maxCount != 0) ||
-        (element.minCount >= 1 && element.maxCount >= 2))
-        return Form::Counted;
-    return Form::Single;
-}
-
-bool IsText(ElementType type)
-{
-    return static_cast<uint8_t>(type) >= static_cast<uint8_t>(ElementType::String);
-}
-
-unsigned int NumberWidth(ElementType type)
-{
-    switch (type) {
-    case ElementType::Int8:
-    case ElementType::UInt8:
-    case ElementType::ByteLike:
-        return 1;
-    case ElementType::Int16:
-    case ElementType::UInt16:
-    case ElementType::ShortLike:
-        return 2;
-    case ElementType::Int64:
-    case ElementType::UInt64:
-    case ElementType::Double:
-    case ElementType::LongLike:
-        return 8;
-    default:
-        return 4;
-    }
-}
-
 int64_t AsSigned(EntryValue const& value)
 {
     switch (value.form) {
@@ -269,8 +225,8 @@ void EntryEncoder::PutStructure(ByteSink& sink, DefinitionStructure const& struc
 void EntryEncoder::PutElement(ByteSink& sink, DefinitionElement const& element,
                               EntryValue const* value, unsigned int depth)
 {
-    Form const form = FormOf(element);
-    if (form == Form::Counted) {
+    ElementForm const form = FormOf(element);
+    if (form == ElementForm::Counted) {
         std::vector<EntryValue const*> const items = ItemsOf(value);
         uint32_t count = static_cast<uint32_t>(items.size());
         if (value != nullptr && value->countOverride)
@@ -285,16 +241,16 @@ void EntryEncoder::PutElement(ByteSink& sink, DefinitionElement const& element,
         return;
     }
 
-    size_t const count = form == Form::Fixed ? element.maxCount : 1;
-    if (form == Form::Fixed && AtLeast(m_version, 7)) {
+    size_t const count = form == ElementForm::Fixed ? element.maxCount : 1;
+    if (form == ElementForm::Fixed && AtLeast(m_version, 7)) {
         uint32_t stored = element.maxCount;
         if (value != nullptr && value->countOverride)
             stored = *value->countOverride;
         sink.PutU32(stored);
     }
     // A single field takes the value itself; a fixed array takes a list's items.
-    std::vector<EntryValue const*> const items =
-        Padded(form == Form::Fixed ? ItemsOf(value) : std::vector<EntryValue const*>{value}, count);
+    std::vector<EntryValue const*> const items = Padded(
+        form == ElementForm::Fixed ? ItemsOf(value) : std::vector<EntryValue const*>{value}, count);
     if (IsText(element.type)) {
         for (EntryValue const* item : items)
             PutTextReference(sink, item);
@@ -304,7 +260,7 @@ void EntryEncoder::PutElement(ByteSink& sink, DefinitionElement const& element,
             if (structure != nullptr)
                 PutStructure(sink, *structure, item, depth + 1);
         }
-    } else if (form == Form::Single) {
+    } else if (form == ElementForm::Single) {
         unsigned int width = 0;
         uint64_t const bits = NumberBits(element, value, width);
         switch (width) {

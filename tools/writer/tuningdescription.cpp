@@ -43,24 +43,6 @@ bool TooLong(std::string const& text, size_t width, std::string const& what, std
     return true;
 }
 
-struct TypeName
-{
-    char const* name;
-    ElementType type;
-};
-
-constexpr TypeName TypeNames[] = {
-    {"Int8", ElementType::Int8},         {"UInt8", ElementType::UInt8},
-    {"Int16", ElementType::Int16},       {"UInt16", ElementType::UInt16},
-    {"Int32", ElementType::Int32},       {"UInt32", ElementType::UInt32},
-    {"Int64", ElementType::Int64},       {"UInt64", ElementType::UInt64},
-    {"Float", ElementType::Float},       {"Double", ElementType::Double},
-    {"ByteLike", ElementType::ByteLike}, {"ShortLike", ElementType::ShortLike},
-    {"UIntLike", ElementType::UIntLike}, {"LongLike", ElementType::LongLike},
-    {"IntLike", ElementType::IntLike},   {"UIntLike2", ElementType::UIntLike2},
-    {"String", ElementType::String},
-};
-
 std::vector<std::string> Words(std::string const& line)
 {
     std::vector<std::string> words;
@@ -230,14 +212,7 @@ bool TuningDescription::ParseMember(unsigned int line, std::string const& name,
         element.type = ElementType::Structure;
         element.id = static_cast<uint32_t>(id);
     } else {
-        bool known = false;
-        for (TypeName const& candidate : TypeNames) {
-            if (base == candidate.name) {
-                element.type = candidate.type;
-                known = true;
-            }
-        }
-        if (!known)
+        if (!ElementTypeOfName(base, element.type))
             return Fail(line, "unknown member type '" + base + "'");
     }
 

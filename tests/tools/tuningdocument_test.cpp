@@ -1,0 +1,500 @@
+// SPDX-License-Identifier: Apache-2.0
+// The document model of paramctl: writer-made files of every version and shape go to JSON and
+// back byte for byte, edits give sound files, damage gives messages.
+#include "tools/paramctl/document/tuningdocument.h"
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <functional>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/vornalloc.h"
+
+#include "parameterparser/parametersetmanager.h"
+#include "tools/generator/instancecatalogue.h"
+#include "tools/writer/entryencoder.h"
+#include "tools/writer/modesectionbuilder.h"
+#include "tools/writer/symboltablebuilder.h"
+#include "tools/writer/tuningdescription.h"
+
+#include "paramgen/TuningSetManager.writer.h"
+#include "tests/common/logcapture.h"
+
+namespace {
+
+using ParamCtl::Json;
+using TuningWriter::DefinitionElement;
+using TuningWriter::ElementType;
+using TuningWriter::EntryValue;
+using TuningWriter::FileVersion;
+
+constexpr FileVersion Versions[] = {{1, 0, 0}, {1, 0, 2}, {1, 1, 0}, {2, 0, 0},
+                                    {3, 0, 0}, {3, 0, 1}, {3, 0, 2}, {4, 0, 0},
+                                    {5, 0, 0}, {6, 0, 0}, {7, 0, 0}};
+
+DefinitionElement Member(char const* name, ElementType type, uint32_t minCount = 1,
+                         uint32_t maxCount = 1, uint32_t id = 0, uint16_t flags = 0)
+{
+    DefinitionElement element;
+    element.name = name;
+    element.type = type;
+    element.minCount = minCount;
+    element.maxCount = maxCount;
+    element.id = id;
+    element.flags = flags;
+    return element;
+}
+
+// Every member form the file format has: each number type, four-byte elements, fixed, counted
+// and optional members, texts alone, fixed and counted, and structures inline, fixed and
+// counted.
+std::vector<TuningWriter::DefinitionStructure> EveryFormSchema()
+{
+    TuningWriter::DefinitionStructure inner{2, "Inner", std::nullopt, {}};
+    inner.elements = {Member("gain", ElementType::Int16), Member("label", ElementType::String)};
+    TuningWriter::DefinitionStructure top{1, "EveryForm", std::nullopt, {}};
+    char const* const numbers[] = {
+        "i8", "u8", "i16",      "u16",       "i32",      "u32",      "i64",     "u64",
+        "f",  "d",  "byteLike", "shortLike", "uintLike", "longLike", "intLike", "uintLike2"};
+    for (unsigned int code = 8; code <= 23; ++code)
+        top.elements.push_back(Member(numbers[code - 8], static_cast<ElementType>(code)));
+    top.elements.push_back(
+        Member("fourByte", ElementType::Int32, 1, 1, 0, TuningWriter::ElementFourByte));
+    top.elements.push_back(Member("fixed", ElementType::UInt16, 3, 3));
+    top.elements.push_back(Member("counted", ElementType::Float, 0, 65535));
+    top.elements.push_back(Member("optional", ElementType::UInt32, 0, 1));
+    top.elements.push_back(Member("text", ElementType::String));
+    top.elements.push_back(Member("texts", ElementType::String, 2, 2));
+    top.elements.push_back(Member("textList", ElementType::String, 0, 8));
+    top.elements.push_back(Member("inner", ElementType::Structure, 1, 1, 2));
+    top.elements.push_back(Member("inners", ElementType::Structure, 2, 2, 2));
+    top.elements.push_back(Member("innerList", ElementType::Structure, 0, 4, 2));
+    return {inner, top};
+}
+
+EntryValue Inner(int64_t gain, char const* label)
+{
+    return EntryValue::Struct(
+        {{"gain", EntryValue::Int(gain)}, {"label", EntryValue::Text(label)}});
+}
+
+EntryValue EveryFormValue(int64_t seed)
+{
+    EntryValue value = EntryValue::Struct({});
+    value.Set("i8", EntryValue::Int(-seed))
+        .Set("u8", EntryValue::UInt(200))
+        .Set("i16", EntryValue::Int(-30000))
+        .Set("u16", EntryValue::UInt(65535))
+        .Set("i32", EntryValue::Int(-2000000000))
+        .Set("u32", EntryValue::UInt(4000000000u))
+        .Set("i64", EntryValue::Int(-9000000000000000000ll))
+        .Set("u64", EntryValue::UInt(18000000000000000000ull))
+        .Set("f", EntryValue::Real(0.1))
+        .Set("d", EntryValue::Real(1e300))
+        .Set("intLike", EntryValue::Int(-7))
+        .Set("fourByte", EntryValue::Real(2.5))
+        .Set("fixed",
+             EntryValue::List({EntryValue::UInt(1), EntryValue::UInt(2), EntryValue::UInt(3)}))
+        .Set("optional", EntryValue::List({EntryValue::UInt(static_cast<uint64_t>(seed))}))
+        .Set("text", EntryValue::Text("seed " + std::to_string(seed)))
+        .Set("texts", EntryValue::List({EntryValue::Text("a"), EntryValue::Text("")}))
+        .Set("textList", EntryValue::List({EntryValue::Text("x"), EntryValue::Text("yz")}))
+        .Set("inner", Inner(5, "in"))
+        .Set("inners", EntryValue::List({Inner(1, "one"), Inner(2, "two")}))
+        .Set("innerList", EntryValue::List({Inner(-1, "listed")}));
+    // A float array with a value JSON has no number for; it travels as its bits.
+    EntryValue counted = EntryValue::List(
+        {EntryValue::Real(-0.5), EntryValue::Real(INFINITY), EntryValue::Real(1e-3)});
+    counted.blockName = "counted" + std::to_string(seed);
+    value.Set("counted", counted);
+    return value;
+}
+
+// Two mode tables, one with pipeline variants, a link and a resident node; three instances of
+// one module, two of which share their data, a shared data block, every kind of definition
+// record, and padding up to the size a file-mode load reads first.
+std::vector<uint8_t> EveryFormFile(FileVersion version)
+{
+    TuningWriter::TuningFileWriter writer(version);
+    TuningWriter::ModeSectionBuilder rear(0, "rear");
+    uint32_t const preview = rear.AddPath("Default|Sensor.0|Usecase.Preview");
+    uint32_t const video = rear.AddPath("Default|Sensor.0|Usecase.Video");
+    rear.AddChild(preview, 2, 0, 1);
+    rear.AddChild(video, 3, 1, 0, TuningWriter::ModeFlagResident, preview);
+    TuningWriter::ModeSectionBuilder front(1, "front");
+    uint32_t const frontSensor = front.AddPath("Default|Sensor.1");
+
+    TuningWriter::SymbolTableBuilder tables(version);
+    std::vector<TuningWriter::DefinitionStructure> const schema = EveryFormSchema();
+    TuningWriter::EntryEncoder encoder(version, schema, tables);
+    EntryValue const root = EveryFormValue(1);
+    EntryValue second = EveryFormValue(2);
+    second.items.back().duplicateOf = "counted1";
+    second.items.back().items = root.Find("counted")->items;
+    uint32_t const first =
+        tables.AddModule({"everyForm", std::nullopt, {1, 2, 3}, 0, encoder.Encode(1, &root), 0});
+    tables.AddModule(
+        {"everyForm", std::nullopt, {1, 2, 3}, preview, encoder.Encode(1, &second), 0});
+    tables.AddModule(
+        {"everyForm", std::nullopt, {1, 2, 3}, frontSensor, encoder.Encode(1, &root), first});
+
+    TuningWriter::DefinitionTableBuilder definitions;
+    definitions.AddOpaque({0, "opaque zero", ""}).AddOpaque({2, "first", "second"});
+    definitions.AddModule({1, "everyForm", std::nullopt, "module text"});
+    for (TuningWriter::DefinitionStructure const& structure : schema)
+        definitions.AddStructure(structure);
+    definitions.AddEnum(
+        {9, "Colour", std::nullopt, {{0, false, "red", ""}, {1, true, "blue", "b"}}});
+    definitions.AddOpaque({1, "opaque one", ""});
+
+    tables.AddTo(writer);
+    rear.AddTo(writer);
+    front.AddTo(writer);
+    writer.AddSection(TuningWriter::SectionType::Definition,
+                      definitions.Build(TuningWriter::AlignmentFor(version)));
+    writer.SetMinimumFileSize(TuningWriter::FileModeWindow);
+    return writer.Build();
+}
+
+// Modules of a shipped set manager without a definition table: read by the compiled schemas.
+std::vector<uint8_t> CompiledSchemaFile(FileVersion version)
+{
+    TuningWriter::TuningFileWriter writer(version);
+    TuningWriter::SymbolTableBuilder tables(version);
+    TuningWriter::SchemaSet set;
+    TuningWriter::InstanceCatalogue const& catalogue = ParamSchema::TuningSetManager::Instances();
+    TuningWriter::InstanceSchema const* tracker = catalogue.Find("t2tconfigdata");
+    TuningWriter::InstanceSchema const* versions = catalogue.Find("versionsA_sw");
+    uint32_t const trackerId = tracker->Describe(set);
+    uint32_t const versionsId = versions->Describe(set);
+    TuningWriter::EntryEncoder encoder(version, set.Structures(), tables);
+    EntryValue tuned = EntryValue::Struct(
+        {{"operationMode", EntryValue::UInt(2)}, {"downscaleRatio", EntryValue::Real(0.25)}});
+    EntryValue revision = EntryValue::Struct(
+        {{"parameter_version", EntryValue::Struct({{"revision", EntryValue::Text("rev-9")}})}});
+    tables.AddModule(
+        {"t2tconfigdata", std::nullopt, tracker->version, 0, encoder.Encode(trackerId, &tuned), 0});
+    tables.AddModule({"versionsA_sw", std::nullopt, versions->version, 0,
+                      encoder.Encode(versionsId, &revision), 0});
+    tables.AddTo(writer);
+    return writer.Build();
+}
+
+std::vector<uint8_t> SampleFile(FileVersion)
+{
+    TuningWriter::TuningDescription description({&ParamSchema::TuningSetManager::Instances()});
+    EXPECT_TRUE(description.ParseFile(PARAM_SOURCE_DIR "/examples/sample.tuning"))
+        << description.Error();
+    return description.MakeWriter().Build();
+}
+
+std::vector<uint8_t> MinimalFile(FileVersion version)
+{
+    return TuningWriter::TuningFileWriter(version).AddMinimalSections().Build();
+}
+
+struct Shape
+{
+    char const* name;
+    std::vector<uint8_t> (*build)(FileVersion);
+    bool everyVersion;
+    char const* schemas; ///< what "schemas"."source" must say
+};
+
+constexpr Shape Shapes[] = {
+    {"minimal", MinimalFile, true, "none"},
+    {"every member form", EveryFormFile, true, "file"},
+    {"compiled schemas", CompiledSchemaFile, true, "compiled"},
+    {"bundled sample", SampleFile, false, "file"},
+};
+
+std::string VersionName(FileVersion version)
+{
+    return std::to_string(version.major) + "." + std::to_string(version.minor) + "." +
+           std::to_string(version.patch);
+}
+
+// The document as a reader of the JSON text sees it: doubles, 64-bit integers and escaped bytes
+// go through their text form.
+Json ThroughText(Json const& document)
+{
+    return Json::parse(document.dump(2));
+}
+
+Json Document(std::vector<uint8_t> const& file)
+{
+    Json document;
+    std::string error;
+    EXPECT_TRUE(ParamCtl::ReadTuningDocument(file, document, error)) << error;
+    return document;
+}
+
+std::vector<uint8_t> Packed(Json const& document)
+{
+    std::vector<uint8_t> bytes;
+    std::string error;
+    EXPECT_TRUE(ParamCtl::PackTuningDocument(document, bytes, error)) << error;
+    return bytes;
+}
+
+TEST(TuningDocumentTest, EveryWriterMadeFileGoesToJsonAndBackByteForByte)
+{
+    for (Shape const& shape : Shapes) {
+        for (FileVersion const version : Versions) {
+            if (!shape.everyVersion && !(version.major == 7))
+                continue;
+            SCOPED_TRACE(std::string(shape.name) + ", version " + VersionName(version));
+            std::vector<uint8_t> const file = shape.build(version);
+            Json const document = ThroughText(Document(file));
+            EXPECT_EQ(document["problems"], Json::array());
+            EXPECT_EQ(document["schemas"]["source"], shape.schemas);
+            // Every module instance is read as values, none is left as bytes.
+            for (Json const& row : document["symbols"]) {
+                EXPECT_TRUE(row["modeId"] == 0xFFFFFFFFu || row.contains("values")) << row.dump();
+            }
+            EXPECT_EQ(Packed(document), file);
+        }
+    }
+}
+
+TEST(TuningDocumentTest, ReadsValuesByTheFilesOwnNamesAndModePaths)
+{
+    Json const document = Document(EveryFormFile({7, 0, 0}));
+    Json const& preview = document["symbols"][2];
+    EXPECT_EQ(preview["name"], "everyForm");
+    EXPECT_EQ(preview["modePath"], "0.0|1.0|2.0");
+    EXPECT_EQ(preview["mode"], "Default|Sensor.0|Usecase.Preview");
+    Json const& values = preview["values"];
+    EXPECT_EQ(values["i8"], -2);
+    EXPECT_EQ(values["u64"], 18000000000000000000ull);
+    EXPECT_EQ(values["f"], 0.1);
+    EXPECT_EQ(values["fourByte"], 2.5);
+    EXPECT_EQ(values["counted"]["values"], Json::parse(R"([-0.5, "0x7f800000", 0.001])"));
+    EXPECT_EQ(values["inners"][1]["label"]["text"], "two");
+    EXPECT_EQ(values["innerList"]["values"][0]["gain"], -1);
+    // The third instance shares the root's block, and the second shares a data block.
+    EXPECT_EQ(document["symbols"][3]["sharesDataWith"], 1);
+    EXPECT_EQ(document["modeTables"][1]["name"], "front");
+    EXPECT_EQ(document["modeTables"][0]["tree"][0]["children"][0]["step"], "Sensor.0");
+}
+
+// One edit of each kind gives a file the library takes (its checksum and tables sound) and
+// whose document shows the edit.
+TEST(TuningDocumentTest, EditedDocumentsPackIntoSoundFiles)
+{
+    struct Edit
+    {
+        char const* name;
+        std::function<void(Json&)> apply;
+        std::function<bool(Json const&)> shows;
+    };
+    Edit const edits[] = {
+        {"a value", [](Json& d) { d["symbols"][1]["values"]["inner"]["gain"] = -123; },
+         [](Json const& d) { return d["symbols"][1]["values"]["inner"]["gain"] == -123; }},
+        {"an array length",
+         [](Json& d) {
+             d["symbols"][2]["values"]["counted"]["values"] = Json::array({1.5, 2.5, 3.5, 4.5});
+             d["symbols"][1]["values"]["textList"]["values"].push_back("new text");
+         },
+         [](Json const& d) {
+             return d["symbols"][2]["values"]["counted"]["values"].size() == 4 &&
+                    d["symbols"][1]["values"]["textList"]["values"][2]["text"] == "new text";
+         }},
+        {"a new mode",
+         [](Json& d) {
+             Json& entries = d["modeTables"][0]["entries"];
+             entries.push_back({{"modeId", entries.size()},
+                                {"parentId", 0},
+                                {"mode", 1},
+                                {"subMode", 7},
+                                {"pipeline", 0},
+                                {"linkId", 0xFFFFFFFFu},
+                                {"flags", 0}});
+             d["symbols"][3]["modeId"] = entries.size() - 1;
+         },
+         [](Json const& d) { return d["symbols"][3]["mode"] == "Default|Sensor.7"; }},
+    };
+    for (Edit const& edit : edits) {
+        SCOPED_TRACE(edit.name);
+        Json document = Document(EveryFormFile({7, 0, 0}));
+        edit.apply(document);
+        std::vector<uint8_t> file = Packed(document);
+        unsigned int pos = 0;
+        unsigned int sectionOffset = 0;
+        unsigned int sectionCount = 0;
+        unsigned char alignment = 0;
+        VersionUnion version;
+        char* binaryTag = nullptr;
+        unsigned long flags = 0;
+        char errorText[2048] = {};
+        EXPECT_TRUE(ParameterSetManager::ReadHeader(
+            file.data(), static_cast<unsigned int>(file.size()), pos, sectionOffset, alignment,
+            version, binaryTag, flags, sectionCount, errorText, nullptr))
+            << errorText;
+        VornFree(binaryTag, VornTagRelease);
+        Json const reread = Document(file);
+        EXPECT_EQ(reread["problems"], Json::array());
+        EXPECT_TRUE(edit.shows(reread));
+    }
+}
+
+TEST(TuningDocumentTest, RefusesValuesThatDoNotFitTheirMembersNamingThePath)
+{
+    struct Case
+    {
+        char const* member;
+        Json value;
+        char const* message;
+    };
+    Case const cases[] = {
+        {"u8", 256, "symbols[1].values.u8 is out of range for 8-bit unsigned"},
+        {"i32", 1.5, "symbols[1].values.i32 must be an integer"},
+        {"u32", -1, "symbols[1].values.u32 must not be negative"},
+        {"f", 1e300, "symbols[1].values.f is out of the range of a float"},
+        {"fixed", Json::array({1, 2}), "fixed must be an array of 3 elements"},
+        {"text", 5, "text must be a text"},
+        {"nosuch", 1, "symbols[1].values.nosuch is no member of EveryForm"},
+        {"counted", Json::object({{"entry", 99}, {"values", Json::array()}}),
+         "values.counted points at entry 99, which the data table does not have"},
+    };
+    Json const original = Document(EveryFormFile({7, 0, 0}));
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.member);
+        Json document = original;
+        document["symbols"][1]["values"][c.member] = c.value;
+        std::vector<uint8_t> bytes;
+        std::string error;
+        EXPECT_FALSE(ParamCtl::PackTuningDocument(document, bytes, error));
+        EXPECT_NE(error.find(c.message), std::string::npos) << error;
+    }
+}
+
+// Damaged files end in a message or in a document that lists what is wrong, and what the
+// document holds still packs.
+TEST(TuningDocumentTest, DamagedFilesGiveMessagesNotCrashes)
+{
+    ParamTest::LogCapture quiet; // the library's reader logs each short read
+    for (FileVersion const version : {FileVersion{3, 0, 0}, FileVersion{7, 0, 0}}) {
+        std::vector<uint8_t> const file = EveryFormFile(version);
+        for (size_t cut = 0; cut < file.size(); cut += 97) {
+            SCOPED_TRACE("cut at " + std::to_string(cut));
+            std::vector<uint8_t> damaged(file.begin(), file.begin() + static_cast<long>(cut));
+            // Flip a byte in the middle of what is left, too.
+            if (!damaged.empty())
+                damaged[damaged.size() / 2] ^= 0x5A;
+            Json document;
+            std::string error;
+            if (!ParamCtl::ReadTuningDocument(damaged, document, error)) {
+                EXPECT_FALSE(error.empty());
+                continue;
+            }
+            EXPECT_FALSE(document["problems"].empty());
+            std::vector<uint8_t> bytes;
+            static_cast<void>(ParamCtl::PackTuningDocument(document, bytes, error));
+        }
+    }
+}
+
+// The keywords the document's JSON Schema uses, checked structurally: enough to hold every
+// document dump writes to its documented shape without a validator library.
+class ShapeCheck
+{
+public:
+    explicit ShapeCheck(Json schema) : m_schema(std::move(schema)) {}
+
+    /// Empty when value fits; else the path of the first misfit.
+    std::string Misfit(Json const& value) const { return Check(m_schema, value, "$"); }
+
+private:
+    static bool HasType(Json const& value, std::string const& type)
+    {
+        if (type == "object")
+            return value.is_object();
+        if (type == "array")
+            return value.is_array();
+        if (type == "string")
+            return value.is_string();
+        if (type == "integer")
+            return value.is_number_integer();
+        if (type == "number")
+            return value.is_number();
+        return type == "boolean" && value.is_boolean();
+    }
+
+    std::string Check(Json const& schema, Json const& value, std::string const& path) const
+    {
+        if (schema.contains("$ref")) {
+            std::string const ref = schema["$ref"];
+            return Check(m_schema["$defs"][ref.substr(ref.rfind('/') + 1)], value, path);
+        }
+        if (schema.contains("anyOf")) {
+            for (Json const& option : schema["anyOf"]) {
+                if (Check(option, value, path).empty())
+                    return "";
+            }
+            return path + " fits none of its forms";
+        }
+        if (schema.contains("type") && !HasType(value, schema["type"]))
+            return path + " is no " + schema["type"].get<std::string>();
+        if (schema.contains("enum") &&
+            std::find(schema["enum"].begin(), schema["enum"].end(), value) == schema["enum"].end())
+            return path + " is none of its values";
+        if (schema.contains("pattern") &&
+            !std::regex_match(value.get<std::string>(),
+                              std::regex(schema["pattern"].get<std::string>())))
+            return path + " does not match its pattern";
+        for (Json const& key : schema.value("required", Json::array())) {
+            if (!value.contains(key))
+                return path + " lacks " + key.get<std::string>();
+        }
+        Json const properties = schema.value("properties", Json::object());
+        if (value.is_object()) {
+            for (auto const& item : value.items()) {
+                std::string const at = path + "." + item.key();
+                std::string misfit;
+                if (properties.contains(item.key()))
+                    misfit = Check(properties[item.key()], item.value(), at);
+                else if (schema.contains("additionalProperties"))
+                    misfit = schema["additionalProperties"] == false
+                                 ? at + " is not allowed"
+                                 : Check(schema["additionalProperties"], item.value(), at);
+                if (!misfit.empty())
+                    return misfit;
+            }
+        }
+        if (value.is_array() && schema.contains("items")) {
+            for (size_t i = 0; i < value.size(); ++i) {
+                std::string const misfit =
+                    Check(schema["items"], value[i], path + "[" + std::to_string(i) + "]");
+                if (!misfit.empty())
+                    return misfit;
+            }
+        }
+        return "";
+    }
+
+    Json m_schema;
+};
+
+TEST(TuningDocumentTest, DocumentsHaveTheDocumentedShape)
+{
+    std::ifstream stream(PARAM_SOURCE_DIR "/tools/paramctl/tuningfile.schema.json");
+    ShapeCheck const check(Json::parse(stream));
+    for (Shape const& shape : Shapes) {
+        for (FileVersion const version : {FileVersion{3, 0, 0}, FileVersion{7, 0, 0}}) {
+            SCOPED_TRACE(std::string(shape.name) + ", version " + VersionName(version));
+            Json document = ThroughText(Document(shape.build(version)));
+            EXPECT_EQ(check.Misfit(document), "");
+            // The check can fail: an entry whose bytes are no hex does not fit.
+            document["symbols"].push_back({{"id", 1}, {"offset", 0}, {"size", 0}, {"hex", "x"}});
+            EXPECT_NE(check.Misfit(document), "");
+        }
+    }
+}
+
+} // namespace
