@@ -14,6 +14,7 @@ int RunGet(int argc, char** argv);
 int RunInfo(int argc, char** argv);
 int RunModes(int argc, char** argv);
 int RunPack(int argc, char** argv);
+int RunSchema(int argc, char** argv);
 int RunServe(int argc, char** argv);
 int RunSet(int argc, char** argv);
 int RunVerify(int argc, char** argv);

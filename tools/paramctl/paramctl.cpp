@@ -31,6 +31,7 @@ constexpr Command Commands[] = {
     {"info", ParamCtl::RunInfo, "header, sections, checksum and schema of a tuning file"},
     {"modes", ParamCtl::RunModes, "the mode tables as trees (--dot for Graphviz)"},
     {"pack", ParamCtl::RunPack, "write a tuning file from a description or a --json document"},
+    {"schema", ParamCtl::RunSchema, "the file's own schema as the generator's schema tables"},
     {"serve", ParamCtl::RunServe, "host a tuning file with the live tuning server"},
     {"set", ParamCtl::RunSet, "change a module's values in memory and read them back"},
     {"verify", ParamCtl::RunVerify, "checksum, structure and schema tolerance of a tuning file"},

@@ -1,0 +1,403 @@
+// SPDX-License-Identifier: Apache-2.0
+// SchemaTables: a file's definition records written as generator schema tables.
+#include "tools/paramctl/document/schematables.h"
+
+#include <cctype>
+#include <set>
+#include <sstream>
+
+#include "parameterparser/parsercrc.h"
+#include "tools/paramctl/printable.h"
+
+namespace ParamCtl {
+
+namespace {
+
+constexpr uint32_t NoModule = 0xFFFFFFFF;
+// Structures nested deeper than this are refused: a recursive structure has no plain table.
+constexpr unsigned int MaxDepth = 64;
+
+struct Structure
+{
+    std::string name;
+    Json const* members = nullptr;
+};
+
+// The built-in structures the generator knows by name, as "name type storage" lines.
+struct BuiltIn
+{
+    char const* name;
+    char const* body;
+};
+constexpr BuiltIn BuiltIns[] = {
+    {"module_versionStruct", "major_revision Int32 int32\nminor_revision Int32 int32\n"
+                             "incr_revision Int32 int32\n"},
+    {"parameter_versionStruct", "revision String\n"},
+};
+
+bool IsIdentifier(std::string const& name)
+{
+    if (name.empty() || !(std::isalpha(static_cast<unsigned char>(name[0])) || name[0] == '_'))
+        return false;
+    for (char c : name) {
+        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '_')
+            return false;
+    }
+    return true;
+}
+
+// A module name made a namespace identifier: other characters become '_'.
+std::string NamespaceOf(std::string const& name)
+{
+    std::string result;
+    for (char c : name)
+        result += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+    if (result.empty() || std::isdigit(static_cast<unsigned char>(result[0])))
+        result = "m_" + result;
+    return result;
+}
+
+// The reported type and storage of a number member.
+struct NumberSpelling
+{
+    char const* type;
+    char const* reported;
+    char const* storage;
+};
+constexpr NumberSpelling Numbers[] = {
+    {"Int8", "Int32", "int8"},        {"UInt8", "UInt8", "uint8"},
+    {"Int16", "Int32", "int16"},      {"UInt16", "UInt16", "uint16"},
+    {"Int32", "Int32", "int32"},      {"UInt32", "UInt32", "uint32"},
+    {"Int64", "Int64", "int64"},      {"UInt64", "UInt64", "uint64"},
+    {"Float", "Float", "float"},      {"Double", "Double", "double"},
+    {"ByteLike", "UInt8", "uint8"},   {"ShortLike", "UInt16", "uint16"},
+    {"UIntLike", "UInt32", "uint32"}, {"LongLike", "UInt64", "uint64"},
+    {"IntLike", "Int32", "int32"},    {"UIntLike2", "UInt32", "uint32"},
+};
+
+class Exporter
+{
+public:
+    Exporter(Json const& document, std::vector<std::string>& notes)
+        : m_document(document), m_notes(notes)
+    {
+    }
+
+    bool Collect(std::string& error)
+    {
+        Json const* records = Find(m_document, "definitions");
+        if (records == nullptr || !records->is_array()) {
+            error = "has no definition table: its schema is the compiled one";
+            return false;
+        }
+        for (Json const& record : *records) {
+            std::string const kind = record.value("record", "");
+            if (kind == "structure" && record.contains("id") && record["members"].is_array())
+                m_structures.emplace(record["id"].get<uint32_t>(),
+                                     Structure{Text(record, "name"), &record["members"]});
+            else if (kind == "module" && record.contains("structure"))
+                m_modules.push_back({Text(record, "name"), record["structure"].get<uint32_t>()});
+        }
+        if (m_modules.empty()) {
+            error = "has no module record in its definition table";
+            return false;
+        }
+        // A module's version is that of its instances in the symbol table.
+        if (Json const* symbols = Find(m_document, "symbols")) {
+            for (Json const& row : *symbols) {
+                if (row.value("modeId", NoModule) != NoModule && row.contains("name"))
+                    m_versions.emplace(Text(row, "name"), row.value("version", "0.0.0"));
+            }
+        }
+        return true;
+    }
+
+    /// One namespace holding the modules given, as table text.
+    bool Table(std::string const& namespaceName, std::vector<size_t> const& modules,
+               std::string& text, std::string& error)
+    {
+        m_emitted.clear();
+        m_names.clear();
+        m_bodies.clear();
+        m_declared.clear();
+        m_recursive.clear();
+        m_out.str("");
+        std::ostringstream modulesText;
+        std::set<uint32_t> tops;
+        for (size_t index : modules) {
+            auto const& [name, structureId] = m_modules[index];
+            if (!tops.insert(structureId).second)
+                continue;
+            auto const top = m_structures.find(structureId);
+            if (top == m_structures.end()) {
+                error = "module " + Printable(name) + " names structure " +
+                        std::to_string(structureId) + ", which the table does not have";
+                return false;
+            }
+            // The top type's members go on the module line's body; the types they use first.
+            std::string body;
+            if (!Body(top->second, 0, body, error))
+                return false;
+            auto const version = m_versions.find(name);
+            modulesText << "\nmodule " << TypeName(structureId, top->second.name) << " version "
+                        << (version != m_versions.end() ? version->second : "1.0.0") << "\n"
+                        << body;
+        }
+        text = "# The schema of the tuning file's module" +
+               std::string(modules.size() > 1 ? "s" : "") +
+               ", as the file's definition table gives it.\nnamespace " + namespaceName + "\n" +
+               m_out.str() + modulesText.str();
+        return true;
+    }
+
+    size_t ModuleCount() const { return m_modules.size(); }
+    std::string const& ModuleName(size_t index) const { return m_modules[index].first; }
+
+private:
+    static Json const* Find(Json const& object, char const* key)
+    {
+        auto const found = object.find(key);
+        return found != object.end() ? &*found : nullptr;
+    }
+
+    static std::string Text(Json const& object, char const* key)
+    {
+        std::string bytes;
+        auto const found = object.find(key);
+        if (found == object.end() || !found->is_string() ||
+            !FromPrintable(found->get<std::string>(), bytes))
+            return "";
+        return bytes;
+    }
+
+    // The name a structure is declared under: its own, unless an earlier structure of another
+    // body took it (type names reach only C++, never the file).
+    std::string TypeName(uint32_t id, std::string const& name)
+    {
+        auto const given = m_names.find(id);
+        if (given != m_names.end())
+            return given->second;
+        return IsIdentifier(name) ? name : "Structure" + std::to_string(id);
+    }
+
+    bool Body(Structure const& structure, unsigned int depth, std::string& body, std::string& error)
+    {
+        std::ostringstream lines;
+        for (Json const& member : *structure.members) {
+            std::string line;
+            if (!Member(member, depth, line, error))
+                return false;
+            lines << "  " << line << "\n";
+        }
+        body = lines.str();
+        return true;
+    }
+
+    // Declares structure id (and what it uses) if it is not yet; returns its type name. A
+    // structure may hold counted arrays of itself (a trigger tree): C++ holds those as pointers.
+    bool Declare(uint32_t id, bool pointer, unsigned int depth, std::string& name,
+                 std::string& error)
+    {
+        auto const found = m_structures.find(id);
+        if (found == m_structures.end()) {
+            error = "a member names structure " + std::to_string(id) +
+                    ", which the table does not have";
+            return false;
+        }
+        if (m_emitted.count(id) != 0) {
+            name = m_names[id];
+            return true;
+        }
+        if (m_visiting.count(id) != 0 && pointer) {
+            name = m_names[id];
+            m_recursive.insert(id);
+            return true;
+        }
+        if (depth > MaxDepth || m_visiting.count(id) != 0) {
+            error = "structure " + Printable(found->second.name) +
+                    " holds itself inline: no table can state it";
+            return false;
+        }
+        std::string const wanted = TypeName(id, found->second.name);
+        // The name it will have if it refers to itself: fixed before its body is written.
+        m_names[id] = m_declared.count(wanted) != 0 ? wanted + "_" + std::to_string(id) : wanted;
+        m_visiting.insert(id);
+        std::string body;
+        bool const described = Body(found->second, depth + 1, body, error);
+        m_visiting.erase(id);
+        if (!described)
+            return false;
+        if (m_recursive.count(id) != 0) {
+            name = m_names[id];
+            m_bodies[name] = body;
+            m_declared.insert(name);
+            m_emitted.insert(id);
+            m_out << "\ntype " << name << "\n" << body;
+            return true;
+        }
+        for (BuiltIn const& builtIn : BuiltIns) {
+            if (wanted != builtIn.name)
+                continue;
+            if (Normalised(body) == builtIn.body) {
+                m_emitted.insert(id);
+                m_names[id] = name = wanted;
+                return true;
+            }
+        }
+        // One name, one body: an equal structure declared before is reused, another body under
+        // a taken name is renamed.
+        name = wanted;
+        auto const taken = m_bodies.find(name);
+        bool builtInName = false;
+        for (BuiltIn const& builtIn : BuiltIns)
+            builtInName = builtInName || name == builtIn.name;
+        if (taken != m_bodies.end() && taken->second == body && m_declared.count(name) != 0) {
+            m_emitted.insert(id);
+            m_names[id] = name;
+            return true;
+        }
+        if (builtInName || (taken != m_bodies.end() && m_declared.count(name) != 0))
+            name = wanted + "_" + std::to_string(id);
+        m_bodies[name] = body;
+        m_declared.insert(name);
+        m_emitted.insert(id);
+        m_names[id] = name;
+        m_out << "\ntype " << name << "\n" << body;
+        return true;
+    }
+
+    // A body's lines with single spaces, for comparison with a built-in's.
+    static std::string Normalised(std::string const& body)
+    {
+        std::istringstream stream(body);
+        std::string result;
+        for (std::string line; std::getline(stream, line);) {
+            std::istringstream words(line);
+            std::string joined;
+            for (std::string word; words >> word;)
+                joined += (joined.empty() ? "" : " ") + word;
+            result += joined + "\n";
+        }
+        return result;
+    }
+
+    bool Member(Json const& member, unsigned int depth, std::string& line, std::string& error)
+    {
+        std::string const name = Text(member, "name");
+        uint32_t const minimum = member.value("min", 1u);
+        uint32_t const maximum = member.value("max", 1u);
+        uint16_t const flags = member.value("flags", uint16_t{0});
+        // The kind is a suffix on the storage (numbers) or type word; a count's minimum follows.
+        std::string base;
+        std::string options;
+        bool counted = false;
+        if (minimum >= 2 && maximum == minimum) {
+            base = "[" + std::to_string(maximum) + "]";
+        } else if (minimum == 0 && maximum == 1) {
+            base = "?";
+        } else if ((minimum == 0 && maximum != 0) || (minimum >= 1 && maximum >= 2)) {
+            base = "[]";
+            options = "min " + std::to_string(minimum);
+            counted = true;
+        }
+
+        std::string type;
+        Json const& typeJson = member.contains("type") ? member["type"] : Json();
+        std::string const typeName = typeJson.is_string() ? typeJson.get<std::string>() : "";
+        std::string shown = IsIdentifier(name) ? name : "";
+        std::string hash;
+        if (shown.empty()) {
+            uint64_t const value = ParserCRC64::HashName(name.c_str());
+            shown = "unnamed_" + Hex64(value).substr(2);
+            hash = " hash " + Hex64(value);
+        }
+        if (typeName == "Structure") {
+            std::string structure;
+            if (!Declare(member.value("structure", 0u), counted, depth, structure, error))
+                return false;
+            type = structure + base;
+        } else if (typeName == "String") {
+            type = "String" + base;
+        } else {
+            NumberSpelling const* spelling = nullptr;
+            for (NumberSpelling const& candidate : Numbers) {
+                if (typeName == candidate.type)
+                    spelling = &candidate;
+            }
+            if (spelling == nullptr) {
+                error = "member " + Printable(name) + " has a type code no table can state";
+                return false;
+            }
+            std::string reported = spelling->reported;
+            std::string storage = spelling->storage;
+            // Four-byte elements are floats in the file, whatever the type says.
+            if ((flags & 1) != 0) {
+                storage = "float";
+                if (reported == "Double")
+                    reported = "Float";
+            }
+            if (counted && storage != "int32" && storage != "uint32" && storage != "float") {
+                m_notes.push_back("member " + Printable(name) + ": a counted array of " + typeName +
+                                  " is written with four-byte elements (" +
+                                  (reported == "Double" ? "float" : "int32") +
+                                  "), the only width counted arrays hold; its values will not "
+                                  "load from this file");
+                storage = reported == "Double" ? "float" : "int32";
+                reported = reported == "Double" ? "Float" : "Int32";
+            }
+            type = reported + "  " + storage + base;
+        }
+        line = shown + "  " + type + (options.empty() ? "" : "  " + options) + hash;
+        return true;
+    }
+
+    Json const& m_document;
+    std::vector<std::string>& m_notes;
+    std::map<uint32_t, Structure> m_structures;
+    std::vector<std::pair<std::string, uint32_t>> m_modules;
+    std::map<std::string, std::string> m_versions;
+    std::set<uint32_t> m_emitted;
+    std::set<uint32_t> m_visiting;
+    std::set<uint32_t> m_recursive;
+    std::map<uint32_t, std::string> m_names;
+    std::map<std::string, std::string> m_bodies;
+    std::set<std::string> m_declared;
+    std::ostringstream m_out;
+};
+
+} // namespace
+
+bool ExportSchemaTables(Json const& document, std::string const& namespaceName,
+                        std::map<std::string, std::string>& tables, std::vector<std::string>& notes,
+                        std::string& error)
+{
+    Exporter exporter(document, notes);
+    if (!exporter.Collect(error))
+        return false;
+    std::vector<std::pair<std::string, std::vector<size_t>>> groups;
+    if (!namespaceName.empty()) {
+        if (!IsIdentifier(namespaceName)) {
+            error = "namespace '" + Printable(namespaceName) + "' is no identifier";
+            return false;
+        }
+        std::vector<size_t> all;
+        for (size_t i = 0; i < exporter.ModuleCount(); ++i)
+            all.push_back(i);
+        groups.emplace_back(namespaceName, all);
+    } else {
+        for (size_t i = 0; i < exporter.ModuleCount(); ++i)
+            groups.emplace_back(NamespaceOf(exporter.ModuleName(i)), std::vector<size_t>{i});
+    }
+    for (auto const& [name, modules] : groups) {
+        std::string text;
+        if (!exporter.Table(name, modules, text, error))
+            return false;
+        if (!tables.emplace(name + ".schema", text).second) {
+            error = "two modules make the namespace " + name + "; name one with --namespace";
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace ParamCtl

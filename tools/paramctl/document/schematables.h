@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+// SchemaTables: the schema a tuning file carries, as schema tables in the module generator's
+// language.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tools/paramctl/document/documentjson.h"
+
+namespace ParamCtl {
+
+/// The schema tables of a document of ReadTuningDocument: file name ("<namespace>.schema") to
+/// text. Without namespaceName each module record gets a namespace of its own, named after the
+/// module (its instance name made an identifier); with it, every module goes to that one
+/// namespace (a top structure two modules share is declared once). Each structure a module
+/// reaches becomes a plain type in dependency order, members in file order; structures equal to
+/// the built-in version structures are named as such; a member whose name is no identifier is
+/// given one and keeps its hash. notes gets what the tables cannot say as the file does (a
+/// counted array of numbers that are not four bytes wide). False with error set when the
+/// document has no definition table or no module record.
+[[nodiscard]] bool ExportSchemaTables(Json const& document, std::string const& namespaceName,
+                                      std::map<std::string, std::string>& tables,
+                                      std::vector<std::string>& notes, std::string& error);
+
+} // namespace ParamCtl
