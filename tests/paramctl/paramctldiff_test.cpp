@@ -47,7 +47,8 @@ TEST(ParamctlDiffTest, ShowsEachDifferenceWhereItStands)
                                                "");
     std::vector<DiffCase> const cases = {
         {"same", Base, "", 0, ""},
-        {"header", Replaced(Base, "diff-a", "diff-b"), "", 1, "header tag: diff-a -> diff-b\n"},
+        {"header", Replaced(Base, "diff-a", "diff-b"), "", 1,
+         "header binaryTag: diff-a -> diff-b\n"},
         {"mode tree",
          Replaced(Base, "Usecase.Preview", "Usecase.Preview resident\n  path Default|Sensor.1"), "",
          1,

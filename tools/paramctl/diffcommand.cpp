@@ -1,19 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 // paramctl diff: what differs between two tuning files, as a camera would read them.
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <set>
 #include <string>
 #include <vector>
 
-#include "parameterparser/moduledata.h"
-#include "parameterparser/parametermodule.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
+#include "tools/paramctl/document/tuningdocument.h"
 #include "tools/paramctl/filesnapshot.h"
+#include "tools/paramctl/inputfile.h"
 #include "tools/paramctl/jsonoutput.h"
 #include "tools/paramctl/loadedfile.h"
-#include "tools/paramctl/modepath.h"
 #include "tools/paramctl/printable.h"
 
 namespace ParamCtl {
@@ -23,13 +24,13 @@ namespace {
 constexpr char DiffUsage[] =
     "usage: paramctl diff [--json] [--mode PATH] [--table N] A B\n"
     "\n"
-    "Compares two tuning files: their header fields, the modes of their mode trees, and the\n"
-    "values of every module instance, matched by module, mode table and mode, value by value\n"
-    "path. With --mode PATH the values are those a camera reads through that branch of mode\n"
-    "table N (0 unless told): for each module the deepest mode of the branch that holds it,\n"
-    "shown for each file. Values are read as this build reads them: members it does not know\n"
-    "are not compared. Exit 0: the same; 1: different; 2: a file cannot be read or the branch\n"
-    "is not in it.\n";
+    "Compares two tuning files as their own schemas read them (no compiled module needed):\n"
+    "header fields, the modes of their mode trees, and the values of every module instance,\n"
+    "matched by module, mode table and mode, value by value path. With --mode PATH\n"
+    "(\"Default|Sensor.0\" or \"0.0|1.0\") the values are those a camera reads through that\n"
+    "branch of mode table N (0 unless told): for each module the deepest mode of the branch\n"
+    "that holds it, shown for each file. Exit 0: the same; 1: different; 2: a file cannot be\n"
+    "read, or the branch is not in it.\n";
 
 struct ValueChange
 {
@@ -96,13 +97,33 @@ void CompareInstances(std::string const& module, unsigned int table, InstanceSna
     changes.push_back(std::move(change));
 }
 
+std::string const* FindField(FileSnapshot const& snapshot, std::string const& field)
+{
+    for (auto const& [name, value] : snapshot.header) {
+        if (name == field)
+            return &value;
+    }
+    return nullptr;
+}
+
 Differences Compare(FileSnapshot const& a, FileSnapshot const& b)
 {
     Differences differences;
-    for (size_t i = 0; i < a.header.size() && i < b.header.size(); ++i) {
-        if (a.header[i].second != b.header[i].second)
+    // A's fields in their order, then those only B has (a mode table A lacks).
+    std::vector<std::string> fields;
+    for (auto const* snapshot : {&a, &b}) {
+        for (auto const& field : snapshot->header) {
+            if (std::find(fields.begin(), fields.end(), field.first) == fields.end())
+                fields.push_back(field.first);
+        }
+    }
+    static std::string const none = "(none)";
+    for (std::string const& field : fields) {
+        std::string const* before = FindField(a, field);
+        std::string const* after = FindField(b, field);
+        if (before == nullptr || after == nullptr || *before != *after)
             differences.header.push_back(
-                {a.header[i].first, {a.header[i].second, b.header[i].second}});
+                {field, {before != nullptr ? *before : none, after != nullptr ? *after : none}});
     }
     std::set<std::pair<unsigned int, std::string>> modes;
     for (auto const& mode : a.modes)
@@ -130,19 +151,17 @@ void CompareAllInstances(FileSnapshot const& a, FileSnapshot const& b, Differenc
                          Find(b.instances, key), differences.instances);
 }
 
-/// The instance of module that a camera reads through branch in table of file: the library's
-/// own lookup, which takes the deepest mode of the branch holding one.
-InstanceSnapshot const* Supplier(LoadedFile& file, FileSnapshot const& snapshot,
-                                 unsigned char table, PList<TuningMode> const& branch,
-                                 std::string const& module)
+/// The instance of module that a camera reads through a branch (its modes from the root down,
+/// as named paths) in table of a file: the one of the deepest mode that holds one.
+InstanceSnapshot const* Supplier(FileSnapshot const& snapshot, unsigned int table,
+                                 std::vector<std::string> const& branch, std::string const& module)
 {
-    ParameterModule* found = file.manager.GetModuleInternal(table, module.c_str(), branch.Items(),
-                                                            branch.Count(), nullptr, false);
-    if (found == nullptr || found->data == nullptr)
-        return nullptr;
-    std::string const mode =
-        NamedModePath(found->data->ModePath != nullptr ? found->data->ModePath : "");
-    return Find(snapshot.instances, InstanceKey{module, {table, mode}});
+    for (size_t i = branch.size(); i-- > 0;) {
+        if (InstanceSnapshot const* found =
+                Find(snapshot.instances, InstanceKey{module, {table, branch[i]}}))
+            return found;
+    }
+    return nullptr;
 }
 
 std::string ValueText(std::string const* value)
@@ -239,18 +258,52 @@ void PrintJsonDifferences(Differences const& differences, std::string const& a,
     PrintJson(document);
 }
 
-/// The branch named by text in table of file, as the library takes it; false after saying why.
-bool BranchOf(LoadedFile& file, unsigned char table, std::string const& text,
-              PList<TuningMode>& branch)
+std::string Lower(std::string text)
 {
-    ResolvedMode resolved;
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text;
+}
+
+/// The modes of the branch text (named in any case, or numeric) in table of a file, from the root
+/// down, as the file's tree spells them. False after saying which step the file lacks.
+bool BranchOf(FileSnapshot const& snapshot, std::string const& path, unsigned int table,
+              std::string const& text, std::vector<std::string>& branch)
+{
+    bool const numeric = text.find_first_not_of("0123456789.|") == std::string::npos;
+    std::string const given = numeric ? NamedModePath(text) : text;
+    std::string const named = Lower(given);
+    for (size_t end = 0; end != std::string::npos;) {
+        end = named.find('|', end + 1);
+        std::string const prefix = named.substr(0, end);
+        std::string const* spelled = nullptr;
+        for (auto const& mode : snapshot.modes) {
+            if (mode.first.first == table && Lower(mode.first.second) == prefix)
+                spelled = &mode.first.second;
+        }
+        if (spelled == nullptr) {
+            std::fprintf(stderr, "paramctl diff: %s: no mode '%s' in mode table %u\n",
+                         Printable(path).c_str(), Printable(given.substr(0, end)).c_str(), table);
+            return false;
+        }
+        branch.push_back(*spelled);
+    }
+    return true;
+}
+
+/// The snapshot of the file at path; false after saying why it cannot be read.
+bool ReadSnapshot(std::string const& path, FileSnapshot& snapshot)
+{
+    std::vector<unsigned char> bytes;
     std::string error;
-    if (ResolveModePath(file.manager, table, text, false, resolved, error) &&
-        file.manager.GetModeBranchFromPath(resolved.numeric.c_str(), branch))
-        return true;
-    std::fprintf(stderr, "paramctl diff: %s: %s\n", Printable(file.path).c_str(),
-                 error.empty() ? "the branch cannot be read" : error.c_str());
-    return false;
+    Json document;
+    if (!ReadInputFile(path, bytes, error) || !ReadTuningDocument(bytes, document, error)) {
+        std::fprintf(stderr, "paramctl diff: %s: %s\n", Printable(path).c_str(),
+                     Printable(error).c_str());
+        return false;
+    }
+    snapshot = SnapshotOf(document);
+    return true;
 }
 
 } // namespace
@@ -274,38 +327,38 @@ int RunDiff(int argc, char** argv)
         std::fputs(DiffUsage, stderr);
         return ExitUsage;
     }
-    LoadedFile a;
-    LoadedFile b;
-    if (!OpenLoadedFile(line.Operands()[0], "diff", a) ||
-        !OpenLoadedFile(line.Operands()[1], "diff", b))
+    std::string const& pathA = line.Operands()[0];
+    std::string const& pathB = line.Operands()[1];
+    FileSnapshot snapshotA;
+    FileSnapshot snapshotB;
+    if (!ReadSnapshot(pathA, snapshotA) || !ReadSnapshot(pathB, snapshotB))
         return ExitUsage;
-    FileSnapshot const snapshotA = SnapshotOf(a);
-    FileSnapshot const snapshotB = SnapshotOf(b);
     Differences differences = Compare(snapshotA, snapshotB);
 
     std::string const branchText = line.Value("--mode");
     if (line.Has("--mode")) {
-        auto const index = static_cast<unsigned char>(table);
-        PList<TuningMode> branchA;
-        PList<TuningMode> branchB;
-        if (!BranchOf(a, index, branchText, branchA) || !BranchOf(b, index, branchText, branchB))
+        auto const index = static_cast<unsigned int>(table);
+        std::vector<std::string> branchA;
+        std::vector<std::string> branchB;
+        if (!BranchOf(snapshotA, pathA, index, branchText, branchA) ||
+            !BranchOf(snapshotB, pathB, index, branchText, branchB))
             return ExitUsage;
         std::set<std::string> modules;
         for (auto const* snapshot : {&snapshotA, &snapshotB}) {
             for (auto const& [key, instance] : snapshot->instances) {
-                if (instance.known && instance.table == index)
+                if (instance.table == index)
                     modules.insert(instance.name);
             }
         }
         for (std::string const& module : modules)
-            CompareInstances(module, index, Supplier(a, snapshotA, index, branchA, module),
-                             Supplier(b, snapshotB, index, branchB, module), differences.instances);
+            CompareInstances(module, index, Supplier(snapshotA, index, branchA, module),
+                             Supplier(snapshotB, index, branchB, module), differences.instances);
     } else {
         CompareAllInstances(snapshotA, snapshotB, differences);
     }
 
     if (line.Has("--json"))
-        PrintJsonDifferences(differences, a.path, b.path, branchText);
+        PrintJsonDifferences(differences, pathA, pathB, branchText);
     else
         PrintText(differences, line.Has("--mode"));
     return differences.Empty() ? ExitSuccess : ExitFailure;

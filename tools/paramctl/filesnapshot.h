@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// FileSnapshot: what a loaded tuning file holds, in the terms two files are compared in.
+// FileSnapshot: what a tuning file holds, in the terms two files are compared in.
 #pragma once
 
 #include <map>
@@ -7,20 +7,19 @@
 #include <utility>
 #include <vector>
 
+#include "tools/paramctl/document/documentjson.h"
 #include "tools/paramctl/moduleleaves.h"
 
 namespace ParamCtl {
 
-struct LoadedFile;
-
-/// One module instance: where it stands and, for a kind the build reads, its values.
+/// One module instance: where it stands and its values.
 struct InstanceSnapshot
 {
     std::string name;
     unsigned int table = 0;
     std::string mode; ///< named: "Default|Sensor.0"
     std::string version;
-    bool known = false; ///< the build has the module: values holds what it reads
+    /// By value path; an instance the file's schema cannot read has its bytes as "(bytes)".
     ModuleLeaves values;
 };
 
@@ -29,15 +28,16 @@ using InstanceKey = std::pair<std::string, std::pair<unsigned int, std::string>>
 
 struct FileSnapshot
 {
-    /// Header fields by name: tag, version, flags.
+    /// Header fields and mode table names, in file order ("" where a version lacks a field).
     std::vector<std::pair<std::string, std::string>> header;
     /// Every mode of every table by (table, named path), with what else the tree says of it
-    /// (the table's name for the root, pipelines, resident).
+    /// (resident, pipeline, link).
     std::map<std::pair<unsigned int, std::string>, std::string> modes;
     std::map<InstanceKey, InstanceSnapshot> instances;
 };
 
-/// The snapshot of a loaded file: its tables must have loaded.
-FileSnapshot SnapshotOf(LoadedFile& loaded);
+/// The snapshot of a file's document (ReadTuningDocument): values as the file's own schema reads
+/// them, with no compiled module needed.
+FileSnapshot SnapshotOf(Json const& document);
 
 } // namespace ParamCtl
