@@ -97,7 +97,9 @@ bool IsArrayOfStructures(ParameterMemberDescriptor const& member)
 class Walk
 {
 public:
-    explicit Walk(ToleranceReport& report) : m_report(report) {}
+    Walk(ToleranceReport& report, MemberNameLookup const& names) : m_report(report), m_names(names)
+    {
+    }
 
     void Compare(ParameterDefinitionStructure const& file, ParameterTypeDescriptor const& compiled,
                  std::string const& prefix, unsigned int depth)
@@ -127,24 +129,30 @@ public:
                         path + (IsArrayOfStructures(member) ? "[]." : "."), depth + 1);
         }
         for (unsigned long hash : SteppedOverMembers(file, compiled)) {
-            char name[24];
-            std::snprintf(name, sizeof(name), "#0x%016lx", hash);
+            std::string name = m_names ? m_names(file.ID, hash) : "";
+            if (name.empty()) {
+                char text[24];
+                std::snprintf(text, sizeof(text), "#0x%016lx", hash);
+                name = text;
+            }
             m_report.extra.push_back(prefix + name);
         }
     }
 
 private:
     ToleranceReport& m_report;
+    MemberNameLookup const& m_names;
     std::set<std::pair<ParameterDefinitionStructure const*, ParameterTypeDescriptor const*>> m_seen;
 };
 
 } // namespace
 
 ToleranceReport CompareModuleSchema(ParameterDefinitionStructure const& file,
-                                    ParameterTypeDescriptor const& compiled)
+                                    ParameterTypeDescriptor const& compiled,
+                                    MemberNameLookup const& names)
 {
     ToleranceReport report;
-    Walk(report).Compare(file, compiled, "", 0);
+    Walk(report, names).Compare(file, compiled, "", 0);
     return report;
 }
 

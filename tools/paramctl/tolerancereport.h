@@ -3,6 +3,8 @@
 // compiled type, at every depth.
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -20,7 +22,7 @@ struct ConvertedMember
 };
 
 /// Members by value path ("module_version.major_revision", "parts[].gain"); a member the build
-/// does not know is named by its name hash ("parts[].#0x1f2e...").
+/// does not know is named as the file names it, or by its name hash ("parts[].#0x1f2e...").
 struct ToleranceReport
 {
     unsigned int matched = 0;               ///< read as they stand
@@ -31,10 +33,16 @@ struct ToleranceReport
     bool Differs() const { return !missing.empty() || !extra.empty() || !converted.empty(); }
 };
 
+/// The name the file gives the member of name hash hash in its structure structureId; "" when
+/// it is not known.
+using MemberNameLookup = std::function<std::string(uint32_t structureId, unsigned long hash)>;
+
 /// Holds file, the top structure of a module in the file's schema, against compiled, its
 /// compiled type, with the decisions a load takes, down through every structure member both
-/// hold. A structure reached again on another path is reported once, at its first path.
+/// hold. A structure reached again on another path is reported once, at its first path. names
+/// (may be empty) names the members the build does not know.
 ToleranceReport CompareModuleSchema(ParameterDefinitionStructure const& file,
-                                    ParameterTypeDescriptor const& compiled);
+                                    ParameterTypeDescriptor const& compiled,
+                                    MemberNameLookup const& names);
 
 } // namespace ParamCtl

@@ -2,6 +2,7 @@
 // paramctl verify: whether a tuning file is sound, and what of it the build can see.
 #include <cstdio>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,8 +14,10 @@
 #include "parameterparser/parameterdefinitions.h"
 #include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parametermodule.h"
+#include "parameterparser/parsercrc.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
+#include "tools/paramctl/document/tuningdocument.h"
 #include "tools/paramctl/filechecksum.h"
 #include "tools/paramctl/inputfile.h"
 #include "tools/paramctl/jsonoutput.h"
@@ -139,7 +142,33 @@ std::string NameInFile(ParameterFileSymbolTable const* schema, unsigned long nam
     return hash;
 }
 
-void JudgeModules(ToolSetManager& manager, ParameterFileSymbolTable const* schema, Verdict& verdict)
+// The names of the members of the file's structures, which the loader keeps only as hashes,
+// from the file's document.
+MemberNameLookup MemberNamesOf(std::vector<unsigned char> const& bytes)
+{
+    auto names = std::make_shared<std::map<std::pair<uint32_t, unsigned long>, std::string>>();
+    Json document;
+    std::string error;
+    if (ReadTuningDocument(bytes, document, error)) {
+        for (Json const& record : document.value("definitions", Json::array())) {
+            if (record.value("record", "") != "structure")
+                continue;
+            for (Json const& member : record.value("members", Json::array())) {
+                std::string const name = member.value("name", "");
+                names->emplace(
+                    std::make_pair(record.value("id", 0u), ParserCRC64::HashName(name.c_str())),
+                    name);
+            }
+        }
+    }
+    return [names](uint32_t structureId, unsigned long hash) {
+        auto const found = names->find({structureId, hash});
+        return found != names->end() ? found->second : std::string();
+    };
+}
+
+void JudgeModules(ToolSetManager& manager, ParameterFileSymbolTable const* schema,
+                  MemberNameLookup const& names, Verdict& verdict)
 {
     ParameterFileSymbolTable const* table = manager.GetSymbolTable();
     TuningWriter::InstanceCatalogue const& catalogue = ParamSchema::TuningSetManager::Instances();
@@ -171,7 +200,7 @@ void JudgeModules(ToolSetManager& manager, ParameterFileSymbolTable const* schem
             } else if (top == nullptr || compiled == nullptr) {
                 module->schema = "absent";
             } else {
-                module->members = CompareModuleSchema(*top, *compiled->type);
+                module->members = CompareModuleSchema(*top, *compiled->type, names);
                 module->schema = module->members.Differs() ? "differs" : "matches";
             }
         }
@@ -376,7 +405,7 @@ int RunVerify(int argc, char** argv)
             static_cast<void>(schema->ReadDefinitions(
                 copy.data(), static_cast<unsigned int>(copy.size()), at, section.Size, true));
         }
-        JudgeModules(manager, schema.get(), verdict);
+        JudgeModules(manager, schema.get(), MemberNamesOf(copy), verdict);
     }
     if (!loaded && !(verdict.tablesLoaded && RefusalExplained(verdict)))
         verdict.loaderError = manager.GetErrorString();
