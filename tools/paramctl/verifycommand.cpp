@@ -71,6 +71,7 @@ struct ModuleVerdict
 {
     std::string name;
     unsigned long nameHash;
+    std::string entryName; ///< below 6.0.0: the name the symbol entries carry instead of a hash
     bool known = false;
     std::string buildType;
     VersionUnion buildVersion;
@@ -142,43 +143,59 @@ std::string NameInFile(ParameterFileSymbolTable const* schema, unsigned long nam
     return hash;
 }
 
-// The names of the members of the file's structures, which the loader keeps only as hashes,
-// from the file's document.
-MemberNameLookup MemberNamesOf(std::vector<unsigned char> const& bytes)
+// Names the loader keeps only as hashes, or drops, taken from the file's document: the members
+// of the file's structures, and the module names that symbol entries below 6.0.0 carry.
+struct FileNames
 {
-    auto names = std::make_shared<std::map<std::pair<uint32_t, unsigned long>, std::string>>();
+    std::map<std::pair<uint32_t, unsigned long>, std::string> members;
+    std::map<uint32_t, std::string> entries;
+};
+
+std::shared_ptr<FileNames> NamesOf(std::vector<unsigned char> const& bytes)
+{
+    auto names = std::make_shared<FileNames>();
     Json document;
     std::string error;
-    if (ReadTuningDocument(bytes, document, error)) {
-        for (Json const& record : document.value("definitions", Json::array())) {
-            if (record.value("record", "") != "structure")
-                continue;
-            for (Json const& member : record.value("members", Json::array())) {
-                std::string const name = member.value("name", "");
-                names->emplace(
-                    std::make_pair(record.value("id", 0u), ParserCRC64::HashName(name.c_str())),
-                    name);
-            }
+    if (!ReadTuningDocument(bytes, document, error))
+        return names;
+    for (Json const& record : document.value("definitions", Json::array())) {
+        if (record.value("record", "") != "structure")
+            continue;
+        for (Json const& member : record.value("members", Json::array())) {
+            std::string const name = member.value("name", "");
+            names->members.emplace(
+                std::make_pair(record.value("id", 0u), ParserCRC64::HashName(name.c_str())), name);
         }
     }
-    return [names](uint32_t structureId, unsigned long hash) {
-        auto const found = names->find({structureId, hash});
-        return found != names->end() ? found->second : std::string();
-    };
+    for (Json const& entry : document.value("symbols", Json::array())) {
+        if (entry.contains("name"))
+            names->entries.emplace(entry.value("id", 0u), entry.value("name", ""));
+    }
+    return names;
 }
 
 void JudgeModules(ToolSetManager& manager, ParameterFileSymbolTable const* schema,
-                  MemberNameLookup const& names, Verdict& verdict)
+                  std::shared_ptr<FileNames> const& names, Verdict& verdict)
 {
+    MemberNameLookup const members = [names](uint32_t structureId, unsigned long hash) {
+        auto const found = names->members.find({structureId, hash});
+        return found != names->members.end() ? found->second : std::string();
+    };
     ParameterFileSymbolTable const* table = manager.GetSymbolTable();
     TuningWriter::InstanceCatalogue const& catalogue = ParamSchema::TuningSetManager::Instances();
     for (unsigned int i = 0; i < table->Modules().Count(); ++i) {
         ModuleData* data = table->Modules()[i];
         if (data == nullptr)
             continue;
+        // Entries below 6.0.0 have no name hash, only a name, which tells their modules apart.
+        auto const entry = names->entries.find(data->ID);
+        std::string const entryName =
+            data->NameHash == 0 && entry != names->entries.end() ? entry->second : "";
         ModuleVerdict* module = nullptr;
-        for (ModuleVerdict& seen : verdict.modules)
-            module = seen.nameHash == data->NameHash ? &seen : module;
+        for (ModuleVerdict& seen : verdict.modules) {
+            if (seen.nameHash == data->NameHash && seen.entryName == entryName)
+                module = &seen;
+        }
         DefaultModule* kind = manager.GetDefaultModule(data->NameHash);
         ParameterModule const* factory = kind != nullptr ? kind->module : nullptr;
         if (module == nullptr) {
@@ -186,7 +203,11 @@ void JudgeModules(ToolSetManager& manager, ParameterFileSymbolTable const* schem
             module = &verdict.modules.back();
             module->nameHash = data->NameHash;
             module->known = factory != nullptr;
-            module->name = module->known ? factory->moduleName : NameInFile(schema, data->NameHash);
+            module->entryName = entryName;
+            if (module->known)
+                module->name = factory->moduleName;
+            else
+                module->name = entryName.empty() ? NameInFile(schema, data->NameHash) : entryName;
             TuningWriter::InstanceSchema const* compiled =
                 module->known ? catalogue.Find(module->name) : nullptr;
             ParameterDefinitionStructure const* top =
@@ -200,7 +221,7 @@ void JudgeModules(ToolSetManager& manager, ParameterFileSymbolTable const* schem
             } else if (top == nullptr || compiled == nullptr) {
                 module->schema = "absent";
             } else {
-                module->members = CompareModuleSchema(*top, *compiled->type, names);
+                module->members = CompareModuleSchema(*top, *compiled->type, members);
                 module->schema = module->members.Differs() ? "differs" : "matches";
             }
         }
@@ -256,7 +277,10 @@ void PrintText(Verdict const& verdict)
             std::printf(" (build: %s %s)", module.buildType.c_str(),
                         VersionText(module.buildVersion).c_str());
         if (module.schema == "unknown")
-            std::printf(": no module of this name in the build\n");
+            std::printf(": %s\n", module.nameHash == 0
+                                      ? "its entries have no name hash (files below 6.0.0), by "
+                                        "which the loader could find its module"
+                                      : "no module of this name in the build");
         else if (module.schema == "absent")
             std::printf(": no schema in the file, read by position on the build's\n");
         else
@@ -405,7 +429,7 @@ int RunVerify(int argc, char** argv)
             static_cast<void>(schema->ReadDefinitions(
                 copy.data(), static_cast<unsigned int>(copy.size()), at, section.Size, true));
         }
-        JudgeModules(manager, schema.get(), MemberNamesOf(copy), verdict);
+        JudgeModules(manager, schema.get(), NamesOf(copy), verdict);
     }
     if (!loaded && !(verdict.tablesLoaded && RefusalExplained(verdict)))
         verdict.loaderError = manager.GetErrorString();
