@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "parameterparser/livetuning/knobbyhandler.h"
@@ -44,7 +45,8 @@ constexpr char ServeUsage[] =
     "--save-to OUT writes FILE with every value changed over the socket to OUT on SIGUSR1 and\n"
     "on exit: each in the file's own encoding of its member, every other byte as it was, the\n"
     "checksum recomputed; OUT is replaced whole or not at all. A change the file cannot hold\n"
-    "is named on stderr and left out. After a reload the values are those of the new FILE.\n";
+    "is named on stderr and left out. After a reload the values are those of the new FILE.\n"
+    "OUT must be another file than FILE, which the server reads while it runs.\n";
 
 // Set from the signal handlers; the main loop polls them.
 volatile std::sig_atomic_t g_stopRequested = 0;
@@ -160,6 +162,18 @@ int RunServe(int argc, char** argv)
     if (line.Has("--port") && !ParsePortNumber(line.Value("--port"), port)) {
         std::fprintf(stderr, "paramctl serve: --port needs a number from 1 to 65535, not %s\n%s",
                      line.Value("--port").c_str(), ServeUsage);
+        return ExitUsage;
+    }
+
+    // The server reads FILE from disk while it runs, and a file replaced under it is refused
+    // until a reload: the tuned values go to another file.
+    struct stat served = {};
+    struct stat target = {};
+    if (line.Has("--save-to") && stat(path.c_str(), &served) == 0 &&
+        stat(line.Value("--save-to").c_str(), &target) == 0 && served.st_dev == target.st_dev &&
+        served.st_ino == target.st_ino) {
+        std::fprintf(stderr, "paramctl serve: --save-to must name another file than FILE\n%s",
+                     ServeUsage);
         return ExitUsage;
     }
 
