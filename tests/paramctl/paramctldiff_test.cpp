@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // paramctl diff on packed descriptions that differ in one way each: header, mode tree, instances,
 // and values read through a mode branch, where each file may take a value from another mode.
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -8,6 +9,7 @@
 
 #include "tests/common/tempfile.h"
 #include "tests/paramctl/runparamctl.h"
+#include <nlohmann/json.hpp>
 
 namespace {
 
@@ -75,6 +77,21 @@ TEST(ParamctlDiffTest, ShowsEachDifferenceWhereItStands)
             RunParamctl(std::string("diff ") + test.options + " " + a.Path() + " " + b.Path());
         EXPECT_EQ(diff.code, test.code);
         EXPECT_EQ(diff.out, test.output);
+        if (test.code == 2)
+            continue;
+        // The JSON form holds the same differences, one item for each line of the text.
+        nlohmann::json const document =
+            nlohmann::json::parse(RunParamctl(std::string("diff --json ") + test.options + " " +
+                                              a.Path() + " " + b.Path())
+                                      .out,
+                                  nullptr, false);
+        ASSERT_TRUE(document.is_object());
+        EXPECT_EQ(document["same"], test.code == 0);
+        size_t items = document["header"].size() + document["modes"].size();
+        for (nlohmann::json const& instance : document["instances"])
+            items +=
+                instance["a"].is_null() || instance["b"].is_null() ? 1 : instance["values"].size();
+        EXPECT_EQ(items, static_cast<size_t>(std::count(diff.out.begin(), diff.out.end(), '\n')));
     }
 }
 
