@@ -19,8 +19,9 @@ int RunServe(int argc, char** argv);
 int RunSet(int argc, char** argv);
 int RunVerify(int argc, char** argv);
 
-/// dump --json without a mode or module: the whole file as one document.
-int DumpDocument(std::string const& path);
+/// dump --json without a mode or module: the whole file as one document, indented by two
+/// spaces or, compact, on one line.
+int DumpDocument(std::string const& path, bool compact);
 /// pack --json: the file a document describes.
 int PackDocument(std::string const& input, std::string const& output);
 

@@ -16,7 +16,7 @@
 
 namespace ParamCtl {
 
-int DumpDocument(std::string const& path)
+int DumpDocument(std::string const& path, bool compact)
 {
     std::vector<unsigned char> bytes;
     std::string reason;
@@ -31,7 +31,7 @@ int DumpDocument(std::string const& path)
         return ExitFailure;
     }
     // Written as it is serialised: a large file's document is never held twice as text.
-    std::cout << std::setw(2) << document << '\n';
+    std::cout << std::setw(compact ? 0 : 2) << document << '\n';
     std::cout.flush();
     size_t const problems = document["problems"].size();
     if (problems == 0)

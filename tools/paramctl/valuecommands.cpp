@@ -51,7 +51,8 @@ constexpr char SetUsage[] =
     "hold (a member its schema lacks, a value outside the file's type) writes nothing.\n";
 
 constexpr char DumpUsage[] =
-    "usage: paramctl dump [--json] [--table N] [--mode PATH] [--lenient] [--module NAME] FILE\n"
+    "usage: paramctl dump [--json [--compact]] [--table N] [--mode PATH] [--lenient]\n"
+    "                     [--module NAME] FILE\n"
     "\n"
     "Prints the whole value tree of the modules of FILE. Without --mode each module record is\n"
     "read in the mode that holds it; with --mode every module instance of the file is read\n"
@@ -63,7 +64,8 @@ constexpr char DumpUsage[] =
     "(no compiled module needed): header, sections, definitions, mode tables and trees, symbol\n"
     "and data tables, and every module instance's values under its mode path. The shape is\n"
     "tools/paramctl/tuningfile.schema.json; 'paramctl pack --json' writes the file back.\n"
-    "Exits 1, after the document, when the file has problems (listed in \"problems\").\n";
+    "Exits 1, after the document, when the file has problems (listed in \"problems\").\n"
+    "--compact writes it on one line, a fifth of the size for files of large arrays.\n";
 
 // Room for the text of a whole structure read.
 constexpr unsigned int ResultLength = 1 << 20;
@@ -498,13 +500,13 @@ int RunSet(int argc, char** argv)
 
 int RunDump(int argc, char** argv)
 {
-    CommandLine line({"--json", "--lenient"}, {"--table", "--mode", "--module"});
+    CommandLine line({"--json", "--lenient", "--compact"}, {"--table", "--mode", "--module"});
     ValueOptions options;
     int const code = ParseValueLine(line, argc, argv, "dump", DumpUsage, 1, 1, options);
     if (code >= 0)
         return code;
     if (options.json && !line.Has("--mode") && !line.Has("--module"))
-        return DumpDocument(line.Operands()[0]);
+        return DumpDocument(line.Operands()[0], line.Has("--compact"));
     LoadedFile loaded;
     if (!OpenLoadedFile(line.Operands()[0], "dump", loaded))
         return ExitFailure;

@@ -30,6 +30,10 @@ constexpr size_t SymbolNameWidth = 32;
 constexpr uint32_t NoModule = 0xFFFFFFFF;
 constexpr uint32_t ModeSlotMask = 0xFFFFFF;
 constexpr unsigned int ModeTableShift = 24;
+// Value elements a file may decode into, beyond one per byte of it: a sound file has fewer
+// elements than bytes, and pointers that name one block many times cannot make a small hostile
+// file decode into a huge document.
+constexpr size_t ElementBudgetBase = 1u << 20;
 
 char const* const SectionNames[] = {"symbol", "data", "mode", "dataTable", "definition"};
 
@@ -730,6 +734,7 @@ private:
             return true;
         };
 
+        size_t budget = ElementBudgetBase + m_length;
         std::set<uint32_t> referenced;
         std::map<std::pair<uint32_t, uint32_t>, uint32_t> firsts;
         std::map<std::pair<uint32_t, uint32_t>, uint32_t> dataFirsts;
@@ -767,8 +772,8 @@ private:
             std::vector<uint32_t> pointed;
             if (entry.modeId != NoModule) {
                 row["schema"] = module.source;
-                if (module.structureId != 0 &&
-                    codec.Decode(module.structureId, entry.bytes, lookup, values, pointed)) {
+                if (module.structureId != 0 && codec.Decode(module.structureId, entry.bytes, lookup,
+                                                            budget, values, pointed)) {
                     row["values"] = std::move(values);
                     referenced.insert(pointed.begin(), pointed.end());
                 } else if (module.structureId != 0) {

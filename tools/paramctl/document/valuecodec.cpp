@@ -23,10 +23,6 @@ namespace {
 
 // A structure nested in itself has no finite layout; deeper trees are refused.
 constexpr unsigned int MaxDepth = 32;
-// Elements one decode may produce beyond the bytes it covers: pointer fields may name one block
-// many times, so hostile data could otherwise make a small file decode into a huge tree.
-constexpr size_t ElementBudgetBase = 1u << 20;
-
 bool IsStructure(DefinitionElement const& element)
 {
     return element.type == ElementType::Structure;
@@ -111,7 +107,7 @@ class Decoder
 {
 public:
     Decoder(TuningWriter::FileVersion version, StructureSet const& structures,
-            EntryLookup const& lookup, std::vector<uint32_t>& referenced, size_t budget)
+            EntryLookup const& lookup, std::vector<uint32_t>& referenced, size_t& budget)
         : m_version(version), m_alignment(TuningWriter::AlignmentFor(version)),
           m_structures(structures), m_lookup(lookup), m_referenced(referenced), m_budget(budget)
     {
@@ -282,7 +278,7 @@ private:
     StructureSet const& m_structures;
     EntryLookup const& m_lookup;
     std::vector<uint32_t>& m_referenced;
-    size_t m_budget;
+    size_t& m_budget;
 };
 
 class Encoder
@@ -588,14 +584,13 @@ ValueCodec::ValueCodec(TuningWriter::FileVersion version, StructureSet const& st
 }
 
 bool ValueCodec::Decode(uint32_t structureId, EntryBytes data, EntryLookup const& lookup,
-                        Json& values, std::vector<uint32_t>& referenced) const
+                        size_t& budget, Json& values, std::vector<uint32_t>& referenced) const
 {
     referenced.clear();
     unsigned int pos = 0;
     unsigned char const alignment = TuningWriter::AlignmentFor(m_version);
     ParameterByteReader reader(data.data, data.size, pos, alignment, nullptr);
-    Decoder decoder(m_version, m_structures, lookup, referenced,
-                    ElementBudgetBase + 4 * static_cast<size_t>(data.size));
+    Decoder decoder(m_version, m_structures, lookup, referenced, budget);
     if (!decoder.Structure(structureId, reader, 0, values))
         return false;
 

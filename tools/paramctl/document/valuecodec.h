@@ -71,9 +71,13 @@ public:
     ValueCodec(TuningWriter::FileVersion version, StructureSet const& structures);
 
     /// The value tree of structureId over data; referenced gets the identifiers of the entries
-    /// read through pointers. False when the bytes do not round-trip.
+    /// read through pointers. budget is the count of elements the reading may still produce,
+    /// shared by all the reads of one file, as pointers may name one block any number of times;
+    /// it is lowered by what this read produced. False when the bytes do not round-trip or the
+    /// budget runs out.
     [[nodiscard]] bool Decode(uint32_t structureId, EntryBytes data, EntryLookup const& lookup,
-                              Json& values, std::vector<uint32_t>& referenced) const;
+                              size_t& budget, Json& values,
+                              std::vector<uint32_t>& referenced) const;
 
     /// The bytes of structureId holding values; blocks of pointer fields go to blocks. False with
     /// error set (naming the member path) for a value that does not fit its member.
