@@ -21,6 +21,7 @@ using TuningWriter::FileVersion;
 namespace {
 
 constexpr uint32_t NoModule = 0xFFFFFFFF;
+constexpr uint64_t MaxNameLength = 0xFFFF;
 
 // One row of the symbol or data table as the document gives it, with the bytes it will hold.
 struct Row
@@ -165,11 +166,13 @@ private:
             element.type = static_cast<TuningWriter::ElementType>(code);
         else
             return Fail(where + ".type", "must be a type name or code");
-        uint32_t nameLength = 0;
+        // A stored name length other than the name's pads it with NULs: bounded, so a document
+        // cannot make pack write gigabytes for one name.
+        uint64_t nameLength = 0;
         if (Member(member, "nameLength") != nullptr) {
-            if (!Field(member, "nameLength", where, nameLength))
+            if (!Number(member, "nameLength", where, MaxNameLength, nameLength))
                 return false;
-            element.nameLengthOverride = nameLength;
+            element.nameLengthOverride = static_cast<uint32_t>(nameLength);
         }
         return Field(member, "structure", where, element.id, false) &&
                Field(member, "min", where, element.minCount) &&

@@ -240,7 +240,9 @@ private:
             return "";
         unsigned char const* data = reader.Peek(length);
         if (data == nullptr || !reader.Skip(length)) {
+            // The length read is no length of anything the file holds: not kept.
             Problem("a text of the definition table runs past its section");
+            length = 0;
             return "";
         }
         return std::string(reinterpret_cast<char const*>(data), length);
@@ -253,7 +255,7 @@ private:
         std::string const bytes = CountedText(reader, length);
         std::string const name =
             TextOf(reinterpret_cast<unsigned char const*>(bytes.data()), bytes.size());
-        if (length != name.size() + 1 && lengthKey != nullptr)
+        if (length != name.size() + 1 && length != 0 && lengthKey != nullptr)
             record[lengthKey] = length;
         return name;
     }
