@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// Module lookup: a repeated request of a loaded branch, the first request of a mode in file mode,
-// and the memory that file mode holds after many modes were visited.
+// Module lookup: a repeated request of a loaded branch and the allocations it makes, the first
+// request of a mode in file mode, the open of a file by the size of its tree, and the memory that
+// file mode holds after many modes were visited.
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <new>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -20,6 +24,39 @@
 #include "paramgen/versionsA_1_0_0.h"
 #include "paramgen/versionsB_1_0_0.h"
 #include "tests/parameterparser/lookupfixture.h"
+
+// Every allocation through the global operator new in this program is counted, so a benchmark
+// can show that a path allocates nothing; the platform allocator counts its own.
+namespace {
+std::atomic<size_t> g_newCount{0};
+} // namespace
+
+void* operator new(std::size_t size)
+{
+    g_newCount.fetch_add(1, std::memory_order_relaxed);
+    if (void* block = std::malloc(size != 0 ? size : 1))
+        return block;
+    throw std::bad_alloc();
+}
+
+// The replaced operator new takes its blocks from malloc, so free is the matching release; the
+// compiler cannot see that pairing once the two are inlined apart.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+#endif
+void operator delete(void* block) noexcept
+{
+    std::free(block);
+}
+
+void operator delete(void* block, std::size_t) noexcept
+{
+    std::free(block);
+}
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
 
 namespace {
 
@@ -83,6 +120,31 @@ std::vector<uint8_t> BranchFile()
     return file.Build();
 }
 
+// A file of `modes` modes, each holding its own A: Default alone, or Default, Sensor.0 and Usecase
+// modes below it. Default and Sensor modes are read at open in either working mode; the Usecase
+// modes are what a file-mode open must only index.
+std::vector<uint8_t> ModeCountFile(unsigned int modes)
+{
+    LookupFile file;
+    uint32_t const root = file.Path("Default");
+    file.AddModule('A', root, "root");
+    if (modes > 1) {
+        uint32_t const sensor = file.Path("Default|Sensor.0");
+        file.AddModule('A', sensor, "sensor");
+        for (unsigned int k = 2; k < modes; ++k) {
+            uint32_t const usecase =
+                file.Table().AddChild(sensor, ModeUsecase, static_cast<uint16_t>(k - 2));
+            file.AddModule('A', usecase, "usecase" + std::to_string(k));
+        }
+    }
+    return file.Build();
+}
+
+size_t Allocations()
+{
+    return g_newCount.load(std::memory_order_relaxed) + Vorn::Testing::AllocationCount();
+}
+
 std::vector<TuningMode> Row(unsigned int k)
 {
     return Branch({{ModeSensor, 0}, {ModeUsecase, 0}, {ModeFeature1, static_cast<uint16_t>(k)}});
@@ -92,9 +154,11 @@ std::vector<TuningMode> Row(unsigned int k)
 class BenchFile
 {
 public:
-    BenchFile() : m_path("/tmp/lookup_bench_" + std::to_string(getpid()) + ".bin")
+    explicit BenchFile(std::vector<uint8_t> const& bytes = BranchFile())
+        : m_path("/tmp/lookup_bench_" + std::to_string(getpid()) + "_" +
+                 std::to_string(s_next++) + ".bin"),
+          m_size(bytes.size())
     {
-        std::vector<uint8_t> const bytes = BranchFile();
         std::ofstream out(m_path, std::ios::binary);
         out.write(reinterpret_cast<char const*>(bytes.data()),
                   static_cast<std::streamsize>(bytes.size()));
@@ -105,9 +169,12 @@ public:
     BenchFile& operator=(BenchFile const&) = delete;
 
     char const* Path() const { return m_path.c_str(); }
+    size_t Size() const { return m_size; }
 
 private:
+    static inline unsigned int s_next = 0;
     std::string m_path;
+    size_t m_size;
 };
 
 // The file on disk and a manager that loaded it, in either working mode.
@@ -140,10 +207,14 @@ void BM_ParameterSetManager_GetModuleLoadedBranch(benchmark::State& state)
         state.SkipWithError("the branch's module did not load");
         return;
     }
+    size_t const allocationsBefore = Allocations();
     for (auto _ : state) {
         held = file.Get(branch, held);
         benchmark::DoNotOptimize(held);
     }
+    state.counters["allocations_per_request"] =
+        benchmark::Counter(static_cast<double>(Allocations() - allocationsBefore),
+                           benchmark::Counter::kAvgIterations);
     if (held != nullptr)
         held->Release();
     state.SetLabel(state.range(0) != 0 ? "file mode" : "buffer mode");
@@ -174,6 +245,22 @@ void BM_ParameterSetManager_GetModuleFirstRequest(benchmark::State& state)
     }
 }
 BENCHMARK(BM_ParameterSetManager_GetModuleFirstRequest)->Unit(benchmark::kMicrosecond);
+
+// Opening a file in file mode (header, checksum, tables; no module read), with one mode and with
+// 64 in files of the same size: the open must not grow with the tree.
+void BM_ParameterSetManager_OpenByModeCount(benchmark::State& state)
+{
+    BenchFile const onDisk(ModeCountFile(static_cast<unsigned int>(state.range(0))));
+    for (auto _ : state) {
+        BenchSetManager manager(true);
+        if (!manager.LoadBinaryParameters(onDisk.Path())) {
+            state.SkipWithError("the file did not load");
+            break;
+        }
+    }
+    state.counters["file_bytes"] = static_cast<double>(onDisk.Size());
+}
+BENCHMARK(BM_ParameterSetManager_OpenByModeCount)->Arg(1)->Arg(64)->Unit(benchmark::kMicrosecond);
 
 // Bytes held through the platform allocator after 100 modes were each asked for once and given
 // back: file mode keeps at most 17 of them; buffer mode, which read all at load, is the

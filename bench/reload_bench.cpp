@@ -14,74 +14,15 @@
 #include "platform/vornalloc.h"
 #include "platform/vornlog.h"
 
-#include "tools/generator/schemaset.h"
-#include "tools/writer/definitiontablebuilder.h"
-#include "tools/writer/entryencoder.h"
-#include "tools/writer/modesectionbuilder.h"
-#include "tools/writer/symboltablebuilder.h"
-#include "tools/writer/tuningfilewriter.h"
-
-#include "paramgen/fdSetManager.h"
-#include "paramgen/fdSetManager.writer.h"
+#include "bench/scenemodesfile.h"
 
 namespace {
-
-using TuningWriter::EntryValue;
 
 constexpr size_t FileSize = 16u << 20;
 constexpr double MiB = 1024.0 * 1024.0;
 
-constexpr uint16_t Usecases = 8;
-constexpr uint16_t Features1 = 8;
-constexpr uint16_t Features2 = 25;
-constexpr uint16_t Scenes = 8;
-
-// A file of flIndices modules, one in each Scene mode below Usecase x Feature1 x Feature2
-// (8 x 8 x 25 x 8 = 12800 modes of about 1.2 KiB of data each), padded to 16 MiB.
-std::vector<uint8_t> BuildFile()
-{
-    TuningWriter::FileVersion const version{};
-    TuningWriter::InstanceCatalogue const& catalogue = ParamSchema::fdSetManager::Instances();
-    TuningWriter::InstanceSchema const* instance = catalogue.Find("flIndices");
-    TuningWriter::SchemaSet schema;
-    instance->Describe(schema);
-    TuningWriter::DefinitionTableBuilder definitions;
-    definitions.AddModule(schema.Module(instance->instanceName, instance->topType));
-    schema.AddTo(definitions);
-
-    TuningWriter::SymbolTableBuilder symbols(version);
-    TuningWriter::EntryEncoder encoder(version, schema.Structures(), symbols);
-    TuningWriter::ModeSectionBuilder tree(0, "bench");
-    uint32_t const sensor = tree.AddPath("Default|Sensor.0");
-    uint32_t points = 0;
-    for (uint16_t usecase = 0; usecase < Usecases; ++usecase) {
-        uint32_t const u = tree.AddChild(sensor, ModeUsecase, usecase);
-        for (uint16_t feature1 = 0; feature1 < Features1; ++feature1) {
-            uint32_t const f1 = tree.AddChild(u, ModeFeature1, feature1);
-            for (uint16_t feature2 = 0; feature2 < Features2; ++feature2) {
-                uint32_t const f2 = tree.AddChild(f1, ModeFeature2, feature2);
-                for (uint16_t scene = 0; scene < Scenes; ++scene) {
-                    std::vector<EntryValue> indices(300, EntryValue::UInt(++points));
-                    EntryValue const value =
-                        EntryValue::Struct({{"numPoints", EntryValue::UInt(points)},
-                                            {"indices", EntryValue::List(indices)}});
-                    TuningWriter::ModuleEntry entry;
-                    entry.name = instance->instanceName;
-                    entry.moduleVersion = instance->version;
-                    entry.modeId = tree.AddChild(f2, ModeScene, scene);
-                    entry.data = encoder.Encode(schema.Id(instance->topType), &value);
-                    symbols.AddModule(std::move(entry));
-                }
-            }
-        }
-    }
-    TuningWriter::TuningFileWriter writer(version);
-    writer.AddSection(TuningWriter::SectionType::Definition, definitions.Build(writer.Alignment()));
-    symbols.AddTo(writer);
-    tree.AddTo(writer);
-    writer.SetMinimumFileSize(FileSize);
-    return writer.Build();
-}
+// 8 x 8 x 25 x 8 = 12800 Scene modes of about 1.2 KiB of data each, padded to 16 MiB.
+constexpr BenchFiles::SceneGrid Grid{8, 8, 25, 8};
 
 // The file on disk for the whole run.
 class BenchFile
@@ -95,7 +36,7 @@ public:
             return;
         close(fd);
         m_path = pattern;
-        m_bytes = BuildFile();
+        m_bytes = BenchFiles::BuildSceneModesFile(Grid, FileSize);
         m_size = m_bytes.size();
         FILE* file = std::fopen(m_path.c_str(), "wb");
         if (file == nullptr ||
@@ -224,10 +165,10 @@ void BM_Load_MemoryPerFileMiB(benchmark::State& state)
         // The modules stand only in Scene modes, so every request warns that the root lacks it.
         Vorn::Log::SetSink([](uint32_t, char, uint32_t, char const*, void*) {}, nullptr);
         vornflindices::FLIndicesType* held = nullptr;
-        for (uint16_t u = 0; u < Usecases; ++u)
-            for (uint16_t f1 = 0; f1 < Features1; ++f1)
-                for (uint16_t f2 = 0; f2 < Features2; ++f2)
-                    for (uint16_t scene = 0; scene < Scenes; ++scene) {
+        for (uint16_t u = 0; u < Grid.usecases; ++u)
+            for (uint16_t f1 = 0; f1 < Grid.features1; ++f1)
+                for (uint16_t f2 = 0; f2 < Grid.features2; ++f2)
+                    for (uint16_t scene = 0; scene < Grid.scenes; ++scene) {
                         TuningMode const branch[] = {{ModeDefault, 0, 0},   {ModeSensor, 0, 0},
                                                      {ModeUsecase, u, 0},   {ModeFeature1, f1, 0},
                                                      {ModeFeature2, f2, 0}, {ModeScene, scene, 0}};

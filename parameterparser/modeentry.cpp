@@ -4,8 +4,6 @@
 
 #include <cstring>
 
-#include "platform/vornosutils.h"
-
 #include "parameterparser/modeslot.h"
 #include "parameterparser/moduledata.h"
 #include "parameterparser/parameterlogging.h"
@@ -140,6 +138,23 @@ private:
     std::recursive_mutex* m_mutex = nullptr;
 };
 
+// Appends the decimal digits of value at path[used], as many as fit before the terminator, and
+// returns the new length. Every module record of a load writes its mode path, so this stays
+// clear of the formatted-print machinery.
+size_t AppendNumber(char* path, size_t used, size_t length, unsigned int value)
+{
+    char digits[10];
+    size_t count = 0;
+    do {
+        digits[count++] = static_cast<char>('0' + value % 10);
+        value /= 10;
+    } while (value != 0);
+    while (count > 0 && used + 1 < length)
+        path[used++] = digits[--count];
+    path[used] = '\0';
+    return used;
+}
+
 } // namespace
 
 ModeEntry::ModeEntry(bool loadedFlag, bool residentFlag)
@@ -259,19 +274,23 @@ void ModeEntry::GetModePath(char* path, unsigned int length)
     unsigned int depth = 0;
     for (ModeEntry* node = this; node != nullptr; node = node->parent)
         ++depth;
+    size_t used = std::strlen(path);
     for (unsigned int level = 0; level < depth; ++level) {
         ModeEntry* node = this;
         for (unsigned int up = level + 1; up < depth; ++up)
             node = node->parent;
-        size_t used = std::strlen(path);
         if (used + 1 >= length)
             return;
-        if (used > 0)
-            used = Vorn::OsUtils::StrLCat(path, "|", length);
-        if (used + 1 < length)
-            Vorn::OsUtils::SNPrintF(path + used, length - used, "%u.%u",
-                                    static_cast<unsigned int>(node->mode.Parts.mode),
-                                    static_cast<unsigned int>(node->mode.Parts.subMode));
+        if (used > 0) {
+            path[used++] = '|';
+            path[used] = '\0';
+        }
+        used = AppendNumber(path, used, length, node->mode.Parts.mode);
+        if (used + 1 < length) {
+            path[used++] = '.';
+            path[used] = '\0';
+        }
+        used = AppendNumber(path, used, length, node->mode.Parts.subMode);
     }
 }
 

@@ -13,6 +13,7 @@ constexpr size_t HeaderSize = alignof(std::max_align_t);
 std::atomic<int> g_successesLeft{-1};
 std::atomic<size_t> g_allocatedBytes{0};
 std::atomic<size_t> g_peakBytes{0};
+std::atomic<size_t> g_allocationCount{0};
 
 bool ShouldFail()
 {
@@ -44,6 +45,7 @@ void* VornCalloc(size_t size, uint32_t /*tag*/)
     if (block == nullptr)
         return nullptr;
     *reinterpret_cast<size_t*>(block) = size;
+    g_allocationCount.fetch_add(1, std::memory_order_relaxed);
     RaisePeak(g_allocatedBytes.fetch_add(size, std::memory_order_relaxed) + size);
     return block + HeaderSize;
 }
@@ -73,6 +75,11 @@ void ResetAllocationFailure()
 size_t AllocatedBytes()
 {
     return g_allocatedBytes.load(std::memory_order_relaxed);
+}
+
+size_t AllocationCount()
+{
+    return g_allocationCount.load(std::memory_order_relaxed);
 }
 
 size_t PeakAllocatedBytes()

@@ -33,5 +33,8 @@ size_t AllocatedBytes();
 size_t PeakAllocatedBytes();
 void ResetPeakAllocatedBytes();
 
+/// Allocations made through VornCalloc since the process started.
+size_t AllocationCount();
+
 } // namespace Testing
 } // namespace Vorn

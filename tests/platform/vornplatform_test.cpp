@@ -17,8 +17,10 @@ namespace {
 TEST(VornAllocTest, BlocksAreZeroFilledAndCounted)
 {
     size_t const before = Vorn::Testing::AllocatedBytes();
+    size_t const countBefore = Vorn::Testing::AllocationCount();
     auto* block = static_cast<unsigned char*>(VornCalloc(100, VornTagAllocData));
     ASSERT_NE(block, nullptr);
+    EXPECT_EQ(Vorn::Testing::AllocationCount(), countBefore + 1);
     for (int i = 0; i < 100; ++i)
         EXPECT_EQ(block[i], 0) << "byte " << i;
     EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before + 100);
