@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <new>
 #include <fstream>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -155,8 +155,8 @@ class BenchFile
 {
 public:
     explicit BenchFile(std::vector<uint8_t> const& bytes = BranchFile())
-        : m_path("/tmp/lookup_bench_" + std::to_string(getpid()) + "_" +
-                 std::to_string(s_next++) + ".bin"),
+        : m_path("/tmp/lookup_bench_" + std::to_string(getpid()) + "_" + std::to_string(s_next++) +
+                 ".bin"),
           m_size(bytes.size())
     {
         std::ofstream out(m_path, std::ios::binary);
@@ -212,9 +212,8 @@ void BM_ParameterSetManager_GetModuleLoadedBranch(benchmark::State& state)
         held = file.Get(branch, held);
         benchmark::DoNotOptimize(held);
     }
-    state.counters["allocations_per_request"] =
-        benchmark::Counter(static_cast<double>(Allocations() - allocationsBefore),
-                           benchmark::Counter::kAvgIterations);
+    state.counters["allocations_per_request"] = benchmark::Counter(
+        static_cast<double>(Allocations() - allocationsBefore), benchmark::Counter::kAvgIterations);
     if (held != nullptr)
         held->Release();
     state.SetLabel(state.range(0) != 0 ? "file mode" : "buffer mode");

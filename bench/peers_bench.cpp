@@ -13,12 +13,13 @@
 #include <string>
 #include <vector>
 
-#include <benchmark/benchmark.h>
-#include <rapidjson/document.h>
 #include <simdjson.h>
 #include <yaml.h>
 
+#include <benchmark/benchmark.h>
+
 #include "paramgen/fdSetManager.h"
+#include <rapidjson/document.h>
 
 namespace {
 
@@ -67,23 +68,68 @@ Content const* Usable(benchmark::State& state)
     return &content;
 }
 
+// Times work on a fresh subject each iteration; making and destroying the subject are not timed.
+template <typename Make, typename Work>
+void TimeEach(benchmark::State& state, Make make, Work work, char const* refusal)
+{
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto subject = make();
+        state.ResumeTiming();
+        bool const done = work(*subject);
+        state.PauseTiming();
+        subject.reset();
+        state.ResumeTiming();
+        if (!done) {
+            state.SkipWithError(refusal);
+            break;
+        }
+    }
+}
+
+// A writable copy of the file beside a manager, for a buffer-mode load.
+struct BufferLoad
+{
+    explicit BufferLoad(std::vector<uint8_t> const& file) : bytes(file) {}
+
+    std::vector<uint8_t> bytes;
+    fdSetManager manager{"peers"};
+};
+
+// A libyaml parser over the YAML and the document it loads.
+struct YamlLoad
+{
+    explicit YamlLoad(std::string const& yaml)
+    {
+        yaml_parser_initialize(&parser);
+        yaml_parser_set_input_string(&parser, reinterpret_cast<unsigned char const*>(yaml.data()),
+                                     yaml.size());
+    }
+    ~YamlLoad()
+    {
+        if (loaded)
+            yaml_document_delete(&document);
+        yaml_parser_delete(&parser);
+    }
+    YamlLoad(YamlLoad const&) = delete;
+    YamlLoad& operator=(YamlLoad const&) = delete;
+
+    yaml_parser_t parser;
+    yaml_document_t document;
+    bool loaded = false;
+};
+
 void BM_Peers_OursOpen(benchmark::State& state)
 {
     Content const* content = Usable(state);
     if (content == nullptr)
         return;
-    for (auto _ : state) {
-        state.PauseTiming();
-        auto manager = std::make_unique<fdSetManager>("peers");
-        state.ResumeTiming();
-        if (!manager->LoadBinaryParameters(content->binaryPath.c_str())) {
-            state.SkipWithError("the file did not load");
-            break;
-        }
-        state.PauseTiming();
-        manager.reset();
-        state.ResumeTiming();
-    }
+    TimeEach(
+        state, [] { return std::make_unique<fdSetManager>("peers"); },
+        [content](fdSetManager& manager) {
+            return manager.LoadBinaryParameters(content->binaryPath.c_str());
+        },
+        "the file did not load");
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * content->binary.size()));
 }
 
@@ -92,19 +138,12 @@ void BM_Peers_OursMaterialise(benchmark::State& state)
     Content const* content = Usable(state);
     if (content == nullptr)
         return;
-    for (auto _ : state) {
-        state.PauseTiming();
-        std::vector<uint8_t> bytes = content->binary;
-        auto manager = std::make_unique<fdSetManager>("peers");
-        state.ResumeTiming();
-        if (!manager->LoadBinaryParameters(bytes.data(), bytes.size())) {
-            state.SkipWithError("the file did not load");
-            break;
-        }
-        state.PauseTiming();
-        manager.reset();
-        state.ResumeTiming();
-    }
+    TimeEach(
+        state, [content] { return std::make_unique<BufferLoad>(content->binary); },
+        [](BufferLoad& load) {
+            return load.manager.LoadBinaryParameters(load.bytes.data(), load.bytes.size());
+        },
+        "the file did not load");
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * content->binary.size()));
 }
 
@@ -113,19 +152,12 @@ void BM_Peers_RapidJsonDom(benchmark::State& state)
     Content const* content = Usable(state);
     if (content == nullptr)
         return;
-    for (auto _ : state) {
-        state.PauseTiming();
-        auto document = std::make_unique<rapidjson::Document>();
-        state.ResumeTiming();
-        document->Parse(content->json.data(), content->json.size());
-        if (document->HasParseError()) {
-            state.SkipWithError("RapidJSON refused the JSON");
-            break;
-        }
-        state.PauseTiming();
-        document.reset();
-        state.ResumeTiming();
-    }
+    TimeEach(
+        state, [] { return std::make_unique<rapidjson::Document>(); },
+        [content](rapidjson::Document& document) {
+            return !document.Parse(content->json.data(), content->json.size()).HasParseError();
+        },
+        "RapidJSON refused the JSON");
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * content->json.size()));
 }
 
@@ -153,24 +185,13 @@ void BM_Peers_LibyamlNodeTree(benchmark::State& state)
     Content const* content = Usable(state);
     if (content == nullptr)
         return;
-    for (auto _ : state) {
-        yaml_parser_t parser;
-        yaml_document_t document;
-        yaml_parser_initialize(&parser);
-        yaml_parser_set_input_string(
-            &parser, reinterpret_cast<unsigned char const*>(content->yaml.data()),
-            content->yaml.size());
-        bool const loaded = yaml_parser_load(&parser, &document) != 0;
-        state.PauseTiming();
-        if (loaded)
-            yaml_document_delete(&document);
-        yaml_parser_delete(&parser);
-        state.ResumeTiming();
-        if (!loaded) {
-            state.SkipWithError("libyaml refused the YAML");
-            break;
-        }
-    }
+    TimeEach(
+        state, [content] { return std::make_unique<YamlLoad>(content->yaml); },
+        [](YamlLoad& load) {
+            load.loaded = yaml_parser_load(&load.parser, &load.document) != 0;
+            return load.loaded;
+        },
+        "libyaml refused the YAML");
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * content->yaml.size()));
 }
 
