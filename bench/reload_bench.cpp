@@ -16,6 +16,8 @@
 
 #include "bench/scenemodesfile.h"
 
+#include "paramgen/vornflindices.h"
+
 namespace {
 
 constexpr size_t FileSize = 16u << 20;

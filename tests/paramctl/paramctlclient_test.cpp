@@ -24,6 +24,7 @@ TEST(ParamctlClientTest, ExitsOneWhenTheAnswerShowsNothingWasDone)
     std::vector<uint8_t> bytes = ParamCtlTest::ReadBytes(packed.Path());
     ParamTest::LogCapture log; // the server's own complaints about the bad requests
     TuningSetManager server("client-test");
+    ASSERT_TRUE(server.SetKnobbyListenAddress("127.0.0.1", 0)); // loopback only
     ASSERT_TRUE(server.LoadBinaryParameters(bytes.data(), bytes.size())) << server.GetErrorString();
     ASSERT_NE(server.GetKnobbyPort(), 0);
     std::string const client =
