@@ -26,6 +26,7 @@ extern char** environ;
 namespace {
 
 using ParamCtlTest::DefinitionStructure;
+using ParamCtlTest::ElementNamed;
 using ParamCtlTest::EntryValue;
 using ParamCtlTest::ReadBytes;
 using ParamCtlTest::RunParamctl;
@@ -53,16 +54,6 @@ std::string ReadBack(std::string const& path, char const* mode)
     return RunParamctl("get " + path + " '" + mode +
                        "' t2tconfigdata operationMode,downscaleRatio,confidenceThreshold")
         .out;
-}
-
-DefinitionElement& ElementNamed(DefinitionStructure& structure, std::string const& member)
-{
-    for (DefinitionElement& element : structure.elements) {
-        if (element.name == member)
-            return element;
-    }
-    ADD_FAILURE() << "no member " << member;
-    return structure.elements.front();
 }
 
 struct SaveCase

@@ -17,6 +17,7 @@ namespace {
 
 using nlohmann::json;
 using ParamCtlTest::DefinitionStructure;
+using ParamCtlTest::ElementNamed;
 using ParamCtlTest::EntryValue;
 using ParamCtlTest::RunParamctl;
 using ParamCtlTest::StructureNamed;
@@ -31,16 +32,6 @@ void Erase(DefinitionStructure& structure, std::string const& member)
     elements.erase(std::remove_if(elements.begin(), elements.end(),
                                   [&](DefinitionElement const& e) { return e.name == member; }),
                    elements.end());
-}
-
-DefinitionElement& ElementNamed(DefinitionStructure& structure, std::string const& member)
-{
-    for (DefinitionElement& element : structure.elements) {
-        if (element.name == member)
-            return element;
-    }
-    ADD_FAILURE() << "no member " << member;
-    return structure.elements.front();
 }
 
 struct VerifyCase

@@ -5,7 +5,10 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "tools/generator/schemaset.h"
 #include "tools/writer/definitiontablebuilder.h"
@@ -24,6 +27,18 @@ using TuningWriter::EntryValue;
 /// Changes the file's schema (the top structure is named "T2TCtrlType") before anything is
 /// written with it; the instances' values go through the changed schema.
 using SchemaEdit = std::function<void(std::vector<DefinitionStructure>&)>;
+
+/// The member of a schema structure by name; a test failure, and the first member, if none.
+inline TuningWriter::DefinitionElement& ElementNamed(DefinitionStructure& structure,
+                                                     std::string const& member)
+{
+    for (TuningWriter::DefinitionElement& element : structure.elements) {
+        if (element.name == member)
+            return element;
+    }
+    ADD_FAILURE() << "no member " << member;
+    return structure.elements.front();
+}
 
 /// What a tracker file is written with.
 struct TrackerOptions

@@ -36,6 +36,11 @@ void ByteSink::PutU64(uint64_t value)
     PutField(value, 8);
 }
 
+void ByteSink::PutNumber(uint64_t bits, unsigned int width)
+{
+    PutField(bits, width == 1 || width == 2 || width == 4 ? width : 8);
+}
+
 void ByteSink::PutBytes(void const* data, size_t size)
 {
     PutUnaligned(data, size);

@@ -20,6 +20,8 @@ public:
     void PutU16(uint16_t value);
     void PutU32(uint32_t value);
     void PutU64(uint64_t value);
+    /// The low `width` bytes of bits as one field: width 1, 2 or 4; any other width puts all 8.
+    void PutNumber(uint64_t bits, unsigned int width);
 
     /// Raw bytes, padded to the alignment.
     void PutBytes(void const* data, size_t size);

@@ -263,20 +263,7 @@ void EntryEncoder::PutElement(ByteSink& sink, DefinitionElement const& element,
     } else if (form == ElementForm::Single) {
         unsigned int width = 0;
         uint64_t const bits = NumberBits(element, value, width);
-        switch (width) {
-        case 1:
-            sink.PutU8(static_cast<uint8_t>(bits));
-            break;
-        case 2:
-            sink.PutU16(static_cast<uint16_t>(bits));
-            break;
-        case 4:
-            sink.PutU32(static_cast<uint32_t>(bits));
-            break;
-        default:
-            sink.PutU64(bits);
-            break;
-        }
+        sink.PutNumber(bits, width);
     } else {
         PutNumbers(sink, element, items);
     }

@@ -467,20 +467,7 @@ private:
             uint64_t bits = 0;
             for (unsigned int b = 0; b < width; ++b)
                 bits |= static_cast<uint64_t>(packed[b]) << (8 * b);
-            switch (width) {
-            case 1:
-                sink.PutU8(static_cast<uint8_t>(bits));
-                break;
-            case 2:
-                sink.PutU16(static_cast<uint16_t>(bits));
-                break;
-            case 4:
-                sink.PutU32(static_cast<uint32_t>(bits));
-                break;
-            default:
-                sink.PutU64(bits);
-                break;
-            }
+            sink.PutNumber(bits, width);
             return true;
         }
         sink.PutBytes(packed);
