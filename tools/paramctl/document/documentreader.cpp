@@ -28,7 +28,6 @@ constexpr size_t CreatedByWidth = 48;
 constexpr size_t BinaryTagWidth = 64;
 constexpr size_t SymbolNameWidth = 32;
 constexpr uint32_t NoModule = 0xFFFFFFFF;
-constexpr uint32_t ModeSlotMask = 0xFFFFFF;
 constexpr unsigned int ModeTableShift = 24;
 // Value elements a file may decode into, beyond one per byte of it: a sound file has fewer
 // elements than bytes, and pointers that name one block many times cannot make a small hostile
