@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "parameterparser/parameterbytereader.h"
+#include "parameterparser/parameterutilsread.h"
 #include "tools/paramctl/printable.h"
 #include "tools/writer/bytesink.h"
 
@@ -160,7 +161,7 @@ private:
             if (IsStructure(element))
                 return Structure(element.id, reader, depth + 1, out);
             uint64_t bits = 0;
-            if (!Number(WidthOf(element), reader, bits))
+            if (!ParameterReadDetail::ReadWidth(reader, WidthOf(element), bits))
                 return false;
             out = NumberOf(element, bits);
             return Spend(1);
@@ -171,32 +172,6 @@ private:
                 return false;
         }
         return Items(element, element.maxCount, reader, depth, out);
-    }
-
-    bool Number(unsigned int width, ParameterByteReader& reader, uint64_t& bits)
-    {
-        uint8_t u8 = 0;
-        uint16_t u16 = 0;
-        uint32_t u32 = 0;
-        bool read = false;
-        switch (width) {
-        case 1:
-            read = reader.ReadU8(u8);
-            bits = u8;
-            break;
-        case 2:
-            read = reader.ReadU16(u16);
-            bits = u16;
-            break;
-        case 4:
-            read = reader.ReadU32(u32);
-            bits = u32;
-            break;
-        default:
-            read = reader.ReadU64(bits);
-            break;
-        }
-        return read;
     }
 
     // count elements standing one behind the other: numbers packed as one block, texts as
