@@ -4,7 +4,7 @@
     paramgen.py INPUT... --out-dir DIR [--schema-dir DIR ...] [--source-root DIR] [--depfile FILE]
     paramgen.py outputs INPUT...
     paramgen.py expand FAMILY [NAMESPACE ...] [--schema-dir DIR ...]
-    paramgen.py report INPUT_OR_FOLDER... [--schema-dir DIR ...]
+    paramgen.py report INPUT_OR_FOLDER... [--gaps] [--schema-dir DIR ...]
     paramgen.py synthetic --out-dir DIR [--schema-dir DIR ...]
 
 An INPUT is a schema table (.schema: one namespace), a block family (.family: one namespace per
@@ -29,7 +29,7 @@ from paramgen.emitcpp import CppEmitter  # noqa: E402
 from paramgen.emitmanager import ManagerEmitter  # noqa: E402
 from paramgen.managerlist import load_manager  # noqa: E402
 from paramgen.namehash import name_hash  # noqa: E402
-from paramgen.report import report_line  # noqa: E402
+from paramgen.report import gap_lines, report_line  # noqa: E402
 from paramgen.schema import SchemaError  # noqa: E402
 from paramgen.synthetic import synthetic_files  # noqa: E402
 
@@ -219,7 +219,8 @@ def _report(args):
     catalogue = Catalogue(folders + args.schema_dir)
     for path in inputs:
         for namespace in catalogue.load_file(path):
-            print(report_line(namespace))
+            for line in gap_lines(namespace) if args.gaps else [report_line(namespace)]:
+                print(line)
 
 
 def _synthetic(args):
@@ -259,6 +260,9 @@ def main(argv=None):
     else:
         argv = argv[1:]
         parser.add_argument("inputs", nargs="+", help="schema tables, families or folders")
+        if command == "report":
+            parser.add_argument("--gaps", action="store_true",
+                                help="list the members known by name only, one a line")
     args = parser.parse_args(argv)
     try:
         {"generate": _generate_all, "outputs": _outputs, "expand": _expand,

@@ -98,6 +98,7 @@ class TypeDecl:
     namespace: str = ""
     is_top: bool = False
     open: bool = False      # a frame: the schema knows only some of its members
+    gaps: list = field(default_factory=list)  # members known by name only, left out of the code
 
     @property
     def cpp_path(self):
@@ -313,14 +314,28 @@ def _parse_body(reader, decl, indent):
             reader.fail(line[0], "unexpected indentation")
         reader.next()
         words = line[2]
-        if words == ["..."]:
-            decl.open = True
+        if words[0] == "...":
+            _parse_frame(reader, line[0], words[1:], decl)
             continue
         if _is_table(words):
             member = _parse_table(reader, line[0], line[1], words, decl)
         else:
             member = _parse_member(reader, line[0], line[1], words, decl)
+        if member.name in decl.gaps:
+            reader.fail(line[0], "member '%s' named twice in %s" % (member.name, decl.name))
         decl.members.append(member)
+
+
+def _parse_frame(reader, line, names, decl):
+    """'... [NAME...]': the structure holds more than the schema declares; the names are members
+    known by name only (their types are not known), left out of the code and listed as gaps."""
+    decl.open = True
+    for name in names:
+        if not _NAME.match(name):
+            reader.fail(line, "'%s' is not a member name" % name)
+        if name in decl.gaps or any(m.name == name for m in decl.members):
+            reader.fail(line, "member '%s' named twice in %s" % (name, decl.name))
+        decl.gaps.append(name)
 
 
 def _is_table(words):

@@ -12,7 +12,7 @@ sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."
 from goldencase import ROOT, paramgen_cli  # noqa: E402
 from paramgen.catalogue import Catalogue  # noqa: E402
 from paramgen.managerlist import load_manager  # noqa: E402
-from paramgen.report import report_line  # noqa: E402
+from paramgen.report import gap_lines, report_line  # noqa: E402
 from paramgen.schema import SchemaError  # noqa: E402
 from paramgen.shape import describe  # noqa: E402
 from paramgen.synthetic import synthetic_files  # noqa: E402
@@ -194,14 +194,18 @@ version 1.4.1 tree
         self.assertIn(os.path.join(self.folder.name, "blk.family"), manager.schemas_read)
 
     def test_report_shows_generation_shape_and_frames(self):
-        path = self.write("blk.family", FAMILY.replace("    gain   Float  float\n",
-                                                       "    gain   Float  float\n    ...\n"))
-        lines = [report_line(n) for n in self.catalogue().load_file(path)]
-        self.assertEqual([line.split() for line in lines], [
-            ["blk_2_1_0", "gen", "0", "nest", "3", "types", "15", "members", "28", "frames", "1"],
-            # The frame mark comes along with the region that 2.1.1 is like.
-            ["blk_2_1_1", "gen", "1", "tree", "types", "10", "members", "23", "frames", "1"],
+        path = self.write("blk.family", FAMILY.replace(
+            "    gain   Float  float\n", "    gain   Float  float\n    ... knee slope\n"))
+        namespaces = self.catalogue().load_file(path)
+        self.assertEqual([report_line(n).split() for n in namespaces], [
+            ["blk_2_1_0", "gen", "0", "nest", "3", "types", "15", "members", "28", "frames", "1",
+             "gaps", "2"],
+            # The frame mark and its gaps come along with the region that 2.1.1 is like.
+            ["blk_2_1_1", "gen", "1", "tree", "types", "10", "members", "23", "frames", "1",
+             "gaps", "2"],
         ])
+        self.assertEqual(gap_lines(namespaces[0]), ["blk_2_1_0::blk21_rgn_dataType  knee",
+                                                    "blk_2_1_0::blk21_rgn_dataType  slope"])
 
 
 class SyntheticCatalogueTest(FamilyCase):

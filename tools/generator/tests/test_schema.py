@@ -90,6 +90,10 @@ class SchemaErrorTest(unittest.TestCase):
             "unused namespace": ("namespace n\ntype a\n  x  other::bType\n", ":3:"),
             "self without array": ("namespace n\ntype a\n  x  a\n", ":3:"),
             "counted narrow numbers": ("namespace n\ntype a\n  x  UInt16  uint16[]\n", ":3:"),
+            "gap of a declared member": ("namespace n\ntype a\n  x  Float  float\n  ... x\n",
+                                         ":4:"),
+            "member after its gap": ("namespace n\ntype a\n  ... x\n  x  Float  float\n", ":4:"),
+            "gap not a name": ("namespace n\ntype a\n  ... x-1\n", ":3:"),
         }
         for label, (text, where) in cases.items():
             with self.subTest(label):
