@@ -5,6 +5,8 @@ compares it with control_var_type, for plain tables and families alike."""
 import re
 
 _CORE = re.compile(r"^varitonal_.*_core$")
+# A pipeline block's namespace: the block and its version, <block>_<major>_<minor>[_<patch>].
+_BLOCK_NAMESPACE = re.compile(r"^[A-Za-z0-9]+_\d+_\d+(_\d+)?$")
 
 
 def _member(decl, name):
@@ -57,6 +59,6 @@ def describe(namespace):
     levels = nest_levels(top)
     if levels:
         return 0, "nest %d" % len(levels)
-    if top.name.startswith("varitonal_"):
+    if top.name.startswith("varitonal_") and _BLOCK_NAMESPACE.match(namespace.name):
         return (0 if module.version[2] == 0 else 1), "flat"
     return "-", "module"

@@ -207,6 +207,13 @@ version 1.4.1 tree
         self.assertEqual(gap_lines(namespaces[0]), ["blk_2_1_0::blk21_rgn_dataType  knee",
                                                     "blk_2_1_0::blk21_rgn_dataType  slope"])
 
+    def test_report_tells_a_flat_block_by_its_versioned_namespace(self):
+        # A one-off module whose top type happens to start with varitonal_ is no block.
+        text = "namespace %s\nmodule varitonal_x_type version 1.0.0\n  a  Int32  int32\n"
+        shapes = [describe(self.catalogue().load_file(self.write(name + ".schema", text % name))[0])
+                  for name in ("blk_1_0_0", "oneoff")]
+        self.assertEqual(shapes, [(0, "flat"), ("-", "module")])
+
 
 class SyntheticCatalogueTest(FamilyCase):
     def test_fills_the_catalogue_to_its_size_with_both_generations_of_every_block(self):
