@@ -4,11 +4,12 @@ read every member of that file: the generator turns the tables into C++, and the
 from them matches the file's own definition table member by member (name hash, kind, count,
 storage a reader takes the file's type into without conversion, nested structures alike).
 
-    schemaroundtrip.py GENERATOR_DIR SCHEMA_DIR DOCUMENT.json TABLE_DIR OUT_DIR
+    schemaroundtrip.py GENERATOR_DIR SCHEMA_DIR DOCUMENT.json TABLE_DIR OUT_DIR [MODULE=FILE...]
 
 SCHEMA_DIR is the catalogue's schema folder, where the generator finds the trigger dimension
 table that nest-shaped blocks are checked against. DOCUMENT.json is the file's 'paramctl dump
---json' document. Exits 1 naming the first member that differs."""
+--json' document. Each MODULE=FILE names the file of TABLE_DIR that must declare the module (a
+block's family, or a table of plain types). Exits 1 naming the first member that differs."""
 
 import json
 import os
@@ -62,13 +63,16 @@ def compare(decl, structure_id, structures, name_hash, path, seen):
                 sys.exit("%s: not generated as a string" % at)
         else:
             storages = {"float"} if member.get("flags", 0) & 1 else DIRECT_STORAGE[member["type"]]
-            if generated.storage not in storages:
+            # An enumeration is held in four bytes, as an unsigned number.
+            storage = "uint32" if generated.enum is not None else generated.storage
+            if storage not in storages:
                 sys.exit("%s: generated as %s, the file holds %s" % (at, generated.storage,
                                                                      member["type"]))
 
 
 def main():
     generator, schema_dir, document_path, tables, out = sys.argv[1:6]
+    expected = dict(pair.split("=", 1) for pair in sys.argv[6:])
     sys.path.insert(0, generator)
     from paramgen.catalogue import Catalogue
     from paramgen.namehash import name_hash
@@ -81,13 +85,32 @@ def main():
     structures = {record["id"]: record for record in document["definitions"]
                   if record["record"] == "structure"}
     modules = [record for record in document["definitions"] if record["record"] == "module"]
+    versions = {row["name"]: tuple(int(n) for n in row["version"].split("."))
+                for row in document["symbols"] if "name" in row and "version" in row}
     catalogue = Catalogue([tables, schema_dir])
+    # Every module the tables declare, by top type name and version: a block comes back as a
+    # version of its family, anything else as a namespace of its own.
+    declared = {}
+    for path in paths:
+        for namespace in catalogue.load_file(path):
+            for decl in namespace.modules:
+                top = namespace.top_type(decl)
+                declared.setdefault((top.name, tuple(decl.version)), (namespace, top))
     for module in modules:
-        namespace_name = "".join(c if c.isalnum() else "_" for c in module["name"])
-        namespace = catalogue.load_file(os.path.join(tables, namespace_name + ".schema"))[0]
-        top = namespace.top_type(namespace.modules[0])
+        key = (structures[module["structure"]]["name"], versions[module["name"]])
+        if key not in declared:
+            sys.exit("%s: no table declares %s version %s" % ((module["name"],) + key))
+        namespace, top = declared[key]
+        declared_in = os.path.basename(namespace.path)
+        if expected.get(module["name"], declared_in) != declared_in:
+            sys.exit("%s: declared in %s, not in %s" % (module["name"], declared_in,
+                                                       expected[module["name"]]))
         compare(top, module["structure"], structures, name_hash, module["name"], set())
-        print("%s: %d members, every one read" % (module["name"], len(top.members)))
+        print("%s: %s of %s, %d members, every one read"
+              % (module["name"], namespace.name, declared_in, len(top.members)))
+    missing = set(expected) - {module["name"] for module in modules}
+    if missing:
+        sys.exit("the file has no module %s" % ", ".join(sorted(missing)))
 
 
 if __name__ == "__main__":

@@ -23,13 +23,14 @@ namespace {
 constexpr char SchemaUsage[] =
     "usage: paramctl schema FILE [--namespace NS] -o DIR\n"
     "\n"
-    "Writes the schema FILE carries in its definition table as schema tables of the module\n"
-    "generator (tools/generator/README.md) into DIR, one <namespace>.schema each, and prints\n"
-    "their names. Each module of the file gets a namespace named after it; --namespace NS puts\n"
-    "them all into NS. Every structure becomes a plain type (block families are not rebuilt),\n"
-    "module versions come from the file's instances. The generator turns the tables into modules\n"
-    "that read every member of FILE. A member the tables cannot state as the file holds it is\n"
-    "named on stderr.\n";
+    "Writes the schema FILE carries in its definition table as input of the module generator\n"
+    "(tools/generator/README.md) into DIR, and prints the names of the files written. A module\n"
+    "of a pipeline block's shape (a nest of trigger levels, a trigger tree, or a flat block)\n"
+    "becomes a version of its block's family, <block>.family; any other module a schema table\n"
+    "<namespace>.schema of plain types, named after the module. --namespace NS puts every\n"
+    "module into the one table NS.schema, as plain types. Module versions come from the file's\n"
+    "instances. The generator turns the files into modules that read every member of FILE. A\n"
+    "member the tables cannot state as the file holds it is named on stderr.\n";
 
 bool WriteText(std::string const& path, std::string const& text)
 {

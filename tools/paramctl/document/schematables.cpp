@@ -2,11 +2,13 @@
 // SchemaTables: a file's definition records written as generator schema tables.
 #include "tools/paramctl/document/schematables.h"
 
+#include <algorithm>
 #include <cctype>
 #include <set>
 #include <sstream>
 
 #include "parameterparser/parsercrc.h"
+#include "tools/paramctl/document/blockshape.h"
 #include "tools/paramctl/printable.h"
 
 namespace ParamCtl {
@@ -16,12 +18,6 @@ namespace {
 constexpr uint32_t NoModule = 0xFFFFFFFF;
 // Structures nested deeper than this are refused: a recursive structure has no plain table.
 constexpr unsigned int MaxDepth = 64;
-
-struct Structure
-{
-    std::string name;
-    Json const* members = nullptr;
-};
 
 // The built-in structures the generator knows by name, as "name type storage" lines.
 struct BuiltIn
@@ -94,7 +90,7 @@ public:
             std::string const kind = record.value("record", "");
             if (kind == "structure" && record.contains("id") && record["members"].is_array())
                 m_structures.emplace(record["id"].get<uint32_t>(),
-                                     Structure{Text(record, "name"), &record["members"]});
+                                     FileStructure{Text(record, "name"), &record["members"]});
             else if (kind == "module" && record.contains("structure"))
                 m_modules.push_back({Text(record, "name"), record["structure"].get<uint32_t>()});
         }
@@ -116,12 +112,7 @@ public:
     bool Table(std::string const& namespaceName, std::vector<size_t> const& modules,
                std::string& text, std::string& error)
     {
-        m_emitted.clear();
-        m_names.clear();
-        m_bodies.clear();
-        m_declared.clear();
-        m_recursive.clear();
-        m_out.str("");
+        Reset();
         std::ostringstream modulesText;
         std::set<uint32_t> tops;
         for (size_t index : modules) {
@@ -138,9 +129,8 @@ public:
             std::string body;
             if (!Body(top->second, 0, body, error))
                 return false;
-            auto const version = m_versions.find(name);
             modulesText << "\nmodule " << TypeName(structureId, top->second.name) << " version "
-                        << (version != m_versions.end() ? version->second : "1.0.0") << "\n"
+                        << Version(index) << "\n"
                         << body;
         }
         text = "# The schema of the tuning file's module" +
@@ -150,10 +140,161 @@ public:
         return true;
     }
 
+    /// The block shape of module index; false when it has none.
+    bool Block(size_t index, BlockShape& shape) const
+    {
+        return RecogniseBlock(m_structures, m_modules[index].second, Version(index), shape);
+    }
+
+    /// One version of a block family, from its "version" line on: the sections as member
+    /// lines, the types they use, and the options and name overrides of shape.
+    bool FamilyVersion(BlockShape const& shape, std::string& text, std::string& error)
+    {
+        Reset();
+        static char const* const Kinds[] = {"nest", "tree", "flat"};
+        std::ostringstream head;
+        head << "\nversion " << shape.version << " " << Kinds[static_cast<int>(shape.kind)];
+        for (std::string const& dim : shape.dims)
+            head << " " << dim;
+        head << "\n";
+        for (auto const& [generated, actual] : shape.names)
+            head << "  name " << generated << "  " << actual << "\n";
+        if (shape.kind == BlockShape::Kind::Nest && !shape.controlMethod)
+            head << "  omit control_method\n";
+        if (shape.passes != 0)
+            head << "  passes " << shape.passes << "\n";
+        if (shape.optionalRegion)
+            head << "  optional-region\n";
+        std::ostringstream sections;
+        std::string body;
+        if (shape.enable != 0) {
+            std::string switches;
+            if (!Switches(shape.enable, switches) && !Section(shape.enable, false, body, error))
+                return false;
+            sections << "  enable_section" << switches << "\n" << body;
+        }
+        if (!SectionText("private_information", shape.privateInformation, false, sections, error))
+            return false;
+        if (!shape.dynamicSwitches.empty()) {
+            sections << "  dynamic_enable_triggers";
+            for (std::string const& name : shape.dynamicSwitches)
+                sections << " " << name;
+            sections << "\n";
+        }
+        if (!SectionText("reserve", shape.reserve, true, sections, error) ||
+            !SectionText("region", shape.region, true, sections, error))
+            return false;
+        // The types the sections use, as the version's own type blocks.
+        std::istringstream declared(m_out.str());
+        std::ostringstream types;
+        for (std::string line; std::getline(declared, line);) {
+            if (!line.empty())
+                types << "  " << line << "\n";
+        }
+        text = head.str() + types.str() + sections.str();
+        return true;
+    }
+
     size_t ModuleCount() const { return m_modules.size(); }
     std::string const& ModuleName(size_t index) const { return m_modules[index].first; }
+    uint32_t ModuleStructure(size_t index) const { return m_modules[index].second; }
+
+    /// A module's version is that of its instances in the symbol table.
+    std::string Version(size_t index) const
+    {
+        auto const version = m_versions.find(m_modules[index].first);
+        return version != m_versions.end() ? version->second : "1.0.0";
+    }
 
 private:
+    void Reset()
+    {
+        m_emitted.clear();
+        m_names.clear();
+        m_bodies.clear();
+        m_declared.clear();
+        m_recursive.clear();
+        m_out.str("");
+    }
+
+    // An enable section of Int32 switches only, as the words of its one-line form.
+    bool Switches(uint32_t id, std::string& words) const
+    {
+        auto const found = m_structures.find(id);
+        if (found == m_structures.end() || found->second.members->empty())
+            return false;
+        std::string result;
+        for (Json const& member : *found->second.members) {
+            std::string const name = Text(member, "name");
+            if (!IsIdentifier(name) || member.value("type", "") != "Int32" ||
+                member.value("min", 1u) != 1 || member.value("max", 1u) != 1 ||
+                member.value("flags", 0u) != 0)
+                return false;
+            result += " " + name;
+        }
+        words = result;
+        return true;
+    }
+
+    bool SectionText(char const* keyword, uint32_t id, bool tables, std::ostringstream& out,
+                     std::string& error)
+    {
+        if (id == 0)
+            return true;
+        std::string body;
+        if (!Section(id, tables, body, error))
+            return false;
+        out << "  " << keyword << "\n" << body;
+        return true;
+    }
+
+    // The member lines of a section's structure, indented under a version; with tables, a
+    // member NAME_tab of type NAME_tabStruct holding only NAME is written as "tab NAME ...".
+    bool Section(uint32_t id, bool tables, std::string& body, std::string& error)
+    {
+        auto const found = m_structures.find(id);
+        if (found == m_structures.end()) {
+            error = "a section of the block names no structure of the table";
+            return false;
+        }
+        std::ostringstream lines;
+        if (found->second.members->empty())
+            lines << "    ...\n";
+        for (Json const& member : *found->second.members) {
+            Json const* inner = tables ? TableMember(member) : nullptr;
+            std::string line;
+            if (!Member(inner != nullptr ? *inner : member, 1, line, error))
+                return false;
+            lines << "    " << (inner != nullptr ? "tab " : "") << line << "\n";
+        }
+        body = lines.str();
+        return true;
+    }
+
+    // The one member of a table wrapper (NAME_tab of NAME_tabStruct holding NAME); else null.
+    Json const* TableMember(Json const& member) const
+    {
+        static char const* const Reserved[] = {"Boolean", "Enum",   "Int32",  "Int64",
+                                               "UInt8",   "UInt16", "UInt32", "UInt64",
+                                               "Float",   "Double", "String", "tab"};
+        std::string const name = Text(member, "name");
+        std::string const suffix = "_tab";
+        if (member.value("type", "") != "Structure" || member.value("min", 1u) != 1 ||
+            member.value("max", 1u) != 1 || name.size() <= suffix.size() ||
+            name.compare(name.size() - suffix.size(), suffix.size(), suffix) != 0)
+            return nullptr;
+        std::string const table = name.substr(0, name.size() - suffix.size());
+        auto const wrapper = m_structures.find(member.value("structure", 0u));
+        if (!IsIdentifier(table) || wrapper == m_structures.end() ||
+            wrapper->second.name != table + "_tabStruct" || wrapper->second.members->size() != 1 ||
+            Text((*wrapper->second.members)[0], "name") != table)
+            return nullptr;
+        for (char const* reserved : Reserved) {
+            if (table == reserved)
+                return nullptr;
+        }
+        return &(*wrapper->second.members)[0];
+    }
     static Json const* Find(Json const& object, char const* key)
     {
         auto const found = object.find(key);
@@ -180,7 +321,8 @@ private:
         return IsIdentifier(name) ? name : "Structure" + std::to_string(id);
     }
 
-    bool Body(Structure const& structure, unsigned int depth, std::string& body, std::string& error)
+    bool Body(FileStructure const& structure, unsigned int depth, std::string& body,
+              std::string& error)
     {
         std::ostringstream lines;
         for (Json const& member : *structure.members) {
@@ -189,7 +331,9 @@ private:
                 return false;
             lines << "  " << line << "\n";
         }
-        body = lines.str();
+        // A structure the file holds no member of (written from a schema that knew none): a
+        // frame, since a type needs a body.
+        body = structure.members->empty() ? "  ...\n" : lines.str();
         return true;
     }
 
@@ -353,7 +497,7 @@ private:
 
     Json const& m_document;
     std::vector<std::string>& m_notes;
-    std::map<uint32_t, Structure> m_structures;
+    std::map<uint32_t, FileStructure> m_structures;
     std::vector<std::pair<std::string, uint32_t>> m_modules;
     std::map<std::string, std::string> m_versions;
     std::set<uint32_t> m_emitted;
@@ -384,15 +528,53 @@ bool ExportSchemaTables(Json const& document, std::string const& namespaceName,
         for (size_t i = 0; i < exporter.ModuleCount(); ++i)
             all.push_back(i);
         groups.emplace_back(namespaceName, all);
-    } else {
-        for (size_t i = 0; i < exporter.ModuleCount(); ++i)
-            groups.emplace_back(NamespaceOf(exporter.ModuleName(i)), std::vector<size_t>{i});
+    }
+    // Without a namespace given, a module of a block's shape becomes a version of its block's
+    // family, the others a namespace each. A block version two modules of different structures
+    // claim is written once as a family version; the other module gets plain types.
+    struct FamilyVersionText
+    {
+        std::string version;
+        uint32_t structure;
+        std::string text;
+    };
+    std::map<std::string, std::vector<FamilyVersionText>> families;
+    std::set<std::string> familyNamespaces;
+    for (size_t i = 0; namespaceName.empty() && i < exporter.ModuleCount(); ++i) {
+        BlockShape shape;
+        std::string text;
+        std::string ignored;
+        if (exporter.Block(i, shape)) {
+            std::vector<FamilyVersionText>& versions = families[shape.block];
+            auto const same = std::find_if(versions.begin(), versions.end(), [&](auto const& v) {
+                return v.version == shape.version;
+            });
+            if (same != versions.end() && same->structure == exporter.ModuleStructure(i))
+                continue;
+            if (same == versions.end() && exporter.FamilyVersion(shape, text, ignored)) {
+                versions.push_back({shape.version, exporter.ModuleStructure(i), text});
+                std::string version = shape.version;
+                std::replace(version.begin(), version.end(), '.', '_');
+                familyNamespaces.insert(shape.block + "_" + version);
+                continue;
+            }
+        }
+        groups.emplace_back(NamespaceOf(exporter.ModuleName(i)), std::vector<size_t>{i});
+    }
+    for (auto const& [block, versions] : families) {
+        if (versions.empty())
+            continue;
+        std::string text = "# The schema of the tuning file's block " + block +
+                           ", as the file's definition table gives it.\nfamily " + block + "\n";
+        for (FamilyVersionText const& version : versions)
+            text += version.text;
+        tables.emplace(block + ".family", text);
     }
     for (auto const& [name, modules] : groups) {
         std::string text;
         if (!exporter.Table(name, modules, text, error))
             return false;
-        if (!tables.emplace(name + ".schema", text).second) {
+        if (familyNamespaces.count(name) != 0 || !tables.emplace(name + ".schema", text).second) {
             error = "two modules make the namespace " + name + "; name one with --namespace";
             return false;
         }
