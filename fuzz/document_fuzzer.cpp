@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // Fuzz target: paramctl's document of a tuning file and the way back. Bytes that open with '{'
 // are a JSON document for the packer; anything else is a tuning file, read into a document that
-// is written as text, parsed again and packed, as dump --json and pack --json would.
+// is exported as schema tables, written as text, parsed again and packed, as schema, dump --json
+// and pack --json would.
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
+#include "tools/paramctl/document/schematables.h"
 #include "tools/paramctl/document/tuningdocument.h"
 
 #include "fuzz/fuzzsupport.h"
@@ -30,6 +33,9 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     ParamCtl::Json document;
     if (!ParamCtl::ReadTuningDocument(file, document, error))
         return 0;
+    std::map<std::string, std::string> tables;
+    std::vector<std::string> notes;
+    (void)ParamCtl::ExportSchemaTables(document, "", tables, notes, error);
     // Serialising throws on text that is no valid UTF-8: the reader must have escaped it.
     std::string const text = document.dump();
     ParamCtl::Json const reread = ParamCtl::Json::parse(text);

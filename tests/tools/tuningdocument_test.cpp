@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // The document model of paramctl: writer-made files of every version and shape go to JSON and
-// back byte for byte, edits give sound files, damage gives messages.
+// back byte for byte, edits give sound files, damage gives messages (to the schema export too).
 #include "tools/paramctl/document/tuningdocument.h"
 
 #include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <regex>
 #include <string>
 #include <vector>
@@ -17,6 +18,7 @@
 
 #include "parameterparser/parametersetmanager.h"
 #include "tools/generator/instancecatalogue.h"
+#include "tools/paramctl/document/schematables.h"
 #include "tools/writer/entryencoder.h"
 #include "tools/writer/modesectionbuilder.h"
 #include "tools/writer/symboltablebuilder.h"
@@ -396,8 +398,23 @@ TEST(TuningDocumentTest, DamagedFilesGiveMessagesNotCrashes)
             EXPECT_FALSE(document["problems"].empty());
             std::vector<uint8_t> bytes;
             static_cast<void>(ParamCtl::PackTuningDocument(document, bytes, error));
+            std::map<std::string, std::string> tables;
+            std::vector<std::string> notes;
+            static_cast<void>(ParamCtl::ExportSchemaTables(document, "", tables, notes, error));
         }
     }
+    // A type code that no name stands for is given as its number: the schema export names the
+    // member it cannot state instead of taking the number for a type name.
+    Json document = Document(EveryFormFile({7, 0, 0}));
+    for (Json& record : document["definitions"]) {
+        if (record["record"] == "structure" && record["id"] == 1)
+            record["members"][0]["type"] = 0x3F;
+    }
+    std::map<std::string, std::string> tables;
+    std::vector<std::string> notes;
+    std::string error;
+    EXPECT_FALSE(ParamCtl::ExportSchemaTables(document, "", tables, notes, error));
+    EXPECT_EQ(error, "member i8 has a type code no table can state");
 }
 
 // The keywords the document's JSON Schema uses, checked structurally: enough to hold every

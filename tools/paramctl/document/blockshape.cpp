@@ -67,8 +67,8 @@ struct Member
 Member View(Json const& record)
 {
     Member member;
-    member.name = record.value("name", "");
-    member.type = record.value("type", "");
+    member.name = StringField(record, "name");
+    member.type = StringField(record, "type");
     member.structure = record.value("structure", 0u);
     member.min = record.value("min", 1u);
     member.max = record.value("max", 1u);

@@ -21,6 +21,12 @@ int HexDigit(char c)
 
 } // namespace
 
+std::string StringField(Json const& object, char const* key)
+{
+    auto const found = object.find(key);
+    return found != object.end() && found->is_string() ? found->get<std::string>() : "";
+}
+
 std::string Hex64(uint64_t value)
 {
     char text[24];

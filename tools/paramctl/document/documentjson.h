@@ -22,6 +22,10 @@ std::string HexBytes(unsigned char const* data, size_t size);
 /// The bytes of a hex text; false for an odd length or a character that is no hex digit.
 [[nodiscard]] bool BytesOfHex(std::string const& text, std::vector<uint8_t>& bytes);
 
+/// The string member key of object; empty when object has no such member or it is no string
+/// (a definition record's type is a number where the file's type code has no name).
+std::string StringField(Json const& object, char const* key);
+
 /// A number given as a JSON unsigned integer or as a "0x" hex text; false for anything else.
 [[nodiscard]] bool UnsignedOf(Json const& value, uint64_t& number);
 

@@ -226,7 +226,7 @@ private:
         std::string result;
         for (Json const& member : *found->second.members) {
             std::string const name = Text(member, "name");
-            if (!IsIdentifier(name) || member.value("type", "") != "Int32" ||
+            if (!IsIdentifier(name) || StringField(member, "type") != "Int32" ||
                 member.value("min", 1u) != 1 || member.value("max", 1u) != 1 ||
                 member.value("flags", 0u) != 0)
                 return false;
@@ -279,7 +279,7 @@ private:
                                                "Float",   "Double", "String", "tab"};
         std::string const name = Text(member, "name");
         std::string const suffix = "_tab";
-        if (member.value("type", "") != "Structure" || member.value("min", 1u) != 1 ||
+        if (StringField(member, "type") != "Structure" || member.value("min", 1u) != 1 ||
             member.value("max", 1u) != 1 || name.size() <= suffix.size() ||
             name.compare(name.size() - suffix.size(), suffix.size(), suffix) != 0)
             return nullptr;
