@@ -3,7 +3,6 @@
 // few facts a family version states.
 #include "tools/paramctl/document/blockshape.h"
 
-#include <cctype>
 #include <set>
 #include <sstream>
 
@@ -96,17 +95,6 @@ bool Stores(std::string const& storage, Member const& member)
     // An enumeration is four bytes, held as an unsigned number.
     auto const found = direct.find(storage.find("::") != std::string::npos ? "uint32" : storage);
     return found != direct.end() && found->second.count(member.type) != 0;
-}
-
-bool IsIdentifier(std::string const& name)
-{
-    if (name.empty() || std::isdigit(static_cast<unsigned char>(name[0])))
-        return false;
-    for (char c : name) {
-        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '_')
-            return false;
-    }
-    return true;
 }
 
 class Recogniser

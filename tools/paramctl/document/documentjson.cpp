@@ -2,6 +2,7 @@
 // Conversions shared by the fields of a tuning file document.
 #include "tools/paramctl/document/documentjson.h"
 
+#include <cctype>
 #include <cstdio>
 
 namespace ParamCtl {
@@ -20,6 +21,17 @@ int HexDigit(char c)
 }
 
 } // namespace
+
+bool IsIdentifier(std::string const& name)
+{
+    if (name.empty() || !(std::isalpha(static_cast<unsigned char>(name[0])) || name[0] == '_'))
+        return false;
+    for (char c : name) {
+        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '_')
+            return false;
+    }
+    return true;
+}
 
 std::string StringField(Json const& object, char const* key)
 {

@@ -22,6 +22,9 @@ std::string HexBytes(unsigned char const* data, size_t size);
 /// The bytes of a hex text; false for an odd length or a character that is no hex digit.
 [[nodiscard]] bool BytesOfHex(std::string const& text, std::vector<uint8_t>& bytes);
 
+/// True for a C identifier: a letter or '_', then letters, digits and '_'.
+bool IsIdentifier(std::string const& name);
+
 /// The string member key of object; empty when object has no such member or it is no string
 /// (a definition record's type is a number where the file's type code has no name).
 std::string StringField(Json const& object, char const* key);

@@ -31,17 +31,6 @@ constexpr BuiltIn BuiltIns[] = {
     {"parameter_versionStruct", "revision String\n"},
 };
 
-bool IsIdentifier(std::string const& name)
-{
-    if (name.empty() || !(std::isalpha(static_cast<unsigned char>(name[0])) || name[0] == '_'))
-        return false;
-    for (char c : name) {
-        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '_')
-            return false;
-    }
-    return true;
-}
-
 // A module name made a namespace identifier: other characters become '_'.
 std::string NamespaceOf(std::string const& name)
 {
