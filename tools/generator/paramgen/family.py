@@ -25,7 +25,9 @@ _NAME = re.compile(r"^[A-Za-z_][A-Za-z0-9_]*$")
 _VERSION = re.compile(r"^(\d+)\.(\d+)(?:\.(\d+))?$")
 # Sections that hold member lines, in the order the top type holds their members.
 _BODY_SECTIONS = ("enable_section", "private_information", "reserve", "region")
-_OPTIONS = ("clone", "optional-region", "passes", "omit", "name")
+_OPTIONS = ("clone", "optional-region", "passes", "omit", "name", "open")
+# The dimensions of a nest whose levels are not known.
+UNKNOWN_NEST = ["?"]
 _OMITTABLE = ("enable_section", "control_method")
 
 
@@ -79,12 +81,13 @@ class Version:
     text: str                # as written: 1.6.0, or 1.0 for the one namespace without a patch
     number: tuple            # (major, minor, patch)
     shape: str               # nest, tree or flat
-    dims: list               # nest: dimension names, innermost first
+    dims: list               # nest: dimension names, innermost first; UNKNOWN_NEST if unknown
     line: int
     sections: dict = field(default_factory=dict)
     types: list = field(default_factory=list)     # extra 'type' blocks: (line, [lines])
     clone: bool = False
     optional_region: bool = False
+    open: bool = False       # the top type may hold members the family does not list
     passes: int = 0
     omit: list = field(default_factory=list)
     names: dict = field(default_factory=dict)     # generated name -> override
@@ -211,7 +214,7 @@ class _Parser:
 
     def version(self, number, words):
         if len(words) < 3:
-            self.fail(number, "'version X.Y.Z nest DIM... | tree | flat'")
+            self.fail(number, "'version X.Y.Z nest DIM... | nest ? | tree | flat'")
         match = _VERSION.match(words[1])
         if not match:
             self.fail(number, "'%s' is not a version" % words[1])
@@ -221,7 +224,9 @@ class _Parser:
             self.fail(number, "unknown shape '%s' (nest, tree or flat)" % shape)
         dims = words[3:]
         if shape == "nest" and not dims:
-            self.fail(number, "a nest names its dimensions, innermost first")
+            self.fail(number, "a nest names its dimensions, innermost first, or '?'")
+        if "?" in dims and dims != UNKNOWN_NEST:
+            self.fail(number, "a nest of unknown levels is 'nest ?' alone")
         if shape != "nest" and dims:
             self.fail(number, "only a nest names dimensions")
         if shape == "nest" and numbers[2] != 0:
@@ -251,6 +256,8 @@ class _Parser:
             version.clone = True
         elif keyword == "optional-region" and len(words) == 1:
             version.optional_region = True
+        elif keyword == "open" and len(words) == 1:
+            version.open = True
         elif keyword == "passes" and len(words) == 2 and words[1].isdigit() and \
                 int(words[1]) > 0:
             version.passes = int(words[1])
@@ -399,16 +406,23 @@ class _Expansion:
         v = self.version
         p = self.prefix
         line = v.line
-        control = [d for d in v.dims if self.dimension(d).control]
-        if v.shape in ("nest", "tree"):
+        unknown = v.dims == UNKNOWN_NEST
+        control = [] if unknown else [d for d in v.dims if self.dimension(d).control]
+        if v.shape == "tree" or (v.shape == "nest" and not unknown):
             self.use([TRIGGER_TYPES])
-        if v.shape == "nest":
+        if v.shape == "nest" and not unknown:
             for dim in v.dims:
                 self.use(self.dimensions[dim].words)
         for block in self.family.types + v.types:
             self.type_block(block)
         region = self.section("region")
-        if v.shape != "flat" and region is None:
+        if unknown or v.shape == "flat":
+            # Nothing places a region below levels that are not known, nor without a core.
+            if "region" in v.sections:
+                self.fail(v.sections["region"].line, "a %s places no region"
+                          % ("nest of unknown levels" if unknown else "flat module"))
+            region = None
+        elif region is None:
             self.fail(line, "a %s needs a region" % v.shape)
         region_type = self.name("%s_rgn_dataType" % p)
         if region is not None:
@@ -431,7 +445,10 @@ class _Expansion:
             self.emit(reserve.line, 0, "type " + reserve_type)
             self.body(reserve, 1)
         core_type = self.name("varitonal_%s_coreType" % p)
-        if v.shape == "nest":
+        if unknown:
+            self.emit(line, 0, "type " + core_type)
+            self.emit(line, 1, "...")
+        elif v.shape == "nest":
             self.nest(region_type, core_type)
         elif v.shape == "tree":
             self.tree(region_type, core_type)
@@ -518,7 +535,12 @@ class _Expansion:
         self.emit(line, 1, "parameter_version  parameter_versionStruct")
         if v.shape == "nest":
             self.emit(line, 1, "control_variables  control_variablesStruct")
-            self.emit(line, 2, "control_var_type  Enum  %s[%d]" % (TRIGGER_TYPES, len(control)))
+            if v.dims == UNKNOWN_NEST:
+                # One entry per control level: with the levels unknown, so is its length.
+                self.emit(line, 2, "... control_var_type")
+            else:
+                self.emit(line, 2, "control_var_type  Enum  %s[%d]" % (TRIGGER_TYPES,
+                                                                     len(control)))
             if "control_method" not in v.omit:
                 self.emit(line, 1, "control_method  control_methodStruct")
                 self.emit(line, 2, "aec_exp_control  Enum  uint32")
@@ -545,6 +567,8 @@ class _Expansion:
                                                    reserve_type))
         if v.shape != "flat":
             self.emit(line, 1, "%s  %s" % (self.name("varitonal_%s_core" % p), core_type))
+        if v.open:
+            self.emit(line, 1, "...")
 
 
 def expand(family, dimensions):

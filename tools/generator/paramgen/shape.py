@@ -49,7 +49,7 @@ def control_var_type(top):
 
 def describe(namespace):
     """(generation, shape) of a namespace's first module: generation 0, 1 or '-' (no trigger
-    core), shape 'tree', 'nest N' or 'flat'."""
+    core), shape 'tree', 'nest N', 'nest ?' (a core whose levels are not known) or 'flat'."""
     if not namespace.modules:
         return "-", "types"
     module = namespace.modules[0]
@@ -59,6 +59,9 @@ def describe(namespace):
     levels = nest_levels(top)
     if levels:
         return 0, "nest %d" % len(levels)
+    core = core_member(top)
+    if core is not None and core.type is not None and core.type.open and not core.type.members:
+        return 0, "nest ?"
     if top.name.startswith("varitonal_") and _BLOCK_NAMESPACE.match(namespace.name):
         return (0 if module.version[2] == 0 else 1), "flat"
     return "-", "module"

@@ -15,7 +15,6 @@ from paramgen.managerlist import load_manager  # noqa: E402
 from paramgen.report import gap_lines, report_line  # noqa: E402
 from paramgen.schema import SchemaError  # noqa: E402
 from paramgen.shape import describe  # noqa: E402
-from paramgen.synthetic import synthetic_files  # noqa: E402
 
 CATALOGUE = os.path.join(ROOT, "parametermodules", "schemas")
 
@@ -214,25 +213,36 @@ version 1.4.1 tree
                   for name in ("blk_1_0_0", "oneoff")]
         self.assertEqual(shapes, [(0, "flat"), ("-", "module")])
 
-
-class SyntheticCatalogueTest(FamilyCase):
-    def test_fills_the_catalogue_to_its_size_with_both_generations_of_every_block(self):
-        existing = {"gamma_1_6_0", "gamma_1_6_1", "shared"}
-        files = synthetic_files(existing)
-        for name, text in files.items():
-            self.write(name, text)
-        catalogue = self.catalogue()
-        shapes = {}
-        for name in sorted(files):
-            for namespace in catalogue.load_file(os.path.join(self.folder.name, name)):
-                shapes[namespace.name] = describe(namespace)
-        self.assertEqual(len(shapes) + len(existing), 486)
-        self.assertNotIn("gamma_1_6_1", shapes)
-        self.assertEqual(shapes["gamma_1_5_0"], (0, "nest 3"))
-        self.assertEqual(shapes["bds_1_0"], (0, "nest 3"))
-        generations = [generation for generation, shape in shapes.values() if shape != "flat"]
-        # The block list's 155 first and 177 second generation namespaces, less gamma's two.
-        self.assertEqual((generations.count(0), generations.count(1)), (154, 176))
+    def test_unknown_nest_and_open_top_are_frames_with_their_gaps(self):
+        path = self.write("blk.family", """\
+family blk
+enable_section
+  ...
+region
+  ... knee
+version 3.0.0 nest ?
+  open
+version 3.0.1 tree
+""")
+        first, second = self.catalogue().load_file(path)
+        self.assertEqual([report_line(n).split()[1:4] for n in (first, second)],
+                         [["gen", "0", "nest"], ["gen", "1", "tree"]])
+        self.assertEqual(describe(first), (0, "nest ?"))
+        # The core and the top type are frames; control_var_type's length follows the unknown
+        # levels, so it is a gap; control_method stays; no region is placed.
+        top = first.top_type(first.modules[0])
+        self.assertTrue(top.open)
+        self.assertEqual([m.name for m in top.members],
+                         ["enable_section", "module_version", "parameter_version",
+                          "control_variables", "control_method", "varitonal_blk30_core"])
+        core = top.members[-1].type
+        self.assertEqual((core.open, core.members), (True, []))
+        self.assertEqual(gap_lines(first),
+                         ["blk_3_0_0::varitonal_blk30Type::control_variablesStruct  "
+                          "control_var_type"])
+        self.assertIsNone(first.find_type("blk30_rgn_dataType"))
+        self.assertFalse(second.top_type(second.modules[0]).open)
+        self.assertEqual(gap_lines(second), ["blk_3_0_1::blk30_rgn_dataType  knee"])
 
 
 class FamilyCheckTest(FamilyCase):
@@ -256,6 +266,9 @@ class FamilyCheckTest(FamilyCase):
                                             "uses gamma_1_6_1\n", 6),
             "unknown section": (base + "version 1.0.1 tree\n  regions\n    a  Float  float\n",
                                 5),
+            "unknown nest among dimensions": (base + "version 1.0.0 nest aec ?\n", 4),
+            "region under an unknown nest": (base + "version 1.0.0 nest ?\n  region\n"
+                                                    "    a  Float  float\n", 5),
         }
         for label, (text, line) in cases.items():
             with self.subTest(label):
