@@ -115,25 +115,3 @@ function(param_generate_report target)
         VERBATIM
         USES_TERMINAL)
 endfunction()
-
-# param_synthetic_catalogue(<variable> <schema folder>): with PARAM_SYNTHETIC_CATALOGUE on,
-# writes placeholder families into <build>/synthetic that fill the catalogue of the schema folder
-# up to its full size, and sets <variable> to that folder (empty otherwise). For measuring what
-# building the whole catalogue costs; the placeholders are no tuning data.
-option(PARAM_SYNTHETIC_CATALOGUE
-    "Fill the module catalogue with placeholder namespaces up to its full size" OFF)
-function(param_synthetic_catalogue variable schemas)
-    set(folder)
-    if(PARAM_SYNTHETIC_CATALOGUE)
-        set(folder ${PROJECT_BINARY_DIR}/synthetic)
-        execute_process(
-            COMMAND ${Python3_EXECUTABLE} ${PARAMGEN_DIR}/paramgen.py synthetic
-                --out-dir ${folder} --schema-dir ${schemas}
-            RESULT_VARIABLE result
-            ERROR_VARIABLE message)
-        if(NOT result EQUAL 0)
-            message(FATAL_ERROR "The synthetic catalogue cannot be written:\n${message}")
-        endif()
-    endif()
-    set(${variable} ${folder} PARENT_SCOPE)
-endfunction()

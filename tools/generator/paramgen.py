@@ -5,7 +5,6 @@
     paramgen.py outputs INPUT...
     paramgen.py expand FAMILY [NAMESPACE ...] [--schema-dir DIR ...]
     paramgen.py report INPUT_OR_FOLDER... [--gaps] [--schema-dir DIR ...]
-    paramgen.py synthetic --out-dir DIR [--schema-dir DIR ...]
 
 An INPUT is a schema table (.schema: one namespace), a block family (.family: one namespace per
 block and version) or a module list (.list: a concrete set manager). Each namespace is written as
@@ -14,9 +13,8 @@ instances for the tuning-file writer); the namespaces' sources are compiled in u
 (DIR/paramgen_unit_<n>.cpp, which include them). A file whose text would not change is left
 alone, so an unchanged namespace does not rebuild what includes it. `outputs` prints the files
 generation writes, each with its role, `expand` the plain schema text of a family's namespaces,
-`report` one line per namespace for reviewers, `synthetic` placeholder families that fill the
-catalogue of the schema folders up to its full size, for measuring the build. The formats are
-described in README.md beside this script."""
+`report` one line per namespace for reviewers. The formats are described in README.md beside
+this script."""
 
 import argparse
 import os
@@ -31,7 +29,6 @@ from paramgen.managerlist import load_manager  # noqa: E402
 from paramgen.namehash import name_hash  # noqa: E402
 from paramgen.report import gap_lines, report_line  # noqa: E402
 from paramgen.schema import SchemaError  # noqa: E402
-from paramgen.synthetic import synthetic_files  # noqa: E402
 
 NAMESPACE_SUFFIXES = (".h", ".cpp")
 MANAGER_SUFFIXES = (".h", ".cpp", ".writer.h", ".writer.cpp")
@@ -223,21 +220,9 @@ def _report(args):
                 print(line)
 
 
-def _synthetic(args):
-    catalogue = Catalogue(args.schema_dir)
-    existing = set()
-    for folder in args.schema_dir:
-        for path in _inputs([folder]):
-            if not path.endswith(".list"):
-                existing.update(catalogue.namespaces_of(path))
-    os.makedirs(args.out_dir, exist_ok=True)
-    for name, text in sorted(synthetic_files(existing).items()):
-        write_if_changed(os.path.join(args.out_dir, name), text)
-
-
 def main(argv=None):
     argv = sys.argv[1:] if argv is None else argv
-    command = argv[0] if argv and argv[0] in ("outputs", "expand", "report", "synthetic") \
+    command = argv[0] if argv and argv[0] in ("outputs", "expand", "report") \
         else "generate"
     parser = argparse.ArgumentParser(prog="paramgen.py " + command if command != "generate"
                                      else "paramgen.py", description=__doc__.splitlines()[0])
@@ -250,9 +235,6 @@ def main(argv=None):
         parser.add_argument("--out-dir", required=True)
         parser.add_argument("--source-root", help="banners name inputs relative to this")
         parser.add_argument("--depfile", help="write the files read, for the build system")
-    elif command == "synthetic":
-        argv = argv[1:]
-        parser.add_argument("--out-dir", required=True)
     elif command == "expand":
         argv = argv[1:]
         parser.add_argument("family")
@@ -266,7 +248,7 @@ def main(argv=None):
     args = parser.parse_args(argv)
     try:
         {"generate": _generate_all, "outputs": _outputs, "expand": _expand,
-         "report": _report, "synthetic": _synthetic}[command](args)
+         "report": _report}[command](args)
     except (SchemaError, OSError) as error:
         print("paramgen: %s" % error, file=sys.stderr)
         return 1
