@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // Catalogue modules end to end: writer-made entries load through the generated module classes,
-// and every module class accepts its own file record only.
+// structures the catalogue knows only in part skip what a fuller schema adds, every instance of
+// every set manager loads by its name, and every module class accepts its own file record only.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <tuple>
@@ -22,30 +24,37 @@
 #include "parameterparser/parameterschemadifference.h"
 #include "parameterparser/parsercrc.h"
 #include "tools/generator/schemaset.h"
+#include "tools/writer/definitiontablebuilder.h"
+#include "tools/writer/tuningdescription.h"
 
+#include "paramgen/ImageSensorModuleSetManager.h"
+#include "paramgen/ImageSensorModuleSetManager.writer.h"
 #include "paramgen/Vorn.h"
+#include "paramgen/abf_4_0_0.h"
+#include "paramgen/abf_4_0_1.h"
 #include "paramgen/aecxconvergence.h"
 #include "paramgen/aecxdbconvbase.h"
 #include "paramgen/aftofelements.h"
+#include "paramgen/anr_1_3_1.h"
+#include "paramgen/bitmlSetManager.h"
+#include "paramgen/bitmlSetManager.writer.h"
+#include "paramgen/cst_1_2_0.h"
+#include "paramgen/fdSetManager.h"
+#include "paramgen/fdSetManager.writer.h"
 #include "paramgen/gamma_1_6_0.h"
 #include "paramgen/gamma_1_6_1.h"
 #include "paramgen/modflashdecv1.h"
 #include "paramgen/statsnnsaliency.h"
+#include "paramgen/tf_2_3_1.h"
 #include "paramgen/trackerroimixer.h"
 #include "paramgen/versionsA_1_0_0.h"
-#include "paramgen/versionsB_1_0_0.h"
-#include "paramgen/versionsC_1_0_0.h"
-#include "paramgen/versionsD_1_0_0.h"
-#include "paramgen/versionsE_1_0_0.h"
-#include "paramgen/versionsF_1_0_0.h"
-#include "paramgen/versionsG_1_0_0.h"
-#include "paramgen/versionsH_1_0_0.h"
 #include "paramgen/vornbitmlconfig.h"
 #include "paramgen/vornfdconfig.h"
 #include "paramgen/vornflindices.h"
 #include "paramgen/vornt2tconfig.h"
 #include "tests/common/logcapture.h"
 #include "tests/common/testsetmanager.h"
+#include "tests/parametermodules/managerfixture.h"
 #include "tests/parametermodules/modulefixture.h"
 #include "tests/parametermodules/modulevalues.h"
 
@@ -53,6 +62,9 @@ namespace {
 
 using ModuleTest::ValueChecker;
 using ModuleTest::ValueMaker;
+using TuningWriter::DefinitionElement;
+using TuningWriter::DefinitionStructure;
+using TuningWriter::ElementType;
 using TuningWriter::EntryValue;
 
 constexpr char const* InstanceName = "catalogueModule";
@@ -90,14 +102,63 @@ ModuleKind Kind(char const* label, char const* className, char const* topType,
             shape};
 }
 
+/// A member of the file's schema that the compiled one does not know.
+DefinitionElement UnknownMember(char const* name, ElementType type, uint32_t id = 0,
+                                uint32_t minCount = 1, uint32_t maxCount = 1)
+{
+    DefinitionElement element;
+    element.name = name;
+    element.type = type;
+    element.id = id;
+    element.minCount = minCount;
+    element.maxCount = maxCount;
+    return element;
+}
+
+/// Makes the file's schema fuller than the compiled one everywhere: every structure gains a
+/// number at its start and a counted array of a structure of its own at its end, as an unknown
+/// nest level or region group would be.
+void AddUnknownMembers(std::vector<DefinitionStructure>& schema)
+{
+    uint32_t group = 0;
+    for (DefinitionStructure const& structure : schema)
+        group = std::max(group, structure.id + 1);
+    for (DefinitionStructure& structure : schema) {
+        structure.elements.insert(structure.elements.begin(),
+                                  UnknownMember("unknownFront", ElementType::UInt32));
+        structure.elements.push_back(
+            UnknownMember("unknownGroups", ElementType::Structure, group, 0, 65535));
+    }
+    DefinitionStructure groupType;
+    groupType.id = group;
+    groupType.name = "unknownGroupType";
+    groupType.elements = {UnknownMember("start", ElementType::Float),
+                          UnknownMember("end", ElementType::Float)};
+    schema.push_back(groupType);
+}
+
+/// The values of AddUnknownMembers' members in every structure instance of value.
+void AddUnknownValues(EntryValue& value)
+{
+    for (EntryValue& item : value.items)
+        AddUnknownValues(item);
+    if (value.kind != EntryValue::Kind::Structure)
+        return;
+    EntryValue const group =
+        EntryValue::Struct({{"start", EntryValue::Real(0.25)}, {"end", EntryValue::Real(0.75)}});
+    value.Set("unknownFront", EntryValue::UInt(0xC0FFEE));
+    value.Set("unknownGroups", EntryValue::List({group, group}));
+}
+
 /// The file of a kind's module: one entry written from its description with the values ValueMaker
 /// gives (shaped by the kind), its record's instance created and loaded through the class.
 /// withDefinitions false leaves the schema section out, so that the module reads by its
-/// compiled-in layout.
+/// compiled-in layout; unknownMembers writes it from a fuller schema (AddUnknownMembers).
 class LoadedModule
 {
 public:
-    LoadedModule(ModuleKind const& kind, TuningWriter::FileVersion version, bool withDefinitions)
+    LoadedModule(ModuleKind const& kind, TuningWriter::FileVersion version, bool withDefinitions,
+                 bool unknownMembers = false)
         : m_kind(kind), m_factory(kind.makeFactory(InstanceName)),
           m_file(version, withDefinitions,
                  {kind.descriptor,
@@ -110,7 +171,12 @@ public:
         m_value = ValueMaker().Make(*kind.descriptor);
         if (kind.shape != nullptr)
             kind.shape(m_value);
-        uint32_t const id = m_file.AddModule(m_value);
+        EntryValue written = m_value;
+        if (unknownMembers) {
+            AddUnknownValues(written);
+            AddUnknownMembers(m_file.FileSchema());
+        }
+        uint32_t const id = m_file.AddModule(written);
         if (!m_file.Build())
             return;
         m_module = m_factory->Create(m_file.Record(id), &m_registry);
@@ -186,9 +252,11 @@ void AliasDrcNodes(EntryValue& value)
     value.Set("smoothDarkBoost", boost.Set("nodes", nodes));
 }
 
-// Every module class generated from the catalogue: with and without value access, with hashed
+// A module class of every shape of the catalogue: with and without value access, with hashed
 // members, optional members, string arrays, an array two members alias, a data bank's nested
-// trigger levels, the fixed nest and the recursive tree.
+// trigger levels, the fixed nest, a nest of unknown levels, the recursive tree, passes below its
+// leaf, an optional region, and a module without a core. (Every instance of every manager loads
+// in the sweep below.)
 ModuleKind const Kinds[] = {
     Kind<vornflindices::FLIndicesTypeClass, vornflindices::FLIndicesType>(
         "vornflindices", "FLIndicesTypeClass", "vornflindices::FLIndicesType"),
@@ -227,34 +295,16 @@ ModuleKind const Kinds[] = {
          versionsA_1_0_0::varitonal_versionsA10Type>("versionsA_1_0_0",
                                                      "varitonal_versionsA10TypeClass",
                                                      "versionsA_1_0_0::varitonal_versionsA10Type"),
-    Kind<versionsB_1_0_0::varitonal_versionsB10TypeClass,
-         versionsB_1_0_0::varitonal_versionsB10Type>("versionsB_1_0_0",
-                                                     "varitonal_versionsB10TypeClass",
-                                                     "versionsB_1_0_0::varitonal_versionsB10Type"),
-    Kind<versionsC_1_0_0::varitonal_versionsC10TypeClass,
-         versionsC_1_0_0::varitonal_versionsC10Type>("versionsC_1_0_0",
-                                                     "varitonal_versionsC10TypeClass",
-                                                     "versionsC_1_0_0::varitonal_versionsC10Type"),
-    Kind<versionsD_1_0_0::varitonal_versionsD10TypeClass,
-         versionsD_1_0_0::varitonal_versionsD10Type>("versionsD_1_0_0",
-                                                     "varitonal_versionsD10TypeClass",
-                                                     "versionsD_1_0_0::varitonal_versionsD10Type"),
-    Kind<versionsE_1_0_0::varitonal_versionsE10TypeClass,
-         versionsE_1_0_0::varitonal_versionsE10Type>("versionsE_1_0_0",
-                                                     "varitonal_versionsE10TypeClass",
-                                                     "versionsE_1_0_0::varitonal_versionsE10Type"),
-    Kind<versionsF_1_0_0::varitonal_versionsF10TypeClass,
-         versionsF_1_0_0::varitonal_versionsF10Type>("versionsF_1_0_0",
-                                                     "varitonal_versionsF10TypeClass",
-                                                     "versionsF_1_0_0::varitonal_versionsF10Type"),
-    Kind<versionsG_1_0_0::varitonal_versionsG10TypeClass,
-         versionsG_1_0_0::varitonal_versionsG10Type>("versionsG_1_0_0",
-                                                     "varitonal_versionsG10TypeClass",
-                                                     "versionsG_1_0_0::varitonal_versionsG10Type"),
-    Kind<versionsH_1_0_0::varitonal_versionsH10TypeClass,
-         versionsH_1_0_0::varitonal_versionsH10Type>("versionsH_1_0_0",
-                                                     "varitonal_versionsH10TypeClass",
-                                                     "versionsH_1_0_0::varitonal_versionsH10Type"),
+    Kind<abf_4_0_0::varitonal_abf40TypeClass, abf_4_0_0::varitonal_abf40Type>(
+        "abf_4_0_0", "varitonal_abf40TypeClass", "abf_4_0_0::varitonal_abf40Type"),
+    Kind<abf_4_0_1::varitonal_abf40TypeClass, abf_4_0_1::varitonal_abf40Type>(
+        "abf_4_0_1", "varitonal_abf40TypeClass", "abf_4_0_1::varitonal_abf40Type"),
+    Kind<tf_2_3_1::varitonal_tf23TypeClass, tf_2_3_1::varitonal_tf23Type>(
+        "tf_2_3_1", "varitonal_tf23TypeClass", "tf_2_3_1::varitonal_tf23Type"),
+    Kind<anr_1_3_1::varitonal_anr13TypeClass, anr_1_3_1::varitonal_anr13Type>(
+        "anr_1_3_1", "varitonal_anr13TypeClass", "anr_1_3_1::varitonal_anr13Type"),
+    Kind<cst_1_2_0::varitonal_cst12TypeClass, cst_1_2_0::varitonal_cst12Type>(
+        "cst_1_2_0", "varitonal_cst12TypeClass", "cst_1_2_0::varitonal_cst12Type"),
 };
 
 void PrintTo(ModuleKind const& kind, std::ostream* out)
@@ -346,6 +396,127 @@ ModuleKind const& KindOf(char const* label)
     ADD_FAILURE() << "no module kind " << label;
     return Kinds[0];
 }
+
+/// The shapes in which the catalogue leaves structures open (frames, gaps), by kind label.
+char const* const OpenShapes[] = {
+    "gamma_1_6_0", // a first-generation nest (private information known by name only)
+    "abf_4_0_0",   // a nest of unknown levels: the core holds nothing known
+    "abf_4_0_1",   // a tree whose region is known in part
+    "tf_2_3_1",    // passes below the tree's leaf
+    "anr_1_3_1",   // an optional region of passes
+    "cst_1_2_0",   // no core, a reserve known by name only
+};
+
+using OpenShapeCase = std::tuple<char const*, TuningWriter::FileVersion>;
+
+class CatalogueOpenShapeTest : public testing::TestWithParam<OpenShapeCase>
+{
+};
+
+// A file written from a schema that holds more in every structure than the catalogue knows (as
+// a tuning tool's full schema does where the catalogue has frames and gaps) loads every known
+// value exactly; what the catalogue does not know is stepped over and touches nothing.
+TEST_P(CatalogueOpenShapeTest, KnownValuesComeBackAndUnknownMembersAreSkipped)
+{
+    auto const& [label, version] = GetParam();
+    LoadedModule loaded(KindOf(label), version, true, true);
+    ASSERT_TRUE(loaded.Loaded()) << label;
+    loaded.ExpectEveryMember();
+}
+
+INSTANTIATE_TEST_SUITE_P(Shapes, CatalogueOpenShapeTest,
+                         testing::Combine(testing::ValuesIn(OpenShapes),
+                                          testing::Values(TuningWriter::FileVersion{6, 0, 0},
+                                                          TuningWriter::FileVersion{7, 0, 0})),
+                         [](testing::TestParamInfo<OpenShapeCase> const& testCase) {
+                             return std::string(std::get<0>(testCase.param)) + "_V" +
+                                    std::to_string(std::get<1>(testCase.param).major);
+                         });
+
+/// A concrete set manager and the catalogue of the instances it lists.
+struct ManagerCase
+{
+    char const* label;
+    TuningWriter::InstanceCatalogue const& (*catalogue)();
+    std::unique_ptr<ParameterSetManager> (*make)();
+    bool valueAccess; ///< its modules answer value paths
+};
+
+void PrintTo(ManagerCase const& manager, std::ostream* out)
+{
+    *out << manager.label;
+}
+
+template <typename Manager> std::unique_ptr<ParameterSetManager> MakeManager()
+{
+    return std::make_unique<Manager>(nullptr);
+}
+
+ManagerCase const Managers[] = {
+    {"TuningSetManager", &ParamSchema::TuningSetManager::Instances,
+     [] { return std::unique_ptr<ParameterSetManager>(new ManagerTest::QuietTuningSetManager); },
+     true},
+    {"ImageSensorModuleSetManager", &ParamSchema::ImageSensorModuleSetManager::Instances,
+     &MakeManager<ImageSensorModuleSetManager>, false},
+    {"fdSetManager", &ParamSchema::fdSetManager::Instances, &MakeManager<fdSetManager>, false},
+    {"bitmlSetManager", &ParamSchema::bitmlSetManager::Instances, &MakeManager<bitmlSetManager>,
+     false},
+};
+
+bool HasMember(ParameterTypeDescriptor const& type, char const* name)
+{
+    for (uint32_t i = 0; i < type.memberCount; ++i) {
+        if (std::strcmp(type.members[i].name, name) == 0)
+            return true;
+    }
+    return false;
+}
+
+class CatalogueSweepTest : public testing::TestWithParam<ManagerCase>
+{
+};
+
+// One file holds a module of every instance the manager lists, each written from its own
+// schema: the manager finds every one by its name and loads it, and a module version written
+// into each comes back through the module's value paths.
+TEST_P(CatalogueSweepTest, EveryInstanceLoadsByItsName)
+{
+    ManagerCase const& manager = GetParam();
+    TuningWriter::InstanceCatalogue const& catalogue = manager.catalogue();
+    std::string text = "version 7.0.0\nmodetable sweep\n  path Default\n";
+    for (size_t i = 0; i < catalogue.count; ++i) {
+        TuningWriter::InstanceSchema const& instance = catalogue.instances[i];
+        text += std::string("instance ") + instance.instanceName + " " + instance.topType +
+                " mode Default\n";
+        if (HasMember(*instance.type, "module_version"))
+            text += "  value module_version.minor_revision 7\n";
+    }
+    TuningWriter::TuningDescription description({&catalogue});
+    ASSERT_TRUE(description.Parse(text)) << description.Error();
+    std::vector<uint8_t> file = description.MakeWriter().Build();
+    std::unique_ptr<ParameterSetManager> loader = manager.make();
+    ASSERT_TRUE(loader->LoadBinaryParameters(file.data(), file.size())) << loader->GetErrorString();
+
+    TuningMode const root[] = {ManagerTest::Step(ModeDefault)};
+    for (size_t i = 0; i < catalogue.count; ++i) {
+        TuningWriter::InstanceSchema const& instance = catalogue.instances[i];
+        ParameterModule* module =
+            loader->GetModuleInternal(0, instance.instanceName, root, 1, nullptr, true);
+        ASSERT_NE(module, nullptr) << instance.instanceName;
+        EXPECT_STREQ(module->moduleName, instance.instanceName);
+        char minor[16] = {};
+        bool const answered =
+            module->GetValue("module_version.minor_revision", minor, sizeof(minor));
+        if (manager.valueAccess && HasMember(*instance.type, "module_version")) {
+            EXPECT_TRUE(answered && std::strcmp(minor, "7") == 0) << instance.instanceName;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(AllManagers, CatalogueSweepTest, testing::ValuesIn(Managers),
+                         [](testing::TestParamInfo<ManagerCase> const& testCase) {
+                             return std::string(testCase.param.label);
+                         });
 
 // The two smoothers of one convergence entry hold the same nodes: one array, given back once
 // by each and freed with the last.
