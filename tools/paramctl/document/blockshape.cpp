@@ -268,7 +268,16 @@ private:
         if (!core.Single() || !StructureNamed(core, "varitonal_" + m_prefix + "_coreType"))
             return false;
         std::vector<Member> coreMembers;
-        if (!Members(core.structure, coreMembers) || coreMembers.size() != 1)
+        std::vector<Member> control;
+        if (!Members(core.structure, coreMembers) || !Members(controlVariables.structure, control))
+            return false;
+        // A file written from a nest whose levels its schema did not know holds neither levels
+        // nor control variables: the family states it as a nest of unknown levels.
+        if (m_shape.kind == BlockShape::Kind::Nest && coreMembers.empty() && control.empty()) {
+            m_shape.dims = {"?"};
+            return true;
+        }
+        if (coreMembers.size() != 1)
             return false;
         return m_shape.kind == BlockShape::Kind::Nest ? Nest(coreMembers[0], controlVariables)
                                                       : Tree(coreMembers[0], controlVariables);

@@ -32,7 +32,7 @@ struct BlockShape
     Kind kind = Kind::Flat;
     std::string block;             ///< "gamma"
     std::string version;           ///< "1.6.0"
-    std::vector<std::string> dims; ///< a nest's dimensions, innermost first
+    std::vector<std::string> dims; ///< a nest's dimensions, innermost first; "?" if unknown
     unsigned int passes = 0;       ///< a tree's fixed array of passes below the leaf
     bool optionalRegion = false;
     bool controlMethod = false; ///< a nest holds control_method
