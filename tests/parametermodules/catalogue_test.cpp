@@ -34,6 +34,7 @@
 #include "paramgen/abf_4_0_1.h"
 #include "paramgen/aecxconvergence.h"
 #include "paramgen/aecxdbconvbase.h"
+#include "paramgen/aecxdbconvdrc.h"
 #include "paramgen/aftofelements.h"
 #include "paramgen/anr_1_3_1.h"
 #include "paramgen/bitmlSetManager.h"
@@ -44,6 +45,7 @@
 #include "paramgen/gamma_1_6_0.h"
 #include "paramgen/gamma_1_6_1.h"
 #include "paramgen/modflashdecv1.h"
+#include "paramgen/statsnnmlawb.h"
 #include "paramgen/statsnnsaliency.h"
 #include "paramgen/tf_2_3_1.h"
 #include "paramgen/trackerroimixer.h"
@@ -168,7 +170,7 @@ public:
                    m_factory->version.Parts.Patch}}),
           m_registry(m_factory)
     {
-        m_value = ValueMaker().Make(*kind.descriptor);
+        m_value = ValueMaker(withDefinitions).Make(*kind.descriptor);
         if (kind.shape != nullptr)
             kind.shape(m_value);
         EntryValue written = m_value;
@@ -278,11 +280,18 @@ ModuleKind const Kinds[] = {
         "FlashDriverData", "FlashDriverDataClass", "Vorn::FlashDriverData"),
     Kind<Vorn::SensorBinSocIdMapClass, Vorn::SensorBinSocIdMap>(
         "SensorBinSocIdMap", "SensorBinSocIdMapClass", "Vorn::SensorBinSocIdMap"),
+    Kind<Vorn::CameraModuleDataClass, Vorn::CameraModuleData>(
+        "CameraModuleData", "CameraModuleDataClass", "Vorn::CameraModuleData"),
     Kind<aecxconvergence::AECXConvergenceTypeClass, aecxconvergence::AECXConvergenceType>(
         "aecxconvergence", "AECXConvergenceTypeClass", "aecxconvergence::AECXConvergenceType",
         &AliasDrcNodes),
     Kind<aecxdbconvbase::AECXDBConvBaseTypeClass, aecxdbconvbase::AECXDBConvBaseType>(
         "aecxdbconvbase", "AECXDBConvBaseTypeClass", "aecxdbconvbase::AECXDBConvBaseType"),
+    Kind<aecxdbconvdrc::AECXDBConvDRCTypeClass, aecxdbconvdrc::AECXDBConvDRCType>(
+        "aecxdbconvdrc", "AECXDBConvDRCTypeClass", "aecxdbconvdrc::AECXDBConvDRCType"),
+    Kind<statsnnmlawb::varitonalStatsNNMLAWBTypeClass, statsnnmlawb::varitonalStatsNNMLAWBType>(
+        "statsnnmlawb", "varitonalStatsNNMLAWBTypeClass",
+        "statsnnmlawb::varitonalStatsNNMLAWBType"),
     Kind<aftofelements::varitonalTOFTypeClass, aftofelements::varitonalTOFType>(
         "aftofelements", "varitonalTOFTypeClass", "aftofelements::varitonalTOFType"),
     Kind<modflashdecv1::varitonalFlashDecV1TypeClass, modflashdecv1::varitonalFlashDecV1Type>(
@@ -405,6 +414,13 @@ char const* const OpenShapes[] = {
     "tf_2_3_1",    // passes below the tree's leaf
     "anr_1_3_1",   // an optional region of passes
     "cst_1_2_0",   // no core, a reserve known by name only
+    // A data bank whose rows' values are known by name only, with a member after the bank.
+    "aecxdbconvdrc",
+    // A sensor description: optional members, and members known only by their hash, which a
+    // written schema cannot name, so they read as missing.
+    "CameraModuleData",
+    // A network stage: known members between members known by name only.
+    "statsnnmlawb",
 };
 
 using OpenShapeCase = std::tuple<char const*, TuningWriter::FileVersion>;

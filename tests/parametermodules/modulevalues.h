@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "parameterparser/parametermemberaccess.h"
+#include "parameterparser/parsercrc.h"
 #include "tools/writer/entryencoder.h"
 
 namespace ModuleTest {
@@ -21,23 +22,90 @@ using TuningWriter::EntryValue;
 /// Values for every member a type descriptor lists, each number distinct, so that a member read
 /// from a neighbour's place shows. Counted arrays get two elements; a type that holds itself is
 /// cut off below its third level, so trees end in leaves.
+///
+/// A written schema names a member known only by its hash by the name chosen for it, so a reader
+/// that matches hashes does not find it there. With namedOnly such members get what a member
+/// missing from the file reads as: zeros, no elements, no text.
 class ValueMaker
 {
 public:
+    explicit ValueMaker(bool namedOnly = false) : m_namedOnly(namedOnly) {}
+
     EntryValue Make(ParameterTypeDescriptor const& type)
     {
         std::vector<std::pair<std::string, EntryValue>> fields;
         m_stack.push_back(&type);
         for (uint32_t i = 0; i < type.memberCount; ++i) {
             ParameterMemberDescriptor const& member = type.members[i];
-            if (!member.hidden)
-                fields.emplace_back(member.name, Member(member));
+            if (member.hidden)
+                continue;
+            bool const hashOnly = ParserCRC64::HashName(member.name) != member.nameHash;
+            fields.emplace_back(member.name,
+                                m_namedOnly && hashOnly ? Missing(member) : Member(member));
         }
         m_stack.pop_back();
         return EntryValue::Struct(std::move(fields));
     }
 
 private:
+    static EntryValue Missing(ParameterMemberDescriptor const& member)
+    {
+        switch (member.kind) {
+        case ParameterMemberKind::Scalar:
+            return Zero(member.storage);
+        case ParameterMemberKind::FixedArray:
+            return EntryValue::List(std::vector<EntryValue>(member.length, Zero(member.storage)));
+        case ParameterMemberKind::Structure:
+            return MissingStructure(*member.type);
+        case ParameterMemberKind::StructureFixedArray:
+            return EntryValue::List(
+                std::vector<EntryValue>(member.length, MissingStructure(*member.type)));
+        case ParameterMemberKind::String:
+            return EntryValue::Text("<null>");
+        case ParameterMemberKind::StringFixedArray:
+            return EntryValue::List(
+                std::vector<EntryValue>(member.length, EntryValue::Text("<null>")));
+        case ParameterMemberKind::CountedArray:
+        case ParameterMemberKind::OptionalScalar:
+        case ParameterMemberKind::StructureArray:
+        case ParameterMemberKind::OptionalStructure:
+        case ParameterMemberKind::OptionalString:
+        case ParameterMemberKind::StringArray:
+            break;
+        }
+        return EntryValue::List({});
+    }
+
+    static EntryValue MissingStructure(ParameterTypeDescriptor const& type)
+    {
+        std::vector<std::pair<std::string, EntryValue>> fields;
+        for (uint32_t i = 0; i < type.memberCount; ++i) {
+            if (!type.members[i].hidden)
+                fields.emplace_back(type.members[i].name, Missing(type.members[i]));
+        }
+        return EntryValue::Struct(std::move(fields));
+    }
+
+    static EntryValue Zero(ParameterStorage storage)
+    {
+        switch (storage) {
+        case ParameterStorage::Int8:
+        case ParameterStorage::Int16:
+        case ParameterStorage::Int32:
+        case ParameterStorage::Int64:
+            return EntryValue::Int(0);
+        case ParameterStorage::UInt8:
+        case ParameterStorage::UInt16:
+        case ParameterStorage::UInt32:
+        case ParameterStorage::UInt64:
+            return EntryValue::UInt(0);
+        case ParameterStorage::Float:
+        case ParameterStorage::Double:
+            break;
+        }
+        return EntryValue::Real(0);
+    }
+
     EntryValue Member(ParameterMemberDescriptor const& member)
     {
         switch (member.kind) {
@@ -124,6 +192,7 @@ private:
         return depth;
     }
 
+    bool m_namedOnly;
     int64_t m_seed = 0;
     std::vector<ParameterTypeDescriptor const*> m_stack;
 };
