@@ -57,10 +57,12 @@ TEST_F(ParamctlOutputTest, JsonParsesAndTextIsEscapedOnHostileAndDamagedFiles)
     std::vector<uint8_t> const sample = PackedHostileSample();
     ASSERT_GT(sample.size(), 200u);
     // Files that load, files whose tables load but that the loader refuses, and files refused at
-    // the header.
+    // the header (one for its tag, which the refusal quotes).
     TuningWriter::TuningFileWriter pastEnd;
     pastEnd.SetBinaryTag(HostileText).AddMinimalSections().AddRawSectionRecord(0, 0xFFFF0000u, 64);
-    std::vector<std::vector<uint8_t>> files = {sample, pastEnd.Build()};
+    TuningWriter::TuningFileWriter hostileTag;
+    hostileTag.SetHeaderTag(HostileText).AddMinimalSections();
+    std::vector<std::vector<uint8_t>> files = {sample, pastEnd.Build(), hostileTag.Build()};
     for (size_t cut : {60u, 200u, 1000u})
         files.emplace_back(sample.begin(), sample.begin() + static_cast<long>(cut));
 
@@ -91,6 +93,13 @@ TEST_F(ParamctlOutputTest, JsonParsesAndTextIsEscapedOnHostileAndDamagedFiles)
             EXPECT_TRUE(output.code == 0 || output.code == 1) << output.code;
             EXPECT_EQ(output.out.find('\x1b'), std::string::npos);
             EXPECT_TRUE(IsUtf8(output.out));
+        }
+        // Only the sample loads; the server refuses the others with the loader's reason.
+        if (i > 0) {
+            Output const refused = RunParamctl("serve --bind 127.0.0.1 " + file.Path(), true);
+            EXPECT_EQ(refused.code, 1) << refused.out;
+            EXPECT_EQ(refused.out.find('\x1b'), std::string::npos) << refused.out;
+            EXPECT_TRUE(IsUtf8(refused.out)) << refused.out;
         }
     }
     // The hostile tag is shown escaped, so what the file holds can still be read.

@@ -209,7 +209,8 @@ int RunServe(int argc, char** argv)
     }
     // The live tuning server starts at the end of a successful load.
     if (!manager.LoadBinaryParameters(path.c_str())) {
-        std::fprintf(stderr, "paramctl serve: %s: %s\n", path.c_str(), manager.GetErrorString());
+        std::fprintf(stderr, "paramctl serve: %s: %s\n", Printable(path).c_str(),
+                     Printable(manager.GetErrorString()).c_str());
         return ExitFailure;
     }
     unsigned short const listening = manager.GetKnobbyPort();
@@ -251,8 +252,8 @@ int RunServe(int argc, char** argv)
                     std::fprintf(stderr, "paramctl serve: %s: %s\n", Printable(path).c_str(),
                                  reason.c_str());
             } else
-                std::fprintf(stderr, "paramctl serve: reload of %s failed: %s\n", path.c_str(),
-                             manager.GetErrorString());
+                std::fprintf(stderr, "paramctl serve: reload of %s failed: %s\n",
+                             Printable(path).c_str(), Printable(manager.GetErrorString()).c_str());
             std::fflush(stdout);
         }
         if (g_saveRequested != 0) {
