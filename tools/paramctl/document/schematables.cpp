@@ -118,9 +118,14 @@ public:
             std::string body;
             if (!Body(top->second, 0, body, error))
                 return false;
-            modulesText << "\nmodule " << TypeName(structureId, top->second.name) << " version "
-                        << Version(index) << "\n"
-                        << body;
+            // Two modules' top structures may share a name (two versions of one block): each
+            // top type of the table gets a name of its own, which no later type takes.
+            std::string topName = TypeName(structureId, top->second.name);
+            if (m_declared.count(topName) != 0)
+                topName = Renamed(topName, structureId);
+            m_declared.insert(topName);
+            m_bodies[topName] = "\n";
+            modulesText << "\nmodule " << topName << " version " << Version(index) << "\n" << body;
         }
         text = "# The schema of the tuning file's module" +
                std::string(modules.size() > 1 ? "s" : "") +
@@ -353,7 +358,7 @@ private:
         }
         std::string const wanted = TypeName(id, found->second.name);
         // The name it will have if it refers to itself: fixed before its body is written.
-        m_names[id] = m_declared.count(wanted) != 0 ? wanted + "_" + std::to_string(id) : wanted;
+        m_names[id] = m_declared.count(wanted) != 0 ? Renamed(wanted, id) : wanted;
         m_visiting.insert(id);
         std::string body;
         bool const described = Body(found->second, depth + 1, body, error);
@@ -390,13 +395,25 @@ private:
             return true;
         }
         if (builtInName || (taken != m_bodies.end() && m_declared.count(name) != 0))
-            name = wanted + "_" + std::to_string(id);
+            name = Renamed(wanted, id);
         m_bodies[name] = body;
         m_declared.insert(name);
         m_emitted.insert(id);
         m_names[id] = name;
         m_out << "\ntype " << name << "\n" << body;
         return true;
+    }
+
+    // Another name for a type whose name an earlier type of another body took. A nest level's
+    // holder keeps the "_dataStruct" ending by which the generator follows a nest's levels.
+    static std::string Renamed(std::string const& name, uint32_t id)
+    {
+        std::string const holder = "_dataStruct";
+        size_t const stem = name.size() > holder.size() && name.compare(name.size() - holder.size(),
+                                                                        holder.size(), holder) == 0
+                                ? name.size() - holder.size()
+                                : name.size();
+        return name.substr(0, stem) + "_" + std::to_string(id) + name.substr(stem);
     }
 
     // A body's lines with single spaces, for comparison with a built-in's.
