@@ -1,24 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 // paramctl client: talks to a live tuning server the way a desktop tuning tool does.
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 #include <vector>
 
-#include <netdb.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include "parameterparser/livetuning/parameterknobbycom.h"
 #include "parameterparser/livetuning/parameterknobbypacket.h"
 #include "parameterparser/livetuning/parameterknobbyworker.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
 #include "tools/paramctl/jsonoutput.h"
+#include "tools/paramctl/liveconnection.h"
 #include "tools/paramctl/printable.h"
 
 namespace ParamCtl {
@@ -47,105 +40,6 @@ constexpr char ClientUsage[] =
 
 constexpr int ExitNoAnswer = ExitFailure;
 
-using Bytes = std::vector<unsigned char>;
-
-// One TCP connection to the server; every wait is bounded.
-class Connection
-{
-public:
-    Connection() = default;
-    ~Connection()
-    {
-        if (m_socket >= 0)
-            close(m_socket);
-    }
-
-    Connection(Connection const&) = delete;
-    Connection& operator=(Connection const&) = delete;
-
-    bool Open(std::string const& host, std::string const& port, std::string& error)
-    {
-        addrinfo hints = {};
-        hints.ai_family = AF_UNSPEC;
-        hints.ai_socktype = SOCK_STREAM;
-        addrinfo* found = nullptr;
-        int const result = getaddrinfo(host.c_str(), port.c_str(), &hints, &found);
-        if (result != 0) {
-            error = gai_strerror(result);
-            return false;
-        }
-        error = "no address";
-        for (addrinfo* entry = found; entry != nullptr; entry = entry->ai_next) {
-            int const candidate = socket(entry->ai_family, entry->ai_socktype, entry->ai_protocol);
-            if (candidate < 0) {
-                error = std::strerror(errno);
-                continue;
-            }
-            if (connect(candidate, entry->ai_addr, entry->ai_addrlen) == 0) {
-                m_socket = candidate;
-                break;
-            }
-            error = std::strerror(errno);
-            close(candidate);
-        }
-        freeaddrinfo(found);
-        return m_socket >= 0;
-    }
-
-    bool Send(Bytes const& packet)
-    {
-        return send(m_socket, packet.data(), packet.size(), MSG_NOSIGNAL) ==
-               static_cast<ssize_t>(packet.size());
-    }
-
-    // The next packet by its length field; empty when none came in time or the server closed.
-    Bytes Receive(int timeoutMs)
-    {
-        Bytes head = ReadExactly(6, timeoutMs);
-        if (head.size() < 6)
-            return {};
-        size_t const length = Wire::GetU16(head.data() + Wire::LengthOffset);
-        if (length <= head.size())
-            return head;
-        Bytes const rest = ReadExactly(length - head.size(), timeoutMs);
-        if (rest.size() < length - head.size())
-            return {};
-        head.insert(head.end(), rest.begin(), rest.end());
-        return head;
-    }
-
-private:
-    Bytes ReadExactly(size_t count, int timeoutMs)
-    {
-        Bytes bytes;
-        auto const end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-        unsigned char chunk[4096];
-        while (bytes.size() < count) {
-            auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                end - std::chrono::steady_clock::now());
-            if (left.count() <= 0)
-                break;
-            pollfd entry = {m_socket, POLLIN, 0};
-            if (poll(&entry, 1, static_cast<int>(left.count())) <= 0)
-                break;
-            size_t const want = std::min(sizeof(chunk), count - bytes.size());
-            ssize_t const got = recv(m_socket, chunk, want, 0);
-            if (got <= 0)
-                break;
-            bytes.insert(bytes.end(), chunk, chunk + got);
-        }
-        return bytes;
-    }
-
-    int m_socket = -1;
-};
-
-struct Target
-{
-    std::string host = "127.0.0.1";
-    std::string port = std::to_string(ParameterKnobbyCom::DefaultPort);
-};
-
 bool IsCommandName(std::string const& word)
 {
     static char const* const names[] = {"info", "active",  "modes",   "info-var", "get",
@@ -155,57 +49,6 @@ bool IsCommandName(std::string const& word)
             return true;
     }
     return false;
-}
-
-// HOST, :PORT or HOST:PORT, where HOST may be an IPv6 literal in brackets ([::1]:19278) or
-// bare without a port (::1). False for an unclosed bracket or a port that is not 1 to 65535.
-bool ParseTarget(std::string const& text, Target& target)
-{
-    std::string host = text;
-    std::string port;
-    if (!text.empty() && text[0] == '[') {
-        size_t const close = text.find(']');
-        if (close == std::string::npos)
-            return false;
-        host = text.substr(1, close - 1);
-        if (close + 1 < text.size()) {
-            if (text[close + 1] != ':')
-                return false;
-            port = text.substr(close + 2);
-        }
-    } else if (text.find(':') == text.rfind(':')) {
-        size_t const colon = text.find(':');
-        if (colon != std::string::npos) {
-            host = text.substr(0, colon);
-            port = text.substr(colon + 1);
-        }
-    }
-    if (!host.empty())
-        target.host = host;
-    if (port.empty())
-        return true;
-    unsigned short number = 0;
-    if (!ParsePortNumber(port, number))
-        return false;
-    target.port = port;
-    return true;
-}
-
-Bytes MakeRequest(uint16_t command, uint64_t session, uint32_t requestId, Bytes const& payload)
-{
-    Bytes packet(Wire::RequestHeadSize + payload.size());
-    unsigned int const length = Wire::WriteRequest(
-        packet.data(), static_cast<unsigned int>(packet.size()), command, session, requestId,
-        payload.data(), static_cast<unsigned int>(payload.size()));
-    packet.resize(length);
-    return packet;
-}
-
-Bytes TextPayload(std::string const& text)
-{
-    Bytes payload(text.begin(), text.end());
-    payload.push_back(0);
-    return payload;
 }
 
 bool ParseHex(std::string const& text, Bytes& bytes)
@@ -232,14 +75,6 @@ std::string Hex(unsigned char const* bytes, size_t count)
         text += pair;
     }
     return text;
-}
-
-std::string TextOf(unsigned char const* bytes, size_t count)
-{
-    size_t length = 0;
-    while (length < count && bytes[length] != 0)
-        ++length;
-    return std::string(reinterpret_cast<char const*>(bytes), length);
 }
 
 // One instance of a trigger answer.
@@ -479,7 +314,7 @@ int RunClient(int argc, char** argv)
     // A first word that is no command is the server, but only when a command follows it.
     if (!IsCommandName(operands[0]) && operands.size() == 1)
         return Usage(("unknown command '" + Printable(operands[0]) + "'").c_str());
-    Target target;
+    LiveTarget target;
     if (!IsCommandName(operands[0])) {
         if (!ParseTarget(operands[0], target))
             return Usage(("not a server address (HOST, HOST:PORT or [IPv6]:PORT with a port from "
@@ -499,7 +334,7 @@ int RunClient(int argc, char** argv)
         return Usage("--timeout needs a positive number of seconds");
     bool const json = line.Has("--json");
 
-    Connection connection;
+    LiveConnection connection;
     std::string error;
     if (!connection.Open(target.host, target.port, error)) {
         std::fprintf(stderr, "paramctl client: cannot connect to %s:%s: %s\n", target.host.c_str(),

@@ -7,6 +7,7 @@
 namespace ParamCtl {
 
 int RunClient(int argc, char** argv);
+int RunConsole(int argc, char** argv);
 int RunDiff(int argc, char** argv);
 int RunDump(int argc, char** argv);
 int RunEntries(int argc, char** argv);

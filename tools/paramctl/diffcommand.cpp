@@ -222,8 +222,8 @@ Json InstanceJson(InstanceSnapshot const* instance)
     return {{"mode", Printable(instance->mode)}, {"version", instance->version}};
 }
 
-void PrintJsonDifferences(Differences const& differences, std::string const& a,
-                          std::string const& b, std::string const& branch)
+Json JsonDifferences(Differences const& differences, std::string const& a, std::string const& b,
+                     std::string const& branch)
 {
     Json header = Json::array();
     for (auto const& [field, values] : differences.header)
@@ -255,7 +255,7 @@ void PrintJsonDifferences(Differences const& differences, std::string const& a,
     document["header"] = std::move(header);
     document["modes"] = std::move(modes);
     document["instances"] = std::move(instances);
-    PrintJson(document);
+    return document;
 }
 
 std::string Lower(std::string text)
@@ -266,9 +266,9 @@ std::string Lower(std::string text)
 }
 
 /// The modes of the branch text (named in any case, or numeric) in table of a file, from the root
-/// down, as the file's tree spells them. False after saying which step the file lacks.
+/// down, as the file's tree spells them. False with error naming the step the file lacks.
 bool BranchOf(FileSnapshot const& snapshot, std::string const& path, unsigned int table,
-              std::string const& text, std::vector<std::string>& branch)
+              std::string const& text, std::vector<std::string>& branch, std::string& error)
 {
     bool const numeric = text.find_first_not_of("0123456789.|") == std::string::npos;
     std::string const given = numeric ? NamedModePath(text) : text;
@@ -282,8 +282,8 @@ bool BranchOf(FileSnapshot const& snapshot, std::string const& path, unsigned in
                 spelled = &mode.first.second;
         }
         if (spelled == nullptr) {
-            std::fprintf(stderr, "paramctl diff: %s: no mode '%s' in mode table %u\n",
-                         Printable(path).c_str(), Printable(given.substr(0, end)).c_str(), table);
+            error = Printable(path) + ": no mode '" + Printable(given.substr(0, end)) +
+                    "' in mode table " + std::to_string(table);
             return false;
         }
         branch.push_back(*spelled);
@@ -306,7 +306,47 @@ bool ReadSnapshot(std::string const& path, FileSnapshot& snapshot)
     return true;
 }
 
+/// The differences of two snapshots: every instance, or with branch the modules read through
+/// it. False with error for a branch one of them lacks.
+bool DiffOf(FileSnapshot const& a, FileSnapshot const& b, std::string const& pathA,
+            std::string const& pathB, std::string const* branch, unsigned int table,
+            Differences& differences, std::string& error)
+{
+    differences = Compare(a, b);
+    if (branch == nullptr) {
+        CompareAllInstances(a, b, differences);
+        return true;
+    }
+    std::vector<std::string> branchA;
+    std::vector<std::string> branchB;
+    if (!BranchOf(a, pathA, table, *branch, branchA, error) ||
+        !BranchOf(b, pathB, table, *branch, branchB, error))
+        return false;
+    std::set<std::string> modules;
+    for (auto const* snapshot : {&a, &b}) {
+        for (auto const& [key, instance] : snapshot->instances) {
+            if (instance.table == table)
+                modules.insert(instance.name);
+        }
+    }
+    for (std::string const& module : modules)
+        CompareInstances(module, table, Supplier(a, table, branchA, module),
+                         Supplier(b, table, branchB, module), differences.instances);
+    return true;
+}
+
 } // namespace
+
+bool DiffJson(FileSnapshot const& a, FileSnapshot const& b, std::string const& nameA,
+              std::string const& nameB, std::string const* branch, unsigned int table,
+              Json& document, std::string& error)
+{
+    Differences differences;
+    if (!DiffOf(a, b, nameA, nameB, branch, table, differences, error))
+        return false;
+    document = JsonDifferences(differences, nameA, nameB, branch != nullptr ? *branch : "");
+    return true;
+}
 
 int RunDiff(int argc, char** argv)
 {
@@ -333,32 +373,16 @@ int RunDiff(int argc, char** argv)
     FileSnapshot snapshotB;
     if (!ReadSnapshot(pathA, snapshotA) || !ReadSnapshot(pathB, snapshotB))
         return ExitUsage;
-    Differences differences = Compare(snapshotA, snapshotB);
-
     std::string const branchText = line.Value("--mode");
-    if (line.Has("--mode")) {
-        auto const index = static_cast<unsigned int>(table);
-        std::vector<std::string> branchA;
-        std::vector<std::string> branchB;
-        if (!BranchOf(snapshotA, pathA, index, branchText, branchA) ||
-            !BranchOf(snapshotB, pathB, index, branchText, branchB))
-            return ExitUsage;
-        std::set<std::string> modules;
-        for (auto const* snapshot : {&snapshotA, &snapshotB}) {
-            for (auto const& [key, instance] : snapshot->instances) {
-                if (instance.table == index)
-                    modules.insert(instance.name);
-            }
-        }
-        for (std::string const& module : modules)
-            CompareInstances(module, index, Supplier(snapshotA, index, branchA, module),
-                             Supplier(snapshotB, index, branchB, module), differences.instances);
-    } else {
-        CompareAllInstances(snapshotA, snapshotB, differences);
+    Differences differences;
+    std::string error;
+    if (!DiffOf(snapshotA, snapshotB, pathA, pathB, line.Has("--mode") ? &branchText : nullptr,
+                static_cast<unsigned int>(table), differences, error)) {
+        std::fprintf(stderr, "paramctl diff: %s\n", error.c_str());
+        return ExitUsage;
     }
-
     if (line.Has("--json"))
-        PrintJsonDifferences(differences, pathA, pathB, branchText);
+        PrintJson(JsonDifferences(differences, pathA, pathB, branchText));
     else
         PrintText(differences, line.Has("--mode"));
     return differences.Empty() ? ExitSuccess : ExitFailure;

@@ -40,4 +40,11 @@ struct FileSnapshot
 /// them, with no compiled module needed.
 FileSnapshot SnapshotOf(Json const& document);
 
+/// What 'paramctl diff --json' prints for a (named nameA) against b (nameB): every instance, or
+/// with branch (named or numeric, in mode table `table`) the modules a camera reads through it.
+/// False with error for a branch one of them lacks.
+[[nodiscard]] bool DiffJson(FileSnapshot const& a, FileSnapshot const& b, std::string const& nameA,
+                            std::string const& nameB, std::string const* branch, unsigned int table,
+                            Json& document, std::string& error);
+
 } // namespace ParamCtl

@@ -153,4 +153,16 @@ bool ResolveModePath(ParameterSetManager& manager, unsigned char table, std::str
     return true;
 }
 
+std::string ModeStepName(ModeEntry const& node)
+{
+    unsigned int const mode = node.mode.Parts.mode;
+    unsigned int const subMode = node.mode.Parts.subMode;
+    char const* modeName = ModeEntry::GetModeName(mode);
+    std::string step = modeName != nullptr ? modeName : std::to_string(mode);
+    if (mode == ModeDefault)
+        return step;
+    char const* subName = ModeEntry::GetSubModeName(mode, subMode);
+    return step + "." + (subName != nullptr ? subName : std::to_string(subMode));
+}
+
 } // namespace ParamCtl

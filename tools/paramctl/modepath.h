@@ -5,6 +5,7 @@
 #include <string>
 
 class ParameterSetManager;
+struct ModeEntry;
 
 namespace ParamCtl {
 
@@ -25,5 +26,9 @@ struct ResolvedMode
 [[nodiscard]] bool ResolveModePath(ParameterSetManager& manager, unsigned char table,
                                    std::string const& text, bool lenient, ResolvedMode& resolved,
                                    std::string& error);
+
+/// The step a mode tree node stands for: "Default", "Usecase.Preview", or numbers where the
+/// mode or sub-mode has no name ("7.3").
+std::string ModeStepName(ModeEntry const& node);
 
 } // namespace ParamCtl

@@ -11,6 +11,7 @@
 #include "tools/paramctl/commands.h"
 #include "tools/paramctl/jsonoutput.h"
 #include "tools/paramctl/loadedfile.h"
+#include "tools/paramctl/modepath.h"
 #include "tools/paramctl/printable.h"
 
 namespace ParamCtl {
@@ -33,21 +34,9 @@ struct NodeView
     long linkId; ///< Mode ID of the linked slot, -1 without a link
 };
 
-std::string StepName(ModeEntry const& node)
-{
-    unsigned int const mode = node.mode.Parts.mode;
-    unsigned int const subMode = node.mode.Parts.subMode;
-    char const* modeName = ModeEntry::GetModeName(mode);
-    std::string step = modeName != nullptr ? modeName : std::to_string(mode);
-    if (mode == ModeDefault)
-        return step;
-    char const* subName = ModeEntry::GetSubModeName(mode, subMode);
-    return step + "." + (subName != nullptr ? subName : std::to_string(subMode));
-}
-
 NodeView ViewOf(ParameterModeTable const& table, unsigned int tableIndex, ModeEntry* node)
 {
-    NodeView view{node, StepName(*node), {}, -1};
+    NodeView view{node, ModeStepName(*node), {}, -1};
     for (uint32_t i = 0; i < table.m_modeCount; ++i) {
         ModeSlot const& slot = table.modes[i];
         if (slot.mode == node && slot.pipeline != 0)

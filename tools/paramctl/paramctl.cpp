@@ -24,6 +24,7 @@ struct Command
 
 constexpr Command Commands[] = {
     {"client", ParamCtl::RunClient, "talk to a live tuning server (info, modes, get, set ...)"},
+    {"console", ParamCtl::RunConsole, "the tuning console in a browser: a file or a live camera"},
     {"diff", ParamCtl::RunDiff, "what differs between two tuning files: header, modes, values"},
     {"dump", ParamCtl::RunDump, "module values; --json: the whole file by its own schema"},
     {"entries", ParamCtl::RunEntries, "the symbol table: module instances, modes, sizes, groups"},

@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: Apache-2.0
+// LiveConnection: the requests a client sends to a live tuning server.
+#include "tools/paramctl/liveconnection.h"
+
+#include "tools/paramctl/commandline.h"
+
+namespace ParamCtl {
+
+namespace Wire = ParameterKnobbyPacket;
+
+bool ParseTarget(std::string const& text, LiveTarget& target)
+{
+    std::string host = text;
+    std::string port;
+    if (!text.empty() && text[0] == '[') {
+        size_t const close = text.find(']');
+        if (close == std::string::npos)
+            return false;
+        host = text.substr(1, close - 1);
+        if (close + 1 < text.size()) {
+            if (text[close + 1] != ':')
+                return false;
+            port = text.substr(close + 2);
+        }
+    } else if (text.find(':') == text.rfind(':')) {
+        size_t const colon = text.find(':');
+        if (colon != std::string::npos) {
+            host = text.substr(0, colon);
+            port = text.substr(colon + 1);
+        }
+    }
+    if (!host.empty())
+        target.host = host;
+    if (port.empty())
+        return true;
+    unsigned short number = 0;
+    if (!ParsePortNumber(port, number))
+        return false;
+    target.port = port;
+    return true;
+}
+
+Bytes MakeRequest(uint16_t command, uint64_t session, uint32_t requestId, Bytes const& payload)
+{
+    Bytes packet(Wire::RequestHeadSize + payload.size());
+    unsigned int const length = Wire::WriteRequest(
+        packet.data(), static_cast<unsigned int>(packet.size()), command, session, requestId,
+        payload.data(), static_cast<unsigned int>(payload.size()));
+    packet.resize(length);
+    return packet;
+}
+
+Bytes TextPayload(std::string const& text)
+{
+    Bytes payload(text.begin(), text.end());
+    payload.push_back(0);
+    return payload;
+}
+
+std::string TextOf(unsigned char const* bytes, size_t count)
+{
+    size_t length = 0;
+    while (length < count && bytes[length] != 0)
+        ++length;
+    return std::string(reinterpret_cast<char const*>(bytes), length);
+}
+
+bool LiveRequest(LiveTarget const& target, uint16_t command, std::string const& text, int timeoutMs,
+                 std::string& answer, std::string& error)
+{
+    LiveConnection connection;
+    if (!connection.Open(target.host, target.port, error)) {
+        error = "cannot connect to " + target.host + ":" + target.port + ": " + error;
+        return false;
+    }
+    // The server announces its session ID in Device Info; the requests after it carry it.
+    Bytes const hello = connection.Send(MakeRequest(Wire::DeviceInfo, 0, 0, {}))
+                            ? connection.Receive(timeoutMs)
+                            : Bytes();
+    if (hello.size() < Wire::DeviceInfoHeadSize) {
+        error = "no answer from " + target.host + ":" + target.port;
+        return false;
+    }
+    uint64_t const session = Wire::GetU64(hello.data() + Wire::DeviceInfoSessionOffset);
+    Bytes const response = connection.Send(MakeRequest(command, session, 1, TextPayload(text)))
+                               ? connection.Receive(timeoutMs)
+                               : Bytes();
+    if (response.size() < Wire::RequestHeadSize) {
+        error = "no answer from " + target.host + ":" + target.port;
+        return false;
+    }
+    answer =
+        TextOf(response.data() + Wire::RequestHeadSize, response.size() - Wire::RequestHeadSize);
+    return true;
+}
+
+} // namespace ParamCtl

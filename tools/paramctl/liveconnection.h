@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: Apache-2.0
+// LiveConnection: a client's connection to a live tuning server, and the requests it sends.
+#pragma once
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <netdb.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "parameterparser/livetuning/parameterknobbycom.h"
+#include "parameterparser/livetuning/parameterknobbypacket.h"
+
+namespace ParamCtl {
+
+using Bytes = std::vector<unsigned char>;
+
+/// One TCP connection to a live tuning server; every wait is bounded.
+class LiveConnection
+{
+public:
+    LiveConnection() = default;
+    ~LiveConnection()
+    {
+        if (m_socket >= 0)
+            close(m_socket);
+    }
+
+    LiveConnection(LiveConnection const&) = delete;
+    LiveConnection& operator=(LiveConnection const&) = delete;
+
+    bool Open(std::string const& host, std::string const& port, std::string& error)
+    {
+        addrinfo hints = {};
+        hints.ai_family = AF_UNSPEC;
+        hints.ai_socktype = SOCK_STREAM;
+        addrinfo* found = nullptr;
+        int const result = getaddrinfo(host.c_str(), port.c_str(), &hints, &found);
+        if (result != 0) {
+            error = gai_strerror(result);
+            return false;
+        }
+        error = "no address";
+        for (addrinfo* entry = found; entry != nullptr; entry = entry->ai_next) {
+            int const candidate = socket(entry->ai_family, entry->ai_socktype, entry->ai_protocol);
+            if (candidate < 0) {
+                error = std::strerror(errno);
+                continue;
+            }
+            if (connect(candidate, entry->ai_addr, entry->ai_addrlen) == 0) {
+                m_socket = candidate;
+                break;
+            }
+            error = std::strerror(errno);
+            close(candidate);
+        }
+        freeaddrinfo(found);
+        return m_socket >= 0;
+    }
+
+    bool Send(Bytes const& packet)
+    {
+        return send(m_socket, packet.data(), packet.size(), MSG_NOSIGNAL) ==
+               static_cast<ssize_t>(packet.size());
+    }
+
+    // The next packet by its length field; empty when none came in time or the server closed.
+    Bytes Receive(int timeoutMs)
+    {
+        Bytes head = ReadExactly(6, timeoutMs);
+        if (head.size() < 6)
+            return {};
+        size_t const length =
+            ParameterKnobbyPacket::GetU16(head.data() + ParameterKnobbyPacket::LengthOffset);
+        if (length <= head.size())
+            return head;
+        Bytes const rest = ReadExactly(length - head.size(), timeoutMs);
+        if (rest.size() < length - head.size())
+            return {};
+        head.insert(head.end(), rest.begin(), rest.end());
+        return head;
+    }
+
+private:
+    Bytes ReadExactly(size_t count, int timeoutMs)
+    {
+        Bytes bytes;
+        auto const end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+        unsigned char chunk[4096];
+        while (bytes.size() < count) {
+            auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                end - std::chrono::steady_clock::now());
+            if (left.count() <= 0)
+                break;
+            pollfd entry = {m_socket, POLLIN, 0};
+            if (poll(&entry, 1, static_cast<int>(left.count())) <= 0)
+                break;
+            size_t const want = std::min(sizeof(chunk), count - bytes.size());
+            ssize_t const got = recv(m_socket, chunk, want, 0);
+            if (got <= 0)
+                break;
+            bytes.insert(bytes.end(), chunk, chunk + got);
+        }
+        return bytes;
+    }
+
+    int m_socket = -1;
+};
+
+/// Where a live tuning server listens.
+struct LiveTarget
+{
+    std::string host = "127.0.0.1";
+    std::string port = std::to_string(ParameterKnobbyCom::DefaultPort);
+};
+
+/// HOST, :PORT or HOST:PORT, where HOST may be an IPv6 literal in brackets ([::1]:19278) or
+/// bare without a port (::1). False for an unclosed bracket or a port that is not 1 to 65535.
+[[nodiscard]] bool ParseTarget(std::string const& text, LiveTarget& target);
+
+/// A request packet.
+Bytes MakeRequest(uint16_t command, uint64_t session, uint32_t requestId, Bytes const& payload);
+
+/// text with its terminating zero, as the text requests carry it.
+Bytes TextPayload(std::string const& text);
+
+/// The text at bytes up to its first zero or count.
+std::string TextOf(unsigned char const* bytes, size_t count);
+
+/// Connects to target, learns the session ID from Device Info, sends command with text as its
+/// payload and gives the text of the answer. False with error when the server cannot be
+/// reached or sends no answer within timeoutMs.
+[[nodiscard]] bool LiveRequest(LiveTarget const& target, uint16_t command, std::string const& text,
+                               int timeoutMs, std::string& answer, std::string& error);
+
+} // namespace ParamCtl

@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: Apache-2.0
+// Value access: a module's values read through a mode branch of a manager, and values checked
+// against their member's type before the manager is given them.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+class ParameterSetManager;
+
+namespace ParamCtl {
+
+/// Room for the text of a whole structure read.
+constexpr unsigned int ResultLength = 1 << 20;
+
+using Items = std::vector<std::pair<std::string, std::string>>;
+
+/// "a=1;b=2,3" as (name, value) pairs.
+Items SplitItems(std::string const& text);
+
+/// One level of a module's value tree.
+struct ValueNode
+{
+    std::string name;
+    std::string value;
+    std::string type;       ///< the member's type name as its module describes it
+    unsigned int count = 0; ///< elements, for an array
+    bool array = false;     ///< an array of numbers: value holds its elements joined by ","
+    bool structure = false;
+    bool list = false; ///< an array of structures: children are its elements
+    std::vector<ValueNode> children;
+};
+
+/// Reads the members below variable ("<module>" or "<module>.<path>") in the branch modePath
+/// (numeric) of mode table `table` into node's children, recursing into structures. False when
+/// the manager cannot describe variable.
+bool ReadTree(ParameterSetManager& manager, unsigned char table, std::string const& modePath,
+              std::string const& variable, ValueNode& node, unsigned int depth = 0);
+
+/// The leaves of a tree as "a.b[1].c" = value items.
+void Flatten(ValueNode const& node, std::string const& prefix, Items& items);
+
+/// Reads variable in mode: a module or structure member by member (nested members by their
+/// dotted paths), anything else as the library's value text. False when nothing was read.
+bool ReadVariable(ParameterSetManager& manager, unsigned char table, std::string const& mode,
+                  std::string const& variable, char const* subVariables, Items& items);
+
+/// Checks the value text of member name (below variable) against the member's type, by the rule
+/// 'paramctl pack' applies, and gives the text the library is to be given. False with reason
+/// when the value does not suit it; a member that cannot be described is left to the library to
+/// refuse.
+bool CheckedValue(ParameterSetManager& manager, unsigned char table, std::string const& mode,
+                  std::string const& variable, std::string const& name, std::string const& text,
+                  std::string& libraryText, std::string& reason);
+
+} // namespace ParamCtl
