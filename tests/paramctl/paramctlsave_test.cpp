@@ -2,32 +2,28 @@
 // Tuned values saved to a new file, by paramctl set -o and by paramctl serve --save-to: the
 // values changed are written in the file's own encoding, every other byte stays, and what the
 // file cannot hold writes nothing.
-#include <chrono>
 #include <csignal>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <spawn.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "tests/common/tempfile.h"
+#include "tests/paramctl/paramctlchild.h"
 #include "tests/paramctl/runparamctl.h"
 #include "tests/paramctl/trackerfile.h"
-
-extern char** environ;
 
 namespace {
 
 using ParamCtlTest::DefinitionStructure;
 using ParamCtlTest::ElementNamed;
 using ParamCtlTest::EntryValue;
+using ParamCtlTest::ParamctlChild;
 using ParamCtlTest::ReadBytes;
 using ParamCtlTest::RunParamctl;
 using ParamCtlTest::StructureNamed;
@@ -152,63 +148,27 @@ unsigned short FreeLoopbackPort()
     return port;
 }
 
-/// Polls condition every 50 ms for at most ten seconds.
-template <typename Condition> bool WaitFor(Condition condition)
-{
-    for (int i = 0; i < 200; ++i) {
-        if (condition())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    return false;
-}
-
-std::string TextOf(std::string const& path)
-{
-    std::vector<uint8_t> const bytes = ReadBytes(path);
-    return std::string(bytes.begin(), bytes.end());
-}
-
 TEST(ParamctlSaveTest, ServeSavesWhatWasTunedOnSignalAndOnExit)
 {
     ParamTest::TempFile input(TrackerFile());
     ParamTest::TempFile output;
-    ParamTest::TempFile log;
     unsigned short const port = FreeLoopbackPort();
     ASSERT_NE(port, 0);
-    std::string const command = std::string("exec ") + PARAMCTL_PATH +
-                                " serve --bind 127.0.0.1 --port " + std::to_string(port) +
-                                " --save-to " + output.Path() + " " + input.Path() + " >" +
-                                log.Path() + " 2>&1";
-    char const* const arguments[] = {"sh", "-c", command.c_str(), nullptr};
-    pid_t server = 0;
-    ASSERT_EQ(
-        posix_spawn(&server, "/bin/sh", nullptr, nullptr, const_cast<char**>(arguments), environ),
-        0);
-    ASSERT_TRUE(WaitFor([&] { return TextOf(log.Path()).find("listening") != std::string::npos; }))
-        << TextOf(log.Path());
+    ParamctlChild server("serve --bind 127.0.0.1 --port " + std::to_string(port) + " --save-to " +
+                         output.Path() + " " + input.Path());
+    ASSERT_TRUE(server.WaitForLog("listening")) << server.Log();
     std::string const client = "client --timeout 5 127.0.0.1:" + std::to_string(port) +
                                " set 'Default|Sensor.0:t2tconfigdata' ";
 
     EXPECT_EQ(RunParamctl(client + "confidenceThreshold=42").code, 0);
-    kill(server, SIGUSR1);
-    EXPECT_TRUE(WaitFor([&] {
-        return TextOf(log.Path()).find("saved 1 values") != std::string::npos;
-    })) << TextOf(log.Path());
+    kill(server.Pid(), SIGUSR1);
+    EXPECT_TRUE(server.WaitForLog("saved 1 values")) << server.Log();
     EXPECT_EQ(
         ReadBack(output.Path(), "Default|Sensor.0"),
         "# mode Default|Sensor.0\noperationMode=2\ndownscaleRatio=0.25\nconfidenceThreshold=42\n");
 
     EXPECT_EQ(RunParamctl(client + "downscaleRatio=0.75").code, 0);
-    kill(server, SIGTERM);
-    int status = -1;
-    bool const ended = WaitFor([&] { return waitpid(server, &status, WNOHANG) == server; });
-    if (!ended) {
-        kill(server, SIGKILL);
-        waitpid(server, &status, 0);
-    }
-    ASSERT_TRUE(ended);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    ASSERT_EQ(server.Stop(), 0);
     EXPECT_EQ(
         ReadBack(output.Path(), "Default|Sensor.0"),
         "# mode Default|Sensor.0\noperationMode=2\ndownscaleRatio=0.75\nconfidenceThreshold=42\n");

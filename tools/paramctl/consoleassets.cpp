@@ -62,15 +62,15 @@ bool ConsoleAssets::Open(std::string const& folder, std::string& error)
             return true;
         }
     }
-    error =
-        "no console page at " + (folder.empty() ? std::string(PARAMCTL_CONSOLE_INSTALLED) : folder);
-    return false;
+    // Without a page installed the API still serves; a folder asked for must be there.
+    error = "no console page at " + folder;
+    return folder.empty();
 }
 
 bool ConsoleAssets::Read(std::string const& requestPath, std::string& body, std::string& type) const
 {
     std::string const path = requestPath == "/" ? "/index.html" : requestPath;
-    if (path.empty() || path[0] != '/' || path.find("..") != std::string::npos ||
+    if (m_root.empty() || path.empty() || path[0] != '/' || path.find("..") != std::string::npos ||
         path.find('\\') != std::string::npos || path.find('\0') != std::string::npos)
         return false;
     // A symlink inside the folder may lead anywhere: what counts is where the path resolves.

@@ -10,7 +10,8 @@ class ConsoleAssets
 {
 public:
     /// Takes folder, or when it is empty the page installed with paramctl (the source tree's
-    /// when paramctl runs from its build directory). False with error when there is none.
+    /// when paramctl runs from its build directory; none at all serves no file). False with
+    /// error when folder is named but is no folder.
     [[nodiscard]] bool Open(std::string const& folder, std::string& error);
 
     /// The file for the request path ("/" is "/index.html") and its content type. False for a
@@ -19,7 +20,7 @@ public:
     bool Read(std::string const& requestPath, std::string& body, std::string& type) const;
 
 private:
-    std::string m_root; ///< resolved, without a trailing '/'
+    std::string m_root; ///< resolved, without a trailing '/'; empty: no page
 };
 
 } // namespace ParamCtl

@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: Apache-2.0
+// A paramctl server run as a child process: started, waited for, and stopped within bounds.
+#pragma once
+
+#include <chrono>
+#include <csignal>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include "tests/common/tempfile.h"
+#include "tests/paramctl/runparamctl.h"
+
+extern char** environ;
+
+namespace ParamCtlTest {
+
+/// Polls condition every 50 ms for at most ten seconds.
+template <typename Condition> bool WaitFor(Condition condition)
+{
+    for (int i = 0; i < 200; ++i) {
+        if (condition())
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return false;
+}
+
+inline std::string TextOf(std::string const& path)
+{
+    std::vector<uint8_t> const bytes = ReadBytes(path);
+    return std::string(bytes.begin(), bytes.end());
+}
+
+/// paramctl with arguments (shell words), its stdout and stderr in a log file. Killed when the
+/// test ends without stopping it.
+class ParamctlChild
+{
+public:
+    explicit ParamctlChild(std::string const& arguments)
+    {
+        std::string const command =
+            std::string("exec ") + PARAMCTL_PATH + " " + arguments + " >" + m_log.Path() + " 2>&1";
+        char const* const argv[] = {"sh", "-c", command.c_str(), nullptr};
+        if (posix_spawn(&m_pid, "/bin/sh", nullptr, nullptr, const_cast<char**>(argv), environ) !=
+            0)
+            m_pid = 0;
+    }
+    ~ParamctlChild()
+    {
+        if (m_pid != 0) {
+            kill(m_pid, SIGKILL);
+            waitpid(m_pid, nullptr, 0);
+        }
+    }
+    ParamctlChild(ParamctlChild const&) = delete;
+    ParamctlChild& operator=(ParamctlChild const&) = delete;
+
+    pid_t Pid() const { return m_pid; }
+    std::string Log() const { return TextOf(m_log.Path()); }
+
+    /// Waits until the log holds text; false when it does not within ten seconds.
+    bool WaitForLog(std::string const& text) const
+    {
+        return m_pid != 0 && WaitFor([&] { return Log().find(text) != std::string::npos; });
+    }
+
+    /// Sends SIGTERM and waits for the exit; the exit code, or -1 when the child had to be
+    /// killed or ended on a signal.
+    int Stop()
+    {
+        if (m_pid == 0)
+            return -1;
+        kill(m_pid, SIGTERM);
+        int status = -1;
+        bool const ended = WaitFor([&] { return waitpid(m_pid, &status, WNOHANG) == m_pid; });
+        if (!ended) {
+            kill(m_pid, SIGKILL);
+            waitpid(m_pid, &status, 0);
+        }
+        m_pid = 0;
+        return ended && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+private:
+    ParamTest::TempFile m_log;
+    pid_t m_pid = 0;
+};
+
+} // namespace ParamCtlTest
