@@ -210,18 +210,19 @@
         if (diff.modes.length)
             diffTable(body, "Modes", ["Table", "Mode path", diff.a, diff.b],
                       diff.modes.map((row) => [row.table, row.mode, row.a, row.b]));
+        // A module's mode path once where both files hold it in the same mode, else both.
         const values = [];
         for (const instance of diff.instances) {
-            const mode = (side) => (side ? `${side.mode} (${side.version})` : null);
+            const mode = (side) => (side ? `${side.mode} (${side.version})` : "absent");
+            const modes = mode(instance.a) === mode(instance.b)
+                              ? mode(instance.a) : `${mode(instance.a)} → ${mode(instance.b)}`;
             if (!instance.values.length)
-                values.push([instance.module, mode(instance.a), mode(instance.b), "", "", ""]);
+                values.push([instance.module, modes, "", "", ""]);
             for (const value of instance.values)
-                values.push([instance.module, mode(instance.a), mode(instance.b), value.path, value.a,
-                             value.b]);
+                values.push([instance.module, modes, value.path, value.a, value.b]);
         }
         if (values.length)
-            diffTable(body, "Values", ["Module", `Mode in ${diff.a}`, `Mode in ${diff.b}`, "Value path",
-                                       diff.a, diff.b], values);
+            diffTable(body, "Values", ["Module", "Mode path", "Value path", diff.a, diff.b], values);
     }
 
     function showView(diff) {
