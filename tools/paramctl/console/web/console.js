@@ -47,9 +47,9 @@
 
     // The mode tree as nested lists of buttons; the chosen branch is marked aria-current.
     function modeList(parent, modes, table) {
-        const list = node("ul", {role: "group"}, parent);
+        const list = node("ul", {}, parent);
         for (const mode of modes) {
-            const item = node("li", {role: "treeitem", "aria-expanded": "true"}, list);
+            const item = node("li", {}, list);
             const button = node("button", {type: "button", class: "mode", "data-table": table,
                                            "data-path": mode.path,
                                            title: `${mode.numeric}, Mode ID ${mode.modeId}` +
@@ -74,9 +74,7 @@
         for (const table of answer.body.tables) {
             const heading = node("h3", {text: `Table ${table.index}` + (table.name ? `: ${table.name}` : "")},
                                  holder);
-            const tree = modeList(holder, table.modes, table.index);
-            tree.setAttribute("role", "tree");
-            tree.setAttribute("aria-label", heading.textContent);
+            modeList(holder, table.modes, table.index).setAttribute("aria-label", heading.textContent);
         }
         document.body.dataset.treeMs = String(Math.round(performance.now() - started));
     }

@@ -50,7 +50,7 @@ const Members = (() => {
     /// Promise<{ok, value, error}>}.
     function render(container, members, context) {
         container.replaceChildren();
-        const list = element("ul", {class: "members", role: "tree", "aria-label": context.instance},
+        const list = element("ul", {class: "members", "aria-label": context.instance},
                              container);
         for (const child of members)
             renderMember(list, child, context, 0);
@@ -66,7 +66,7 @@ const Members = (() => {
     }
 
     function renderMember(parent, member, context, depth) {
-        const item = element("li", {role: "treeitem", "data-path": member.path}, parent);
+        const item = element("li", {"data-path": member.path}, parent);
         if (member.kind === "value") {
             item.classList.add("value");
             const id = `value-${nextId++}`;
@@ -92,7 +92,7 @@ const Members = (() => {
                                                  : member.type ? ` ${member.type}` : "";
             element("span", {class: "type", text: count}, summary);
             fill = () => {
-                const children = element("ul", {role: "group"}, group);
+                const children = element("ul", {}, group);
                 for (const child of member.kind === "list" ? member.elements : member.members)
                     renderMember(children, child, context, depth + 1);
             };

@@ -104,7 +104,8 @@ const Pictures = (() => {
             const point = svg("circle", {
                 cx: xOf(index), cy: yOf(value), r: 4, class: "point", tabindex: 0,
                 role: "slider", "aria-label": `${view.name}[${index}]`,
-                "aria-valuenow": value, "data-index": index,
+                "aria-valuenow": value, "aria-valuemin": range.low, "aria-valuemax": range.high,
+                "data-index": index,
             }, root);
             const commit = async (next) => {
                 const previous = view.values[index];
