@@ -8,7 +8,7 @@ const {PNG} = require("pngjs");
 // A channel that moves by more than this counts the pixel as changed.
 const ChannelStep = 48;
 // At most this share of the pixels may change.
-const ChangedShare = 0.01;
+const ChangedShare = 0.002;
 
 function changedShare(expected, actual) {
     if (expected.width !== actual.width || expected.height !== actual.height)
