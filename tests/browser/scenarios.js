@@ -7,7 +7,7 @@ const fs = require("fs");
 const path = require("path");
 const {startServer, stopServer, freePort, openPage, run} = require("./harness");
 const {paramctl, Preview} = require("./fixtures");
-const pictures = require("./pictures");
+const screenshots = require("./screenshots");
 
 const ListeningLine = /paramctl console: listening on (http:\/\/127\.0\.0\.1:\d+\/)/;
 const Deepest = `${Preview}|Feature1.ISPHDR`;
@@ -58,7 +58,7 @@ class Session {
     // Holds a screenshot of the element against tests/browser/pictures/NAME.png.
     async picture(page, selector, name) {
         const shot = await (await page.$(selector)).screenshot({type: "png"});
-        const problem = pictures.compare(path.join(__dirname, "pictures", `${name}.png`), shot,
+        const problem = screenshots.compare(path.join(__dirname, "pictures", `${name}.png`), shot,
                                          this.updatePictures);
         assert.equal(problem, null, problem);
     }
