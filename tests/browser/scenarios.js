@@ -207,10 +207,20 @@ const scenarios = {
         assert.ok(after < before, `point 32 went from ${before} to ${after}`);
         assert.equal(Number(await page.$eval(`input[aria-label="${curvePath}[32]"]`, (input) => input.value)),
                      after);
+        // The keyboard moves a point by one code.
+        const keyed = `svg.curve[aria-label^="${curvePath}:"] circle[data-index="10"]`;
+        const keyedBefore = Number(await page.$eval(keyed, (circle) => circle.getAttribute("aria-valuenow")));
+        await page.evaluate(() => (document.getElementById("status").textContent = ""));
+        await page.$eval(keyed, (circle) => circle.focus());
+        await page.keyboard.press("ArrowUp");
+        await page.waitForFunction(() => document.getElementById("status").textContent !== "");
+        assert.equal(Number(await page.$eval(`input[aria-label="${curvePath}[10]"]`, (input) => input.value)),
+                     keyedBefore + 1);
         assert.match(await save(page), /^saved to gamma-saved\.bin/);
         const saved = await fileValue(session, "gamma-saved.bin", "Default|Sensor.0", "gamma16_bps_v2",
                                       curvePath);
         assert.equal(Number(saved.split(",")[32]), after);
+        assert.equal(Number(saved.split(",")[10]), keyedBefore + 1);
         // The generation-0 nest of the same block: its levels as nested intervals.
         await chooseBranch(page, "Default");
         await chooseModule(page, "gamma16_bps");
