@@ -94,6 +94,7 @@ async function launchBrowser(puppeteer, executablePath) {
         args: [
             "--no-sandbox",
             "--disable-gpu",
+            "--disable-dev-shm-usage",
             "--no-first-run",
             "--disable-sync",
             "--disable-background-networking",
