@@ -18,9 +18,11 @@ function option(name) {
     return index > 0 ? process.argv[index + 1] : undefined;
 }
 
+// PARAM_CHROMIUM names the browser to use instead of the system's.
 function findChromium() {
-    const candidates = [process.env.PARAM_CHROMIUM, "/usr/bin/chromium", "/usr/bin/chromium-browser"];
-    return candidates.find((candidate) => candidate && fs.existsSync(candidate));
+    const candidates = process.env.PARAM_CHROMIUM ? [process.env.PARAM_CHROMIUM]
+                                                  : ["/usr/bin/chromium", "/usr/bin/chromium-browser"];
+    return candidates.find((candidate) => fs.existsSync(candidate));
 }
 
 function skip(reason) {
