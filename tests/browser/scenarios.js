@@ -245,6 +245,25 @@ const scenarios = {
         noProblems(page);
     },
 
+    // A lens-shading grid as a heat map. No module of this build holds a grid of gains, so the
+    // page's own picture code is handed one: 17 by 13 gains, rising to the right.
+    async heatMap(session) {
+        const page = await session.open(await session.console(["sample.bin"]));
+        const map = await page.evaluate(() => {
+            const values = Array.from({length: 221}, (_, index) => 1 + (index % 17) / 16);
+            const picture = Pictures.forArray({name: "r_gain_tab.r_gain", values, onChange: () => {},
+                                               edit: async () => true}, "lsc34_bps");
+            const cells = [...picture.querySelectorAll("rect")];
+            return {kind: picture.getAttribute("class"), cells: cells.length,
+                    columns: new Set(cells.map((cell) => cell.getAttribute("x"))).size,
+                    lowest: cells[0].getAttribute("fill"), highest: cells[16].getAttribute("fill"),
+                    nextRow: cells[17].getAttribute("fill")};
+        });
+        assert.deepEqual(map, {kind: "heatmap", cells: 221, columns: 17, lowest: "hsl(240, 80%, 50%)",
+                               highest: "hsl(0, 80%, 50%)", nextRow: "hsl(240, 80%, 50%)"});
+        noProblems(page);
+    },
+
     // Timings on a file of about 16 MB: printed, not held to a limit.
     async timings(session) {
         const started = Date.now();
