@@ -417,6 +417,39 @@ TEST(TuningDocumentTest, DamagedFilesGiveMessagesNotCrashes)
     EXPECT_EQ(error, "member i8 has a type code no table can state");
 }
 
+// A block comes back as a family version whose sections may use types of their own: one the
+// file names like a type the family rules make (here the reserve's) is declared under another
+// name, or the generator would meet two types of one name.
+TEST(TuningDocumentTest, SchemaExportRenamesSectionTypesTheFamilyRulesName)
+{
+    Json document = Document(SampleFile({7, 0, 0}));
+    Json& records = document["definitions"];
+    uint32_t const added = 1000;
+    for (Json& record : records) {
+        if (record["record"] == "structure" &&
+            record["name"] == "varitonal_versionsA10_reserveType")
+            record["members"].push_back({{"name", "extra"},
+                                         {"type", "Structure"},
+                                         {"structure", added},
+                                         {"min", 1},
+                                         {"max", 1}});
+    }
+    records.push_back({{"record", "structure"},
+                       {"id", added},
+                       {"name", "varitonal_versionsA10_reserveType"},
+                       {"members", {{{"name", "x"}, {"type", "Float"}, {"min", 1}, {"max", 1}}}}});
+    std::map<std::string, std::string> tables;
+    std::vector<std::string> notes;
+    std::string error;
+    ASSERT_TRUE(ParamCtl::ExportSchemaTables(document, "", tables, notes, error)) << error;
+    std::string const& family = tables["versionsA.family"];
+    EXPECT_NE(family.find("  type varitonal_versionsA10_reserveType_1000\n    x  Float  float\n"),
+              std::string::npos)
+        << family;
+    EXPECT_NE(family.find("    extra  varitonal_versionsA10_reserveType_1000\n"), std::string::npos)
+        << family;
+}
+
 // The keywords the document's JSON Schema uses, checked structurally: enough to hold every
 // document dump writes to its documented shape without a validator library.
 class ShapeCheck

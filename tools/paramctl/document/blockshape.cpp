@@ -3,7 +3,6 @@
 // few facts a family version states.
 #include "tools/paramctl/document/blockshape.h"
 
-#include <set>
 #include <sstream>
 
 #include "paramctl/triggerdimensiontext.h"
@@ -184,7 +183,10 @@ private:
     bool StructureNamed(Member const& member, std::string const& generated)
     {
         FileStructure const* structure = Structure(member.structure);
-        return member.IsStructure() && structure != nullptr && Name(generated, structure->name);
+        if (!member.IsStructure() || structure == nullptr || !Name(generated, structure->name))
+            return false;
+        m_shape.typeNames.insert(structure->name);
+        return true;
     }
 
     // A structure of number members named as given, each read without conversion.

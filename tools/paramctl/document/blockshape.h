@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -43,6 +44,9 @@ struct BlockShape
     std::vector<std::string> dynamicSwitches;
     /// Generated name -> the file's, where the two differ.
     std::map<std::string, std::string> names;
+    /// The names of the types the rules make for this version (as the file names them), which
+    /// no type of a section may take.
+    std::set<std::string> typeNames;
 };
 
 /// Recognises the module whose top structure is top, of module version ("1.6.0"), as a block.

@@ -145,6 +145,18 @@ public:
     bool FamilyVersion(BlockShape const& shape, std::string& text, std::string& error)
     {
         Reset();
+        // A section's type of a name the rules give a type of their own is renamed.
+        std::set<std::string> reserved = shape.typeNames;
+        for (char const* fixed :
+             {"enable_sectionStruct", "control_variablesStruct", "control_methodStruct",
+              "private_informationStruct", "dynamic_enable_triggersStruct"})
+            reserved.insert(fixed);
+        for (std::string const& name : shape.dynamicSwitches)
+            reserved.insert(name + "Struct");
+        for (std::string const& name : reserved) {
+            m_declared.insert(name);
+            m_bodies[name] = "\n";
+        }
         static char const* const Kinds[] = {"nest", "tree", "flat"};
         std::ostringstream head;
         head << "\nversion " << shape.version << " " << Kinds[static_cast<int>(shape.kind)];
