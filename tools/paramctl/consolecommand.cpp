@@ -37,11 +37,12 @@ constexpr char ConsoleUsage[] =
 
 // A request body above this is refused with 413: an edit is a few hundred bytes.
 constexpr size_t MaxBody = 64 * 1024;
-// Connections served at once; a slow client holds one of them at most for the time-outs.
-constexpr size_t Workers = 8;
+// Connections served at once. A silent or slow client holds one of them until a time-out ends
+// it; the rest serve everyone else meanwhile.
+constexpr size_t Workers = 32;
 constexpr time_t ReadTimeoutSeconds = 5;
 constexpr time_t WriteTimeoutSeconds = 5;
-constexpr time_t KeepAliveSeconds = 2;
+constexpr time_t KeepAliveSeconds = 5;
 
 void Reply(httplib::Response& response, ApiAnswer const& answer)
 {

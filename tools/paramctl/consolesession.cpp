@@ -145,6 +145,7 @@ bool ConsoleSession::Open(ConsoleOptions const& options, std::string& error)
         error = "cannot load " + Printable(options.file);
         return false;
     }
+    m_records = ModuleRecords(m_loaded->manager);
     return true;
 }
 
@@ -201,7 +202,7 @@ bool ConsoleSession::ResolveBranch(std::string const& table, std::string const& 
 std::string ConsoleSession::SourceOf(Branch const& branch, std::string const& instance)
 {
     std::string deepest;
-    for (ModuleRecord const& record : ModuleRecords(m_loaded->manager)) {
+    for (ModuleRecord const& record : m_records) {
         bool const onBranch = branch.numeric == record.modePath ||
                               branch.numeric.rfind(record.modePath + "|", 0) == 0;
         if (record.known && record.name == instance && record.modeTableIndex == branch.table &&
@@ -221,7 +222,7 @@ ApiAnswer ConsoleSession::Modules(std::string const& table, std::string const& b
     ToolSetManager& manager = m_loaded->manager;
     // The deepest record on the branch of each instance, in symbol table order.
     std::vector<std::pair<ModuleRecord, size_t>> reached;
-    for (ModuleRecord const& record : ModuleRecords(manager)) {
+    for (ModuleRecord const& record : m_records) {
         bool const onBranch = resolved.numeric == record.modePath ||
                               resolved.numeric.rfind(record.modePath + "|", 0) == 0;
         if (!record.known || record.modeTableIndex != resolved.table || !onBranch)
@@ -372,7 +373,7 @@ bool ConsoleSession::Pull(Branch const& branch, std::string const& instance, std
 
 bool ConsoleSession::PullAll(std::string& error)
 {
-    for (ModuleRecord const& record : ModuleRecords(m_loaded->manager)) {
+    for (ModuleRecord const& record : m_records) {
         Branch branch{static_cast<unsigned char>(record.modeTableIndex), record.modePath,
                       NamedModePath(record.modePath)};
         if (record.known && !Pull(branch, record.name, error))

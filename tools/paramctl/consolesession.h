@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "tools/paramctl/document/documentjson.h"
 #include "tools/paramctl/liveconnection.h"
@@ -76,6 +77,8 @@ private:
     ConsoleOptions m_options;
     LiveTarget m_live;
     std::unique_ptr<LoadedFile> m_loaded;
+    /// The file's module records, read once: a large file has thousands.
+    std::vector<ModuleRecord> m_records;
     std::mutex m_lock;
 };
 
