@@ -5,7 +5,7 @@
 #include <string>
 
 class ParameterSetManager;
-struct ModeEntry;
+class ModeEntry;
 
 namespace ParamCtl {
 
