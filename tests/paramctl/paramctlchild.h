@@ -68,13 +68,12 @@ public:
         return m_pid != 0 && WaitFor([&] { return Log().find(text) != std::string::npos; });
     }
 
-    /// Sends SIGTERM and waits for the exit; the exit code, or -1 when the child had to be
+    /// Waits at most ten seconds for the exit; the exit code, or -1 when the child had to be
     /// killed or ended on a signal.
-    int Stop()
+    int Wait()
     {
         if (m_pid == 0)
             return -1;
-        kill(m_pid, SIGTERM);
         int status = -1;
         bool const ended = WaitFor([&] { return waitpid(m_pid, &status, WNOHANG) == m_pid; });
         if (!ended) {
@@ -83,6 +82,14 @@ public:
         }
         m_pid = 0;
         return ended && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    /// Sends SIGTERM and waits for the exit, as Wait.
+    int Stop()
+    {
+        if (m_pid != 0)
+            kill(m_pid, SIGTERM);
+        return Wait();
     }
 
 private:

@@ -98,6 +98,30 @@ std::string Edit(char const* branch, char const* path, std::string const& value)
 constexpr char PreviewHdr[] = "/api/module?branch=Default%7CSensor.0%7CUsecase.Preview%7CFeature1"
                               ".ISPHDR&instance=t2tconfigdata";
 
+TEST(ParamctlConsoleTest, ExitsAtOnceOnWhatItCannotServe)
+{
+    Sample sample;
+    struct Case
+    {
+        std::string arguments;
+        int code;
+        char const* message;
+    } const cases[] = {
+        {"", 2, "usage: paramctl console"},
+        {"--port 70000 " + sample.file.Path(), 2, "--port"},
+        {"/nonexistent.bin", 1, "/nonexistent.bin: No such file"},
+        {"--web /nonexistent " + sample.file.Path(), 1, "no console page at /nonexistent"},
+        // Port 1 on loopback: nothing listens there, and the attempt stays on this machine.
+        {"--live 127.0.0.1:1 " + sample.file.Path(), 1, "cannot connect to 127.0.0.1:1"},
+    };
+    for (Case const& test : cases) {
+        SCOPED_TRACE(test.arguments);
+        ParamctlChild console("console --bind 127.0.0.1 --port 0 " + test.arguments);
+        EXPECT_EQ(console.Wait(), test.code);
+        EXPECT_NE(console.Log().find(test.message), std::string::npos) << console.Log();
+    }
+}
+
 TEST(ParamctlConsoleTest, FileSessionAnswersEditsSavesAndCompares)
 {
     Sample sample;

@@ -150,8 +150,10 @@ int RunConsole(int argc, char** argv)
         return ExitFailure;
     }
     ConsoleSession session;
+    error.clear();
     if (!session.Open(options, error)) {
-        std::fprintf(stderr, "paramctl console: %s\n", error.c_str());
+        if (!error.empty())
+            std::fprintf(stderr, "paramctl console: %s\n", Printable(error).c_str());
         return ExitFailure;
     }
 

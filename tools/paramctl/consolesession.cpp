@@ -141,10 +141,13 @@ bool ConsoleSession::Open(ConsoleOptions const& options, std::string& error)
         return false;
     }
     m_loaded = std::make_unique<LoadedFile>();
-    if (!OpenLoadedFile(options.file, "console", *m_loaded)) {
-        error = "cannot load " + Printable(options.file);
+    if (!OpenLoadedFile(options.file, "console", *m_loaded))
+        return false; // the reason is printed
+    // A live server that does not answer now is named at once, not at the page's first read.
+    std::string answer;
+    if (!options.live.empty() &&
+        !LiveRequest(m_live, ParameterKnobbyPacket::DeviceInfo, "", LiveTimeoutMs, answer, error))
         return false;
-    }
     m_records = ModuleRecords(m_loaded->manager);
     return true;
 }

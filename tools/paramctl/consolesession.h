@@ -40,7 +40,8 @@ struct ConsoleOptions
 class ConsoleSession
 {
 public:
-    /// False with error when FILE cannot be loaded.
+    /// False when FILE cannot be loaded (the reason printed) or, with error, when the live
+    /// tuning server does not answer.
     [[nodiscard]] bool Open(ConsoleOptions const& options, std::string& error);
 
     ApiAnswer Session();
