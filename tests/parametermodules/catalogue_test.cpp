@@ -68,6 +68,7 @@ using TuningWriter::DefinitionElement;
 using TuningWriter::DefinitionStructure;
 using TuningWriter::ElementType;
 using TuningWriter::EntryValue;
+using TuningWriter::SchemaElement;
 
 constexpr char const* InstanceName = "catalogueModule";
 
@@ -98,23 +99,10 @@ template <typename Class, typename Top> void const* TopOf(ParameterModule* modul
 /// A module class Class (deriving from ParameterModule and its top structure Top) as a kind.
 template <typename Class, typename Top>
 ModuleKind Kind(char const* label, char const* className, char const* topType,
-                void (*shape)(EntryValue&) = nullptr)
+                void (*shape)(EntryValue&))
 {
     return {label, className, &MakeFactory<Class>, topType, &Top::Descriptor, &TopOf<Class, Top>,
             shape};
-}
-
-/// A member of the file's schema that the compiled one does not know.
-DefinitionElement UnknownMember(char const* name, ElementType type, uint32_t id = 0,
-                                uint32_t minCount = 1, uint32_t maxCount = 1)
-{
-    DefinitionElement element;
-    element.name = name;
-    element.type = type;
-    element.id = id;
-    element.minCount = minCount;
-    element.maxCount = maxCount;
-    return element;
 }
 
 /// Makes the file's schema fuller than the compiled one everywhere: every structure gains a
@@ -127,15 +115,15 @@ void AddUnknownMembers(std::vector<DefinitionStructure>& schema)
         group = std::max(group, structure.id + 1);
     for (DefinitionStructure& structure : schema) {
         structure.elements.insert(structure.elements.begin(),
-                                  UnknownMember("unknownFront", ElementType::UInt32));
+                                  SchemaElement("unknownFront", ElementType::UInt32, 0, 1, 1));
         structure.elements.push_back(
-            UnknownMember("unknownGroups", ElementType::Structure, group, 0, 65535));
+            SchemaElement("unknownGroups", ElementType::Structure, group, 0, 65535));
     }
     DefinitionStructure groupType;
     groupType.id = group;
     groupType.name = "unknownGroupType";
-    groupType.elements = {UnknownMember("start", ElementType::Float),
-                          UnknownMember("end", ElementType::Float)};
+    groupType.elements = {SchemaElement("start", ElementType::Float, 0, 1, 1),
+                          SchemaElement("end", ElementType::Float, 0, 1, 1)};
     schema.push_back(groupType);
 }
 
@@ -254,67 +242,43 @@ void AliasDrcNodes(EntryValue& value)
     value.Set("smoothDarkBoost", boost.Set("nodes", nodes));
 }
 
+// The class, its top structure and the names its messages and the description give them all
+// follow from the namespace and the top type.
+#define CATALOGUE_KIND(label, ns, Type, shape)                                                     \
+    Kind<ns::Type##Class, ns::Type>(label, #Type "Class", #ns "::" #Type, shape)
+
 // A module class of every shape of the catalogue: with and without value access, with hashed
 // members, optional members, string arrays, an array two members alias, a data bank's nested
 // trigger levels, the fixed nest, a nest of unknown levels, the recursive tree, passes below its
 // leaf, an optional region, and a module without a core. (Every instance of every manager loads
 // in the sweep below.)
 ModuleKind const Kinds[] = {
-    Kind<vornflindices::FLIndicesTypeClass, vornflindices::FLIndicesType>(
-        "vornflindices", "FLIndicesTypeClass", "vornflindices::FLIndicesType"),
-    Kind<vornfdconfig::FaceDetectionCtrlTypeClass, vornfdconfig::FaceDetectionCtrlType>(
-        "vornfdconfig", "FaceDetectionCtrlTypeClass", "vornfdconfig::FaceDetectionCtrlType"),
-    Kind<vornbitmlconfig::BITMLConfigTypeClass, vornbitmlconfig::BITMLConfigType>(
-        "vornbitmlconfig", "BITMLConfigTypeClass", "vornbitmlconfig::BITMLConfigType"),
-    Kind<vornt2tconfig::T2TCtrlTypeClass, vornt2tconfig::T2TCtrlType>(
-        "vornt2tconfig", "T2TCtrlTypeClass", "vornt2tconfig::T2TCtrlType"),
-    Kind<statsnnsaliency::varitonalStatsNNSaliencyTypeClass,
-         statsnnsaliency::varitonalStatsNNSaliencyType>(
-        "statsnnsaliency", "varitonalStatsNNSaliencyTypeClass",
-        "statsnnsaliency::varitonalStatsNNSaliencyType"),
-    Kind<trackerroimixer::varitonalTrackerROIMixerTypeClass,
-         trackerroimixer::varitonalTrackerROIMixerType>(
-        "trackerroimixer", "varitonalTrackerROIMixerTypeClass",
-        "trackerroimixer::varitonalTrackerROIMixerType"),
-    Kind<Vorn::FlashDriverDataClass, Vorn::FlashDriverData>(
-        "FlashDriverData", "FlashDriverDataClass", "Vorn::FlashDriverData"),
-    Kind<Vorn::SensorBinSocIdMapClass, Vorn::SensorBinSocIdMap>(
-        "SensorBinSocIdMap", "SensorBinSocIdMapClass", "Vorn::SensorBinSocIdMap"),
-    Kind<Vorn::CameraModuleDataClass, Vorn::CameraModuleData>(
-        "CameraModuleData", "CameraModuleDataClass", "Vorn::CameraModuleData"),
-    Kind<aecxconvergence::AECXConvergenceTypeClass, aecxconvergence::AECXConvergenceType>(
-        "aecxconvergence", "AECXConvergenceTypeClass", "aecxconvergence::AECXConvergenceType",
-        &AliasDrcNodes),
-    Kind<aecxdbconvbase::AECXDBConvBaseTypeClass, aecxdbconvbase::AECXDBConvBaseType>(
-        "aecxdbconvbase", "AECXDBConvBaseTypeClass", "aecxdbconvbase::AECXDBConvBaseType"),
-    Kind<aecxdbconvdrc::AECXDBConvDRCTypeClass, aecxdbconvdrc::AECXDBConvDRCType>(
-        "aecxdbconvdrc", "AECXDBConvDRCTypeClass", "aecxdbconvdrc::AECXDBConvDRCType"),
-    Kind<statsnnmlawb::varitonalStatsNNMLAWBTypeClass, statsnnmlawb::varitonalStatsNNMLAWBType>(
-        "statsnnmlawb", "varitonalStatsNNMLAWBTypeClass",
-        "statsnnmlawb::varitonalStatsNNMLAWBType"),
-    Kind<aftofelements::varitonalTOFTypeClass, aftofelements::varitonalTOFType>(
-        "aftofelements", "varitonalTOFTypeClass", "aftofelements::varitonalTOFType"),
-    Kind<modflashdecv1::varitonalFlashDecV1TypeClass, modflashdecv1::varitonalFlashDecV1Type>(
-        "modflashdecv1", "varitonalFlashDecV1TypeClass", "modflashdecv1::varitonalFlashDecV1Type"),
-    Kind<gamma_1_6_0::varitonal_gamma16TypeClass, gamma_1_6_0::varitonal_gamma16Type>(
-        "gamma_1_6_0", "varitonal_gamma16TypeClass", "gamma_1_6_0::varitonal_gamma16Type"),
-    Kind<gamma_1_6_1::varitonal_gamma16TypeClass, gamma_1_6_1::varitonal_gamma16Type>(
-        "gamma_1_6_1", "varitonal_gamma16TypeClass", "gamma_1_6_1::varitonal_gamma16Type"),
-    Kind<versionsA_1_0_0::varitonal_versionsA10TypeClass,
-         versionsA_1_0_0::varitonal_versionsA10Type>("versionsA_1_0_0",
-                                                     "varitonal_versionsA10TypeClass",
-                                                     "versionsA_1_0_0::varitonal_versionsA10Type"),
-    Kind<abf_4_0_0::varitonal_abf40TypeClass, abf_4_0_0::varitonal_abf40Type>(
-        "abf_4_0_0", "varitonal_abf40TypeClass", "abf_4_0_0::varitonal_abf40Type"),
-    Kind<abf_4_0_1::varitonal_abf40TypeClass, abf_4_0_1::varitonal_abf40Type>(
-        "abf_4_0_1", "varitonal_abf40TypeClass", "abf_4_0_1::varitonal_abf40Type"),
-    Kind<tf_2_3_1::varitonal_tf23TypeClass, tf_2_3_1::varitonal_tf23Type>(
-        "tf_2_3_1", "varitonal_tf23TypeClass", "tf_2_3_1::varitonal_tf23Type"),
-    Kind<anr_1_3_1::varitonal_anr13TypeClass, anr_1_3_1::varitonal_anr13Type>(
-        "anr_1_3_1", "varitonal_anr13TypeClass", "anr_1_3_1::varitonal_anr13Type"),
-    Kind<cst_1_2_0::varitonal_cst12TypeClass, cst_1_2_0::varitonal_cst12Type>(
-        "cst_1_2_0", "varitonal_cst12TypeClass", "cst_1_2_0::varitonal_cst12Type"),
+    CATALOGUE_KIND("vornflindices", vornflindices, FLIndicesType, nullptr),
+    CATALOGUE_KIND("vornfdconfig", vornfdconfig, FaceDetectionCtrlType, nullptr),
+    CATALOGUE_KIND("vornbitmlconfig", vornbitmlconfig, BITMLConfigType, nullptr),
+    CATALOGUE_KIND("vornt2tconfig", vornt2tconfig, T2TCtrlType, nullptr),
+    CATALOGUE_KIND("statsnnsaliency", statsnnsaliency, varitonalStatsNNSaliencyType, nullptr),
+    CATALOGUE_KIND("trackerroimixer", trackerroimixer, varitonalTrackerROIMixerType, nullptr),
+    CATALOGUE_KIND("FlashDriverData", Vorn, FlashDriverData, nullptr),
+    CATALOGUE_KIND("SensorBinSocIdMap", Vorn, SensorBinSocIdMap, nullptr),
+    CATALOGUE_KIND("CameraModuleData", Vorn, CameraModuleData, nullptr),
+    CATALOGUE_KIND("aecxconvergence", aecxconvergence, AECXConvergenceType, &AliasDrcNodes),
+    CATALOGUE_KIND("aecxdbconvbase", aecxdbconvbase, AECXDBConvBaseType, nullptr),
+    CATALOGUE_KIND("aecxdbconvdrc", aecxdbconvdrc, AECXDBConvDRCType, nullptr),
+    CATALOGUE_KIND("statsnnmlawb", statsnnmlawb, varitonalStatsNNMLAWBType, nullptr),
+    CATALOGUE_KIND("aftofelements", aftofelements, varitonalTOFType, nullptr),
+    CATALOGUE_KIND("modflashdecv1", modflashdecv1, varitonalFlashDecV1Type, nullptr),
+    CATALOGUE_KIND("gamma_1_6_0", gamma_1_6_0, varitonal_gamma16Type, nullptr),
+    CATALOGUE_KIND("gamma_1_6_1", gamma_1_6_1, varitonal_gamma16Type, nullptr),
+    CATALOGUE_KIND("versionsA_1_0_0", versionsA_1_0_0, varitonal_versionsA10Type, nullptr),
+    CATALOGUE_KIND("abf_4_0_0", abf_4_0_0, varitonal_abf40Type, nullptr),
+    CATALOGUE_KIND("abf_4_0_1", abf_4_0_1, varitonal_abf40Type, nullptr),
+    CATALOGUE_KIND("tf_2_3_1", tf_2_3_1, varitonal_tf23Type, nullptr),
+    CATALOGUE_KIND("anr_1_3_1", anr_1_3_1, varitonal_anr13Type, nullptr),
+    CATALOGUE_KIND("cst_1_2_0", cst_1_2_0, varitonal_cst12Type, nullptr),
 };
+
+#undef CATALOGUE_KIND
 
 void PrintTo(ModuleKind const& kind, std::ostream* out)
 {
