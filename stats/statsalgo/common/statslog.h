@@ -31,11 +31,15 @@ constexpr char const* StatsROIProcessorFile = "vornstatsroiprocessor.cpp";
 
 /// Calls `hook` with the file's base name, the line, the function, group 1, `level` and the
 /// format; does nothing (and evaluates no argument) when `hook` is null.
-#define STATS_ROI_LOG(hook, level, ...)                                                            \
+#define STATS_ROI_LOG(hook, level, ...) STATS_ROI_LOG_AS(__func__, hook, level, __VA_ARGS__)
+
+/// STATS_ROI_LOG under the name of `function`: a step split out of a function logs as that
+/// function, so hosts see the same lines whichever helper writes them.
+#define STATS_ROI_LOG_AS(function, hook, level, ...)                                               \
     do {                                                                                           \
         StatsLogFunction statsLogHook_ = (hook);                                                   \
         if (statsLogHook_ != nullptr) {                                                            \
-            statsLogHook_(Vorn::Log::GetFileName(StatsROIProcessorFile), __LINE__, __func__,       \
+            statsLogHook_(Vorn::Log::GetFileName(StatsROIProcessorFile), __LINE__, (function),     \
                           StatsLogGroupROI, (level), __VA_ARGS__);                                 \
         }                                                                                          \
     } while (0)

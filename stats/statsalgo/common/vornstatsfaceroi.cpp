@@ -57,6 +57,152 @@ float SmallestFactor(std::deque<float> const& factors)
     return *std::min_element(factors.begin(), factors.end());
 }
 
+/// The face being shaped and where its trace lines go: every step logs as AdjustOneFaceROI.
+struct FaceStep
+{
+    StatsLogFunction log;
+    char const* name;
+    int faceID;
+    float imageWidth;
+    float imageHeight;
+};
+
+constexpr char const* AdjustFunction = "AdjustOneFaceROI";
+
+using ShrinkTuning = statsroipriority::FaceROIShrinkType;
+
+/// Landmarks: the margin between the box's edge and the nearest chosen landmark, scaled by the
+/// landmark's tuned share, is hair or background and is cut away on both sides. Leaves the
+/// factors at 1.0 with fewer than MinLandmarkCount usable landmarks.
+void LandmarkFactors(FaceStep const& step, ShrinkTuning const& shrink, ROIData const& roi,
+                     StatsROIData const& statsROI, float& factorX, float& factorY)
+{
+    float marginX = step.imageWidth;
+    float marginY = step.imageHeight;
+    int valid = 0;
+    unsigned int const pointCount =
+        (shrink.landmarkPoints != nullptr)
+            ? std::min(statsROI.landmarkCount, shrink.landmarkPointsCount)
+            : 0;
+    for (unsigned int p = 0; p < pointCount; ++p) {
+        unsigned int const index = shrink.landmarkPoints[p].landmarkIndex;
+        float const margin = shrink.landmarkPoints[p].shrinkMarginFactor;
+        // The record holds a fixed number of points whatever its count claims.
+        if (index >= statsROI.landmarkCount || index >= MaxROILandmarkCount) {
+            continue;
+        }
+        int const x = statsROI.landmarks[index].x;
+        int const y = statsROI.landmarks[index].y;
+        float const pointX = static_cast<float>(x);
+        float const pointY = static_cast<float>(y);
+        // A detector reports a missing landmark at 0.
+        if (!(x > 0 && pointX < step.imageWidth && y > 0 && pointY < step.imageHeight &&
+              margin >= 0.0F && margin <= 1.0F)) {
+            continue;
+        }
+        STATS_ROI_LOG_AS(AdjustFunction, step.log, StatsLogLevelTrace,
+                         "%s: processing face landmark points (%d,%d) index %d marginFactor %.3f",
+                         step.name, x, y, static_cast<int>(index), static_cast<double>(margin));
+        marginX = std::min({marginX, std::max(pointX - roi.left, 0.0F) * margin,
+                            std::max(roi.left + roi.width - 1.0F - pointX, 0.0F) * margin});
+        marginY = std::min({marginY, std::max(pointY - roi.top, 0.0F) * margin,
+                            std::max(roi.top + roi.height - 1.0F - pointY, 0.0F) * margin});
+        ++valid;
+    }
+    factorX = 1.0F;
+    factorY = 1.0F;
+    if (valid >= MinLandmarkCount) {
+        factorX = (roi.width - 2.0F * marginX) / std::max(roi.width, 1.0F);
+        factorY = (roi.height - 2.0F * marginY) / std::max(roi.height, 1.0F);
+        STATS_ROI_LOG_AS(AdjustFunction, step.log, StatsLogLevelTrace,
+                         "%s: faceID %d face landmark shrinkFactor (%.3f, %.3f).", step.name,
+                         step.faceID, static_cast<double>(factorX), static_cast<double>(factorY));
+    } else {
+        STATS_ROI_LOG_AS(AdjustFunction, step.log, StatsLogLevelTrace,
+                         "%s: faceID %d valid face landmark number %d is not enough, min number "
+                         "%d.",
+                         step.name, step.faceID, valid, MinLandmarkCount);
+    }
+}
+
+/// Pose: a turned or tilted head shows less skin across its box. 1.0 without a valid pose.
+float PoseFactor(FaceStep const& step, ROIPriority const& priority, ShrinkTuning const& shrink,
+                 StatsROIData const& statsROI)
+{
+    if (statsROI.poseValid != 1) {
+        STATS_ROI_LOG_AS(AdjustFunction, step.log, StatsLogLevelTrace,
+                         "%s: faceID %d pose info is invalid!", step.name, step.faceID);
+        return 1.0F;
+    }
+    auto const& pose = shrink.facePoseShrinkFactor;
+    float const roll = FoldAngle(statsROI.roll);
+    float const yaw = FoldAngle(std::fabs(statsROI.yaw));
+    float const pitch = FoldAngle(std::fabs(statsROI.pitch));
+    // An untuned curve answers -1.0: it must not shape the face.
+    auto factor = [&priority](auto const& curve, float angle) {
+        float const value = priority.GetTriggeredValue(&curve, angle, -1.0F);
+        return (value > 0.0F) ? value : 1.0F;
+    };
+    float const rollFactor = factor(pose.rollShrinkFactor, roll);
+    float const yawFactor = factor(pose.yawShrinkFactor, yaw);
+    float const pitchFactor = factor(pose.pitchShrinkFactor, pitch);
+    STATS_ROI_LOG_AS(AdjustFunction, step.log, StatsLogLevelTrace,
+                     "%s: faceID %d roll angle %.1f factor %.1f, yaw angle %.1f factor %.1f, "
+                     "pitch angle %.1f factor %.1f.",
+                     step.name, step.faceID, static_cast<double>(roll),
+                     static_cast<double>(rollFactor), static_cast<double>(yaw),
+                     static_cast<double>(yawFactor), static_cast<double>(pitch),
+                     static_cast<double>(pitchFactor));
+    return rollFactor * yawFactor * pitchFactor;
+}
+
+/// Temporal filter, a sliding minimum: a face shrinks at once and grows back only after the
+/// window has passed, so the metered area does not breathe with detector noise.
+void FilterFactors(FaceStep const& step, ShrinkFactorHistory& history, uint32_t length,
+                   float& factorX, float& factorY)
+{
+    float const inputX = factorX;
+    float const inputY = factorY;
+    history.updated = 1;
+    history.widthFactors.push_back(factorX);
+    history.heightFactors.push_back(factorY);
+    while (history.widthFactors.size() > length) {
+        history.widthFactors.pop_front();
+        history.heightFactors.pop_front();
+    }
+    if (!history.widthFactors.empty()) {
+        factorX = SmallestFactor(history.widthFactors);
+        factorY = SmallestFactor(history.heightFactors);
+    }
+    STATS_ROI_LOG_AS(
+        AdjustFunction, step.log, StatsLogLevelTrace,
+        "%s: faceID %d filter shrink factor input (%.3f, %.3f) output (%.3f, %.3f) len %d",
+        step.name, step.faceID, static_cast<double>(inputX), static_cast<double>(inputY),
+        static_cast<double>(factorX), static_cast<double>(factorY),
+        static_cast<int>(history.widthFactors.size()));
+}
+
+/// Final rounding into the image: whole pixels, no side outside it.
+void RoundIntoImage(ROIData& roi, float imageWidth, float imageHeight)
+{
+    roi.left = std::max(std::round(roi.left), 0.0F);
+    if (!(roi.left < imageWidth)) {
+        roi.left = imageWidth;
+    }
+    roi.top = std::max(std::round(roi.top), 0.0F);
+    if (!(roi.top < imageHeight)) {
+        roi.top = imageHeight;
+    }
+    roi.width = std::max(std::round(roi.width), 0.0F);
+    if (!(imageWidth - roi.left > roi.width)) {
+        roi.width = imageWidth - roi.left;
+    }
+    roi.height = std::max(std::round(roi.height), 0.0F);
+    if (!(imageHeight - roi.top > roi.height)) {
+        roi.height = imageHeight - roi.top;
+    }
+}
+
 } // namespace
 
 void ROIPriority::ShrinkFaceROI(ROIData* rois, unsigned int count,
@@ -114,108 +260,18 @@ void ROIPriority::AdjustOneFaceROI(ROIData& roi, StatsROIData const& statsROI)
     float const imageWidth = GetWidth();
     float const imageHeight = GetHeight();
     int const faceID = static_cast<int>(roi.roiID);
+    FaceStep const step = {m_logFunction, m_name, faceID, imageWidth, imageHeight};
     ROIData const input = roi;
 
-    // Landmarks: the margin between the box's edge and the nearest chosen landmark, scaled by
-    // the landmark's tuned share, is hair or background and is cut away on both sides.
-    float marginX = imageWidth;
-    float marginY = imageHeight;
-    int valid = 0;
-    unsigned int const pointCount =
-        (shrink.landmarkPoints != nullptr)
-            ? std::min(statsROI.landmarkCount, shrink.landmarkPointsCount)
-            : 0;
-    for (unsigned int p = 0; p < pointCount; ++p) {
-        unsigned int const index = shrink.landmarkPoints[p].landmarkIndex;
-        float const margin = shrink.landmarkPoints[p].shrinkMarginFactor;
-        // The record holds a fixed number of points whatever its count claims.
-        if (index >= statsROI.landmarkCount || index >= MaxROILandmarkCount) {
-            continue;
-        }
-        int const x = statsROI.landmarks[index].x;
-        int const y = statsROI.landmarks[index].y;
-        float const pointX = static_cast<float>(x);
-        float const pointY = static_cast<float>(y);
-        // A detector reports a missing landmark at 0.
-        if (!(x > 0 && pointX < imageWidth && y > 0 && pointY < imageHeight && margin >= 0.0F &&
-              margin <= 1.0F)) {
-            continue;
-        }
-        STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace,
-                      "%s: processing face landmark points (%d,%d) index %d marginFactor %.3f",
-                      m_name, x, y, static_cast<int>(index), static_cast<double>(margin));
-        marginX = std::min({marginX, std::max(pointX - roi.left, 0.0F) * margin,
-                            std::max(roi.left + roi.width - 1.0F - pointX, 0.0F) * margin});
-        marginY = std::min({marginY, std::max(pointY - roi.top, 0.0F) * margin,
-                            std::max(roi.top + roi.height - 1.0F - pointY, 0.0F) * margin});
-        ++valid;
-    }
     float factorX = 1.0F;
     float factorY = 1.0F;
-    if (valid >= MinLandmarkCount) {
-        factorX = (roi.width - 2.0F * marginX) / std::max(roi.width, 1.0F);
-        factorY = (roi.height - 2.0F * marginY) / std::max(roi.height, 1.0F);
-        STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace,
-                      "%s: faceID %d face landmark shrinkFactor (%.3f, %.3f).", m_name, faceID,
-                      static_cast<double>(factorX), static_cast<double>(factorY));
-    } else {
-        STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace,
-                      "%s: faceID %d valid face landmark number %d is not enough, min number %d.",
-                      m_name, faceID, valid, MinLandmarkCount);
-    }
-
-    // Pose: a turned or tilted head shows less skin across its box.
-    if (statsROI.poseValid == 1) {
-        auto const& pose = shrink.facePoseShrinkFactor;
-        float const roll = FoldAngle(statsROI.roll);
-        float const yaw = FoldAngle(std::fabs(statsROI.yaw));
-        float const pitch = FoldAngle(std::fabs(statsROI.pitch));
-        float rollFactor = GetTriggeredValue(&pose.rollShrinkFactor, roll, -1.0F);
-        float yawFactor = GetTriggeredValue(&pose.yawShrinkFactor, yaw, -1.0F);
-        float pitchFactor = GetTriggeredValue(&pose.pitchShrinkFactor, pitch, -1.0F);
-        // An untuned curve answers -1.0: it must not shape the face.
-        rollFactor = (rollFactor > 0.0F) ? rollFactor : 1.0F;
-        yawFactor = (yawFactor > 0.0F) ? yawFactor : 1.0F;
-        pitchFactor = (pitchFactor > 0.0F) ? pitchFactor : 1.0F;
-        float const poseFactor = rollFactor * yawFactor * pitchFactor;
-        factorX *= poseFactor;
-        factorY *= poseFactor;
-        STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace,
-                      "%s: faceID %d roll angle %.1f factor %.1f, yaw angle %.1f factor %.1f, "
-                      "pitch angle %.1f factor %.1f.",
-                      m_name, faceID, static_cast<double>(roll), static_cast<double>(rollFactor),
-                      static_cast<double>(yaw), static_cast<double>(yawFactor),
-                      static_cast<double>(pitch), static_cast<double>(pitchFactor));
-    } else {
-        STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace, "%s: faceID %d pose info is invalid!",
-                      m_name, faceID);
-    }
-
-    factorX = QuantiseFactor(factorX, shrink.factorRoundingPrecision, shrink.minShrinkFactor);
-    factorY = QuantiseFactor(factorY, shrink.factorRoundingPrecision, shrink.minShrinkFactor);
-
-    // Temporal filter, a sliding minimum: a face shrinks at once and grows back only after the
-    // window has passed, so the metered area does not breathe with detector noise.
-    float const inputX = factorX;
-    float const inputY = factorY;
-    ShrinkFactorHistory& history = m_shrinkFactors[faceID];
-    history.updated = 1;
-    history.widthFactors.push_back(factorX);
-    history.heightFactors.push_back(factorY);
-    while (history.widthFactors.size() > shrink.factorFilterLength) {
-        history.widthFactors.pop_front();
-        history.heightFactors.pop_front();
-    }
-    if (!history.widthFactors.empty()) {
-        factorX = SmallestFactor(history.widthFactors);
-        factorY = SmallestFactor(history.heightFactors);
-    }
-    STATS_ROI_LOG(
-        m_logFunction, StatsLogLevelTrace,
-        "%s: faceID %d filter shrink factor input (%.3f, %.3f) output (%.3f, %.3f) len %d", m_name,
-        faceID, static_cast<double>(inputX), static_cast<double>(inputY),
-        static_cast<double>(factorX), static_cast<double>(factorY),
-        static_cast<int>(history.widthFactors.size()));
+    LandmarkFactors(step, shrink, roi, statsROI, factorX, factorY);
+    float const poseFactor = PoseFactor(step, *this, shrink, statsROI);
+    factorX = QuantiseFactor(factorX * poseFactor, shrink.factorRoundingPrecision,
+                             shrink.minShrinkFactor);
+    factorY = QuantiseFactor(factorY * poseFactor, shrink.factorRoundingPrecision,
+                             shrink.minShrinkFactor);
+    FilterFactors(step, m_shrinkFactors[faceID], shrink.factorFilterLength, factorX, factorY);
 
     // Small faces: shrinking a small box leaves too few pixels to meter on.
     float sizeX = roi.width / imageWidth;
@@ -233,23 +289,20 @@ void ROIPriority::AdjustOneFaceROI(ROIData& roi, StatsROIData const& statsROI)
         }
     }
     float const start = shrink.minROISizeToShrink;
-    float end = 0.0F;
-    if (factorX < 1.0F && factorX > 0.0F) {
-        factorX = RelieveSmallFace(factorX, sizeX, start, end);
+    auto relieve = [&](float& factor, float size) {
+        if (!(factor < 1.0F && factor > 0.0F)) {
+            return;
+        }
+        float end = 0.0F;
+        factor = RelieveSmallFace(factor, size, start, end);
         STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace,
                       "%s: faceID %d handling small ROI normROISize (%.4f %.4f) thres start %.4f "
                       "end %.4f.",
                       m_name, faceID, static_cast<double>(sizeX), static_cast<double>(sizeY),
                       static_cast<double>(start), static_cast<double>(end));
-    }
-    if (factorY < 1.0F && factorY > 0.0F) {
-        factorY = RelieveSmallFace(factorY, sizeY, start, end);
-        STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace,
-                      "%s: faceID %d handling small ROI normROISize (%.4f %.4f) thres start %.4f "
-                      "end %.4f.",
-                      m_name, faceID, static_cast<double>(sizeX), static_cast<double>(sizeY),
-                      static_cast<double>(start), static_cast<double>(end));
-    }
+    };
+    relieve(factorX, sizeX);
+    relieve(factorY, sizeY);
 
     // Shrink toward the centre.
     float const deltaX = (1.0F - factorX) * roi.width * 0.5F;
@@ -267,12 +320,18 @@ void ROIPriority::AdjustOneFaceROI(ROIData& roi, StatsROIData const& statsROI)
                   static_cast<double>(roi.left), static_cast<double>(roi.top),
                   static_cast<double>(roi.width), static_cast<double>(roi.height));
 
+    ApplyMask(roi, statsROI, std::min(sizeX * factorX, sizeY * factorY));
+    RoundIntoImage(roi, imageWidth, imageHeight);
+}
+
+void ROIPriority::ApplyMask(ROIData& roi, StatsROIData const& statsROI, float size)
+{
     // Mask: metering a mask's fabric goes wrong, so a face large enough keeps only the largest
     // strip beside it. Removal starts above the high size threshold and goes on down to the
     // low one, so a face near the threshold does not switch every frame.
-    auto const& mask = shrink.faceMaskROIControl;
+    auto const& mask = m_tuning->FaceROIDynamicShrink.faceMaskROIControl;
     if (mask.enableMaskROIAdjustment == 1 && statsROI.maskValid == 1) {
-        float const size = std::min(sizeX * factorX, sizeY * factorY);
+        int const faceID = static_cast<int>(roi.roiID);
         int const previousIndex = FindROIIndexByROIID(
             m_rois, static_cast<int>(std::min(m_roiCount, MaxROICount)), faceID);
         uint32_t const previous = (previousIndex != -1) ? m_rois[previousIndex].maskRemoved : 0;
@@ -291,30 +350,13 @@ void ROIPriority::AdjustOneFaceROI(ROIData& roi, StatsROIData const& statsROI)
         if (cut) {
             RemoveMaskArea(roi, statsROI, mask.maskROISizeFactor);
         } else {
-            STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace,
-                          "%s: faceID %d skip mask removal due to small ROI size %.3f, thres (%.3f "
-                          "%.3f), prevRemoved %d.",
-                          m_name, faceID, static_cast<double>(size), static_cast<double>(low),
-                          static_cast<double>(high), static_cast<int>(previous));
+            STATS_ROI_LOG_AS(
+                AdjustFunction, m_logFunction, StatsLogLevelTrace,
+                "%s: faceID %d skip mask removal due to small ROI size %.3f, thres (%.3f "
+                "%.3f), prevRemoved %d.",
+                m_name, faceID, static_cast<double>(size), static_cast<double>(low),
+                static_cast<double>(high), static_cast<int>(previous));
         }
-    }
-
-    // Final rounding into the image.
-    roi.left = std::max(std::round(roi.left), 0.0F);
-    if (!(roi.left < imageWidth)) {
-        roi.left = imageWidth;
-    }
-    roi.top = std::max(std::round(roi.top), 0.0F);
-    if (!(roi.top < imageHeight)) {
-        roi.top = imageHeight;
-    }
-    roi.width = std::max(std::round(roi.width), 0.0F);
-    if (!(imageWidth - roi.left > roi.width)) {
-        roi.width = imageWidth - roi.left;
-    }
-    roi.height = std::max(std::round(roi.height), 0.0F);
-    if (!(imageHeight - roi.top > roi.height)) {
-        roi.height = imageHeight - roi.top;
     }
 }
 

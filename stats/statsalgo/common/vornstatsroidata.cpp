@@ -31,6 +31,13 @@ void ClipAxisToCrop(float start, float size, float cropStart, float cropSize, fl
 
 } // namespace
 
+ROIData ClipToWindow(ROIData roi, ROIData const& window)
+{
+    ClipAxisToCrop(roi.left, roi.width, window.left, window.width, roi.left, roi.width);
+    ClipAxisToCrop(roi.top, roi.height, window.top, window.height, roi.top, roi.height);
+    return roi;
+}
+
 ROIsData::ROIsData()
     : m_rois(), m_roiCount(0), m_cropWindow(), m_imageWidth(0.0F), m_imageHeight(0.0F),
       m_aecGain(1.0F), m_name(), m_logFunction(nullptr)
@@ -120,12 +127,7 @@ ROIData ROIsData::GetROIInCrop(int index) const
                       m_name);
         return GetROI(index);
     }
-    ROIData roi = m_rois[index];
-    ClipAxisToCrop(m_rois[index].left, m_rois[index].width, m_cropWindow.left, m_cropWindow.width,
-                   roi.left, roi.width);
-    ClipAxisToCrop(m_rois[index].top, m_rois[index].height, m_cropWindow.top, m_cropWindow.height,
-                   roi.top, roi.height);
-    return roi;
+    return ClipToWindow(m_rois[index], m_cropWindow);
 }
 
 ROIData ROIsData::GetNormalizeROIInCrop(int index) const

@@ -86,6 +86,10 @@ static_assert(offsetof(StatsROIInformation, roiCount) == 8, "StatsROIInformation
 static_assert(offsetof(StatsROIInformation, roiData) == 12,
               "StatsROIInformation: no gap between the count and the records");
 
+/// `roi` clipped to `window` (of which only left, top, width and height count), relative to the
+/// window's corner. A side outside the window, or not a number, is cut to the window's edge.
+ROIData ClipToWindow(ROIData roi, ROIData const& window);
+
 /// The ROIs of one frame in image coordinates, with the image resolution, the crop window and
 /// the AEC gain. No virtual operations and no allocation: it runs once a frame per algorithm.
 class PARAMETERPARSER_API ROIsData

@@ -119,22 +119,17 @@ float ROIPriority::ROIDominantScore(ROIData& roi) const
         // Exposure meters only what the crop window shows, so the ROI is measured there. The
         // size ratio keeps the full image diagonal as its divisor, so scores stay comparable
         // with those of the other sets.
-        float const cropLeft = m_cropWindow.left;
-        float const cropTop = m_cropWindow.top;
+        ROIData const clipped = ClipToWindow(roi, m_cropWindow);
         float const cropWidth = m_cropWindow.width;
         float const cropHeight = m_cropWindow.height;
-        float const x = std::min(std::max(roi.left - cropLeft, 0.0F), cropWidth);
-        float const y = std::min(std::max(roi.top - cropTop, 0.0F), cropHeight);
-        float const w =
-            std::min(std::max(roi.left + roi.width - cropLeft, 0.0F) - x, cropWidth - x);
-        float const h =
-            std::min(std::max(roi.top + roi.height - cropTop, 0.0F) - y, cropHeight - y);
+        float const w = clipped.width;
+        float const h = clipped.height;
         sizeRatio = std::sqrt(w * w + h * h) / fovLength;
         normalizedSize = std::sqrt(w / cropWidth * h / cropHeight);
         centerX = cropWidth / 2.0F;
         centerY = cropHeight / 2.0F;
-        roiCenterX = x + w / 2.0F;
-        roiCenterY = y + h / 2.0F;
+        roiCenterX = clipped.left + w / 2.0F;
+        roiCenterY = clipped.top + h / 2.0F;
         STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace,
                       "%s: FOVLength: %f, ROISize: %f, centerX: %f, centerY: %f, RoiCenterX: %f, "
                       "RoiCenterY: %f",

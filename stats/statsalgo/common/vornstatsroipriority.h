@@ -81,6 +81,10 @@ public:
     FacesShrinkFactors const& GetShrinkFactors() const { return m_shrinkFactors; }
 
 private:
+    /// Mask removal with hysteresis for a face of `size` (the smaller shaped side over the
+    /// image): starts above the high size threshold and goes on down to the low one.
+    __attribute__((visibility("hidden"))) void ApplyMask(ROIData& roi, StatsROIData const& statsROI,
+                                                         float size);
     /// Cuts the scaled mask out of `roi`, keeping the largest strip beside it.
     void RemoveMaskArea(ROIData& roi, StatsROIData const& statsROI, float maskSizeFactor) const;
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// ROIStableChecker and ROIChangeChecker: the shared difference measure and the two frame updates.
+// The threshold-checker base, and the stable and change checkers built on it.
 #include "stats/statsalgo/common/vornstatsroistability.h"
 
 #include <algorithm>
@@ -10,8 +10,8 @@
 
 namespace {
 
-using DifferenceTuning = statsroidifference::varitonalStatsROIDifferenceType;
-using ThresholdRow = statsglobalelements::FaceROIDiffThresholdType;
+using DifferenceTuning = ROIThresholdChecker::TuningType;
+using ThresholdRow = ROIThresholdChecker::ThresholdRow;
 
 // The threshold rows of the tuning, and how many there are.
 uint32_t RowCount(DifferenceTuning const& tuning)
@@ -26,7 +26,7 @@ ThresholdRow const* Rows(DifferenceTuning const& tuning)
 
 // The row the thresholds come from: the first whose start is at or below the gain, otherwise
 // the last. -1 when there is no row to choose.
-int SelectThresholdRow(DifferenceTuning const* tuning, float gain)
+int RowForGain(DifferenceTuning const* tuning, float gain)
 {
     if (tuning == nullptr || RowCount(*tuning) == 0 || Rows(*tuning) == nullptr)
         return -1;
@@ -101,15 +101,99 @@ int CappedCount(unsigned int count)
 
 } // namespace
 
-ROIStableChecker::ROIStableChecker()
-    : m_stable{}, m_stableCount{}, m_tuning(nullptr), m_thresholdIndex(0)
+ROIThresholdChecker::ROIThresholdChecker()
+    : m_flags{}, m_counts{}, m_tuning(nullptr), m_thresholdIndex(0)
 {
 }
+
+bool ROIThresholdChecker::SelectThresholdRow()
+{
+    int const index = RowForGain(m_tuning, GetAECGain());
+    if (index < 0) {
+        STATS_ROI_LOG(m_logFunction, StatsLogLevelError, "%s: NULL tuning pointer", m_name);
+        return false;
+    }
+    m_thresholdIndex = index;
+    return true;
+}
+
+ROIThresholdChecker::ThresholdRow const*
+ROIThresholdChecker::Measure(ROIData const& newROI, ROIData const& oldROI, char const* oldName,
+                             float& location, float& size) const
+{
+    float const width = GetWidth();
+    float const height = GetHeight();
+    ThresholdRow const* row = RowAt(m_tuning, m_thresholdIndex);
+    if (width <= 0.0F || height <= 0.0F || row == nullptr) {
+        STATS_ROI_LOG(m_logFunction, StatsLogLevelError,
+                      "%s: NULL tuning pointer %p or invalid resolution (%f, %f)", m_name,
+                      static_cast<void const*>(m_tuning), static_cast<double>(width),
+                      static_cast<double>(height));
+        return nullptr;
+    }
+    ROIDifference const difference = MeasureDifference(newROI, oldROI, width, height);
+    location = difference.location;
+    size = difference.size;
+    STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace,
+                  "%s: ROI new (%d %d) %s (%d %d) diff loc %f size %f thres loc %f size %f", m_name,
+                  difference.newX, difference.newY, oldName, difference.oldX, difference.oldY,
+                  static_cast<double>(location), static_cast<double>(size),
+                  static_cast<double>(row->triggerData.locationThreshold),
+                  static_cast<double>(row->triggerData.sizeThreshold));
+    return row;
+}
+
+template <typename Next>
+bool ROIThresholdChecker::UpdateFlags(ROIData const* rois, unsigned int count,
+                                      unsigned int noTuningLevel, char const* flagName, Next next)
+{
+    if (rois == nullptr) {
+        STATS_ROI_LOG(m_logFunction, StatsLogLevelError, "%s: NULL input pointer", m_name);
+        return false;
+    }
+    if (m_tuning == nullptr) {
+        STATS_ROI_LOG(m_logFunction, noTuningLevel, "%s: NULL tuning pointer", m_name);
+        return false;
+    }
+    // An empty threshold table leaves no row to compare against; the selection has logged it.
+    if (!SelectThresholdRow())
+        return false;
+    ThresholdRow const* row = RowAt(m_tuning, m_thresholdIndex);
+    STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace, "%s: ROI size %u", m_name, count);
+
+    // The stored records are the previous frame. They are searched with the new count, so a ROI
+    // whose previous index lies at or behind it starts again from 0.
+    int const limit = CappedCount(count);
+    int32_t counters[MaxROICount] = {};
+    for (int i = 0; i < limit; ++i) {
+        int const id = static_cast<int>(rois[i].roiID);
+        int32_t const counter = next(i, FindROIIndexByROIID(m_rois, limit, id), limit);
+        counters[i] = counter;
+        m_flags[i] = row->triggerData.countThreshold <= counter ? 1 : 0;
+        STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace, "%s: ROI id %d index %d %s %d %s cnt %d",
+                      m_name, id, i, flagName, static_cast<int>(m_flags[i]), flagName, counter);
+    }
+    std::memcpy(m_counts, counters, sizeof(m_counts));
+    SetROIs(rois);
+    return true;
+}
+
+int ROIThresholdChecker::CurrentIndex(int id) const
+{
+    return FindROIIndexByROIID(m_rois, CappedCount(m_roiCount), id);
+}
+
+ROIStableChecker::ROIStableChecker() = default;
 
 bool ROIStableChecker::SetTuningData(TuningType const* tuning)
 {
     m_tuning = tuning;
     return true;
+}
+
+bool ROIStableChecker::UpdateThreshold()
+{
+    return SelectThresholdRow();
 }
 
 bool ROIStableChecker::UpdateROIData(StatsROIInformation const* information, int processPartial)
@@ -135,74 +219,25 @@ bool ROIStableChecker::UpdateProcROIData(ROIData const* rois, unsigned int count
     return true;
 }
 
-bool ROIStableChecker::UpdateThreshold()
-{
-    int const index = SelectThresholdRow(m_tuning, GetAECGain());
-    if (index < 0) {
-        STATS_ROI_LOG(m_logFunction, StatsLogLevelError, "%s: NULL tuning pointer", m_name);
-        return false;
-    }
-    m_thresholdIndex = index;
-    return true;
-}
-
 bool ROIStableChecker::ROIStableCheck(ROIData newROI, ROIData oldROI) const
 {
-    float const width = GetWidth();
-    float const height = GetHeight();
-    ThresholdRow const* row = RowAt(m_tuning, m_thresholdIndex);
-    if (width <= 0.0F || height <= 0.0F || row == nullptr) {
-        STATS_ROI_LOG(m_logFunction, StatsLogLevelError,
-                      "%s: NULL tuning pointer %p or invalid resolution (%f, %f)", m_name,
-                      static_cast<void const*>(m_tuning), static_cast<double>(width),
-                      static_cast<double>(height));
+    float location = 0.0F;
+    float size = 0.0F;
+    ThresholdRow const* row = Measure(newROI, oldROI, "old", location, size);
+    if (row == nullptr)
         return true;
-    }
-    ROIDifference const difference = MeasureDifference(newROI, oldROI, width, height);
-    float const locationThreshold = row->triggerData.locationThreshold;
-    float const sizeThreshold = row->triggerData.sizeThreshold;
-    STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace,
-                  "%s: ROI new (%d %d) old (%d %d) diff loc %f size %f thres loc %f size %f",
-                  m_name, difference.newX, difference.newY, difference.oldX, difference.oldY,
-                  static_cast<double>(difference.location), static_cast<double>(difference.size),
-                  static_cast<double>(locationThreshold), static_cast<double>(sizeThreshold));
-    return locationThreshold > difference.location && sizeThreshold > difference.size;
+    return row->triggerData.locationThreshold > location && row->triggerData.sizeThreshold > size;
 }
 
 bool ROIStableChecker::UpdateROIStable(ROIData const* rois, unsigned int count)
 {
-    if (rois == nullptr) {
-        STATS_ROI_LOG(m_logFunction, StatsLogLevelError, "%s: NULL input pointer", m_name);
-        return false;
-    }
-    if (m_tuning == nullptr) {
-        STATS_ROI_LOG(m_logFunction, StatsLogLevelFault, "%s: NULL tuning pointer", m_name);
-        return false;
-    }
-    // An empty threshold table leaves no row to compare against; UpdateThreshold has logged it.
-    if (!UpdateThreshold())
-        return false;
-    ThresholdRow const* row = RowAt(m_tuning, m_thresholdIndex);
-    STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace, "%s: ROI size %u", m_name, count);
-
-    // The stored records are the previous frame. They are searched with the new count, so a ROI
-    // whose previous index lies at or behind it starts again from 0.
-    int const limit = CappedCount(count);
-    int32_t counters[MaxROICount] = {};
-    for (int i = 0; i < limit; ++i) {
-        int const previous = FindROIIndexByROIID(m_rois, limit, static_cast<int>(rois[i].roiID));
-        int32_t counter = 0;
+    // A ROI that stayed put since the previous frame counts one more frame; any other starts
+    // again from 0.
+    return UpdateFlags(rois, count, StatsLogLevelFault, "stable", [&](int i, int previous, int) {
         if (previous >= 0 && ROIStableCheck(rois[i], GetROI(previous)))
-            counter = m_stableCount[previous] + 1;
-        counters[i] = counter;
-        m_stable[i] = row->triggerData.countThreshold <= counter ? 1 : 0;
-        STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace,
-                      "%s: ROI id %d index %d stable %d stable cnt %d", m_name,
-                      static_cast<int>(rois[i].roiID), i, static_cast<int>(m_stable[i]), counter);
-    }
-    std::memcpy(m_stableCount, counters, sizeof(m_stableCount));
-    SetROIs(rois);
-    return true;
+            return m_counts[previous] + 1;
+        return 0;
+    });
 }
 
 bool ROIStableChecker::IsROIStableByID(int id) const
@@ -212,17 +247,16 @@ bool ROIStableChecker::IsROIStableByID(int id) const
                       "%s: return stable when no tuning data available", m_name);
         return true;
     }
-    int const index = FindROIIndexByROIID(m_rois, CappedCount(m_roiCount), id);
+    int const index = CurrentIndex(id);
     if (index < 0) {
         STATS_ROI_LOG(m_logFunction, StatsLogLevelFault, "%s: No ROI ID %d in ROIStableChecker",
                       m_name, id);
         return true;
     }
-    return m_stable[index] != 0;
+    return m_flags[index] != 0;
 }
 
-ROIChangeChecker::ROIChangeChecker()
-    : m_change{}, m_changeCount{}, m_referenceROIs{}, m_tuning(nullptr), m_thresholdIndex(0)
+ROIChangeChecker::ROIChangeChecker() : m_referenceROIs{}
 {
 }
 
@@ -230,6 +264,11 @@ bool ROIChangeChecker::SetTuningData(TuningType const* tuning)
 {
     m_tuning = tuning;
     return true;
+}
+
+bool ROIChangeChecker::UpdateThreshold()
+{
+    return SelectThresholdRow();
 }
 
 bool ROIChangeChecker::UpdateROIData(StatsROIInformation const* information, int processPartial)
@@ -242,76 +281,29 @@ bool ROIChangeChecker::UpdateROIData(StatsROIInformation const* information, int
     return true;
 }
 
-bool ROIChangeChecker::UpdateThreshold()
-{
-    int const index = SelectThresholdRow(m_tuning, GetAECGain());
-    if (index < 0) {
-        STATS_ROI_LOG(m_logFunction, StatsLogLevelError, "%s: NULL tuning pointer", m_name);
-        return false;
-    }
-    m_thresholdIndex = index;
-    return true;
-}
-
 bool ROIChangeChecker::ROIChangeCheck(ROIData newROI, ROIData referenceROI) const
 {
-    float const width = GetWidth();
-    float const height = GetHeight();
-    ThresholdRow const* row = RowAt(m_tuning, m_thresholdIndex);
-    if (width <= 0.0F || height <= 0.0F || row == nullptr) {
-        STATS_ROI_LOG(m_logFunction, StatsLogLevelError,
-                      "%s: NULL tuning pointer %p or invalid resolution (%f, %f)", m_name,
-                      static_cast<void const*>(m_tuning), static_cast<double>(width),
-                      static_cast<double>(height));
+    float location = 0.0F;
+    float size = 0.0F;
+    ThresholdRow const* row = Measure(newROI, referenceROI, "ref", location, size);
+    if (row == nullptr)
         return false;
-    }
-    ROIDifference const difference = MeasureDifference(newROI, referenceROI, width, height);
-    float const locationThreshold = row->triggerData.locationThreshold;
-    float const sizeThreshold = row->triggerData.sizeThreshold;
-    STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace,
-                  "%s: ROI new (%d %d) ref (%d %d) diff loc %f size %f thres loc %f size %f",
-                  m_name, difference.newX, difference.newY, difference.oldX, difference.oldY,
-                  static_cast<double>(difference.location), static_cast<double>(difference.size),
-                  static_cast<double>(locationThreshold), static_cast<double>(sizeThreshold));
-    return locationThreshold < difference.location || sizeThreshold < difference.size;
+    return row->triggerData.locationThreshold < location || row->triggerData.sizeThreshold < size;
 }
 
 bool ROIChangeChecker::UpdateROIChange(ROIData const* rois, unsigned int count)
 {
-    if (rois == nullptr) {
-        STATS_ROI_LOG(m_logFunction, StatsLogLevelError, "%s: NULL input pointer", m_name);
-        return false;
-    }
-    if (m_tuning == nullptr) {
-        STATS_ROI_LOG(m_logFunction, StatsLogLevelError, "%s: NULL tuning pointer", m_name);
-        return false;
-    }
-    // An empty threshold table leaves no row to compare against; UpdateThreshold has logged it.
-    if (!UpdateThreshold())
-        return false;
-    ThresholdRow const* row = RowAt(m_tuning, m_thresholdIndex);
-    STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace, "%s: ROI size %u", m_name, count);
-
-    int const limit = CappedCount(count);
-    int32_t counters[MaxROICount] = {};
-    for (int i = 0; i < limit; ++i) {
-        int const id = static_cast<int>(rois[i].roiID);
-        int const previous = FindROIIndexByROIID(m_rois, limit, id);
-        int32_t const old = previous >= 0 ? m_changeCount[previous] : 0;
-        int const reference = FindROIIndexByROIID(m_referenceROIs, limit, id);
-        // A ROI that the reference does not hold has changed by definition.
-        int32_t counter = old + 1;
-        if (reference >= 0 && !ROIChangeCheck(rois[i], m_referenceROIs[reference]))
-            counter = 0;
-        counters[i] = counter;
-        m_change[i] = row->triggerData.countThreshold <= counter ? 1 : 0;
-        STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace,
-                      "%s: ROI id %d index %d change %d change cnt %d", m_name, id, i,
-                      static_cast<int>(m_change[i]), counter);
-    }
-    std::memcpy(m_changeCount, counters, sizeof(m_changeCount));
-    SetROIs(rois);
-    return true;
+    // A ROI away from its reference counts one more frame; one at its reference starts again
+    // from 0. A ROI that the reference does not hold has changed by definition.
+    return UpdateFlags(
+        rois, count, StatsLogLevelError, "change", [&](int i, int previous, int limit) {
+            int32_t const old = previous >= 0 ? m_counts[previous] : 0;
+            int const reference =
+                FindROIIndexByROIID(m_referenceROIs, limit, static_cast<int>(rois[i].roiID));
+            if (reference >= 0 && !ROIChangeCheck(rois[i], m_referenceROIs[reference]))
+                return 0;
+            return old + 1;
+        });
 }
 
 bool ROIChangeChecker::UpdateReferenceROI()
@@ -327,11 +319,11 @@ bool ROIChangeChecker::IsROIChangeByID(int id) const
                       "%s: return no change when no tuning data available", m_name);
         return false;
     }
-    int const index = FindROIIndexByROIID(m_rois, CappedCount(m_roiCount), id);
+    int const index = CurrentIndex(id);
     if (index < 0) {
         STATS_ROI_LOG(m_logFunction, StatsLogLevelError,
                       "%s: No ROI ID %d at index %d in ROIStableChecker", m_name, id, index);
         return false;
     }
-    return m_change[index] != 0;
+    return m_flags[index] != 0;
 }

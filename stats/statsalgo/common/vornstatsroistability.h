@@ -9,14 +9,56 @@
 
 #include "paramgen/statsroidifference.h"
 
-/// Tells for each ROI, by its identifier, whether it has stayed put: it moved and resized less
-/// than the tuned thresholds against the previous frame for the tuned number of frames in a row.
-/// The tuning is borrowed: the caller keeps it alive. No allocation on the frame path.
-class PARAMETERPARSER_API ROIStableChecker : public ROIsData
+/// What the stable and the change checker share: the borrowed tuning, the threshold row picked
+/// for the AEC gain, the difference measure between two ROIs, and a per-ROI flag with the number
+/// of frames in a row that a condition held. Internal: hosts use the two checkers.
+class ROIThresholdChecker : public ROIsData
 {
 public:
     using TuningType = statsroidifference::varitonalStatsROIDifferenceType;
+    using ThresholdRow = statsglobalelements::FaceROIDiffThresholdType;
 
+    /// The row that UpdateThreshold picked last.
+    int GetThresholdIndex() const { return m_thresholdIndex; }
+
+protected:
+    /// No ROIs, no tuning, all flags and counters 0.
+    ROIThresholdChecker();
+
+    /// Picks the first row whose start is at or below the gain, or the last row. No tuning or no
+    /// rows: level 2 log, false, the row stays.
+    bool SelectThresholdRow();
+
+    /// The row picked, when the resolution is set and the row exists; `newROI` measured against
+    /// `oldROI` in `location` and `size`, traced with `oldName` naming the second ROI. Otherwise
+    /// null after a level 2 log.
+    ThresholdRow const* Measure(ROIData const& newROI, ROIData const& oldROI, char const* oldName,
+                                float& location, float& size) const;
+
+    /// The frame update of both checkers: no input, no tuning (logged at `noTuningLevel`) or no
+    /// row: false, nothing changes. Otherwise each of the first `count` records of `rois`
+    /// (capped at MaxROICount) gets the counter `next(i, previous)` returns, where `previous`
+    /// is the index of the same ID among the stored records or -1; its flag is set once the
+    /// counter reaches the tuned count. Then `rois` becomes the stored frame.
+    template <typename Next>
+    bool UpdateFlags(ROIData const* rois, unsigned int count, unsigned int noTuningLevel,
+                     char const* flagName, Next next);
+
+    /// The index of `id` among the current ROIs, or -1.
+    int CurrentIndex(int id) const;
+
+    uint32_t m_flags[MaxROICount];
+    int32_t m_counts[MaxROICount];
+    TuningType const* m_tuning;
+    int32_t m_thresholdIndex;
+};
+
+/// Tells for each ROI, by its identifier, whether it has stayed put: it moved and resized less
+/// than the tuned thresholds against the previous frame for the tuned number of frames in a row.
+/// The tuning is borrowed: the caller keeps it alive. No allocation on the frame path.
+class PARAMETERPARSER_API ROIStableChecker : public ROIThresholdChecker
+{
+public:
     /// No ROIs, no tuning, all flags and counters 0.
     ROIStableChecker();
 
@@ -49,26 +91,15 @@ public:
     /// Picks the threshold row for the current AEC gain: the first row whose start is at or
     /// below the gain, or the last row. No tuning or no rows: level 2 log, false, the row stays.
     bool UpdateThreshold();
-
-    /// The row that UpdateThreshold picked last.
-    int GetThresholdIndex() const { return m_thresholdIndex; }
-
-private:
-    uint32_t m_stable[MaxROICount];
-    int32_t m_stableCount[MaxROICount];
-    TuningType const* m_tuning;
-    int32_t m_thresholdIndex;
 };
 
 /// Tells for each ROI, by its identifier, whether it has left a reference snapshot: it differed
 /// from the reference record of the same ID by more than the tuned thresholds for the tuned
 /// number of frames in a row. A ROI the reference does not hold counts as different. The
 /// tuning is borrowed. No allocation on the frame path.
-class PARAMETERPARSER_API ROIChangeChecker : public ROIsData
+class PARAMETERPARSER_API ROIChangeChecker : public ROIThresholdChecker
 {
 public:
-    using TuningType = statsroidifference::varitonalStatsROIDifferenceType;
-
     /// No ROIs, no reference, no tuning, all flags and counters 0.
     ROIChangeChecker();
 
@@ -99,13 +130,6 @@ public:
     /// As ROIStableChecker::UpdateThreshold.
     bool UpdateThreshold();
 
-    /// The row that UpdateThreshold picked last.
-    int GetThresholdIndex() const { return m_thresholdIndex; }
-
 private:
-    uint32_t m_change[MaxROICount];
-    int32_t m_changeCount[MaxROICount];
     ROIData m_referenceROIs[MaxROICount];
-    TuningType const* m_tuning;
-    int32_t m_thresholdIndex;
 };
