@@ -4,7 +4,7 @@
 
 #include "stats/statsalgo/common/vornstatsroipriority.h"
 
-#include "tests/stats/roitestsupport.h"
+#include "tests/common/roifixtures.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // ROIStableChecker: one frame of 16 faces, the per-frame cost an algorithm pays.
-#include <vector>
-
 #include <benchmark/benchmark.h>
 
 #include "stats/statsalgo/common/vornstatsroistability.h"
+
+#include "tests/common/roifixtures.h"
 
 namespace {
 
@@ -27,22 +27,12 @@ StatsROIInformation GridFrame(unsigned int shift)
 
 void BM_ROIStableChecker_UpdateROIData16(benchmark::State& state)
 {
-    std::vector<statsglobalelements::FaceROIDiffThresholdType> rows(3);
-    float const starts[] = {8.0F, 4.0F, 1.0F};
-    for (size_t i = 0; i < rows.size(); ++i) {
-        rows[i].triggerPt.start = starts[i];
-        rows[i].triggerPt.end = starts[i] + 2.0F;
-        rows[i].triggerData.locationThreshold = 2.0F;
-        rows[i].triggerData.sizeThreshold = 2.0F;
-        rows[i].triggerData.countThreshold = 3;
-    }
-    statsroidifference::varitonalStatsROIDifferenceType tuning = {};
-    tuning.statsROIDiffThreshold.triggerDataCount = static_cast<uint32_t>(rows.size());
-    tuning.statsROIDiffThreshold.triggerData = rows.data();
+    RoiTest::DifferenceTuning const tuning(
+        {{8.0F, 2.0F, 2.0F, 3}, {4.0F, 2.0F, 2.0F, 3}, {1.0F, 2.0F, 2.0F, 3}});
 
     ROIStableChecker checker;
     checker.SetImageResolution(1920.0F, 1080.0F);
-    checker.SetTuningData(&tuning);
+    checker.SetTuningData(tuning.Get());
     StatsROIInformation const frames[] = {GridFrame(0), GridFrame(1)};
     // Warm up past the tuned frame count, so every timed frame runs with stable faces.
     unsigned int frame = 0;

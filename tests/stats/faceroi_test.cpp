@@ -1,34 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
-// Face ROI shaping: landmark and pose factors, the temporal filter, small faces, masks, and
-// faces followed over several frames.
+// Face ROI shaping: landmark and pose factors, the temporal filter, small faces, masks, the face
+// limit and bad input.
+#include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "stats/statsalgo/common/vornstatsroipriority.h"
-
-#include "tests/stats/roitestsupport.h"
+#include "tests/common/roifixtures.h"
 
 namespace {
 
 using RoiTest::Face;
-using RoiTest::Frame;
-using RoiTest::Logged;
-using RoiTest::LoggedLines;
-
-struct Rect
-{
-    float left, top, width, height;
-};
-
-/// Asserts a ROI's rectangle, with `where` naming the case or frame.
-void ExpectRect(ROIData const& roi, Rect expected, std::string const& where)
-{
-    EXPECT_FLOAT_EQ(roi.left, expected.left) << where;
-    EXPECT_FLOAT_EQ(roi.top, expected.top) << where;
-    EXPECT_FLOAT_EQ(roi.width, expected.width) << where;
-    EXPECT_FLOAT_EQ(roi.height, expected.height) << where;
-}
+using RoiTest::Rect;
+using RoiTest::RectOf;
 
 StatsROIData Posed(StatsROIData face, float yaw, float roll = 0.0F)
 {
@@ -38,11 +23,10 @@ StatsROIData Posed(StatsROIData face, float yaw, float roll = 0.0F)
     return face;
 }
 
-StatsROIData Masked(StatsROIData face, unsigned int left, unsigned int top, unsigned int width,
-                    unsigned int height)
+StatsROIData Masked(StatsROIData face, StatsROIRectangle mask)
 {
     face.maskValid = 1;
-    face.maskROI = {left, top, width, height};
+    face.maskROI = mask;
     return face;
 }
 
@@ -53,7 +37,6 @@ protected:
     {
         ASSERT_TRUE(m_priority.SetLogFunction("FaceROI", RoiTest::RecordLine));
         ASSERT_TRUE(m_priority.SetImageResolution(1000.0F, 1000.0F));
-        m_tuning->dominantScoreEnhancement = 0.1F;
         m_tuning->partialFaceThresh = 1.0F;
         auto& shrink = m_tuning.Shrink();
         shrink.enable = 1;
@@ -61,14 +44,13 @@ protected:
         shrink.factorRoundingPrecision = 0.25F;
         shrink.factorFilterLength = 1;
         shrink.minShrinkFactor = 0.25F;
-        shrink.minROISizeToShrink = 0.0F;
         shrink.faceMaskROIControl.maskROISizeFactor = 1.0F;
         shrink.faceMaskROIControl.minROISizeToRemoveMask[0] = 0.2F;
         shrink.faceMaskROIControl.minROISizeToRemoveMask[1] = 0.3F;
         // Any yaw shrinks by 0.75 unless a test tunes the curve otherwise.
         m_tuning.SetCurve(Pose().yawShrinkFactor, {{0, 90, 0.75F}});
         ASSERT_TRUE(m_priority.SetTuningData(m_tuning.Get()));
-        LoggedLines().clear();
+        RoiTest::LoggedLines().clear();
     }
 
     statsroipriority::FaceROIShrinkType::facePoseShrinkFactorStruct& Pose()
@@ -77,94 +59,62 @@ protected:
     }
 
     /// Shapes one face directly, outside a frame.
-    ROIData ShapeOne(StatsROIData const& face)
+    Rect ShapeOne(StatsROIData const& face, uint32_t* maskRemoved = nullptr)
     {
-        ROIData roi;
-        roi.roiID = static_cast<uint32_t>(face.roiID);
-        roi.left = static_cast<float>(face.left);
-        roi.top = static_cast<float>(face.top);
-        roi.width = static_cast<float>(face.width);
-        roi.height = static_cast<float>(face.height);
+        ROIData roi = RoiTest::Box(static_cast<float>(face.left), static_cast<float>(face.top),
+                                   static_cast<float>(face.width), static_cast<float>(face.height),
+                                   static_cast<uint32_t>(face.roiID));
         m_priority.AdjustOneFaceROI(roi, face);
-        return roi;
+        if (maskRemoved != nullptr)
+            *maskRemoved = roi.maskRemoved;
+        return RectOf(roi);
     }
 
     /// Runs one frame and returns the processed ROIs.
     std::vector<ROIData> RunFrame(std::vector<StatsROIData> const& faces)
     {
-        StatsROIInformation const information = Frame(faces);
+        StatsROIInformation const information = RoiTest::Frame(faces);
         EXPECT_TRUE(m_priority.UpdateROIData(&information, 0));
-        ROIData const* rois = nullptr;
-        unsigned int count = 0;
-        m_priority.GetProcessedROI(rois, count);
-        return std::vector<ROIData>(rois, rois + count);
+        return std::vector<ROIData>(m_priority.GetROIs(), m_priority.GetROIs() + m_priority.Size());
     }
 
     RoiTest::Tuning m_tuning;
     ROIPriority m_priority;
 };
 
-TEST_F(FaceROIShapingTest, LandmarksShrinkTheBoxByTheirMargins)
+TEST_F(FaceROIShapingTest, LandmarksAndPoseShrinkTheBox)
 {
     m_tuning.SetLandmarks({{0, 0.5F}, {1, 0.5F}, {2, 0.5F}, {3, 0.5F}});
     m_tuning.SetCurve(Pose().yawShrinkFactor, {{0, 90, 0.5F}});
-    struct Case
-    {
-        char const* name;
-        std::vector<StatsROIPoint> points;
-        bool posed;
-        Rect expected;
-    };
-    // Box (100, 100, 200, 200): points 50 in from the left and top and 50 in from the last
-    // pixel on the right and bottom leave margins of 25 at factor 0.5: factor 0.75.
-    Case const cases[] = {
-        {"four inside",
-         {{150, 150}, {249, 150}, {150, 249}, {249, 249}},
-         false,
-         {125, 125, 150, 150}},
-        {"three are too few", {{150, 150}, {249, 150}, {150, 249}}, false, {100, 100, 200, 200}},
-        {"zero x is absent",
-         {{150, 150}, {249, 150}, {150, 249}, {0, 249}},
-         false,
-         {100, 100, 200, 200}},
-        {"zero y is absent",
-         {{150, 150}, {249, 0}, {150, 249}, {249, 249}},
-         false,
-         {100, 100, 200, 200}},
-        {"outside the image",
-         {{150, 150}, {1000, 150}, {150, 249}, {249, 249}},
-         false,
-         {100, 100, 200, 200}},
+    // Box (100, 100, 200, 200): points 50 in from the left and top and 50 in from the last pixel
+    // on the right and bottom leave margins of 25 at factor 0.5: factor 0.75.
+    std::tuple<std::vector<StatsROIPoint>, bool, Rect> const cases[] = {
+        {{{150, 150}, {249, 150}, {150, 249}, {249, 249}}, false, {125, 125, 150, 150}},
+        {{{150, 150}, {249, 150}, {150, 249}}, false, {100, 100, 200, 200}}, // too few
+        {{{150, 150}, {249, 150}, {150, 249}, {0, 249}}, false, {100, 100, 200, 200}},
+        {{{150, 150}, {249, 0}, {150, 249}, {249, 249}}, false, {100, 100, 200, 200}},
+        {{{150, 150}, {1000, 150}, {150, 249}, {249, 249}}, false, {100, 100, 200, 200}},
+        {{{150, 150}, {150, 1000}, {150, 249}, {249, 249}}, false, {100, 100, 200, 200}},
         // Right of the box: no margin on that side, so only the vertical factor shrinks.
-        {"outside the box",
-         {{150, 150}, {350, 150}, {150, 249}, {249, 249}},
-         false,
-         {100, 125, 200, 150}},
-        // Too few landmarks: the pose factor alone applies.
-        {"three with pose", {{150, 150}, {249, 150}, {150, 249}}, true, {150, 150, 100, 100}},
+        {{{150, 150}, {350, 150}, {150, 249}, {249, 249}}, false, {100, 125, 200, 150}},
+        {{{150, 150}, {249, 150}, {150, 249}}, true, {150, 150, 100, 100}}, // pose alone
         // 0.75 * 0.5 quantised down to the step of 0.25.
-        {"four with pose",
-         {{150, 150}, {249, 150}, {150, 249}, {249, 249}},
-         true,
-         {175, 175, 50, 50}},
+        {{{150, 150}, {249, 150}, {150, 249}, {249, 249}}, true, {175, 175, 50, 50}},
     };
-    for (Case const& c : cases) {
+    for (auto const& [points, posed, expected] : cases) {
         StatsROIData face = Face(1, 100, 100, 200, 200);
-        face.landmarkCount = static_cast<uint32_t>(c.points.size());
-        for (size_t i = 0; i < c.points.size(); ++i) {
-            face.landmarks[i] = c.points[i];
-        }
-        if (c.posed) {
-            face = Posed(face, 0.0F);
-        }
-        ExpectRect(ShapeOne(face), c.expected, c.name);
+        face.landmarkCount = static_cast<uint32_t>(points.size());
+        std::copy(points.begin(), points.end(), face.landmarks);
+        EXPECT_EQ(ShapeOne(posed ? Posed(face, 0.0F) : face), expected) << points[1].x;
     }
-    EXPECT_TRUE(Logged(32, "FaceROI: processing face landmark points (249,150) index 1 "
-                           "marginFactor 0.500"));
-    EXPECT_TRUE(Logged(32, "FaceROI: faceID 1 face landmark shrinkFactor (0.750, 0.750)."));
-    EXPECT_TRUE(Logged(32, "FaceROI: faceID 1 valid face landmark number 3 is not enough, min "
-                           "number 4."));
-    EXPECT_TRUE(Logged(32, "FaceROI: faceID 1 pose info is invalid!"));
+    EXPECT_EQ(RoiTest::CountLogged(32, "FaceROI: faceID 1 face landmark shrinkFactor (0.750, "
+                                       "0.750)."),
+              2U);
+    // The shaping steps log as the function they were cut from; untuned curves say so.
+    for (RoiTest::LoggedLine const& line : RoiTest::LoggedLines())
+        EXPECT_EQ(line.function, line.text == "FaceROI: zero tuning entry" ? "GetTriggeredValue"
+                                                                           : "AdjustOneFaceROI")
+            << line.text;
 }
 
 TEST_F(FaceROIShapingTest, PoseAnglesAreFoldedIntoAQuadrant)
@@ -173,238 +123,110 @@ TEST_F(FaceROIShapingTest, PoseAnglesAreFoldedIntoAQuadrant)
     m_tuning.SetCurve(Pose().rollShrinkFactor,
                       {{-90, -10, 0.5F}, {10, 10, 0.75F}, {50, 90, 0.25F}});
     m_tuning.SetCurve(Pose().yawShrinkFactor, {{0, 40, 0.5F}, {45, 90, 1.0F}});
-    struct Case
-    {
-        float roll;
-        float yaw;
-        Rect expected;
-    };
-    Case const cases[] = {
+    std::tuple<float, float, Rect> const cases[] = {
         {100.0F, 60.0F, {125, 125, 150, 150}},  // 10: 0.75
         {-100.0F, 60.0F, {150, 150, 100, 100}}, // -10: 0.5
         {190.5F, 60.0F, {125, 125, 150, 150}},  // 190 folds to 10
         {55.0F, 60.0F, {175, 175, 50, 50}},     // 0.25
-        {10.0F, -30.0F, {175, 175, 50, 50}},    // 0.75 * 0.5 quantised down to 0.25
-        {10.0F, -120.0F, {175, 175, 50, 50}},   // |-120| folds to 30
+        {10.0F, -120.0F, {175, 175, 50, 50}},   // |-120| folds to 30: 0.75 * 0.5, quantised
     };
-    for (Case const& c : cases) {
-        ExpectRect(ShapeOne(Posed(Face(1, 100, 100, 200, 200), c.yaw, c.roll)), c.expected,
-                   std::to_string(c.roll) + "/" + std::to_string(c.yaw));
-    }
-    EXPECT_TRUE(Logged(32, "FaceROI: faceID 1 roll angle -10.0 factor 0.5, yaw angle 60.0 factor "
-                           "1.0, pitch angle 0.0 factor 1.0."));
+    for (auto const& [roll, yaw, expected] : cases)
+        EXPECT_EQ(ShapeOne(Posed(Face(1, 100, 100, 200, 200), yaw, roll)), expected) << roll;
+    EXPECT_EQ(RoiTest::CountLogged(32, "FaceROI: faceID 1 roll angle -10.0 factor 0.5, yaw angle "
+                                       "60.0 factor 1.0, pitch angle 0.0 factor 1.0."),
+              1U);
 }
 
-TEST_F(FaceROIShapingTest, TemporalFilterIsASlidingMinimum)
+TEST_F(FaceROIShapingTest, TemporalFilterIsASlidingMinimumPerFace)
 {
     auto& shrink = m_tuning.Shrink();
     shrink.factorFilterLength = 3;
-    // A fine step that is a power of two keeps 0.8 close to itself.
     shrink.factorRoundingPrecision = 1.0F / 1024.0F;
     m_tuning.SetCurve(Pose().yawShrinkFactor, {{0, 90, 0.8F}});
     StatsROIData const face = Face(5, 100, 100, 200, 200);
-
-    // Factors 0.8, 1.0, 1.0: the window keeps 0.8 for three frames, then lets go.
-    struct Step
-    {
-        bool posed;
-        Rect expected;
-        size_t length;
-    };
-    Step const steps[] = {
-        {true, {120, 120, 160, 160}, 1},
-        {false, {120, 120, 160, 160}, 2},
-        {false, {120, 120, 160, 160}, 3},
-        {false, {100, 100, 200, 200}, 3},
-    };
-    int frame = 0;
-    for (Step const& step : steps) {
-        std::vector<ROIData> const rois = RunFrame({step.posed ? Posed(face, 0.0F) : face});
-        ASSERT_EQ(rois.size(), 1U);
-        ExpectRect(rois[0], step.expected, "frame " + std::to_string(++frame));
-        ASSERT_EQ(m_priority.GetShrinkFactors().count(5), 1U);
+    Rect const shrunk = {120, 120, 160, 160};
+    Rect const whole = {100, 100, 200, 200};
+    // Factors 0.8, 1.0, 1.0, 1.0: the window of three keeps 0.8 for three frames, then lets go.
+    std::tuple<bool, Rect, size_t> const steps[] = {
+        {true, shrunk, 1}, {false, shrunk, 2}, {false, shrunk, 3}, {false, whole, 3}};
+    for (auto const& [posed, expected, length] : steps) {
+        EXPECT_EQ(RectOf(RunFrame({posed ? Posed(face, 0.0F) : face})[0]), expected) << length;
         auto const& history = m_priority.GetShrinkFactors().at(5);
-        EXPECT_EQ(history.widthFactors.size(), step.length);
-        EXPECT_EQ(history.heightFactors.size(), step.length);
-        EXPECT_EQ(history.updated, 1U);
+        EXPECT_EQ(history.widthFactors.size(), length);
+        EXPECT_EQ(history.heightFactors.size(), length);
     }
-    EXPECT_NEAR(m_priority.GetShrinkFactors().at(5).widthFactors.front(), 1.0F, 1e-6F);
-
     // A face missing for one frame loses its filter and starts afresh.
     RunFrame({Posed(face, 0.0F)});
     RunFrame({Face(6, 500, 500, 100, 100)});
     EXPECT_EQ(m_priority.GetShrinkFactors().count(5), 0U);
-    ExpectRect(RunFrame({face})[0], {100, 100, 200, 200}, "back after a gap");
-
+    EXPECT_EQ(RectOf(RunFrame({face})[0]), whole);
     // Length 0 keeps no history: the factors pass unchanged.
     shrink.factorFilterLength = 0;
-    ExpectRect(RunFrame({Posed(face, 0.0F)})[0], {120, 120, 160, 160}, "length 0, posed");
-    ExpectRect(RunFrame({face})[0], {100, 100, 200, 200}, "length 0, plain");
-    EXPECT_TRUE(m_priority.GetShrinkFactors().at(5).widthFactors.empty());
+    EXPECT_EQ(RectOf(RunFrame({Posed(face, 0.0F)})[0]), shrunk);
+    EXPECT_EQ(RectOf(RunFrame({face})[0]), whole);
 }
 
 TEST_F(FaceROIShapingTest, SmallFacesAreSpared)
 {
     auto& shrink = m_tuning.Shrink();
     shrink.minROISizeToShrink = 0.1F;
-    struct Case
-    {
-        unsigned int side;
-        int sizeInCrop;
-        Rect expected;
-    };
-    // Factor 0.75: below 0.1 no shrink, above 0.1 / 0.75 full, a straight line between.
-    Case const cases[] = {
-        {50, 0, {100, 100, 50, 50}},
-        {120, 0, {109, 109, 102, 102}},
-        {200, 0, {125, 125, 150, 150}},
-        {70, 0, {100, 100, 70, 70}},
-        // Measured in a 500-pixel crop window the face is twice as large.
-        {70, 1, {109, 109, 53, 53}},
-    };
     // Without a crop window the whole image is the window: nothing is zoomed.
     shrink.roiSizeInCropWindow = 1;
-    ExpectRect(ShapeOne(Posed(Face(2, 100, 100, 70, 70), 0.0F)), {100, 100, 70, 70},
-               "no crop window");
+    EXPECT_EQ(ShapeOne(Posed(Face(2, 100, 100, 70, 70), 0.0F)), (Rect{100, 100, 70, 70}));
     ASSERT_TRUE(m_priority.SetCropWindow(0.0F, 0.0F, 500.0F, 500.0F));
-    for (Case const& c : cases) {
-        shrink.roiSizeInCropWindow = c.sizeInCrop;
-        ExpectRect(ShapeOne(Posed(Face(2, 100, 100, c.side, c.side), 0.0F)), c.expected,
-                   "side " + std::to_string(c.side));
-        // The filter records the factor even where it was not applied.
-        EXPECT_FLOAT_EQ(m_priority.GetShrinkFactors().at(2).widthFactors.back(), 0.75F);
+    // Factor 0.75: below 0.1 no shrink, above 0.1 / 0.75 full, a straight line between; measured
+    // in a 500-pixel crop window a face is twice as large.
+    std::tuple<unsigned int, int, Rect> const cases[] = {
+        {100, 0, {100, 100, 100, 100}}, {120, 0, {109, 109, 102, 102}},
+        {133, 0, {116, 116, 100, 100}}, {200, 0, {125, 125, 150, 150}},
+        {70, 1, {109, 109, 53, 53}},
+    };
+    for (auto const& [side, inCrop, expected] : cases) {
+        shrink.roiSizeInCropWindow = inCrop;
+        EXPECT_EQ(ShapeOne(Posed(Face(2, 100, 100, side, side), 0.0F)), expected) << side;
     }
-    EXPECT_TRUE(Logged(32, "FaceROI: faceID 2 handling small ROI normROISize (0.1200 0.1200) "
-                           "thres start 0.1000 end 0.1333."));
+    EXPECT_EQ(RoiTest::CountLogged(32, "FaceROI: faceID 2 handling small ROI normROISize (0.1200 "
+                                       "0.1200) thres start 0.1000 end 0.1333."),
+              2U);
 }
 
-TEST_F(FaceROIShapingTest, MaskRemovalHasHysteresis)
-{
-    m_tuning.Shrink().faceMaskROIControl.enableMaskROIAdjustment = 1;
-    // No pose: factor 1.0, so the size is the box's share of the image. The mask covers the
-    // box from y 300 down, so the strip above it is kept.
-    struct Step
-    {
-        unsigned int side;
-        uint32_t removed;
-        Rect expected;
-    };
-    Step const steps[] = {
-        {250, 0, {100, 100, 250, 250}}, // 0.25: not above 0.3
-        {350, 1, {100, 100, 350, 200}}, // above 0.3: cut
-        {250, 1, {100, 100, 250, 200}}, // 0.25: still at least 0.2
-        {150, 0, {100, 100, 150, 150}}, // below 0.2: stops
-        {250, 0, {100, 100, 250, 250}}, // 0.25: must rise above 0.3 again
-    };
-    int frame = 0;
-    for (Step const& step : steps) {
-        StatsROIData const face =
-            Masked(Face(4, 100, 100, step.side, step.side), 100, 300, step.side, 400);
-        std::vector<ROIData> const rois = RunFrame({face});
-        ASSERT_EQ(rois.size(), 1U);
-        std::string const where = "frame " + std::to_string(++frame);
-        EXPECT_EQ(rois[0].maskRemoved, step.removed) << where;
-        ExpectRect(rois[0], step.expected, where);
-    }
-    EXPECT_TRUE(Logged(32, "FaceROI: faceID 4 skip mask removal due to small ROI size 0.250, "
-                           "thres (0.200 0.300), prevRemoved 0."));
-    EXPECT_TRUE(Logged(32, "FaceROI: faceID 4 inputROI (100.0,100.0,350.0,350.0) maskROI "
-                           "(100.0,300.0,350.0,400.0) outROI (100.0  100.0 350.0 200.0)."));
-
-    // An invalid mask is never cut, however large the face.
-    std::vector<ROIData> rois = RunFrame({Face(4, 100, 100, 400, 400)});
-    EXPECT_EQ(rois[0].maskRemoved, 0U);
-    ExpectRect(rois[0], {100, 100, 400, 400}, "mask not valid");
-
-    // A mask over the whole box leaves a zero rectangle, and the ROI stays in the array.
-    rois =
-        RunFrame({Masked(Face(4, 100, 100, 350, 350), 0, 0, 600, 600), Face(8, 700, 700, 10, 10)});
-    ASSERT_EQ(rois.size(), 2U);
-    EXPECT_EQ(rois[0].maskRemoved, 1U);
-    ExpectRect(rois[0], {0, 0, 0, 0}, "covered");
-}
-
-TEST_F(FaceROIShapingTest, MaskKeepsTheLargestStripBesideIt)
+TEST_F(FaceROIShapingTest, MaskIsCutWithHysteresisKeepingTheLargestStrip)
 {
     auto& mask = m_tuning.Shrink().faceMaskROIControl;
     mask.enableMaskROIAdjustment = 1;
-    struct Case
-    {
-        char const* name;
-        float sizeFactor;
-        StatsROIRectangle maskROI;
-        Rect expected;
+    // No pose: the size is the box's share of the image. The mask covers the box from y 300
+    // down: removal starts above 0.3 and goes on down to 0.2.
+    std::tuple<unsigned int, uint32_t, Rect> const steps[] = {
+        {300, 0, {100, 100, 300, 300}}, {350, 1, {100, 100, 350, 200}},
+        {200, 1, {100, 100, 200, 200}}, {199, 0, {100, 100, 199, 199}},
+        {250, 0, {100, 100, 250, 250}},
     };
-    // Box (100, 100, 400, 400); the size 0.4 is above the removal threshold.
-    Case const cases[] = {
-        {"left column masked", 1.0F, {100, 100, 100, 400}, {200, 100, 300, 400}},
-        {"right column masked", 1.0F, {400, 100, 100, 400}, {100, 100, 300, 400}},
-        {"lower half masked", 1.0F, {100, 300, 400, 200}, {100, 100, 400, 200}},
-        {"upper half masked", 1.0F, {100, 100, 400, 150}, {100, 250, 400, 250}},
-        // Scaled to half about its centre: (150..250, 200..400); the right strip is largest.
-        {"scaled mask", 0.5F, {100, 100, 200, 400}, {250, 100, 250, 400}},
-        // Equal left and right strips: the right one, tested first, stays.
-        {"centre column", 1.0F, {250, 100, 100, 400}, {350, 100, 150, 400}},
-        // Edges are kept inside the image: the mask's right edge stops at the last pixel.
-        {"past the image", 1.0F, {300, 100, 900, 400}, {100, 100, 200, 400}},
-    };
-    for (Case const& c : cases) {
-        mask.maskROISizeFactor = c.sizeFactor;
-        StatsROIData const face = Masked(Face(3, 100, 100, 400, 400), c.maskROI.left, c.maskROI.top,
-                                         c.maskROI.width, c.maskROI.height);
-        ROIData const roi = ShapeOne(face);
-        EXPECT_EQ(roi.maskRemoved, 1U) << c.name;
-        ExpectRect(roi, c.expected, c.name);
+    for (auto const& [side, removed, expected] : steps) {
+        ROIData const roi = RunFrame({Masked(Face(4, 100, 100, side, side), {100, 300, side, 400}),
+                                      Face(8, 900, 900, 10, 10)})[0];
+        EXPECT_EQ(roi.maskRemoved, removed) << side;
+        EXPECT_EQ(RectOf(roi), expected) << side;
     }
-}
+    // An invalid mask is never cut.
+    EXPECT_EQ(RunFrame({Face(4, 100, 100, 400, 400)})[0].maskRemoved, 0U);
 
-TEST_F(FaceROIShapingTest, TwoFacesThroughAppearanceSwapAndDisappearance)
-{
-    auto& shrink = m_tuning.Shrink();
-    shrink.faceNum = 2;
-    shrink.factorFilterLength = 2;
-    m_tuning.SetCurve(Pose().yawShrinkFactor, {{0, 10, 1.0F}, {30, 90, 0.5F}});
-    StatsROIData const a = Face(7, 100, 100, 200, 200);
-    StatsROIData const b = Face(3, 600, 600, 300, 300);
-
-    struct Expected
-    {
-        int dominantID;
-        int dominantIndex;
-        std::vector<Rect> rects;
-        size_t histories;
+    // Box (100, 100, 400, 400): the strip kept beside the (scaled) mask; on a tie the right one,
+    // tested first, stays; mask edges stop at the image; a mask over the box leaves nothing.
+    std::tuple<float, StatsROIRectangle, Rect> const strips[] = {
+        {1.0F, {100, 100, 100, 400}, {200, 100, 300, 400}},
+        {1.0F, {400, 100, 100, 400}, {100, 100, 300, 400}},
+        {1.0F, {100, 300, 400, 200}, {100, 100, 400, 200}},
+        {1.0F, {100, 100, 400, 150}, {100, 250, 400, 250}},
+        {0.5F, {100, 100, 200, 400}, {250, 100, 250, 400}},
+        {1.0F, {250, 100, 100, 400}, {350, 100, 150, 400}},
+        {1.0F, {300, 100, 900, 400}, {100, 100, 200, 400}},
+        {1.0F, {0, 0, 600, 600}, {0, 0, 0, 0}},
     };
-    struct Step
-    {
-        std::vector<StatsROIData> faces;
-        Expected expected;
-    };
-    Step const steps[] = {
-        // Both appear; B is larger and dominant. B turned away shrinks to half.
-        {{Posed(a, 0), Posed(b, 40)}, {3, 1, {{100, 100, 200, 200}, {675, 675, 150, 150}}, 2}},
-        // Swapped positions: the filters follow the IDs. B faces front but its window still holds
-        // 0.5; A turns away and shrinks at once.
-        {{Posed(b, 0), Posed(a, 40)}, {3, 0, {{675, 675, 150, 150}, {150, 150, 100, 100}}, 2}},
-        // A leaves: B's window now holds 1.0 twice, and A's history is gone.
-        {{Posed(b, 0)}, {3, 0, {{600, 600, 300, 300}}, 1}},
-        // A returns larger and takes the lead; its filter starts empty, so no old 0.5 holds it.
-        {{Posed(Face(7, 100, 100, 400, 400), 0), Posed(b, 0)},
-         {7, 0, {{100, 100, 400, 400}, {600, 600, 300, 300}}, 2}},
-        // Nobody: no dominant, no history.
-        {{}, {-1, -1, {}, 0}},
-    };
-    int frame = 0;
-    for (Step const& step : steps) {
-        std::string const where = "frame " + std::to_string(++frame);
-        std::vector<ROIData> const rois = RunFrame(step.faces);
-        EXPECT_EQ(m_priority.GetDominantID(), step.expected.dominantID) << where;
-        EXPECT_EQ(m_priority.GetDominantIndex(), step.expected.dominantIndex) << where;
-        ASSERT_EQ(rois.size(), step.expected.rects.size()) << where;
-        for (size_t i = 0; i < rois.size(); ++i) {
-            EXPECT_EQ(rois[i].roiID, static_cast<uint32_t>(step.faces[i].roiID)) << where;
-            ExpectRect(rois[i], step.expected.rects[i], where + " ROI " + std::to_string(i));
-        }
-        EXPECT_EQ(m_priority.GetShrinkFactors().size(), step.expected.histories) << where;
+    for (auto const& [factor, maskROI, expected] : strips) {
+        mask.maskROISizeFactor = factor;
+        uint32_t removed = 0;
+        EXPECT_EQ(ShapeOne(Masked(Face(3, 100, 100, 400, 400), maskROI), &removed), expected);
+        EXPECT_EQ(removed, 1U);
     }
 }
 
@@ -413,66 +235,59 @@ TEST_F(FaceROIShapingTest, FaceLimitShapesTheDominantFaceFirst)
     m_tuning.Shrink().faceNum = 1;
     StatsROIData const a = Posed(Face(7, 100, 100, 200, 200), 0);
     StatsROIData const b = Posed(Face(3, 600, 600, 300, 300), 0);
-    std::vector<ROIData> rois = RunFrame({a, b});
-    ExpectRect(rois[0], {100, 100, 200, 200}, "not shaped");
-    ExpectRect(rois[1], {638, 638, 225, 225}, "dominant shaped");
-    EXPECT_EQ(m_priority.GetShrinkFactors().size(), 1U);
+    std::vector<ROIData> const rois = RunFrame({a, b});
+    EXPECT_EQ(RectOf(rois[0]), (Rect{100, 100, 200, 200}));
+    EXPECT_EQ(RectOf(rois[1]), (Rect{638, 638, 225, 225}));
     EXPECT_EQ(m_priority.GetShrinkFactors().count(3), 1U);
+    EXPECT_EQ(m_priority.GetShrinkFactors().size(), 1U);
 
     // With no dominant face the walk starts at the first ROI.
     m_priority.Clear();
-    StatsROIInformation const information = Frame({a, b});
+    StatsROIInformation const information = RoiTest::Frame({a, b});
     ROIData direct[MaxROICount];
     ASSERT_TRUE(m_priority.ConvertToROIData(&information, direct, 0, 1.0F));
     m_priority.ShrinkFaceROI(direct, 2, &information);
-    ExpectRect(direct[0], {125, 125, 150, 150}, "first shaped");
-    ExpectRect(direct[1], {600, 600, 300, 300}, "second not shaped");
-    EXPECT_EQ(m_priority.GetShrinkFactors().count(3), 0U);
+    EXPECT_EQ(RectOf(direct[0]), (Rect{125, 125, 150, 150}));
+    EXPECT_EQ(RectOf(direct[1]), (Rect{600, 600, 300, 300}));
 }
 
 TEST_F(FaceROIShapingTest, BadInputNeverShapesOrCrashes)
 {
     auto& shrink = m_tuning.Shrink();
     StatsROIData const face = Posed(Face(1, 100, 100, 200, 200), 0);
-    ASSERT_EQ(RunFrame({face}).size(), 1U);
-    ASSERT_EQ(m_priority.GetShrinkFactors().size(), 1U);
-
+    Rect const whole = {100, 100, 200, 200};
     // Shaping off, no faces to shape, or no tuning: every history goes, boxes stay.
-    shrink.faceNum = 0;
-    ExpectRect(RunFrame({face})[0], {100, 100, 200, 200}, "face limit 0");
-    EXPECT_TRUE(m_priority.GetShrinkFactors().empty());
-    shrink.faceNum = 16;
-    RunFrame({face});
-    shrink.enable = 0;
-    ExpectRect(RunFrame({face})[0], {100, 100, 200, 200}, "shaping off");
-    EXPECT_TRUE(m_priority.GetShrinkFactors().empty());
-    shrink.enable = 1;
-    RunFrame({face});
-    ASSERT_TRUE(m_priority.SetTuningData(nullptr));
-    ExpectRect(RunFrame({face})[0], {100, 100, 200, 200}, "no tuning");
-    EXPECT_TRUE(m_priority.GetShrinkFactors().empty());
-    ASSERT_TRUE(m_priority.SetTuningData(m_tuning.Get()));
-    RunFrame({face});
-    m_priority.ShrinkFaceROI(nullptr, 1, nullptr);
-    EXPECT_TRUE(m_priority.GetShrinkFactors().empty());
+    for (int variant = 0; variant < 4; ++variant) {
+        shrink.faceNum = 16;
+        shrink.enable = 1;
+        ASSERT_EQ(RunFrame({face}).size(), 1U);
+        ASSERT_EQ(m_priority.GetShrinkFactors().size(), 1U);
+        shrink.faceNum = variant == 0 ? 0 : 16;
+        shrink.enable = variant == 1 ? 0 : 1;
+        ASSERT_TRUE(m_priority.SetTuningData(variant == 2 ? nullptr : m_tuning.Get()));
+        if (variant == 3)
+            m_priority.ShrinkFaceROI(nullptr, 1, nullptr);
+        else
+            EXPECT_EQ(RectOf(RunFrame({face})[0]), whole) << variant;
+        EXPECT_TRUE(m_priority.GetShrinkFactors().empty()) << variant;
+        ASSERT_TRUE(m_priority.SetTuningData(m_tuning.Get()));
+    }
 
-    // A landmark index past the record's points and a count past the array are ignored.
-    m_tuning.SetLandmarks({{40, 0.5F}, {1, 0.5F}, {2, 1.5F}, {3, -0.1F}});
+    // A landmark index past the record's points, a margin outside [0, 1] and a count past the
+    // array are ignored.
+    m_tuning.SetLandmarks({{40, 0.5F}, {1, 0.5F}, {2, 1.5F}, {3, -0.1F}, {11, 0.5F}});
     StatsROIData wild = Face(1, 100, 100, 200, 200);
     wild.landmarkCount = 1000;
-    for (StatsROIPoint& point : wild.landmarks) {
+    for (StatsROIPoint& point : wild.landmarks)
         point = {150, 150};
-    }
-    ExpectRect(ShapeOne(wild), {100, 100, 200, 200}, "wild landmarks");
-
+    EXPECT_EQ(ShapeOne(wild), whole);
     // A rounding step of 0 leaves the factor unquantised instead of dividing by zero.
     shrink.factorRoundingPrecision = 0.0F;
     m_tuning.SetCurve(Pose().yawShrinkFactor, {{0, 90, 0.8F}});
-    ExpectRect(ShapeOne(face), {120, 120, 160, 160}, "step 0");
-
+    EXPECT_EQ(ShapeOne(face), (Rect{120, 120, 160, 160}));
     // The final rounding keeps the box inside the image.
-    ExpectRect(ShapeOne(Face(1, 900, 950, 200, 200)), {900, 950, 100, 50}, "over the edge");
-    ExpectRect(ShapeOne(Face(1, 1200, 100, 50, 50)), {1000, 100, 0, 50}, "past the edge");
+    EXPECT_EQ(ShapeOne(Face(1, 900, 950, 200, 200)), (Rect{900, 950, 100, 50}));
+    EXPECT_EQ(ShapeOne(Face(1, 1200, 1100, 50, 50)), (Rect{1000, 1000, 0, 0}));
 }
 
 } // namespace

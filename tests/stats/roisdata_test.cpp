@@ -1,209 +1,143 @@
 // SPDX-License-Identifier: Apache-2.0
-// ROIsData: coordinates, checked setters, input conversion and partial-ROI trimming.
+// ROIsData: checked setters, the index bound of the accessors, crop coordinates, input
+// conversion and partial-ROI trimming.
 #include <cmath>
-#include <cstring>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
-#include "stats/statsalgo/common/vornstatsroidata.h"
-
-#include "tests/stats/roitestsupport.h"
+#include "tests/common/roifixtures.h"
 
 namespace {
 
+using RoiTest::Box;
+using RoiTest::CountLogged;
 using RoiTest::Face;
 using RoiTest::Frame;
-using RoiTest::Logged;
-using RoiTest::LoggedLines;
+using RoiTest::Rect;
+using RoiTest::RectOf;
 
 class ROIsDataTest : public ::testing::Test
 {
 protected:
     void SetUp() override
     {
-        LoggedLines().clear();
+        RoiTest::LoggedLines().clear();
         ASSERT_TRUE(m_rois.SetLogFunction("FaceROI", RoiTest::RecordLine));
     }
 
     ROIsData m_rois;
 };
 
-TEST_F(ROIsDataTest, StartEmptyWithUnitGainAndClampedGetters)
+TEST_F(ROIsDataTest, RefusedSettingsKeepTheOldValues)
 {
-    ROIsData rois;
-    EXPECT_EQ(rois.Size(), 0U);
-    EXPECT_STREQ(rois.GetName(), "Unknown");
-    EXPECT_EQ(rois.GetLogFunction(), nullptr);
-    EXPECT_FLOAT_EQ(rois.GetAECGain(), 1.0F);
-    // Unset sizes read as 1.0 so that callers can divide by them.
-    EXPECT_FLOAT_EQ(rois.GetWidth(), 1.0F);
-    EXPECT_FLOAT_EQ(rois.GetHeight(), 1.0F);
-    EXPECT_FLOAT_EQ(rois.GetCropWidth(), 1.0F);
-    EXPECT_FLOAT_EQ(rois.GetCropHeight(), 1.0F);
-    ASSERT_TRUE(rois.SetImageResolution(0.5F, 640.0F));
-    EXPECT_FLOAT_EQ(rois.GetWidth(), 1.0F);
-    EXPECT_FLOAT_EQ(rois.GetHeight(), 640.0F);
-    // Without a hook every failure is silent and gives the same result.
-    EXPECT_FALSE(rois.SetAECGain(0.5F));
-    EXPECT_EQ(rois.GetROI(40).roiID, 0U);
-}
+    // Resolution (a, b) and crop window (c, d, a, b); sizes below 1.0 read as 1.0.
+    using Row = std::tuple<float, float, float, float, bool, bool>;
+    Row const rows[] = {
+        {0.5F, 640.0F, 0.0F, 0.0F, true, true},      {0.0F, 720.0F, 0.0F, 1.0F, false, false},
+        {1280.0F, -1.0F, -1.0F, 0.0F, false, false}, {2.0F, 3.0F, 0.0F, -0.5F, true, false},
+        {5.0F, 0.0F, 0.0F, 0.0F, false, false},      {2.0F, 3.0F, 1.0F, 2.0F, true, true}};
+    for (auto const& [a, b, c, d, resolution, crop] : rows) {
+        ASSERT_TRUE(m_rois.SetImageResolution(1920.0F, 1080.0F));
+        ASSERT_TRUE(m_rois.SetCropWindow(7.0F, 8.0F, 9.0F, 10.0F));
+        EXPECT_EQ(m_rois.SetImageResolution(a, b), resolution) << a;
+        EXPECT_EQ(m_rois.SetCropWindow(c, d, a, b), crop) << a;
+        float const width = std::max(a, 1.0F);
+        EXPECT_EQ(m_rois.GetWidth(), resolution ? width : 1920.0F) << a;
+        EXPECT_EQ(m_rois.GetHeight(), resolution ? b : 1080.0F) << a;
+        Rect const window = {m_rois.GetCropLeft(), m_rois.GetCropTop(), m_rois.GetCropWidth(),
+                             m_rois.GetCropHeight()};
+        EXPECT_EQ(window, (crop ? Rect{c, d, width, b} : Rect{7.0F, 8.0F, 9.0F, 10.0F})) << a;
+    }
+    EXPECT_EQ(CountLogged(2, "FaceROI: invalid input resolution (0.000000, 720.000000)"), 1U);
+    EXPECT_EQ(CountLogged(16, "FaceROI: invalid crop window (-1.000000, 0.000000, 1280.0"), 1U);
+    EXPECT_EQ(CountLogged(32, "FaceROI: new crop window (1.000000, 2.000000, 2.000000, 3.0"), 1U);
 
-TEST_F(ROIsDataTest, SetLogFunctionRefusesNullAndTruncatesTheName)
-{
+    // A gain less than 0.01 below unity is unity; one further below is refused.
+    for (auto [gain, accepted, stored] : {std::tuple{2.5F, true, 2.5F},
+                                          {1.0F, true, 1.0F},
+                                          {0.9901F, true, 1.0F},
+                                          {0.9899F, false, 4.0F},
+                                          {NAN, false, 4.0F}}) {
+        ASSERT_TRUE(m_rois.SetAECGain(4.0F));
+        EXPECT_EQ(m_rois.SetAECGain(gain), accepted) << gain;
+        EXPECT_EQ(m_rois.GetAECGain(), stored) << gain;
+    }
+    EXPECT_EQ(CountLogged(4, "FaceROI: invalid input AEC gain 0.989900"), 1U);
+
+    // The log hook needs both arguments, and keeps 31 characters of the name.
     EXPECT_FALSE(m_rois.SetLogFunction(nullptr, RoiTest::RecordLine));
     EXPECT_FALSE(m_rois.SetLogFunction("Other", nullptr));
-    EXPECT_EQ(RoiTest::CountLogged("NULL input pointer"), 2U);
-    EXPECT_STREQ(m_rois.GetName(), "FaceROI");
-    ASSERT_FALSE(LoggedLines().empty());
-    EXPECT_EQ(LoggedLines()[0].file, "vornstatsroiprocessor.cpp");
-    EXPECT_EQ(LoggedLines()[0].function, "SetLogFunction");
-    EXPECT_EQ(LoggedLines()[0].group, 1U);
-    EXPECT_EQ(LoggedLines()[0].level, 2U);
-
-    ASSERT_TRUE(
-        m_rois.SetLogFunction("0123456789012345678901234567890123456789", RoiTest::RecordLine));
-    EXPECT_STREQ(m_rois.GetName(), "0123456789012345678901234567890");
+    EXPECT_EQ(CountLogged(2, "NULL input pointer"), 2U);
+    EXPECT_EQ(RoiTest::LoggedLines().back().function, "SetLogFunction");
+    EXPECT_EQ(RoiTest::LoggedLines().back().group, 1U);
+    std::string const name(40, 'n');
+    ASSERT_TRUE(m_rois.SetLogFunction(name.c_str(), RoiTest::RecordLine));
+    EXPECT_EQ(m_rois.GetName(), name.substr(0, 31));
 }
 
-TEST_F(ROIsDataTest, RefusedResolutionAndCropWindowKeepTheOldValues)
+TEST_F(ROIsDataTest, AccessorsServeStaleRecordsUpToTheArrayBound)
 {
-    ASSERT_TRUE(m_rois.SetImageResolution(1920.0F, 1080.0F));
-    EXPECT_TRUE(Logged(32, "FaceROI: new input resolution (1920.000000, 1080.000000)"));
-    EXPECT_FALSE(m_rois.SetImageResolution(0.0F, 720.0F));
-    EXPECT_FALSE(m_rois.SetImageResolution(1280.0F, -1.0F));
-    EXPECT_TRUE(Logged(2, "FaceROI: invalid input resolution (0.000000, 720.000000)"));
-    EXPECT_FLOAT_EQ(m_rois.GetWidth(), 1920.0F);
-    EXPECT_FLOAT_EQ(m_rois.GetHeight(), 1080.0F);
-
-    ASSERT_TRUE(m_rois.SetCropWindow(0.0F, 10.0F, 100.0F, 50.0F));
-    EXPECT_TRUE(
-        Logged(32, "FaceROI: new crop window (0.000000, 10.000000, 100.000000, 50.000000)"));
-    struct Window
-    {
-        float left, top, width, height;
-    };
-    for (Window window : {Window{-1.0F, 0.0F, 10.0F, 10.0F}, Window{0.0F, -0.5F, 10.0F, 10.0F},
-                          Window{0.0F, 0.0F, 0.0F, 10.0F}, Window{0.0F, 0.0F, 10.0F, -3.0F}}) {
-        EXPECT_FALSE(m_rois.SetCropWindow(window.left, window.top, window.width, window.height));
-    }
-    EXPECT_TRUE(
-        Logged(16, "FaceROI: invalid crop window (-1.000000, 0.000000, 10.000000, 10.000000)"));
-    EXPECT_EQ(RoiTest::CountLogged("FaceROI: invalid crop window"), 4U);
-    EXPECT_FLOAT_EQ(m_rois.GetCropTop(), 10.0F);
-    EXPECT_FLOAT_EQ(m_rois.GetCropWidth(), 100.0F);
-}
-
-TEST_F(ROIsDataTest, AECGainBelowUnityIsSnappedOrRefused)
-{
-    struct Case
-    {
-        float gain;
-        bool accepted;
-        float stored;
-    };
-    Case const cases[] = {
-        {2.5F, true, 2.5F},   {1.0F, true, 1.0F},   {0.995F, true, 1.0F},
-        {0.98F, false, 1.0F}, {-4.0F, false, 1.0F}, {NAN, false, 1.0F},
-    };
-    for (Case const& c : cases) {
-        ASSERT_TRUE(m_rois.SetAECGain(1.0F));
-        EXPECT_EQ(m_rois.SetAECGain(c.gain), c.accepted) << c.gain;
-        EXPECT_FLOAT_EQ(m_rois.GetAECGain(), c.stored) << c.gain;
-    }
-    // A refused gain leaves the previous one, not unity.
-    ASSERT_TRUE(m_rois.SetAECGain(4.0F));
-    EXPECT_FALSE(m_rois.SetAECGain(0.98F));
-    EXPECT_FLOAT_EQ(m_rois.GetAECGain(), 4.0F);
-    EXPECT_TRUE(Logged(4, "FaceROI: invalid input AEC gain 0.980000"));
-}
-
-TEST_F(ROIsDataTest, GetROIServesStaleRecordsAndRefusesIndexesPastTheArray)
-{
-    StatsROIInformation const two = Frame({Face(1, 0, 0, 10, 10), Face(2, 5, 5, 20, 20)});
+    ASSERT_TRUE(m_rois.SetImageResolution(1000.0F, 500.0F));
+    StatsROIInformation full = {};
+    full.roiCount = MaxROICount;
+    for (unsigned int i = 0; i < MaxROICount; ++i)
+        full.roiData[i] = Face(static_cast<int>(i + 1), 100, 50, 200, 100);
+    ASSERT_TRUE(m_rois.UpdateROIData(&full, 0));
     StatsROIInformation const one = Frame({Face(9, 1, 1, 4, 4)});
-    ASSERT_TRUE(m_rois.UpdateROIData(&two, 0));
     ASSERT_TRUE(m_rois.UpdateROIData(&one, 0));
-    EXPECT_EQ(m_rois.Size(), 1U);
-    EXPECT_EQ(m_rois.GetROI(0).roiID, 9U);
-    EXPECT_EQ(m_rois.GetROI(1).roiID, 2U); // behind the count, still served
+    ASSERT_EQ(m_rois.Size(), 1U);
 
-    EXPECT_EQ(m_rois.GetROI(20).roiID, 0U);
-    EXPECT_FLOAT_EQ(m_rois.GetROI(-1).width, 0.0F);
-    EXPECT_TRUE(Logged(2, "FaceROI: invalid index 20 number of ROI 16"));
-    EXPECT_TRUE(Logged(2, "FaceROI: invalid index -1 number of ROI 16"));
-    EXPECT_FLOAT_EQ(m_rois.GetNormalizeROI(16).width, 0.0F);
-    EXPECT_TRUE(Logged(2, "FaceROI: invalid index 16 number of ROI 1"));
+    // The last record, behind the count, is served; the array's size and -1 are not. Without a
+    // crop window the crop forms are the plain ones.
+    int const last = static_cast<int>(MaxROICount) - 1;
+    EXPECT_EQ(m_rois.GetROI(last).roiID, MaxROICount);
+    EXPECT_EQ(RectOf(m_rois.GetROIInCrop(last)), (Rect{100.0F, 50.0F, 200.0F, 100.0F}));
+    EXPECT_EQ(RectOf(m_rois.GetNormalizeROIInCrop(last)), (Rect{0.1F, 0.1F, 0.2F, 0.2F}));
+    for (int index : {static_cast<int>(MaxROICount), -1}) {
+        EXPECT_EQ(m_rois.GetROI(index).roiID, 0U);
+        EXPECT_EQ(m_rois.GetNormalizeROI(index).roiID, 0U);
+        EXPECT_EQ(m_rois.GetROIInCrop(index).roiID, 0U);
+        EXPECT_EQ(m_rois.GetNormalizeROIInCrop(index).roiID, 0U);
+    }
+    EXPECT_EQ(CountLogged(2, "FaceROI: invalid index 16 number of ROI 16"), 1U);
+    EXPECT_EQ(CountLogged(2, "FaceROI: invalid index 16 number of ROI 1"), 3U);
+    EXPECT_EQ(CountLogged(2, "FaceROI: invalid index -1 number of ROI"), 3U);
+    EXPECT_EQ(CountLogged(2, "FaceROI: no valid crop window information"), 2U);
 
     m_rois.Clear();
     EXPECT_EQ(m_rois.Size(), 1U);
-    EXPECT_EQ(m_rois.GetROI(0).roiID, 0U);
-}
-
-TEST_F(ROIsDataTest, NormalizedROIDividesByTheRawResolution)
-{
-    StatsROIInformation const frame = Frame({Face(3, 100, 50, 200, 100)});
-    ASSERT_TRUE(m_rois.UpdateROIData(&frame, 0));
-    // Unset resolution: the division still happens and gives infinities.
-    EXPECT_TRUE(std::isinf(m_rois.GetNormalizeROI(0).width));
-
-    ASSERT_TRUE(m_rois.SetImageResolution(1000.0F, 500.0F));
-    ROIData const roi = m_rois.GetNormalizeROI(0);
-    EXPECT_FLOAT_EQ(roi.left, 0.1F);
-    EXPECT_FLOAT_EQ(roi.top, 0.1F);
-    EXPECT_FLOAT_EQ(roi.width, 0.2F);
-    EXPECT_FLOAT_EQ(roi.height, 0.2F);
-    EXPECT_EQ(roi.roiID, 3U);
+    EXPECT_EQ(m_rois.GetROI(last).roiID, 0U);
+    // An unset resolution still divides, giving infinities.
+    ROIsData unset;
+    ASSERT_TRUE(unset.UpdateROIData(&one, 0));
+    EXPECT_TRUE(std::isinf(unset.GetNormalizeROI(0).width));
 }
 
 TEST_F(ROIsDataTest, ROIInCropIsClippedAndRelativeToTheWindow)
 {
-    struct Case
-    {
-        char const* name;
-        StatsROIData face;
-        float left, top, width, height;
-    };
-    // Crop window (100, 200, 400, 300).
-    Case const cases[] = {
-        {"inside", Face(1, 150, 250, 100, 50), 50.0F, 50.0F, 100.0F, 50.0F},
-        {"over top-left", Face(2, 50, 150, 100, 100), 0.0F, 0.0F, 50.0F, 50.0F},
-        {"over bottom-right", Face(3, 450, 450, 100, 100), 350.0F, 250.0F, 50.0F, 50.0F},
-        {"right of window", Face(4, 600, 250, 50, 50), 400.0F, 50.0F, 0.0F, 50.0F},
-        {"above window", Face(5, 150, 0, 50, 50), 50.0F, 0.0F, 50.0F, 0.0F},
+    // Window (100, 200, 400, 300): inside, over the top-left and bottom-right corners, right of
+    // and above the window.
+    std::tuple<StatsROIData, Rect> const cases[] = {
+        {Face(1, 150, 250, 100, 50), {50, 50, 100, 50}},
+        {Face(2, 50, 150, 100, 100), {0, 0, 50, 50}},
+        {Face(3, 450, 450, 100, 100), {350, 250, 50, 50}},
+        {Face(4, 600, 250, 50, 50), {400, 50, 0, 50}},
+        {Face(5, 150, 0, 50, 50), {50, 0, 50, 0}},
     };
     ASSERT_TRUE(m_rois.SetImageResolution(1000.0F, 1000.0F));
-    for (Case const& c : cases) {
-        StatsROIInformation const frame = Frame({c.face});
+    ASSERT_TRUE(m_rois.SetCropWindow(100.0F, 200.0F, 400.0F, 300.0F));
+    for (auto const& [face, expected] : cases) {
+        StatsROIInformation const frame = Frame({face});
         ASSERT_TRUE(m_rois.UpdateROIData(&frame, 0));
-        EXPECT_FLOAT_EQ(m_rois.GetROIInCrop(0).left, c.face.left) << "no window yet: " << c.name;
-        ASSERT_TRUE(m_rois.SetCropWindow(100.0F, 200.0F, 400.0F, 300.0F));
-        ROIData const roi = m_rois.GetROIInCrop(0);
-        EXPECT_FLOAT_EQ(roi.left, c.left) << c.name;
-        EXPECT_FLOAT_EQ(roi.top, c.top) << c.name;
-        EXPECT_FLOAT_EQ(roi.width, c.width) << c.name;
-        EXPECT_FLOAT_EQ(roi.height, c.height) << c.name;
-        EXPECT_EQ(roi.roiID, static_cast<uint32_t>(c.face.roiID)) << c.name;
-
-        ROIData const normal = m_rois.GetNormalizeROIInCrop(0);
-        EXPECT_FLOAT_EQ(normal.left, c.left / 400.0F) << c.name;
-        EXPECT_FLOAT_EQ(normal.height, c.height / 300.0F) << c.name;
-        m_rois = ROIsData();
-        ASSERT_TRUE(m_rois.SetLogFunction("FaceROI", RoiTest::RecordLine));
-        ASSERT_TRUE(m_rois.SetImageResolution(1000.0F, 1000.0F));
+        EXPECT_EQ(RectOf(m_rois.GetROIInCrop(0)), expected) << face.roiID;
+        Rect const normal = RectOf(m_rois.GetNormalizeROIInCrop(0));
+        for (size_t i = 0; i < 4; ++i)
+            EXPECT_FLOAT_EQ(normal[i], expected[i] / (i % 2 == 0 ? 400.0F : 300.0F)) << i;
     }
-    EXPECT_TRUE(Logged(2, "FaceROI: no valid crop window information"));
-
-    // Without a window the normalised form falls back to the full image; a bad index is zero
-    // without a log line.
-    StatsROIInformation const frame = Frame({Face(1, 100, 100, 500, 250)});
-    ASSERT_TRUE(m_rois.UpdateROIData(&frame, 0));
-    EXPECT_FLOAT_EQ(m_rois.GetNormalizeROIInCrop(0).width, 0.5F);
-    LoggedLines().clear();
-    EXPECT_FLOAT_EQ(m_rois.GetNormalizeROIInCrop(16).width, 0.0F);
-    EXPECT_TRUE(LoggedLines().empty());
 }
 
-TEST_F(ROIsDataTest, ConversionPacksRecordsAndSkipsNegativeIDs)
+TEST_F(ROIsDataTest, ConversionPacksRecordsUpToTheArraySize)
 {
     StatsROIInformation frame = Frame(
         {Face(-1, 1, 1, 1, 1), Face(4, 10, 20, 30, 40), Face(-7, 0, 0, 5, 5), Face(6, 1, 2, 3, 4)});
@@ -212,118 +146,84 @@ TEST_F(ROIsDataTest, ConversionPacksRecordsAndSkipsNegativeIDs)
     ASSERT_TRUE(m_rois.ConvertToROIData(&frame, output, 0, 0.0F));
     ASSERT_EQ(m_rois.Size(), 2U);
     EXPECT_EQ(output[0].roiID, 4U);
-    EXPECT_FLOAT_EQ(output[0].left, 10.0F);
-    EXPECT_FLOAT_EQ(output[0].height, 40.0F);
-    EXPECT_FLOAT_EQ(output[0].carriedValue, -12.0F);
+    EXPECT_EQ(RectOf(output[0]), (Rect{10, 20, 30, 40}));
+    EXPECT_EQ(output[0].carriedValue, -12.0F);
     EXPECT_EQ(output[1].roiID, 6U);
-    // The own records are untouched when another output array is given.
-    EXPECT_EQ(m_rois.GetROI(0).roiID, 0U);
+    EXPECT_EQ(m_rois.GetROI(0).roiID, 0U); // the own records are untouched
 
-    // A null frame is refused and the count stays.
     EXPECT_FALSE(m_rois.ConvertToROIData(nullptr, output, 0, 0.0F));
-    EXPECT_TRUE(m_rois.UpdateROIData(nullptr, 0));
+    EXPECT_FALSE(m_rois.ConvertToROIData(&frame, nullptr, 0, 0.0F));
     EXPECT_EQ(m_rois.Size(), 2U);
-    EXPECT_EQ(RoiTest::CountLogged("FaceROI: NULL input pointer"), 2U);
+    EXPECT_EQ(CountLogged(2, "FaceROI: NULL input pointer"), 2U);
 
-    // A producer count above the array is not followed past it: the 12 unused records behind
-    // the four given ones have ID 0 and count as ROIs.
-    frame.roiCount = 1000;
-    ASSERT_TRUE(m_rois.ConvertToROIData(&frame, output, 0, 0.0F));
-    EXPECT_EQ(m_rois.Size(), 14U);
+    // A producer count at the array's size and past it: the array bound holds. Records behind
+    // the four given ones have ID 0 and count.
+    frame.roiData[MaxROICount - 1] = Face(99, 0, 0, 1, 1);
+    for (uint32_t count : {MaxROICount, MaxROICount + 1, 1000U}) {
+        frame.roiCount = count;
+        ASSERT_TRUE(m_rois.ConvertToROIData(&frame, output, 0, 0.0F));
+        EXPECT_EQ(m_rois.Size(), MaxROICount - 2) << count;
+        EXPECT_EQ(output[MaxROICount - 3].roiID, 99U) << count;
+    }
 }
 
-TEST_F(ROIsDataTest, PartialROIsAreTrimmedToTheCropWindowAndDroppedPastTheThreshold)
+TEST_F(ROIsDataTest, PartialROIsAreTrimmedAndDroppedPastTheThreshold)
 {
     ASSERT_TRUE(m_rois.SetImageResolution(2000.0F, 2000.0F));
-    ASSERT_TRUE(m_rois.SetCropWindow(0.0F, 0.0F, 1000.0F, 1000.0F));
-    struct Case
-    {
-        char const* name;
-        ROIData roi;
-        float threshold;
-        int discard;
-        float left, top, width, height;
-    };
-    auto box = [](float left, float top, float width, float height) {
-        ROIData roi;
-        roi.roiID = 5;
-        roi.left = left;
-        roi.top = top;
-        roi.width = width;
-        roi.height = height;
-        return roi;
-    };
-    Case const cases[] = {
-        {"inside", box(100, 100, 200, 200), 0.0F, 0, 100, 100, 200, 200},
-        // The right overhang is measured against the left coordinate: 10 / 10.
-        {"right overhang", box(10, 100, 1000, 200), 1.0F, 0, 10, 100, 990, 200},
-        {"right overhang strict", box(10, 100, 1000, 200), 0.99F, 1, 10, 100, 990, 200},
-        {"bottom overhang", box(100, 900, 100, 200), 0.5F, 0, 100, 900, 100, 100},
-        {"bottom overhang strict", box(100, 900, 100, 200), 0.49F, 1, 100, 900, 100, 100},
-        {"wholly below", box(100, 1200, 100, 100), 1000.0F, 1, 100, 1200, 100, 0},
-    };
-    for (Case const& c : cases) {
-        ROIData roi = c.roi;
-        EXPECT_EQ(m_rois.ProcessPartialROI(roi, c.threshold), c.discard) << c.name;
-        EXPECT_FLOAT_EQ(roi.left, c.left) << c.name;
-        EXPECT_FLOAT_EQ(roi.top, c.top) << c.name;
-        EXPECT_FLOAT_EQ(roi.width, c.width) << c.name;
-        EXPECT_FLOAT_EQ(roi.height, c.height) << c.name;
-    }
-    EXPECT_TRUE(Logged(32, "FaceROI: ROI 5 out of crop window by 1.000000 per. discardROI 0."));
-
-    // Top and left move the corner into the window without shrinking the ROI.
     ASSERT_TRUE(m_rois.SetCropWindow(100.0F, 100.0F, 1000.0F, 1000.0F));
-    ROIData roi = box(50, 80, 200, 100);
-    EXPECT_EQ(m_rois.ProcessPartialROI(roi, 0.25F), 0);
-    EXPECT_FLOAT_EQ(roi.left, 100.0F);
-    EXPECT_FLOAT_EQ(roi.top, 100.0F);
-    EXPECT_FLOAT_EQ(roi.width, 200.0F);
-    EXPECT_FLOAT_EQ(roi.height, 100.0F);
-    EXPECT_EQ(m_rois.ProcessPartialROI(roi = box(50, 80, 200, 100), 0.24F), 1);
+    // The right overhang is measured against the left coordinate (100 / 1000), the bottom one
+    // against the height; top and left move the corner in without shrinking the ROI.
+    std::tuple<ROIData, float, int, Rect> const cases[] = {
+        {Box(200, 200, 200, 200, 5), 0.0F, 0, {200, 200, 200, 200}},
+        {Box(1000, 200, 200, 200), 0.1F, 0, {1000, 200, 100, 200}},
+        {Box(1000, 200, 200, 200), 0.099F, 1, {1000, 200, 100, 200}},
+        {Box(200, 1000, 100, 200), 0.5F, 0, {200, 1000, 100, 100}},
+        {Box(200, 1000, 100, 200), 0.49F, 1, {200, 1000, 100, 100}},
+        {Box(200, 1300, 100, 100), 1000.0F, 1, {200, 1300, 100, 0}},
+        {Box(50, 80, 200, 100), 0.25F, 0, {100, 100, 200, 100}},
+        {Box(50, 80, 200, 100), 0.24F, 1, {100, 100, 200, 100}},
+        {Box(90, 50, 200, 100), 0.49F, 1, {100, 100, 200, 100}},
+    };
+    for (auto const& [input, threshold, discard, expected] : cases) {
+        ROIData roi = input;
+        EXPECT_EQ(m_rois.ProcessPartialROI(roi, threshold), discard) << threshold;
+        EXPECT_EQ(RectOf(roi), expected) << threshold;
+    }
+    EXPECT_EQ(CountLogged(32, "FaceROI: ROI 5 out of crop window by 0.000000 per. discardROI 0."),
+              1U);
 
-    // A crop window larger than the image disables trimming: the ROI is kept as it is.
-    ASSERT_TRUE(m_rois.SetCropWindow(0.0F, 0.0F, 3000.0F, 1000.0F));
-    roi = box(1900, 0, 500, 500);
-    EXPECT_EQ(m_rois.ProcessPartialROI(roi, 0.0F), 0);
-    EXPECT_FLOAT_EQ(roi.width, 500.0F);
-    EXPECT_TRUE(Logged(32, "FaceROI: Incorrect input sensor res [2000.000000, 2000.000000], crop "
-                           "window [3000.000000, 1000.000000]"));
-}
-
-TEST_F(ROIsDataTest, ConversionTrimsOnlyWhenAskedTo)
-{
-    ASSERT_TRUE(m_rois.SetImageResolution(1000.0F, 1000.0F));
-    ASSERT_TRUE(m_rois.SetCropWindow(0.0F, 0.0F, 500.0F, 500.0F));
+    // Conversion trims only when asked to (1): the first face is dropped, the third trimmed.
     StatsROIInformation const frame = Frame(
-        {Face(1, 400, 100, 300, 100), Face(2, 100, 100, 100, 100), Face(3, 100, 440, 50, 100)});
+        {Face(1, 200, 100, 1000, 100), Face(2, 200, 200, 100, 100), Face(3, 200, 1040, 50, 100)});
     ROIData output[MaxROICount];
-
     ASSERT_TRUE(m_rois.ConvertToROIData(&frame, output, 2, 0.0F));
-    ASSERT_EQ(m_rois.Size(), 3U);
-    EXPECT_FLOAT_EQ(output[0].width, 300.0F);
-
-    // Face 1 overhangs by 200 over its left of 400 and is dropped; face 3 by 40 of its height
-    // of 100 and is kept, trimmed.
+    EXPECT_EQ(m_rois.Size(), 3U);
     ASSERT_TRUE(m_rois.ConvertToROIData(&frame, output, 1, 0.45F));
     ASSERT_EQ(m_rois.Size(), 2U);
-    EXPECT_EQ(output[0].roiID, 2U);
-    EXPECT_EQ(output[1].roiID, 3U);
-    EXPECT_FLOAT_EQ(output[1].height, 60.0F);
+    EXPECT_EQ(output[1].height, 60.0F);
+    // A window larger than the image turns trimming off.
+    for (float width : {2000.0F, 2001.0F}) {
+        ASSERT_TRUE(m_rois.SetCropWindow(0.0F, 0.0F, width, 1000.0F));
+        ROIData roi = Box(1900, 0, 500, 500);
+        EXPECT_EQ(m_rois.ProcessPartialROI(roi, 0.0F), width > 2000.0F ? 0 : 1) << width;
+    }
+    EXPECT_EQ(CountLogged(32, "FaceROI: Incorrect input sensor res [2000.000000, 2000.000000], "
+                              "crop window [2001.000000, 1000.000000]"),
+              1U);
 }
 
-TEST_F(ROIsDataTest, FindsTheFirstMatchingIDWithinTheCount)
+TEST(ROIsDataSearchTest, FindsTheFirstMatchingIDWithinTheCount)
 {
-    ROIData list[3];
-    list[0].roiID = 4;
-    list[1].roiID = 7;
-    list[2].roiID = 7;
-    EXPECT_EQ(ROIsData::FindROIIndexByROIID(list, 3, 7), 1);
-    EXPECT_EQ(ROIsData::FindROIIndexByROIID(list, 1, 7), -1);
-    EXPECT_EQ(ROIsData::FindROIIndexByROIID(list, 3, 9), -1);
-    EXPECT_EQ(ROIsData::FindROIIndexByROIID(list, 0, 4), -1);
-    EXPECT_EQ(ROIsData::FindROIIndexByROIID(list, -2, 4), -1);
-    EXPECT_EQ(ROIsData::FindROIIndexByROIID(nullptr, 3, 4), -1);
+    ROIData list[3] = {Box(0, 0, 0, 0, 4), Box(0, 0, 0, 0, 7), Box(0, 0, 0, 0, 7)};
+    for (auto [rois, count, id, expected] :
+         {std::tuple<ROIData const*, int, int, int>{list, 3, 7, 1},
+          {list, 1, 7, -1},
+          {list, 2, 7, 1},
+          {list, 3, 9, -1},
+          {list, 1, 4, 0},
+          {list, 0, 4, -1},
+          {nullptr, 3, 4, -1}})
+        EXPECT_EQ(ROIsData::FindROIIndexByROIID(rois, count, id), expected) << count << " " << id;
 }
 
 } // namespace

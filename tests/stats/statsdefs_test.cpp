@@ -2,6 +2,7 @@
 // The parsing skip decision, the convergence time measurement and the millisecond clock.
 #include <cstdio>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <sys/time.h>
@@ -10,179 +11,102 @@
 
 #include "stats/statsalgo/common/vornstatsdefs.h"
 
-#include "tests/stats/roitestsupport.h"
+#include "tests/common/roifixtures.h"
 
 namespace {
 
-struct SkipRow
-{
-    float start;
-    float end;
-    int data;
-};
-
-struct SkipCase
-{
-    std::vector<SkipRow> rows;
-    float value;
-    int expected;
-};
-
-int Decide(std::vector<SkipRow> const& rows, float value, int enable = 1)
-{
-    std::vector<statsglobalelements::StatsParsingTriggerType> table;
-    for (SkipRow const& row : rows) {
-        statsglobalelements::StatsParsingTriggerType entry = {};
-        entry.trigger.start = row.start;
-        entry.trigger.end = row.end;
-        entry.triggerData = row.data;
-        table.push_back(entry);
-    }
-    statsglobalelements::StatsParsingSkipType skip = {};
-    skip.enable = enable;
-    skip.statsParsingTriggerCount = static_cast<uint32_t>(table.size());
-    skip.statsParsingTrigger = table.empty() ? nullptr : table.data();
-    return IsStatsParsingToSkip(&skip, value);
-}
+using SkipRows = std::vector<std::tuple<float, float, int>>;
 
 TEST(StatsParsingSkipTest, ValueTakesTheDataOfItsRowOrOfTheNextRow)
 {
-    std::vector<SkipRow> const two = {{1, 2, 1}, {4, 5, 0}};
-    std::vector<SkipRow> const swapped = {{1, 2, 0}, {4, 5, 1}};
-    std::vector<SkipRow> const three = {{1, 2, 1}, {4, 5, 0}, {7, 8, 1}};
-    SkipCase const cases[] = {
-        {two, 1.5F, 1},
-        {two, 1.0F, 1},
-        {two, 2.0F, 1},
-        {two, 3.0F, 0}, // in the gap: the later row
-        {two, 4.0F, 0},
-        {two, 6.0F, 0}, // above every row: the last row
-        {two, 0.5F, 0}, // below every row: also the last row, not the first
-        {swapped, 0.5F, 1},
-        {swapped, 3.0F, 1},
-        {swapped, 1.5F, 0},
-        {swapped, 9.0F, 1},
-        {three, 4.5F, 0},
-        {three, 6.0F, 1},
-        {three, 3.0F, 0},
-        {three, 0.0F, 1},
-        // A single row answers only inside itself.
-        {{{1, 2, 1}}, 1.5F, 1},
-        {{{1, 2, 1}}, 0.5F, 0},
-        {{{1, 2, 1}}, 3.0F, 0},
-        {{}, 1.0F, 0},
+    SkipRows const two = {{1, 2, 1}, {4, 5, 0}};
+    SkipRows const swapped = {{1, 2, 0}, {4, 5, 1}};
+    SkipRows const three = {{1, 2, 1}, {4, 5, 0}, {7, 8, 1}};
+    // Rows, value, enable, the decision. In a gap the later row holds; below and above every row
+    // the last row; a single row answers only inside itself.
+    std::tuple<SkipRows, float, int, int> const cases[] = {
+        {two, 1.0F, 1, 1},         {two, 2.0F, 1, 1},         {two, 3.0F, 1, 0},
+        {two, 4.0F, 1, 0},         {two, 6.0F, 1, 0},         {two, 0.5F, 1, 0},
+        {swapped, 0.5F, 1, 1},     {swapped, 3.0F, 1, 1},     {swapped, 1.5F, 1, 0},
+        {swapped, 5.0F, 1, 1},     {swapped, 9.0F, 1, 1},     {three, 4.5F, 1, 0},
+        {three, 6.0F, 1, 1},       {three, 0.0F, 1, 1},       {{{1, 2, 1}}, 1.0F, 1, 1},
+        {{{1, 2, 1}}, 2.0F, 1, 1}, {{{1, 2, 1}}, 0.5F, 1, 0}, {{{1, 2, 1}}, 3.0F, 1, 0},
+        {{}, 1.0F, 1, 0},          {two, 1.5F, 0, 0},         {two, 1.5F, 2, 0},
     };
-    for (SkipCase const& c : cases) {
-        std::string rows;
-        for (SkipRow const& row : c.rows)
-            rows += "[" + std::to_string(row.start) + "," + std::to_string(row.end) +
-                    "]=" + std::to_string(row.data) + " ";
-        EXPECT_EQ(Decide(c.rows, c.value), c.expected) << rows << "value " << c.value;
+    for (auto const& [rows, value, enable, expected] : cases) {
+        std::vector<statsglobalelements::StatsParsingTriggerType> table;
+        for (auto [start, end, data] : rows)
+            table.push_back({{start, end}, data});
+        statsglobalelements::StatsParsingSkipType skip = {};
+        skip.enable = enable;
+        skip.statsParsingTriggerCount = static_cast<uint32_t>(table.size());
+        skip.statsParsingTrigger = table.empty() ? nullptr : table.data();
+        EXPECT_EQ(IsStatsParsingToSkip(&skip, value), expected)
+            << rows.size() << " rows, value " << value << ", enable " << enable;
     }
-}
-
-TEST(StatsParsingSkipTest, OnlyEnableOneSwitchesTheFeatureOn)
-{
-    std::vector<SkipRow> const rows = {{1, 2, 1}, {4, 5, 1}};
-    EXPECT_EQ(Decide(rows, 1.5F, 1), 1);
-    EXPECT_EQ(Decide(rows, 1.5F, 0), 0);
-    EXPECT_EQ(Decide(rows, 1.5F, 2), 0);
     EXPECT_EQ(IsStatsParsingToSkip(nullptr, 1.5F), 0);
 }
 
-class ConvergenceKPITest : public ::testing::Test
+TEST(ConvergenceKPITest, ConvergenceIsMeasuredFromStartToTheFirstConvergedFrameOnce)
 {
-protected:
-    void SetUp() override
-    {
-        RoiTest::LoggedLines().clear();
-        m_savedLogger = g_statsLogger;
-        g_statsLogger = &RoiTest::RecordLine;
-        g_cameraId = 3;
-    }
-
-    void TearDown() override
-    {
-        g_statsLogger = m_savedLogger;
-        g_cameraId = 0;
-    }
-
-    static std::string Report(StatsConvergenceKPIType const& kpi, char const* name)
-    {
-        char text[512];
+    RoiTest::LoggedLines().clear();
+    StatsLogFunction const saved = g_statsLogger;
+    g_statsLogger = &RoiTest::RecordLine;
+    g_cameraId = 3;
+    auto report = [](StatsConvergenceKPIType const& kpi, char const* name) {
+        char text[256];
         std::snprintf(text, sizeof(text),
                       "CID:[3] KPI:%s Convergence done (Convergence Time + Panning Time):%u ms "
                       "StartTime:%u EndTime %u Frames %u",
                       name, kpi.convergenceTime, kpi.startTime, kpi.endTime, kpi.frameCount);
-        return text;
-    }
+        return std::string(text);
+    };
 
-private:
-    StatsLogFunction m_savedLogger = nullptr;
-};
-
-TEST_F(ConvergenceKPITest, FirstConvergedFrameIsReportedOnce)
-{
     StatsConvergenceKPIType kpi = {};
     kpi.startTime = z3a_get_time_ms() - 250;
     kpi.frameCount = 1;
     for (int frame = 0; frame < 3; ++frame)
         StatsConvergenceKPIMeasure(1, &kpi, "AEC");
     EXPECT_EQ(kpi.frameCount, 4u);
-    EXPECT_EQ(kpi.reported, 0u);
     EXPECT_TRUE(RoiTest::LoggedLines().empty());
-
     StatsConvergenceKPIMeasure(0, &kpi, "AEC");
-    EXPECT_EQ(kpi.reported, 1u);
-    EXPECT_EQ(kpi.frameCountingStopped, 1u);
+    StatsConvergenceKPIType const reported = kpi;
     EXPECT_EQ(kpi.convergenceTime, kpi.endTime - kpi.startTime);
     EXPECT_GE(kpi.convergenceTime, 250u);
     EXPECT_LT(kpi.convergenceTime, 250u + 5000u);
-
-    // Further converged frames, and unconverged ones after them, neither log nor count.
-    StatsConvergenceKPIType const reported = kpi;
+    EXPECT_GE(kpi.endTime, kpi.lastTime);
+    // Later frames of any state neither log nor count until a restart.
     StatsConvergenceKPIMeasure(2, &kpi, "AEC");
     StatsConvergenceKPIMeasure(1, &kpi, "AEC");
     StatsConvergenceKPIMeasure(0, &kpi, "AEC");
-    EXPECT_EQ(kpi.frameCount, reported.frameCount);
+    EXPECT_EQ(kpi.frameCount, 4u);
     EXPECT_EQ(kpi.endTime, reported.endTime);
-
     ASSERT_EQ(RoiTest::LoggedLines().size(), 1u);
-    RoiTest::LoggedLine const& line = RoiTest::LoggedLines()[0];
-    EXPECT_EQ(line.text, Report(reported, "AEC"));
-    EXPECT_EQ(line.file, "vornstatsdefs.cpp");
-    EXPECT_EQ(line.function, "StatsConvergenceKPIMeasure");
-    EXPECT_EQ(line.group, 2u);
-    EXPECT_EQ(line.level, 16u);
-}
+    EXPECT_EQ(RoiTest::LoggedLines()[0].text, report(reported, "AEC"));
+    EXPECT_EQ(RoiTest::LoggedLines()[0].function, "StatsConvergenceKPIMeasure");
+    EXPECT_EQ(RoiTest::LoggedLines()[0].group, 2u);
+    EXPECT_EQ(RoiTest::LoggedLines()[0].level, 16u);
 
-TEST_F(ConvergenceKPITest, RestartMeasuresFromTheLastUnconvergedFrame)
-{
-    StatsConvergenceKPIType kpi = {};
-    StatsConvergenceKPIMeasure(1, &kpi, "AF");
-    StatsConvergenceKPIMeasure(0, &kpi, "AF");
+    // A restart measures from the last unconverged frame, with the frame count at 1.
     uint32_t const lastUnconverged = kpi.lastTime;
-
     StatsRestartConvergenceKPI(&kpi);
     EXPECT_EQ(kpi.startTime, lastUnconverged);
-    EXPECT_EQ(kpi.frameCount, 1u);
-    EXPECT_EQ(kpi.frameCountingStopped, 0u);
-    EXPECT_EQ(kpi.reported, 0u);
-
     StatsConvergenceKPIMeasure(1, &kpi, "AF");
     EXPECT_EQ(kpi.frameCount, 2u);
-    StatsConvergenceKPIMeasure(0, &kpi, "AF");
+    StatsConvergenceKPIMeasure(0, &kpi, nullptr);
     ASSERT_EQ(RoiTest::LoggedLines().size(), 2u);
-    EXPECT_EQ(RoiTest::LoggedLines()[1].text, Report(kpi, "AF"));
-}
+    EXPECT_EQ(RoiTest::LoggedLines()[1].text, report(kpi, ""));
 
-TEST_F(ConvergenceKPITest, MeasurementEndsWithoutALogger)
-{
+    // Without a logger the measurement still ends; null records are ignored.
     g_statsLogger = nullptr;
-    StatsConvergenceKPIType kpi = {};
+    StatsRestartConvergenceKPI(&kpi);
     StatsConvergenceKPIMeasure(0, &kpi, "AWB");
     EXPECT_EQ(kpi.reported, 1u);
-    EXPECT_EQ(kpi.frameCountingStopped, 1u);
+    StatsRestartConvergenceKPI(nullptr);
+    StatsConvergenceKPIMeasure(0, nullptr, "AWB");
+    EXPECT_EQ(RoiTest::LoggedLines().size(), 2u);
+    g_statsLogger = saved;
+    g_cameraId = 0;
 }
 
 TEST(StatsClockTest, MillisecondsOfTheWallClockCutTo32Bits)

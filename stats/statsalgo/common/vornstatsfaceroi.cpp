@@ -295,11 +295,12 @@ void ROIPriority::AdjustOneFaceROI(ROIData& roi, StatsROIData const& statsROI)
         }
         float end = 0.0F;
         factor = RelieveSmallFace(factor, size, start, end);
-        STATS_ROI_LOG(m_logFunction, StatsLogLevelTrace,
-                      "%s: faceID %d handling small ROI normROISize (%.4f %.4f) thres start %.4f "
-                      "end %.4f.",
-                      m_name, faceID, static_cast<double>(sizeX), static_cast<double>(sizeY),
-                      static_cast<double>(start), static_cast<double>(end));
+        STATS_ROI_LOG_AS(
+            AdjustFunction, m_logFunction, StatsLogLevelTrace,
+            "%s: faceID %d handling small ROI normROISize (%.4f %.4f) thres start %.4f "
+            "end %.4f.",
+            m_name, faceID, static_cast<double>(sizeX), static_cast<double>(sizeY),
+            static_cast<double>(start), static_cast<double>(end));
     };
     relieve(factorX, sizeX);
     relieve(factorY, sizeY);
