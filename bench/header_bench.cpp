@@ -5,9 +5,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include "platform/vornalloc.h"
-
-#include "parameterparser/parametersetmanager.h"
+#include "parameterparser/parameterfileheader.h"
 #include "tools/writer/tuningfilewriter.h"
 
 namespace {
@@ -30,31 +28,21 @@ std::vector<uint8_t>& File()
     return file;
 }
 
-void BM_ParameterSetManager_ReadHeader(benchmark::State& state)
+void BM_ParameterFileHeader_Read(benchmark::State& state)
 {
     std::vector<uint8_t>& file = File();
     auto const length = static_cast<unsigned int>(file.size());
     for (auto _ : state) {
-        unsigned int pos = 0;
-        unsigned int sectionOffset = 0;
-        unsigned char alignment = 1;
-        VersionUnion version;
-        char* binaryTag = nullptr;
-        unsigned long headerFlags = 0;
-        unsigned int sectionCount = 0;
-        bool const ok = ParameterSetManager::ReadHeader(file.data(), length, pos, sectionOffset,
-                                                        alignment, version, binaryTag, headerFlags,
-                                                        sectionCount, nullptr, nullptr);
-        VornFree(binaryTag, VornTagRelease);
-        if (!ok) {
+        ParameterFileHeader header;
+        if (!ReadFileHeader(file.data(), length, header, nullptr, nullptr)) {
             state.SkipWithError("the header was refused");
             break;
         }
-        benchmark::DoNotOptimize(sectionOffset);
+        benchmark::DoNotOptimize(header.sectionOffset);
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * length);
 }
 
 } // namespace
 
-BENCHMARK(BM_ParameterSetManager_ReadHeader)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ParameterFileHeader_Read)->Unit(benchmark::kMillisecond);

@@ -4,11 +4,9 @@
 #include <cstring>
 #include <vector>
 
-#include "platform/vornalloc.h"
-
 #include "parameterparser/parameterdefinitions.h"
+#include "parameterparser/parameterfileheader.h"
 #include "parameterparser/parameterfilesymboltable.h"
-#include "parameterparser/parametersetmanager.h"
 
 #include "fuzz/fuzzsupport.h"
 
@@ -22,35 +20,22 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {
     std::vector<unsigned char> file(data, data + size);
     auto const length = static_cast<unsigned int>(size);
-    unsigned int pos = 0;
-    unsigned int sectionOffset = 0;
-    unsigned int sectionCount = 0;
-    unsigned char alignment = 1;
-    VersionUnion version;
-    char* binaryTag = nullptr;
-    unsigned long flags = 0;
+    ParameterFileHeader header;
     char errorText[2048] = {};
-    bool const header =
-        ParameterSetManager::ReadHeader(file.data(), length, pos, sectionOffset, alignment, version,
-                                        binaryTag, flags, sectionCount, errorText, nullptr);
-    VornFree(binaryTag, VornTagRelease);
     // The checksum is checked last, after every header field was read: go on past a mismatch so
     // that mutated files still reach the tables.
-    if (!header && std::strcmp(errorText, "Binary file CRC validation failed") != 0)
+    if (!ReadFileHeader(file.data(), length, header, errorText, nullptr) &&
+        std::strcmp(errorText, "Binary file CRC validation failed") != 0)
         return 0;
 
-    ParameterSetManager::SectionInfo symbol{}, dataTable{}, dataSection{}, definitions{};
-    PList<ParameterSetManager::SectionInfo> modes;
-    pos = sectionOffset;
-    if (!ParameterSetManager::ReadSectionInfo(file.data(), length, pos, alignment, sectionCount,
-                                              symbol, dataTable, modes, dataSection, definitions,
-                                              errorText, nullptr) ||
-        definitions.Size == 0)
+    ParameterSectionTable sections;
+    if (!ReadSectionTable(file.data(), length, header, sections, errorText, nullptr) ||
+        sections.definitions.Size == 0)
         return 0;
 
-    ParameterFileSymbolTable table(nullptr, alignment, version);
-    pos = definitions.Offset;
-    (void)table.ReadDefinitions(file.data(), length, pos, definitions.Size, true);
+    ParameterFileSymbolTable table(nullptr, header.layout.alignment, header.layout.version);
+    unsigned int pos = sections.definitions.Offset;
+    (void)table.ReadDefinitions(file.data(), length, pos, sections.definitions.Size, true);
     if (table.GetDefinitionModules() != nullptr) {
         for (auto const& module : *table.GetDefinitionModules())
             delete table.BuildModuleElement(module.first);

@@ -17,6 +17,14 @@ ParameterByteReader::ParameterByteReader(unsigned char const* buffer, unsigned i
 {
 }
 
+ParameterByteReader::ParameterByteReader(unsigned char const* buffer, unsigned int length,
+                                         unsigned char alignment, IParameterLoggingAPI* log,
+                                         unsigned int start)
+    : m_buffer(buffer), m_length(buffer != nullptr ? length : 0), m_ownPos(start), m_pos(m_ownPos),
+      m_alignment(alignment), m_log(log)
+{
+}
+
 void ParameterByteReader::Fail(unsigned int width)
 {
     if (!m_failed)
@@ -104,6 +112,21 @@ char* ParameterByteReader::ReadCountedString(unsigned int count)
         std::memcpy(copy, text, characters);
     unsigned int const step = AlignUp(count, m_alignment);
     m_pos = Fits(step) && step >= count ? m_pos + step : m_length;
+    return copy;
+}
+
+char* ParameterByteReader::ReadTextField(unsigned int count)
+{
+    if (m_buffer == nullptr)
+        return nullptr;
+    unsigned int const available = count < Remaining() ? count : Remaining();
+    char const* text = reinterpret_cast<char const*>(m_buffer + (available != 0 ? m_pos : 0));
+    size_t const characters = available != 0 ? strnlen(text, available) : 0;
+    auto* copy = static_cast<char*>(VornCalloc(characters + 1, VornTagAllocData));
+    if (copy != nullptr)
+        std::memcpy(copy, text, characters);
+    // The field's size moves the cursor, not the length of the text found in it.
+    m_pos += AlignUp(count, m_alignment);
     return copy;
 }
 

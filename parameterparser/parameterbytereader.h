@@ -14,8 +14,12 @@ class IParameterLoggingAPI;
 class ParameterByteReader
 {
 public:
+    /// A reader that moves the caller's pos.
     ParameterByteReader(unsigned char const* buffer, unsigned int length, unsigned int& pos,
                         unsigned char alignment, IParameterLoggingAPI* log);
+    /// A reader that owns its position, starting at start.
+    ParameterByteReader(unsigned char const* buffer, unsigned int length, unsigned char alignment,
+                        IParameterLoggingAPI* log, unsigned int start = 0);
 
     ParameterByteReader(ParameterByteReader const&) = delete;
     ParameterByteReader& operator=(ParameterByteReader const&) = delete;
@@ -36,6 +40,12 @@ public:
     /// caller frees the result with VornFree.
     [[nodiscard]] char* ReadCountedString(unsigned int count);
 
+    /// A new NUL-terminated copy (VornCalloc) of the text in a fixed field of count bytes,
+    /// stopping at a NUL or the end of the buffer. Never fails and logs nothing: a field cut short
+    /// keeps what is there, and the position moves on by count rounded all the same. Null only
+    /// for a null buffer or when memory runs out; the caller frees the result with VornFree.
+    [[nodiscard]] char* ReadTextField(unsigned int count);
+
     /// Pointer to count bytes at the position without moving it; null if they are not there.
     unsigned char const* Peek(unsigned int count) const;
 
@@ -51,6 +61,7 @@ private:
 
     unsigned char const* m_buffer;
     unsigned int m_length;
+    unsigned int m_ownPos = 0;
     unsigned int& m_pos;
     unsigned char m_alignment;
     IParameterLoggingAPI* m_log;

@@ -307,7 +307,7 @@ bool ParameterDefinitionStructure::BeginLayout(uint32_t start)
 
 void ParameterDefinitionStructure::PopulateOffsetSizeStructure(StructureMap* structures,
                                                                IParameterLoggingAPI* log,
-                                                               VersionUnion const& version)
+                                                               ParameterFileLayout const& layout)
 {
     if (structures == nullptr) {
         ReleaseFileOrder();
@@ -316,8 +316,8 @@ void ParameterDefinitionStructure::PopulateOffsetSizeStructure(StructureMap* str
     // What a file of this version writes besides the members: a structure's length word from
     // 6.0.0 on, a fixed-length array's count from 7.0.0 on. Positions computed with a word the
     // file does not hold would drift by it at every such place.
-    uint32_t const start = version >= VersionUnion(6, 0, 0) ? 4 : 0;
-    bool const countsAhead = version >= VersionUnion(7, 0, 0);
+    uint32_t const start = layout.structureLengthWord ? 4 : 0;
+    bool const countsAhead = layout.fixedArrayCounts;
     // Nested structures are laid out before the element that holds them is sized. The walk keeps
     // its own stack: a damaged file can nest deeper than a thread's stack would take.
     struct Frame

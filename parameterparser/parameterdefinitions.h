@@ -7,8 +7,8 @@
 #include <unordered_map>
 
 #include "parameterparser/parameterexport.h"
+#include "parameterparser/parameterfilelayout.h"
 #include "parameterparser/plist.h"
-#include "parameterparser/versionunion.h"
 
 class IParameterLoggingAPI;
 class ParameterByteReader;
@@ -125,15 +125,15 @@ public:
     /// whose ID is in visited already is not walked again.
     bool IsVerified(PList<unsigned int>& visited) const;
 
-    /// Computes Size and each element's Offset from FileOrder as a file of version lays the
-    /// structure out (a length word ahead of the members from 6.0.0 on, also when there are
-    /// none; a count ahead of each fixed-length array from 7.0.0 on), resolving nested structures in structures (depth
-    /// first, each once), then releases FileOrder. Sizes past 32 bits stay at 0xFFFFFFFF. An
+    /// Computes Size and each element's Offset from FileOrder as a file of layout lays the
+    /// structure out (a length word ahead of the members where the layout has one, also when
+    /// there are none; a count ahead of each fixed-length array where the layout has those),
+    /// resolving nested structures (depth first, each once), then releases FileOrder. Sizes past 32 bits stay at 0xFFFFFFFF. An
     /// unknown structure ID logs "PopulateOffsetSizeStructure structure not found: ID: %u,
     /// NameHash: %lld\n" at error level and adds nothing. With no map, or a layout done already,
     /// only FileOrder is released.
     void PopulateOffsetSizeStructure(StructureMap* structures, IParameterLoggingAPI* log,
-                                     VersionUnion const& version);
+                                     ParameterFileLayout const& layout);
 
     uint32_t ID;
     char* Name; ///< owned (VornCalloc); never null after construction unless memory ran out

@@ -428,7 +428,7 @@ void ParameterFileSymbolTableEntry::LogMessage(bool error, char const* format, .
 
 bool ParameterFileSymbolTableEntry::IsFixedCountVersion()
 {
-    return Table != nullptr && Table->GetVersion() >= VersionUnion(7, 0, 0);
+    return Table != nullptr && Table->GetLayout().fixedArrayCounts;
 }
 
 ParameterDefinitionElement*
@@ -506,7 +506,7 @@ void ParameterFileSymbolTableEntry::UpdatePosition(unsigned int position)
 
 unsigned int ParameterFileSymbolTableEntry::ReadLoadDataLimit(unsigned int limit)
 {
-    if (Table == nullptr || Table->GetVersion() < VersionUnion(6, 0, 0))
+    if (Table == nullptr || !Table->GetLayout().structureLengthWord)
         return NoLoadLimit;
     uint32_t stored = 0;
     // Without its length word the structure is bounded by what bounds its parent.
@@ -584,7 +584,7 @@ bool ParameterFileSymbolTableEntry::GetCountAndPointerEntry(
     unsigned long size = minimumSize;
     if (info != nullptr)
         size = element->GetSize();
-    else if (Table == nullptr || Table->GetVersion() < VersionUnion(6, 0, 0))
+    else if (Table == nullptr || !Table->GetLayout().structureLengthWord)
         size = minimumSize > 4 ? minimumSize - 4 : 0; // no load limit ahead of each structure
     if (FitCountToData(count, size, storage.Size, minimumCount, nameHash))
         countChanged = true;

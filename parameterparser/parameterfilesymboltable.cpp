@@ -75,9 +75,7 @@ char const* Printable(char const* name)
 ParameterFileSymbolTable::ParameterFileSymbolTable(ParameterSetManager* manager,
                                                    unsigned char alignment,
                                                    VersionUnion const& version)
-    : m_setManager(manager), m_version(version), m_version7(7, 0, 0), m_version6(6, 0, 0),
-      m_version301(3, 0, 1), m_version5(5, 0, 0), m_version2(2, 0, 0), m_version4(4, 0, 0),
-      m_alignment(alignment)
+    : m_setManager(manager), m_layout(ParameterFileLayout::For(version, alignment))
 {
     pthread_rwlock_init(&m_lock, nullptr);
 }
@@ -121,7 +119,7 @@ bool ParameterFileSymbolTable::ReadDefinitions(unsigned char* buffer, unsigned i
     unsigned int const end = pos + size;
     // The reader stops at the section's end, so a record that claims more bytes than the section
     // holds fails there instead of reading the sections behind it.
-    ParameterByteReader reader(buffer, end, pos, m_alignment, log);
+    ParameterByteReader reader(buffer, end, pos, m_layout.alignment, log);
     bool reachedEnd = true;
     while (pos < end) {
         uint8_t kind = 0;
@@ -177,7 +175,7 @@ bool ParameterFileSymbolTable::ReadDefinitions(unsigned char* buffer, unsigned i
     // lays structures out.
     if (keep) {
         for (auto& entry : *m_definitionStructures)
-            entry.second->PopulateOffsetSizeStructure(m_definitionStructures, log, m_version);
+            entry.second->PopulateOffsetSizeStructure(m_definitionStructures, log, m_layout);
     }
     return reachedEnd;
 }
@@ -333,36 +331,6 @@ bool DupObjInfo::Release(DupObjInfo* info)
     return true;
 }
 
-unsigned int ParameterFileSymbolTable::GetSymbolEntrySize() const
-{
-    if (m_version >= m_version6)
-        return 32;
-    if (m_version > m_version301)
-        return 60;
-    if (m_alignment == 1)
-        return m_version == m_version301 ? 56 : 64;
-    // Padded files count 76 bytes an entry while the entries themselves take 72: the reader
-    // consumes 72 and the table's size is a multiple of 76.
-    return 76;
-}
-
-unsigned int ParameterFileSymbolTable::GetDataTableEntrySize() const
-{
-    if (m_version < m_version4)
-        return 0;
-    return m_version < m_version6 ? 16 : 12;
-}
-
-unsigned int ParameterFileSymbolTable::GetModeEntrySize() const
-{
-    if (m_alignment == 1) {
-        if (m_version < m_version301)
-            return 16;
-        return m_version < m_version5 ? 20 : 24;
-    }
-    return m_version < m_version2 ? 24 : 32;
-}
-
 bool ParameterFileSymbolTable::Load(unsigned char* buffer, unsigned int length,
                                     char const* fileName, ParameterBinaryFile* file,
                                     unsigned int fileLength, SectionInfo const& symbol,
@@ -385,7 +353,7 @@ bool ParameterFileSymbolTable::Load(unsigned char* buffer, unsigned int length,
     FreeLookupData();
     FreeModules();
 
-    unsigned int const symbolEntrySize = GetSymbolEntrySize();
+    unsigned int const symbolEntrySize = m_layout.symbolEntrySize;
     m_symbolCount = symbol.Size / symbolEntrySize;
     if (symbol.Size % symbolEntrySize != 0) {
         ParameterLogging::Write(log, ParameterLogging::LogError,
@@ -398,7 +366,7 @@ bool ParameterFileSymbolTable::Load(unsigned char* buffer, unsigned int length,
     m_hasDataTable = false;
     m_dataCount = m_symbolCount;
     if (dataTable.Offset != 0 && dataTable.Size != 0) {
-        unsigned int const dataEntrySize = GetDataTableEntrySize();
+        unsigned int const dataEntrySize = m_layout.dataEntrySize;
         if (dataEntrySize == 0) {
             // A version without a data table: its pointers lead to symbol entries, as in every
             // other file of that version.
@@ -576,7 +544,7 @@ bool ParameterFileSymbolTable::ReadTable(unsigned char* buffer, unsigned int len
 
     // Stored identifiers run from 1 to count; positions from 0 to count - 1. One counter per
     // identifier that a DuplicateID may name.
-    bool const positional = m_version >= m_version6;
+    bool const positional = m_layout.positionalIds;
     size_t const counterCount = positional ? count : static_cast<size_t>(count) + 1;
     auto* counters = static_cast<uint32_t*>(
         VornCalloc((counterCount != 0 ? counterCount : 1) * sizeof(uint32_t), VornTagAllocData));
@@ -723,7 +691,8 @@ bool ParameterFileSymbolTable::ReadPointerEntry(ParameterFileSymbolTableEntry& t
     uint32_t id = 0;
     bool read = false;
     if (reader != nullptr) {
-        ParameterByteReader bytes(reader->Data, reader->Size, reader->Position, m_alignment, log);
+        ParameterByteReader bytes(reader->Data, reader->Size, reader->Position, m_layout.alignment,
+                                  log);
         read = bytes.ReadU32(id);
         if (!read)
             reader->LogMessage(false, "Insufficient data to read variable from symbol table "

@@ -10,6 +10,7 @@
 #include <pthread.h>
 
 #include "parameterparser/parameterexport.h"
+#include "parameterparser/parameterfilelayout.h"
 #include "parameterparser/plist.h"
 #include "parameterparser/versionunion.h"
 
@@ -132,13 +133,6 @@ public:
     [[nodiscard]] bool ReadPointerEntry(ParameterFileSymbolTableEntry& target,
                                         ParameterFileSymbolTableEntry* reader);
 
-    /// Bytes one symbol entry counts for in the table's size, by version and alignment.
-    unsigned int GetSymbolEntrySize() const;
-    /// Bytes of one data table entry; 0 for versions without a data table.
-    unsigned int GetDataTableEntrySize() const;
-    /// Bytes of one entry of a mode section, by version and alignment.
-    unsigned int GetModeEntrySize() const;
-
     /// Destroys the entry arrays (the data array only where it is not the symbol array).
     void FreeEntryData();
     /// Frees the lookup arrays (the data array only where it is not the symbol array).
@@ -222,8 +216,10 @@ public:
 
     // ---- State -------------------------------------------------------------------------------
 
-    VersionUnion const& GetVersion() const { return m_version; }
-    unsigned char GetAlignment() const { return m_alignment; }
+    VersionUnion const& GetVersion() const { return m_layout.version; }
+    unsigned char GetAlignment() const { return m_layout.alignment; }
+    /// The layout of the file's version at the table's alignment.
+    ParameterFileLayout const& GetLayout() const { return m_layout; }
     ParameterSetManager* GetSetManager() const { return m_setManager; }
 
     /// The definition maps; null when no definition section was read (or after
@@ -279,14 +275,7 @@ private:
     class LockGuard;
 
     ParameterSetManager* m_setManager;
-    VersionUnion m_version;
-    // The versions at which the layouts change.
-    VersionUnion const m_version7;   ///< 7.0.0
-    VersionUnion const m_version6;   ///< 6.0.0: name hashes, positional identifiers
-    VersionUnion const m_version301; ///< 3.0.1: DuplicateID follows it
-    VersionUnion const m_version5;   ///< 5.0.0
-    VersionUnion const m_version2;   ///< 2.0.0
-    VersionUnion const m_version4;   ///< 4.0.0: the data table
+    ParameterFileLayout m_layout;
     char const* m_fileName = nullptr;
     ParameterBinaryFile* m_file = nullptr;
     uint32_t m_fileLength = 0;
@@ -298,7 +287,6 @@ private:
     uint32_t m_dataSize = 0;
     unsigned char* m_buffer = nullptr;
     IModeTable* m_modeTable = nullptr;
-    unsigned char m_alignment;
     ModuleMap* m_definitionModules = nullptr;
     StructureMap* m_definitionStructures = nullptr;
     uint32_t m_symbolCount = 0;

@@ -30,13 +30,6 @@
 //
 // A data table entry is ID (below 6.0.0), Offset, Size and DuplicateID.
 
-namespace {
-
-constexpr unsigned int SymbolNameLength = 32;
-constexpr unsigned int OldFormatSkip = 8;
-
-} // namespace
-
 ParameterFileSymbolTableEntry::~ParameterFileSymbolTableEntry()
 {
     delete Module;
@@ -68,10 +61,10 @@ bool ParameterFileSymbolTableEntry::Load(unsigned char* buffer, char const* /*fi
         return false;
     ParameterSetManager* manager = Table->GetSetManager();
     IParameterLoggingAPI* log = manager;
-    VersionUnion const& version = Table->GetVersion();
-    unsigned char const alignment = Table->GetAlignment();
-    bool const positional = version >= VersionUnion(6, 0, 0);
-    bool const hasDuplicateId = version > VersionUnion(3, 0, 1);
+    ParameterFileLayout const& layout = Table->GetLayout();
+    unsigned char const alignment = layout.alignment;
+    bool const positional = layout.positionalIds;
+    bool const hasDuplicateId = layout.hasDuplicateId;
 
     // In file mode the entry's bytes come from the file into a temporary block, decoded from 0.
     unsigned char* bytes = buffer;
@@ -82,9 +75,8 @@ bool ParameterFileSymbolTableEntry::Load(unsigned char* buffer, char const* /*fi
     if (fromFile) {
         // A data entry takes fewer bytes than a symbol entry; reading only its own size keeps
         // the last entry of a table at the end of the file within the file.
-        unsigned int const entrySize = isSymbol || !Table->HasDataTable()
-                                           ? Table->GetSymbolEntrySize()
-                                           : Table->GetDataTableEntrySize();
+        unsigned int const entrySize =
+            isSymbol || !Table->HasDataTable() ? layout.symbolEntrySize : layout.dataEntrySize;
         unsigned int tableOffset = Table->GetSymbolOffset();
         if (!isSymbol && Table->GetDataTableOffset() != 0)
             tableOffset = Table->GetDataTableOffset();
@@ -114,10 +106,10 @@ bool ParameterFileSymbolTableEntry::Load(unsigned char* buffer, char const* /*fi
         if (positional)
             (void)reader.ReadU64(nameHash);
         else
-            (void)reader.Skip(SymbolNameLength);
+            (void)reader.Skip(ParameterFileLayout::SymbolNameLength);
         (void)reader.ReadU64(rawVersion);
-        if (alignment == 1 && version < VersionUnion(3, 0, 1))
-            (void)reader.SkipUnaligned(OldFormatSkip);
+        if (layout.symbolSpareBytes)
+            (void)reader.SkipUnaligned(ParameterFileLayout::OldSymbolSpareBytes);
         (void)reader.ReadU32(modeId);
     }
     uint32_t offset = 0;

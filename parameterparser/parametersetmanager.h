@@ -492,6 +492,8 @@ protected:
     unsigned int m_knobbyPauses = 0;
 
 private:
+    friend class ParameterFileLoader;
+
     /// The stage behind the section table, where the mode tables, the symbol and data tables and
     /// the modules are read. True when the file is ready for lookups; a file whose sections are
     /// known and nothing more is such a file.
@@ -504,9 +506,6 @@ private:
     bool LoadFromFile(char const* fileName);
     /// Keeps the first error recorded during a load that failed and set no error text itself.
     void ExplainLoadFailure(bool loaded, ParameterFirstErrorRecorder const& recorder);
-    bool LoadSectionContents(unsigned char* buffer, unsigned int length, char const* fileName,
-                             ParameterBinaryFile* file, unsigned int fileSize,
-                             IModeTable* modeTable, unsigned char alignment);
     /// Ends the load's hold on the file object of a load by name: a symbol table that took the
     /// file over keeps it, closed; otherwise the object is destroyed.
     void ReleaseLoadFile(ParameterBinaryFile* file);

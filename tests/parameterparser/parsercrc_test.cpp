@@ -42,14 +42,6 @@ TEST(ParserCRCTest, StandardCheckValues)
     EXPECT_EQ(ParserCRC64::GetCRCBytewise(Bytes(text), 9, true, 0), 0xAB8C87CA648D9480ul);
 }
 
-TEST(ParserCRCTest, Crc64TableIsTheRightShiftingEcmaTable)
-{
-    EXPECT_EQ(ParserCRC64::m_table[0], 0ul);
-    EXPECT_EQ(ParserCRC64::m_table[1], 0x3C3B78E888D80FE1ul);
-    EXPECT_EQ(ParserCRC64::m_table[128], 0x42F0E1EBA9EA3693ul);
-    EXPECT_EQ(ParserCRC64::m_table[255], 0x1416D7A787B7FAA0ul);
-}
-
 TEST(ParserCRCTest, NameHashes)
 {
     struct

@@ -8,57 +8,37 @@ namespace {
 
 TEST(VersionUnionTest, RawViewIsLittleEndianMajorMinorPatch)
 {
-    VersionUnion const version(3, 0, 1);
-    EXPECT_EQ(version.Raw, 0x100000003ul);
-
+    EXPECT_EQ(VersionUnion(3, 0, 1).Raw, 0x100000003ul);
     VersionUnion const fromRaw(0x0000000700060005ul);
-    EXPECT_EQ(fromRaw.Parts.Major, 5u);
-    EXPECT_EQ(fromRaw.Parts.Minor, 6u);
-    EXPECT_EQ(fromRaw.Parts.Patch, 7u);
+    EXPECT_EQ(fromRaw, VersionUnion(5, 6, 7));
     EXPECT_EQ(VersionUnion().Raw, 0ul);
 }
 
-struct OrderCase
-{
-    VersionUnion lower;
-    VersionUnion higher;
-};
-
+// Each pair is ordered by parts; the raw view orders most of them the other way. Equal versions
+// built both ways compare equal.
 TEST(VersionUnionTest, OrdersByMajorMinorPatchWhateverTheRawViewSays)
 {
-    OrderCase const cases[] = {
-        {{1, 9, 0}, {2, 0, 0}}, // raw 0x90001 > 0x2
-        {{3, 0, 1}, {4, 0, 0}}, // raw 0x100000003 > 0x4
-        {{1, 0, 5}, {1, 1, 0}}, // the patch lies above the minor in the raw view
-        {{3, 0, 0}, {3, 0, 1}}, // raw agrees here
-        {{0, 0xFFFF, 0}, {1, 0, 0}}, {{7, 0, 0}, {7, 0, 0xFFFFFFFFu}},
+    struct
+    {
+        VersionUnion lower;
+        VersionUnion higher;
+    } const cases[] = {
+        {{1, 9, 0}, {2, 0, 0}}, {{3, 0, 1}, {4, 0, 0}},      {{1, 0, 5}, {1, 1, 0}},
+        {{3, 0, 0}, {3, 0, 1}}, {{0, 0xFFFF, 0}, {1, 0, 0}}, {{7, 0, 0}, {7, 0, 0xFFFFFFFFu}},
     };
-    for (OrderCase const& c : cases) {
+    for (auto const& c : cases) {
         SCOPED_TRACE(testing::Message() << std::hex << c.lower.Raw << " < " << c.higher.Raw);
         EXPECT_EQ(c.lower.Compare(c.higher), -1);
         EXPECT_EQ(c.higher.Compare(c.lower), 1);
-        EXPECT_TRUE(c.lower < c.higher);
-        EXPECT_TRUE(c.lower <= c.higher);
-        EXPECT_TRUE(c.higher > c.lower);
-        EXPECT_TRUE(c.higher >= c.lower);
-        EXPECT_TRUE(c.lower != c.higher);
-        EXPECT_FALSE(c.lower == c.higher);
-        EXPECT_FALSE(c.lower > c.higher);
-        EXPECT_FALSE(c.lower >= c.higher);
+        EXPECT_TRUE(c.lower < c.higher && c.lower <= c.higher && c.lower != c.higher);
+        EXPECT_TRUE(c.higher > c.lower && c.higher >= c.lower);
+        EXPECT_FALSE(c.lower == c.higher || c.lower > c.higher || c.lower >= c.higher);
+        EXPECT_EQ(c.lower.Compare(c.lower), 0);
     }
-}
-
-TEST(VersionUnionTest, EqualVersionsCompareEqual)
-{
     VersionUnion const a(6, 1, 2);
     VersionUnion const b(0x0000000200010006ul);
-    EXPECT_EQ(a.Compare(b), 0);
-    EXPECT_TRUE(a == b);
-    EXPECT_TRUE(a <= b);
-    EXPECT_TRUE(a >= b);
-    EXPECT_FALSE(a != b);
-    EXPECT_FALSE(a < b);
-    EXPECT_FALSE(a > b);
+    EXPECT_TRUE(a == b && a <= b && a >= b);
+    EXPECT_FALSE(a != b || a < b || a > b);
 }
 
 } // namespace
