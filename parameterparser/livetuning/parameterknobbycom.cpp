@@ -154,85 +154,101 @@ void ParameterKnobbyCom::SocketID::CloseSocket()
     peer.Clear();
 }
 
+int ParameterKnobbyCom::SocketID::Disconnect()
+{
+    ParameterLogging::Write(log, ParameterLogging::LogVerbose,
+                            "Knobby client disconnected.  Resetting socket on port %s\n",
+                            local.name);
+    CloseConnection();
+    return -1;
+}
+
+int ParameterKnobbyCom::SocketID::PollConnection(int descriptor, unsigned char* buffer,
+                                                 unsigned int length)
+{
+    // Never a receive without a poll first: a blocking receive on a silent client would hold
+    // this thread, and with it every other client, a reload and a stop.
+    pollfd entry = {descriptor, POLLIN, 0};
+    if (poll(&entry, 1, PollPeriodMs) > 0) {
+        ssize_t const received = recv(descriptor, buffer, length, 0);
+        int const error = errno;
+        if (received > 0) {
+            lastActivity = MonotonicMilliseconds();
+            return static_cast<int>(received);
+        }
+        if (received < 0 && (error == EINTR || error == EAGAIN || error == EWOULDBLOCK))
+            return 0;
+        // 0: the client closed its side, and nothing more can come; below 0: the connection
+        // failed. Either way it is released now, so that the next client is accepted at once.
+        if (received < 0)
+            ParameterLogging::Write(log, ParameterLogging::LogVerbose,
+                                    "Knobby receive failed on port %s: %s\n", local.name,
+                                    std::strerror(error));
+        return Disconnect();
+    }
+    if (idleTimeoutSeconds != 0 && MonotonicMilliseconds() - lastActivity >=
+                                       static_cast<long long>(idleTimeoutSeconds) * 1000) {
+        ParameterLogging::Write(log, ParameterLogging::LogWarning,
+                                "Knobby client idle for %u seconds on port %s\n",
+                                idleTimeoutSeconds, local.name);
+        return Disconnect();
+    }
+    return 0;
+}
+
+bool ParameterKnobbyCom::SocketID::PollListener()
+{
+    if (!listening) {
+        // No listening socket (none could be made, or listen failed): nothing can come, so the
+        // period passes without a busy loop over a descriptor that is always ready.
+        poll(nullptr, 0, PollPeriodMs);
+        return false;
+    }
+    pollfd entry = {listenSocket, POLLIN, 0};
+    int const ready = poll(&entry, 1, PollPeriodMs);
+    if (ready <= 0)
+        return false;
+    if ((entry.revents & POLLIN) == 0) {
+        // An error or hang-up on the listening socket, which poll reports at once.
+        poll(nullptr, 0, PollPeriodMs);
+        return false;
+    }
+    socklen_t peerLength = sizeof(peer.address);
+    int const client =
+        accept(listenSocket, reinterpret_cast<sockaddr*>(&peer.address), &peerLength);
+    int const error = errno;
+    if (client < 0) {
+        // Out of descriptors, or the client gave up in between: the socket stays readable, so
+        // wait the period out before the next attempt.
+        ParameterLogging::Write(log, ParameterLogging::LogVerbose,
+                                "Knobby accept failed on port %s: %s\n", local.name,
+                                std::strerror(error));
+        poll(nullptr, 0, PollPeriodMs);
+        return false;
+    }
+    ParameterKnobbyCom::ConfigureConnection(client);
+    lastActivity = MonotonicMilliseconds();
+    accepted = client;
+    ParameterLogging::Write(log, ParameterLogging::LogVerbose,
+                            "Knobby accepted data connection on port %s\n", local.name);
+    return true;
+}
+
 int ParameterKnobbyCom::SocketID::ReadData(unsigned char* buffer, unsigned int length, int timeout,
                                            std::atomic<bool> const& stopFlag)
 {
-    // Releases the client at once, so that the next one is accepted without waiting.
-    auto const disconnect = [this]() {
-        ParameterLogging::Write(log, ParameterLogging::LogVerbose,
-                                "Knobby client disconnected.  Resetting socket on port %s\n",
-                                local.name);
-        CloseConnection();
-        return -1;
-    };
     time_t const start = time(nullptr);
     for (;;) {
         int const current = connection.load();
         if (current >= 0) {
-            // Never a receive without a poll first: a blocking receive on a silent client would
-            // hold this thread, and with it every other client, a reload and a stop.
-            pollfd entry = {current, POLLIN, 0};
-            if (poll(&entry, 1, PollPeriodMs) > 0) {
-                ssize_t const received = recv(current, buffer, length, 0);
-                int const error = errno;
-                if (received > 0) {
-                    lastActivity = MonotonicMilliseconds();
-                    return static_cast<int>(received);
-                }
-                if (received < 0 && (error == EINTR || error == EAGAIN || error == EWOULDBLOCK))
-                    continue;
-                // 0: the client closed its side, and nothing more can come; below 0: the
-                // connection failed. Either way it is released now, so that the next client is
-                // accepted at once.
-                if (received < 0)
-                    ParameterLogging::Write(log, ParameterLogging::LogVerbose,
-                                            "Knobby receive failed on port %s: %s\n", local.name,
-                                            std::strerror(error));
-                return disconnect();
-            }
-            if (idleTimeoutSeconds != 0 && MonotonicMilliseconds() - lastActivity >=
-                                               static_cast<long long>(idleTimeoutSeconds) * 1000) {
-                ParameterLogging::Write(log, ParameterLogging::LogWarning,
-                                        "Knobby client idle for %u seconds on port %s\n",
-                                        idleTimeoutSeconds, local.name);
-                return disconnect();
-            }
-        } else if (!listening) {
-            // No listening socket (none could be made, or listen failed): nothing can come, so
-            // the period passes without a busy loop over a descriptor that is always ready.
-            poll(nullptr, 0, PollPeriodMs);
-        } else {
-            pollfd entry = {listenSocket, POLLIN, 0};
-            int const ready = poll(&entry, 1, PollPeriodMs);
-            if (ready > 0 && (entry.revents & POLLIN) != 0) {
-                socklen_t peerLength = sizeof(peer.address);
-                int const client =
-                    accept(listenSocket, reinterpret_cast<sockaddr*>(&peer.address), &peerLength);
-                int const error = errno;
-                if (client < 0) {
-                    // Out of descriptors, or the client gave up in between: the socket stays
-                    // readable, so wait the period out before the next attempt.
-                    ParameterLogging::Write(log, ParameterLogging::LogVerbose,
-                                            "Knobby accept failed on port %s: %s\n", local.name,
-                                            std::strerror(error));
-                    poll(nullptr, 0, PollPeriodMs);
-                } else {
-                    ParameterKnobbyCom::ConfigureConnection(client);
-                    lastActivity = MonotonicMilliseconds();
-                    accepted = client;
-                    ParameterLogging::Write(log, ParameterLogging::LogVerbose,
-                                            "Knobby accepted data connection on port %s\n",
-                                            local.name);
-                    // The owner starts the new client's stream afresh, and only then makes it
-                    // the connection that answers are sent to.
-                    return 0;
-                }
-            } else if (ready > 0) {
-                // An error or hang-up on the listening socket, which poll reports at once.
-                poll(nullptr, 0, PollPeriodMs);
-            }
+            int const received = PollConnection(current, buffer, length);
+            if (received != 0)
+                return received;
+        } else if (PollListener()) {
+            // The owner starts the new client's stream afresh, and only then makes it the
+            // connection that answers are sent to.
+            return 0;
         }
-
         if (stopFlag || TimedOut(start, timeout))
             return 0;
     }
@@ -350,6 +366,40 @@ int ParameterKnobbyCom::WriteData(unsigned char const* buffer, unsigned int leng
     return m_socket.WriteData(buffer, length);
 }
 
+int ParameterKnobbyCom::CreateSocket(int family, unsigned short& port, bool fallback)
+{
+    int descriptor = socket(family, SOCK_STREAM, 0);
+    int error = errno;
+    if (descriptor >= 0) {
+        LogDebug("Knobby Server INET socket created", descriptor, m_socket.local.name, descriptor,
+                 0);
+        // Lets a restarted server take its port back while old connections linger in
+        // TIME_WAIT; a port another server listens on still refuses the bind.
+        int const reuse = 1;
+        setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof(reuse));
+        return descriptor;
+    }
+    LogDebug("Knobby Server INET socket create failed", descriptor, m_socket.local.name, descriptor,
+             error);
+    if (fallback) {
+        port = InternalPort;
+        m_socket.local.SetupSocket(SocketAddress::UNIX, port);
+        m_socket.peer.SetupSocket(SocketAddress::UNIX, port);
+        descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
+        error = errno;
+        if (descriptor >= 0) {
+            LogDebug("Knobby Server UNIX socket created", descriptor, m_socket.local.name,
+                     descriptor, 0);
+            return descriptor;
+        }
+        LogError("Knobby Server UNIX socket create failed", descriptor, m_socket.local.name,
+                 descriptor, error);
+    }
+    LogError("Knobby Server socket create failed", descriptor, m_socket.local.name, descriptor,
+             error);
+    return descriptor;
+}
+
 unsigned short ParameterKnobbyCom::OpenPort()
 {
     if (m_socket.listenSocket >= 0)
@@ -365,44 +415,17 @@ unsigned short ParameterKnobbyCom::OpenPort()
     int family = AF_INET;
     if (!SetupFirstAddress(family, port))
         return 0;
-    int descriptor = socket(family, SOCK_STREAM, 0);
-    int error = errno;
-    if (descriptor >= 0) {
-        LogDebug("Knobby Server INET socket created", descriptor, m_socket.local.name, descriptor,
-                 0);
-        // Lets a restarted server take its port back while old connections linger in
-        // TIME_WAIT; a port another server listens on still refuses the bind.
-        int const reuse = 1;
-        setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof(reuse));
-    } else {
-        LogDebug("Knobby Server INET socket create failed", descriptor, m_socket.local.name,
-                 descriptor, error);
-        if (!UseInternalPort && !hostChosen && !portChosen) {
-            port = InternalPort;
-            m_socket.local.SetupSocket(SocketAddress::UNIX, port);
-            m_socket.peer.SetupSocket(SocketAddress::UNIX, port);
-            descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
-            error = errno;
-            if (descriptor >= 0)
-                LogDebug("Knobby Server UNIX socket created", descriptor, m_socket.local.name,
-                         descriptor, 0);
-            else
-                LogError("Knobby Server UNIX socket create failed", descriptor, m_socket.local.name,
-                         descriptor, error);
-        }
-    }
-    if (descriptor < 0) {
-        LogError("Knobby Server socket create failed", descriptor, m_socket.local.name, descriptor,
-                 error);
+    int const descriptor =
+        CreateSocket(family, port, !UseInternalPort && !hostChosen && !portChosen);
+    if (descriptor < 0)
         return port;
-    }
     m_socket.listenSocket = descriptor;
 
     auto const limit = static_cast<unsigned short>(port + (portChosen ? 1 : PortCount));
     for (;;) {
         int const result = bind(descriptor, reinterpret_cast<sockaddr*>(&m_socket.local.address),
                                 m_socket.local.length);
-        error = errno;
+        int const error = errno;
         if (result == 0) {
             m_socket.listening = listen(descriptor, ListenBacklog) == 0;
             if (!m_socket.listening) {

@@ -89,6 +89,16 @@ public:
         /// Attempted send %u bytes, sent %u bytes on port %s\n" at error level; no retry.
         int WriteData(unsigned char const* buffer, unsigned int length);
 
+        /// One poll of the connection descriptor: the bytes received, -1 when the client went
+        /// (see ReadData), 0 when nothing came this period.
+        int PollConnection(int descriptor, unsigned char* buffer, unsigned int length);
+
+        /// One poll of the listening socket; true when a client was accepted into accepted.
+        bool PollListener();
+
+        /// Logs the disconnection, closes the connection and returns -1.
+        int Disconnect();
+
         /// Makes the client that ReadData accepted the connection; false when there is none.
         bool TakeAccepted();
 
@@ -166,6 +176,11 @@ private:
     /// Sets up an accepted client's socket: sends block at most SendTimeoutSeconds and go out
     /// at once.
     static void ConfigureConnection(int descriptor);
+
+    /// Makes the listening socket of family, logging each attempt; with fallback, a UNIX socket
+    /// on the internal port (port and both addresses changed) where no TCP socket can be made.
+    /// Returns the descriptor, or -1 after "Knobby Server socket create failed".
+    int CreateSocket(int family, unsigned short& port, bool fallback);
 
     /// The first address to bind: the one SetListenAddress gave, or the default walk's.
     [[nodiscard]] bool SetupFirstAddress(int& family, unsigned short& port);

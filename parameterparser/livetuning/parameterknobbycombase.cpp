@@ -15,8 +15,6 @@ namespace {
 
 using ParameterKnobbyPacket::CommandCount;
 using ParameterKnobbyPacket::CommandOffset;
-using ParameterKnobbyPacket::GetU16;
-using ParameterKnobbyPacket::GetU32;
 using ParameterKnobbyPacket::HeadSize;
 using ParameterKnobbyPacket::LengthOffset;
 using ParameterKnobbyPacket::MaxPacketSize;
@@ -245,18 +243,23 @@ void ParameterKnobbyComBase::BeginConnection()
 bool ParameterKnobbyComBase::RefuseHead(unsigned char const* head, unsigned int packetSize,
                                         unsigned int maxRequestID) const
 {
-    unsigned int const tag = GetU16(head + TagOffset);
-    unsigned int const command = GetU16(head + CommandOffset);
-    unsigned int const length = GetU16(head + LengthOffset);
+    ParameterKnobbyPacket::View const view(head, HeadSize);
+    uint16_t tag = 0;
+    uint16_t command = 0;
+    uint16_t length = 0;
+    (void)view.U16(TagOffset, tag);
+    (void)view.U16(CommandOffset, command);
+    (void)view.U16(LengthOffset, length);
     if (tag != StartTag)
         ParameterLogging::Write(m_logger, ParameterLogging::LogError,
                                 "Knobby request missing start tag, Expected: %u, Received: %u: "
                                 "0x%02x%02x%02x%02x%02x\n",
-                                static_cast<unsigned int>(StartTag), tag, head[0], head[1], head[2],
-                                head[3], head[4]);
+                                static_cast<unsigned int>(StartTag), static_cast<unsigned int>(tag),
+                                head[0], head[1], head[2], head[3], head[4]);
     else if (command >= maxRequestID)
         ParameterLogging::Write(m_logger, ParameterLogging::LogError,
-                                "Knobby request ID %u exceeds Max %u\n", command, maxRequestID);
+                                "Knobby request ID %u exceeds Max %u\n",
+                                static_cast<unsigned int>(command), maxRequestID);
     else if (length == 0)
         ParameterLogging::Write(m_logger, ParameterLogging::LogError,
                                 "Knobby request length is zero: 0x%02x%02x%02x%02x%02x\n", head[0],
@@ -265,12 +268,14 @@ bool ParameterKnobbyComBase::RefuseHead(unsigned char const* head, unsigned int 
         ParameterLogging::Write(m_logger, ParameterLogging::LogError,
                                 "Knobby request length (%u) is less than head size (%u): "
                                 "0x%02x%02x%02x%02x%02x\n",
-                                length, HeadSize, head[0], head[1], head[2], head[3], head[4]);
+                                static_cast<unsigned int>(length), HeadSize, head[0], head[1],
+                                head[2], head[3], head[4]);
     else if (length > packetSize)
         ParameterLogging::Write(m_logger, ParameterLogging::LogError,
                                 "Knobby request length (%u) is greater than packet size (%u): "
                                 "0x%02x%02x%02x%02x%02x\n",
-                                length, packetSize, head[0], head[1], head[2], head[3], head[4]);
+                                static_cast<unsigned int>(length), packetSize, head[0], head[1],
+                                head[2], head[3], head[4]);
     else
         return false;
     return true;
@@ -286,6 +291,26 @@ void ParameterKnobbyComBase::ConsumeReceived(unsigned int count)
     m_receivedBytes -= count;
 }
 
+void ParameterKnobbyComBase::LogUnknownCommand(unsigned char const* packet,
+                                               unsigned int length) const
+{
+    ParameterKnobbyPacket::View const view(packet, length);
+    uint16_t command = 0;
+    (void)view.U16(CommandOffset, command);
+    if (command < CommandCount)
+        return;
+    uint32_t requestId = 0;
+    (void)view.U32(RequestIdOffset, requestId);
+    int const payloadLength = static_cast<int>(view.CountFrom(RequestHeadSize));
+    ParameterLogging::Write(m_logger, ParameterLogging::LogVerbose,
+                            "Knobby recv %u bytes, Command %d, ID: %u, Payload: %.*s\n", length,
+                            static_cast<int>(command), requestId, payloadLength,
+                            reinterpret_cast<char const*>(packet + RequestHeadSize));
+    if (packet[length - 1] != 0)
+        ParameterLogging::Write(m_logger, ParameterLogging::LogVerbose,
+                                "Knobby packet missing terminating nul character\n");
+}
+
 unsigned int ParameterKnobbyComBase::ReceiveKnobbyRequest(unsigned char* packet,
                                                           unsigned int packetSize,
                                                           unsigned int maxRequestID, int timeout,
@@ -297,31 +322,19 @@ unsigned int ParameterKnobbyComBase::ReceiveKnobbyRequest(unsigned char* packet,
     for (;;) {
         if (m_receivedBytes >= HeadSize) {
             unsigned char const* head = m_receiveBuffer;
-            unsigned int const command = GetU16(head + CommandOffset);
-            unsigned int const length = GetU16(head + LengthOffset);
             if (RefuseHead(head, packetSize, maxRequestID)) {
                 // The stream's framing is lost: nothing behind this head can be trusted, and a
                 // head left in place would block every later packet.
                 m_receivedBytes = 0;
-            } else if (m_receivedBytes >= length) {
-                std::memcpy(packet, head, length);
-                ConsumeReceived(length);
-                if (command >= CommandCount) {
-                    unsigned int const requestId =
-                        length >= RequestHeadSize ? GetU32(packet + RequestIdOffset) : 0;
-                    int const payloadLength =
-                        length > RequestHeadSize ? static_cast<int>(length - RequestHeadSize) : 0;
-                    ParameterLogging::Write(
-                        m_logger, ParameterLogging::LogVerbose,
-                        "Knobby recv %u bytes, Command %d, ID: %u, Payload: %.*s\n", length,
-                        static_cast<int>(command), requestId, payloadLength,
-                        reinterpret_cast<char const*>(packet + RequestHeadSize));
-                    if (packet[length - 1] != 0)
-                        ParameterLogging::Write(
-                            m_logger, ParameterLogging::LogVerbose,
-                            "Knobby packet missing terminating nul character\n");
+            } else {
+                uint16_t length = 0;
+                (void)ParameterKnobbyPacket::View(head, HeadSize).U16(LengthOffset, length);
+                if (m_receivedBytes >= length) {
+                    std::memcpy(packet, head, length);
+                    ConsumeReceived(length);
+                    LogUnknownCommand(packet, length);
+                    return length;
                 }
-                return length;
             }
         }
         if (stopFlag || TimedOut(start, timeout))
@@ -400,11 +413,17 @@ void ParameterKnobbyComBase::WriteWorker()
                                     "Knobby write dropped for a closed connection\n");
         } else if (length > 2) {
             WriteData(packet->data, packet->length);
-            unsigned int const command = GetU16(packet->data + CommandOffset);
-            if (length > 17 && command > 2 && command != TriggerValues)
+            // The zero byte behind every packet's data is part of its storage: a packet of 3
+            // bytes still names its command.
+            ParameterKnobbyPacket::View const stored(packet->data, packet->length + 1);
+            ParameterKnobbyPacket::View const sent(packet->data, packet->length);
+            uint16_t command = 0;
+            uint32_t requestId = 0;
+            (void)stored.U16(CommandOffset, command);
+            if (sent.U32(RequestIdOffset, requestId) && command > 2 && command != TriggerValues)
                 ParameterLogging::Write(m_logger, ParameterLogging::LogVerbose,
                                         "Knobby write %d bytes, Command: %u, Request ID: %u\n",
-                                        length, command, GetU32(packet->data + RequestIdOffset));
+                                        length, static_cast<unsigned int>(command), requestId);
             else
                 ParameterLogging::Write(m_logger, ParameterLogging::LogVerbose,
                                         "Knobby write %d bytes, Command: %d\n", length,

@@ -134,6 +134,9 @@ private:
     /// it can.
     bool RefuseHead(unsigned char const* head, unsigned int packetSize,
                     unsigned int maxRequestID) const;
+    /// Logs a packet whose command lies beyond the last one (a reader may accept such commands
+    /// when given a larger maxRequestID).
+    void LogUnknownCommand(unsigned char const* packet, unsigned int length) const;
 
     unsigned char* m_receiveBuffer = nullptr;
     uint32_t m_receivedBytes = 0;

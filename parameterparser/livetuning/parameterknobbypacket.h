@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+class IParameterLoggingAPI;
+
 /// Layout of every live tuning packet. All fields are little-endian and unaligned.
 ///
 /// | offset   | size | field      | meaning                                                  |
@@ -94,6 +96,16 @@ inline void PutU64(unsigned char* bytes, uint64_t value)
         bytes[i] = static_cast<unsigned char>(value >> (8 * i));
 }
 
+/// Writes the bare head: tag, command, length and the session ID at 6.
+inline void WriteHead(unsigned char* buffer, uint16_t command, unsigned int length,
+                      uint64_t session)
+{
+    PutU16(buffer + TagOffset, StartTag);
+    PutU16(buffer + CommandOffset, command);
+    PutU16(buffer + LengthOffset, static_cast<uint16_t>(length));
+    PutU64(buffer + SessionOffset, session);
+}
+
 /// Writes a client's request into buffer: the head (with requestId for the commands that carry
 /// one) and payloadLength bytes of payload. Returns the packet's length, or 0 when it does not
 /// fit bufferSize or exceeds the largest packet.
@@ -105,10 +117,7 @@ inline unsigned int WriteRequest(unsigned char* buffer, unsigned int bufferSize,
     unsigned int const length = head + payloadLength;
     if (buffer == nullptr || length > bufferSize || length > MaxPacketSize)
         return 0;
-    PutU16(buffer + TagOffset, StartTag);
-    PutU16(buffer + CommandOffset, command);
-    PutU16(buffer + LengthOffset, static_cast<uint16_t>(length));
-    PutU64(buffer + SessionOffset, session);
+    WriteHead(buffer, command, length, session);
     if (head == RequestHeadSize)
         PutU32(buffer + RequestIdOffset, requestId);
     auto const* bytes = static_cast<unsigned char const*>(payload);
@@ -116,5 +125,72 @@ inline unsigned int WriteRequest(unsigned char* buffer, unsigned int bufferSize,
         buffer[head + i] = bytes[i];
     return length;
 }
+
+/// The bytes of one packet. Every field of a received packet is read through it, so that no
+/// read passes the packet's end: a field that does not fit reads as 0 and gives false, and with
+/// a log, "Failed to read %lld bytes from binary file offset %d, length %d\n" at error level.
+class View
+{
+public:
+    View(unsigned char const* bytes, unsigned int size)
+        : m_bytes(bytes), m_size(bytes != nullptr ? size : 0)
+    {
+    }
+
+    /// True when width bytes stand at offset.
+    bool Fits(unsigned int offset, unsigned int width) const
+    {
+        return offset <= m_size && width <= m_size - offset;
+    }
+
+    bool U16(unsigned int offset, uint16_t& value, IParameterLoggingAPI* log = nullptr) const;
+    bool U32(unsigned int offset, uint32_t& value, IParameterLoggingAPI* log = nullptr) const;
+    bool U64(unsigned int offset, uint64_t& value, IParameterLoggingAPI* log = nullptr) const;
+
+    /// The bytes from offset to the end; null when none stand there.
+    unsigned char const* From(unsigned int offset) const
+    {
+        return offset < m_size ? m_bytes + offset : nullptr;
+    }
+    /// How many bytes stand from offset to the end.
+    unsigned int CountFrom(unsigned int offset) const
+    {
+        return offset < m_size ? m_size - offset : 0;
+    }
+    unsigned int Size() const { return m_size; }
+
+private:
+    bool Fail(unsigned int width, unsigned int offset, IParameterLoggingAPI* log) const;
+
+    unsigned char const* m_bytes;
+    unsigned int m_size;
+};
+
+/// Which side wrote a packet: the client's requests and the server's responses differ only for
+/// Device Info, whose response carries the protocol version at 6 and the session ID at 8.
+enum class Direction
+{
+    Request,
+    Response,
+};
+
+/// A packet's head as ParseHead reads it; payload points into the packet.
+struct Head
+{
+    uint16_t command = 0;
+    uint64_t session = 0;
+    uint32_t requestId = 0;
+    unsigned char const* payload = nullptr;
+    unsigned int payloadLength = 0;
+};
+
+/// The one parser of a packet's head, for both directions. False for a packet below 7 bytes or
+/// with a wrong start tag; a packet too short for its session ID logs the short read (see View)
+/// and is true only for the commands without a payload (requests: 0 to 2 and 9 upward;
+/// responses: 1, 2 and 9 upward). The commands with a request ID, Trigger Values and the Device
+/// Info response need 19 bytes; the payload follows the session ID (and the request ID).
+/// head is reset first; on a false result it holds what was read before the refusal.
+[[nodiscard]] bool ParseHead(View packet, Direction direction, Head& head,
+                             IParameterLoggingAPI* log = nullptr);
 
 } // namespace ParameterKnobbyPacket

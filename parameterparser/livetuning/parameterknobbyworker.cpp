@@ -40,13 +40,6 @@ uint64_t DrawSessionId()
     return value ^ (value >> 31);
 }
 
-void LogShortRead(IParameterLoggingAPI* log, long long count, int offset, unsigned int size)
-{
-    ParameterLogging::Write(log, ParameterLogging::LogError,
-                            "Failed to read %lld bytes from binary file offset %d, length %d\n",
-                            count, offset, static_cast<int>(size));
-}
-
 } // namespace
 
 ParameterKnobbyWorker::ParameterKnobbyWorker(IParameterDataAPI* data) : m_data(data)
@@ -177,11 +170,10 @@ void ParameterKnobbyWorker::Execute(unsigned char const* data, unsigned int size
 {
     if (size == 0 || data == nullptr || m_data == nullptr || m_com == nullptr)
         return;
-    unsigned int command = Wire::DeviceInfo;
-    if (size < 4)
-        LogShortRead(m_data, 2, static_cast<int>(Wire::CommandOffset), size);
-    else
-        command = Wire::GetU16(data + Wire::CommandOffset);
+    // A packet too short for its command is logged and counts as Device Info, which it is too
+    // short for as well.
+    uint16_t command = Wire::DeviceInfo;
+    (void)Wire::View(data, size).U16(Wire::CommandOffset, command, m_data);
     if (command >= Wire::CommandCount || size < MinimumRequestSize[command])
         return;
     switch (command) {
@@ -221,48 +213,34 @@ void ParameterKnobbyWorker::Execute(unsigned char const* data, unsigned int size
 void ParameterKnobbyWorker::WriteBareHead(unsigned char* buffer, unsigned short command,
                                           unsigned int length) const
 {
-    Wire::PutU16(buffer + Wire::TagOffset, Wire::StartTag);
-    Wire::PutU16(buffer + Wire::CommandOffset, command);
-    Wire::PutU16(buffer + Wire::LengthOffset, static_cast<uint16_t>(length));
-    Wire::PutU64(buffer + Wire::SessionOffset, m_knobbyID);
+    Wire::WriteHead(buffer, command, length, m_knobbyID);
 }
+
+namespace {
+
+// Hands a parsed head out through the separate results of the public helpers.
+bool Unpack(bool parsed, Wire::Head const& head, unsigned short& command, unsigned long& id,
+            unsigned int& requestID, unsigned char const*& payload, unsigned int& payloadLength)
+{
+    command = head.command;
+    id = static_cast<unsigned long>(head.session);
+    requestID = head.requestId;
+    payload = head.payload;
+    payloadLength = head.payloadLength;
+    return parsed;
+}
+
+} // namespace
 
 bool ParameterKnobbyWorker::ParseRequest(unsigned char const* packet, unsigned int size,
                                          unsigned short& command, unsigned long& id,
                                          unsigned int& requestID, unsigned char const*& payload,
                                          unsigned int& payloadLength, IParameterLoggingAPI* log)
 {
-    command = 0;
-    id = 0;
-    requestID = 0;
-    payload = nullptr;
-    payloadLength = 0;
-    if (packet == nullptr || size < 7)
-        return false;
-    if (Wire::GetU16(packet + Wire::TagOffset) != Wire::StartTag)
-        return false;
-    command = Wire::GetU16(packet + Wire::CommandOffset);
-    if (size < Wire::HeadSize) {
-        LogShortRead(log, 8, static_cast<int>(Wire::SessionOffset), size);
-        return command < Wire::Modes || command > Wire::Custom;
-    }
-    id = Wire::GetU64(packet + Wire::SessionOffset);
-    unsigned int start = 0;
-    if (Wire::HasRequestId(command)) {
-        if (size < Wire::RequestHeadSize + 1)
-            return false;
-        requestID = Wire::GetU32(packet + Wire::RequestIdOffset);
-        start = Wire::RequestHeadSize;
-    } else if (command == Wire::TriggerValues) {
-        if (size < Wire::RequestHeadSize + 1)
-            return false;
-        start = Wire::HeadSize;
-    } else {
-        return true;
-    }
-    payload = packet + start;
-    payloadLength = size - start;
-    return true;
+    Wire::Head head;
+    bool const parsed =
+        Wire::ParseHead(Wire::View(packet, size), Wire::Direction::Request, head, log);
+    return Unpack(parsed, head, command, id, requestID, payload, payloadLength);
 }
 
 bool ParameterKnobbyWorker::ParseResponse(unsigned char const* packet, unsigned int size,
@@ -270,41 +248,10 @@ bool ParameterKnobbyWorker::ParseResponse(unsigned char const* packet, unsigned 
                                           unsigned int& requestID, unsigned char const*& payload,
                                           unsigned int& payloadLength, IParameterLoggingAPI* log)
 {
-    command = 0;
-    id = 0;
-    requestID = 0;
-    payload = nullptr;
-    payloadLength = 0;
-    if (packet == nullptr || size < 7)
-        return false;
-    if (Wire::GetU16(packet + Wire::TagOffset) != Wire::StartTag)
-        return false;
-    command = Wire::GetU16(packet + Wire::CommandOffset);
-    unsigned int const idOffset =
-        command == Wire::DeviceInfo ? Wire::DeviceInfoSessionOffset : Wire::SessionOffset;
-    if (size < idOffset + 8) {
-        LogShortRead(log, 8, static_cast<int>(idOffset), size);
-        return command == Wire::ActiveModes || command == Wire::ControlValues ||
-               command >= Wire::ModeIndex;
-    }
-    id = Wire::GetU64(packet + idOffset);
-    unsigned int const head = idOffset + 8;
-    unsigned int start = 0;
-    if (Wire::HasRequestId(command)) {
-        if (size < Wire::RequestHeadSize + 1)
-            return false;
-        requestID = Wire::GetU32(packet + head);
-        start = head + 4;
-    } else if (command == Wire::DeviceInfo || command == Wire::TriggerValues) {
-        if (size < Wire::RequestHeadSize + 1)
-            return false;
-        start = head;
-    } else {
-        return true;
-    }
-    payload = packet + start;
-    payloadLength = size - start;
-    return true;
+    Wire::Head head;
+    bool const parsed =
+        Wire::ParseHead(Wire::View(packet, size), Wire::Direction::Response, head, log);
+    return Unpack(parsed, head, command, id, requestID, payload, payloadLength);
 }
 
 bool ParameterKnobbyWorker::BuildResponse(unsigned char* buffer, unsigned int bufferSize,
@@ -321,10 +268,7 @@ bool ParameterKnobbyWorker::BuildResponse(unsigned char* buffer, unsigned int bu
     totalLength = payloadLength + (withRequestId ? 10 : 6);
     if (bufferSize <= totalLength)
         return false;
-    Wire::PutU16(buffer + Wire::TagOffset, Wire::StartTag);
-    Wire::PutU16(buffer + Wire::CommandOffset, command);
-    Wire::PutU16(buffer + Wire::LengthOffset, static_cast<uint16_t>(totalLength));
-    Wire::PutU64(buffer + Wire::SessionOffset, id);
+    Wire::WriteHead(buffer, command, totalLength, id);
     unsigned int offset = Wire::HeadSize;
     if (withRequestId) {
         if (bufferSize < Wire::RequestHeadSize) {

@@ -59,8 +59,8 @@ public:
     void Resume();
 
     /// Executes one request packet of size bytes as the command thread does, queueing its
-    /// response: Device Info for 1 to 3 bytes, nothing for a command above 9 or a request
-    /// below its command's minimum size.
+    /// response. Nothing for a command above 9 or a request below its command's minimum size;
+    /// 1 to 3 bytes also log the short read of the command.
     void Execute(unsigned char const* packet, unsigned int size);
 
     /// The TCP port (or UNIX name number) being served; 0 when not listening.

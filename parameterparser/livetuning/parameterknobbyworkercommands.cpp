@@ -2,10 +2,10 @@
 // ParameterKnobbyWorker: the commands that read the mode tree and the values of the store.
 #include <cstring>
 
-#include "platform/vornalloc.h"
 #include "platform/vornosutils.h"
 
 #include "parameterparser/iparameterdataapi.h"
+#include "parameterparser/livetuning/knobbytext.h"
 #include "parameterparser/livetuning/parameterknobbycom.h"
 #include "parameterparser/livetuning/parameterknobbypacket.h"
 #include "parameterparser/livetuning/parameterknobbyworker.h"
@@ -16,6 +16,10 @@
 namespace {
 
 namespace Wire = ParameterKnobbyPacket;
+using KnobbyText::AppendText;
+using KnobbyText::CutField;
+using KnobbyText::PayloadText;
+using KnobbyText::WorkBuffer;
 
 // Text fields of a request are cut into buffers of this size.
 constexpr unsigned int FieldLength = 512;
@@ -36,90 +40,6 @@ constexpr unsigned int CustomAnswerOffset = 20;
 constexpr int LogTextLength = 127;
 constexpr unsigned int LogHexBytes = 63;
 
-// A zero-filled block from the platform allocator, freed with its holder.
-class WorkBuffer
-{
-public:
-    explicit WorkBuffer(size_t size)
-        : m_data(static_cast<unsigned char*>(VornCalloc(size, VornTagAllocData)))
-    {
-    }
-    ~WorkBuffer() { VornFree(m_data, VornTagRelease); }
-
-    WorkBuffer(WorkBuffer const&) = delete;
-    WorkBuffer& operator=(WorkBuffer const&) = delete;
-
-    unsigned char* Data() const { return m_data; }
-    char* Text(size_t offset = 0) const { return reinterpret_cast<char*>(m_data + offset); }
-
-private:
-    unsigned char* m_data;
-};
-
-// A zero-terminated copy of a request's payload, so that its text fields can be cut without
-// reading past the packet whatever the client sent.
-class PayloadText
-{
-public:
-    PayloadText(unsigned char const* payload, unsigned int length)
-        : m_buffer(static_cast<size_t>(length) + 1)
-    {
-        if (m_buffer.Data() != nullptr && payload != nullptr) {
-            std::memcpy(m_buffer.Data(), payload, length);
-            m_length = length;
-        }
-    }
-
-    char const* Text() const { return m_buffer.Text(); }
-    unsigned int Length() const { return m_length; }
-    bool Valid() const { return m_buffer.Data() != nullptr; }
-
-private:
-    WorkBuffer m_buffer;
-    unsigned int m_length = 0;
-};
-
-// Cuts the field that starts at offset of text (length bytes) up to delimiter, the text's end
-// or a zero byte into result (resultLength bytes, terminated). Returns the offset of the next
-// field when one stands behind the delimiter, or 0 when the text ends there or one byte later.
-unsigned int CutField(PayloadText const& payload, unsigned int offset, char delimiter, char* result,
-                      unsigned int resultLength)
-{
-    char const* text = payload.Text();
-    unsigned int const length = payload.Length();
-    unsigned int end = offset;
-    while (end < length && text[end] != delimiter && text[end] != '\0')
-        ++end;
-    unsigned int const count = offset < end ? end - offset : 0;
-    unsigned int const copied = count < resultLength - 1 ? count : resultLength - 1;
-    if (copied > 0)
-        std::memcpy(result, text + offset, copied);
-    result[copied] = '\0';
-    if (end >= length || text[end] != delimiter)
-        return 0;
-    unsigned int const next = end + 1;
-    return next < length && text[next] != '\0' ? next : 0;
-}
-
-// Appends text at position, keeping limit - position bytes as the most that fits; what does not
-// fit is logged and dropped.
-void AppendText(unsigned char* buffer, unsigned int& position, unsigned int limit, char const* text,
-                IParameterLoggingAPI* log)
-{
-    if (text == nullptr)
-        return;
-    size_t const length = std::strlen(text);
-    size_t const room = position < limit ? limit - position : 0;
-    size_t const count = length < room ? length : room;
-    std::memcpy(buffer + position, text, count);
-    position += static_cast<unsigned int>(count);
-    if (count < length)
-        ParameterLogging::Write(log, ParameterLogging::LogError,
-                                "Failed to write %lld bytes to binary offset %d, length %d\n",
-                                static_cast<long long>(length - count), static_cast<int>(position),
-                                static_cast<int>(limit));
-}
-
 // The last "."-separated step of a variable path: the name a value is shown under when its record
 // carries none, as GetValues shows it.
 char const* LastStep(char const* path)
@@ -132,6 +52,13 @@ char const* LastStep(char const* path)
 void EchoHead(unsigned char* response, unsigned char const* request)
 {
     std::memcpy(response, request, Wire::RequestHeadSize);
+}
+
+// Reads a request's head; false (nothing to answer) when the packet is no whole request.
+bool ReadRequest(unsigned char const* packet, unsigned int size, Wire::Head& head,
+                 IParameterLoggingAPI* log)
+{
+    return Wire::ParseHead(Wire::View(packet, size), Wire::Direction::Request, head, log);
 }
 
 } // namespace
@@ -183,20 +110,18 @@ void ParameterKnobbyWorker::ProcessActiveModes()
 
 void ParameterKnobbyWorker::ProcessModes(unsigned char const* packet, unsigned int size)
 {
-    unsigned short command = 0;
-    unsigned long id = 0;
-    unsigned int requestID = 0;
-    unsigned char const* payload = nullptr;
-    unsigned int payloadLength = 0;
-    if (!ParseRequest(packet, size, command, id, requestID, payload, payloadLength, m_data))
+    Wire::Head head;
+    if (!ReadRequest(packet, size, head, m_data))
         return;
+    unsigned int const requestID = head.requestId;
+    uint64_t const id = head.session;
     if (id != m_knobbyID)
         ParameterLogging::Write(m_data, ParameterLogging::LogError,
                                 "Request packet Knobby ID does not match, Command: Modes(%d): "
                                 "Expected: %llu, Actual: %llu\n",
                                 Wire::Modes, static_cast<unsigned long long>(m_knobbyID),
                                 static_cast<unsigned long long>(id));
-    PayloadText const modes(payload, payloadLength);
+    PayloadText const modes(head.payload, head.payloadLength);
     WorkBuffer const buffer(ModesBufferSize + ModesBufferSlack);
     if (!modes.Valid() || buffer.Data() == nullptr)
         return;
@@ -219,8 +144,11 @@ void ParameterKnobbyWorker::ProcessModes(unsigned char const* packet, unsigned i
 
 void ParameterKnobbyWorker::ProcessInfo(unsigned char const* packet, unsigned int size)
 {
+    Wire::Head head;
+    if (!ReadRequest(packet, size, head, m_data))
+        return;
     WorkBuffer const response(Wire::MaxPacketSize);
-    PayloadText const payload(packet + Wire::RequestHeadSize, size - Wire::RequestHeadSize);
+    PayloadText const payload(head.payload, head.payloadLength);
     if (response.Data() == nullptr || !payload.Valid())
         return;
     EchoHead(response.Data(), packet);
@@ -262,14 +190,16 @@ void ParameterKnobbyWorker::ProcessInfo(unsigned char const* packet, unsigned in
     m_com->Write(response.Data(), static_cast<int>(length));
     ParameterLogging::Write(m_data, ParameterLogging::LogVerbose,
                             "Knobby queued command: Info(%d), ID: %u, Payload: %s\n", Wire::Info,
-                            Wire::GetU32(packet + Wire::RequestIdOffset),
-                            response.Text(Wire::RequestHeadSize));
+                            head.requestId, response.Text(Wire::RequestHeadSize));
 }
 
 void ParameterKnobbyWorker::ProcessGetValues(unsigned char const* packet, unsigned int size)
 {
+    Wire::Head head;
+    if (!ReadRequest(packet, size, head, m_data))
+        return;
     WorkBuffer const response(Wire::MaxPacketSize);
-    PayloadText const payload(packet + Wire::RequestHeadSize, size - Wire::RequestHeadSize);
+    PayloadText const payload(head.payload, head.payloadLength);
     if (response.Data() == nullptr || !payload.Valid())
         return;
     EchoHead(response.Data(), packet);
@@ -292,20 +222,23 @@ void ParameterKnobbyWorker::ProcessGetValues(unsigned char const* packet, unsign
     m_com->Write(response.Data(), static_cast<int>(length));
     ParameterLogging::Write(m_data, ParameterLogging::LogVerbose,
                             "Knobby queued command: GetValues(%d), ID: %u, Payload: %s\n",
-                            Wire::GetValues, Wire::GetU32(packet + Wire::RequestIdOffset), text);
+                            Wire::GetValues, head.requestId, text);
 }
 
 void ParameterKnobbyWorker::ProcessSetValues(unsigned char const* packet, unsigned int size)
 {
+    Wire::Head head;
+    if (!ReadRequest(packet, size, head, m_data))
+        return;
     WorkBuffer const response(Wire::MaxPacketSize);
     WorkBuffer const item(Wire::MaxPacketSize);
     WorkBuffer const readBack(Wire::MaxPacketSize);
-    PayloadText const payload(packet + Wire::RequestHeadSize, size - Wire::RequestHeadSize);
+    PayloadText const payload(head.payload, head.payloadLength);
     if (response.Data() == nullptr || item.Data() == nullptr || readBack.Data() == nullptr ||
         !payload.Valid())
         return;
     EchoHead(response.Data(), packet);
-    unsigned int const requestID = Wire::GetU32(packet + Wire::RequestIdOffset);
+    unsigned int const requestID = head.requestId;
     char* text = response.Text(Wire::RequestHeadSize);
     unsigned int position = Wire::RequestHeadSize;
     unsigned int const limit = Wire::RequestHeadSize + ValueTextLength - 1;
@@ -372,6 +305,9 @@ void ParameterKnobbyWorker::ProcessSetValues(unsigned char const* packet, unsign
 
 void ParameterKnobbyWorker::ProcessCustom(unsigned char const* packet, unsigned int size)
 {
+    Wire::Head head;
+    if (!ReadRequest(packet, size, head, m_data))
+        return;
     WorkBuffer const response(Wire::MaxPacketSize);
     if (response.Data() == nullptr)
         return;
@@ -381,7 +317,7 @@ void ParameterKnobbyWorker::ProcessCustom(unsigned char const* packet, unsigned 
     unsigned char* answer = response.Data() + CustomAnswerOffset;
     KnobbyHandler* handler = Handler();
     if (handler != nullptr) {
-        result = handler->Custom(packet + Wire::RequestHeadSize, size - Wire::RequestHeadSize,
+        result = handler->Custom(head.payload, head.payloadLength,
                                  static_cast<unsigned short>(CustomAnswerCapacity), answer,
                                  answerLength);
         if (answerLength > CustomAnswerCapacity)
@@ -413,12 +349,13 @@ void ParameterKnobbyWorker::ProcessCustom(unsigned char const* packet, unsigned 
     }
     ParameterLogging::Write(m_data, ParameterLogging::LogVerbose,
                             "Knobby queued command: Custom(%d), ID: %u, Payload: %s...\n",
-                            Wire::Custom, Wire::GetU32(packet + Wire::RequestIdOffset), shown);
+                            Wire::Custom, head.requestId, shown);
 }
 
 void ParameterKnobbyWorker::ProcessModeTableIndex(unsigned char const* packet, unsigned int size)
 {
-    PayloadText const request(packet + Wire::HeadSize, size - Wire::HeadSize);
+    Wire::View const view(packet, size);
+    PayloadText const request(view.From(Wire::HeadSize), view.CountFrom(Wire::HeadSize));
     if (!request.Valid())
         return;
     bool ok = false;

@@ -5,6 +5,7 @@
 #include "platform/vornalloc.h"
 
 #include "parameterparser/iparameterdataapi.h"
+#include "parameterparser/livetuning/knobbytext.h"
 #include "parameterparser/livetuning/parameterknobbycom.h"
 #include "parameterparser/livetuning/parameterknobbypacket.h"
 #include "parameterparser/livetuning/parameterknobbyworker.h"
@@ -22,22 +23,6 @@ constexpr unsigned int ControlValueTextLength = 128;
 constexpr unsigned int TriggerTextLimit = 65520;
 // Bytes of one value on the wire: identifier and double.
 constexpr unsigned int WireValueSize = 12;
-
-// Cuts the text at offset up to ":" or its end into result (FieldLength bytes); returns the
-// offset behind the ":", or length when the text ended.
-unsigned int CutTriggerField(char const* text, unsigned int length, unsigned int offset,
-                             char* result)
-{
-    unsigned int end = offset;
-    while (end < length && text[end] != ':' && text[end] != '\0')
-        ++end;
-    unsigned int const count = end > offset ? end - offset : 0;
-    unsigned int const copied = count < FieldLength - 1 ? count : FieldLength - 1;
-    if (copied > 0)
-        std::memcpy(result, text + offset, copied);
-    result[copied] = '\0';
-    return end < length && text[end] == ':' ? end + 1 : length;
-}
 
 void PutText(unsigned char* buffer, unsigned int& position, char const* text, size_t length)
 {
@@ -113,21 +98,22 @@ void ParameterKnobbyWorker::ProcessControlValues()
 
 void ParameterKnobbyWorker::ProcessTriggerValues(unsigned char const* packet, unsigned int size)
 {
-    unsigned short command = 0;
-    unsigned long id = 0;
-    unsigned int requestID = 0;
-    unsigned char const* payload = nullptr;
-    unsigned int payloadLength = 0;
-    if (!ParseRequest(packet, size, command, id, requestID, payload, payloadLength, m_data) ||
-        payload == nullptr || payloadLength == 0)
+    Wire::Head head;
+    if (!Wire::ParseHead(Wire::View(packet, size), Wire::Direction::Request, head, m_data) ||
+        head.payload == nullptr || head.payloadLength == 0)
         return;
-    auto const* text = reinterpret_cast<char const*>(payload);
+    // "modePath:module:pipeline"; a field left out is empty.
+    KnobbyText::PayloadText const text(head.payload, head.payloadLength);
+    if (!text.Valid())
+        return;
     char modePath[FieldLength] = {};
     char module[FieldLength] = {};
     char pipeline[FieldLength] = {};
-    unsigned int offset = CutTriggerField(text, payloadLength, 0, modePath);
-    offset = CutTriggerField(text, payloadLength, offset, module);
-    CutTriggerField(text, payloadLength, offset, pipeline);
+    unsigned int offset = KnobbyText::CutField(text, 0, ':', modePath, FieldLength);
+    if (offset != 0)
+        offset = KnobbyText::CutField(text, offset, ':', module, FieldLength);
+    if (offset != 0)
+        KnobbyText::CutField(text, offset, ':', pipeline, FieldLength);
 
     std::lock_guard<std::recursive_mutex> lock(m_valueMutex);
     if (!TriggerRequestExists(modePath, module, pipeline)) {
@@ -265,10 +251,7 @@ void ParameterKnobbyWorker::SendTriggerValues(ParameterTriggerValues const* requ
             position += WireValueSize;
         }
     }
-    Wire::PutU16(buffer + Wire::TagOffset, Wire::StartTag);
-    Wire::PutU16(buffer + Wire::CommandOffset, Wire::TriggerValues);
-    Wire::PutU16(buffer + Wire::LengthOffset, static_cast<uint16_t>(position));
-    Wire::PutU64(buffer + Wire::SessionOffset, m_knobbyID);
+    Wire::WriteHead(buffer, Wire::TriggerValues, position, m_knobbyID);
     m_com->Write(buffer, static_cast<int>(position));
     ParameterLogging::Write(m_data, ParameterLogging::LogVerbose,
                             "Knobby queued command: Control Values(%d), Version: %u.%u, Name: "

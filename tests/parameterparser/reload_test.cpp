@@ -29,9 +29,10 @@
 #include "paramgen/fdSetManager.h"
 #include "paramgen/fdSetManager.writer.h"
 #include "paramgen/vornflindices.h"
+#include "tests/common/livetuningfixture.h"
 #include "tests/common/logcapture.h"
+#include "tests/common/loopbackclient.h"
 #include "tests/common/tempfile.h"
-#include "tests/parameterparser/livetuning/livetuningsupport.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define RELOAD_TEST_ASAN 1
@@ -46,7 +47,7 @@
 
 namespace {
 
-using LiveTuningTest::Bytes;
+using ParamTest::Bytes;
 using TuningWriter::EntryValue;
 namespace Wire = ParameterKnobbyPacket;
 
@@ -557,22 +558,21 @@ TEST_F(ReloadTest, LiveTuningClientAsksThroughReloads)
     std::atomic<unsigned int> answered{0};
     std::atomic<bool> lost{false};
     std::vector<std::pair<uint16_t, std::string>> answers;
-    LiveTuningTest::LoopbackClient connection;
+    ParamTest::LoopbackClient connection;
     ASSERT_TRUE(connection.Connect(manager.GetKnobbyPort()));
     std::thread client([&] {
         for (unsigned int i = 0; i < MaxRequests && !done.load(); ++i) {
             Ask const& ask = asks[i % asks.size()];
-            Bytes const response =
-                connection.Send(LiveTuningTest::Request(ask.command, ask.payload, i))
-                    ? connection.ReadPacket(std::chrono::milliseconds(5000))
-                    : Bytes();
+            Bytes const response = connection.Send(ParamTest::Request(ask.command, ask.payload, i))
+                                       ? connection.ReadPacket(std::chrono::milliseconds(5000))
+                                       : Bytes();
             if (response.size() < Wire::HeadSize ||
                 Wire::GetU16(response.data() + Wire::LengthOffset) != response.size() ||
                 Wire::GetU16(response.data() + Wire::CommandOffset) != ask.command) {
                 lost.store(true);
                 break;
             }
-            answers.emplace_back(ask.command, LiveTuningTest::TextAt(response, ask.textOffset));
+            answers.emplace_back(ask.command, ParamTest::TextAt(response, ask.textOffset));
             answered.fetch_add(1);
         }
     });
@@ -581,7 +581,7 @@ TEST_F(ReloadTest, LiveTuningClientAsksThroughReloads)
     for (unsigned int round = 1; round <= Rounds; ++round) {
         // Each reload starts while the client is in the middle of its requests.
         unsigned int const before = answered.load();
-        EXPECT_TRUE(LiveTuningTest::WaitFor([&] { return answered.load() > before + 3; }))
+        EXPECT_TRUE(ParamTest::WaitFor([&] { return answered.load() > before + 3; }))
             << "round " << round;
         std::string const tag = "round" + std::to_string(round);
         m_file.Rewrite(PreviewAndVideo(10 + 100 * round, tag));
@@ -589,7 +589,7 @@ TEST_F(ReloadTest, LiveTuningClientAsksThroughReloads)
         identifiers.push_back("live;BinaryTag=" + tag);
     }
     unsigned int const before = answered.load();
-    EXPECT_TRUE(LiveTuningTest::WaitFor([&] { return answered.load() > before + 3; }));
+    EXPECT_TRUE(ParamTest::WaitFor([&] { return answered.load() > before + 3; }));
     done.store(true);
     client.join();
     EXPECT_FALSE(lost.load());

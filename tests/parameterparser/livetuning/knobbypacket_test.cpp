@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: Apache-2.0
+// Tests of the packet helpers: the head parser in both directions, the response builder and the
+// printable test, each at the bounds of its sizes.
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "parameterparser/livetuning/parameterknobbyworker.h"
+
+#include "tests/common/livetuningfixture.h"
+#include "tests/common/logcapture.h"
+#include "tests/common/loopbackclient.h"
+
+namespace {
+
+namespace Wire = ParameterKnobbyPacket;
+
+// Names and gates the helpers' log lines; the capture collects them.
+ParamTest::FakeDataAPI g_logger;
+using ParamTest::Bytes;
+using ParamTest::Request;
+
+struct ParseCase
+{
+    bool response;
+    uint16_t command;
+    char const* payload;
+    unsigned int size; ///< the packet cut to this size; 0 keeps it whole
+    bool ok;
+    unsigned int sessionAt; ///< 0: the session ID is not read
+    unsigned int payloadAt; ///< 0: no payload
+};
+
+TEST(KnobbyPacketTest, ParseFindsSessionRequestIdAndPayloadByDirectionAndCommand)
+{
+    constexpr bool Rsp = true;
+    ParseCase const cases[] = {
+        {false, Wire::ActiveModes, "", 0, true, 6, 0},
+        {false, Wire::ActiveModes, "", 7, true, 0, 0},
+        {false, Wire::ActiveModes, "", 6, false, 0, 0},
+        {false, Wire::ControlValues, "", 13, true, 0, 0},
+        {false, Wire::Modes, "", 13, false, 0, 0},
+        {false, Wire::Custom, "x", 13, false, 0, 0},
+        {false, Wire::ModeIndex, "5", 13, true, 0, 0},
+        {false, Wire::ModeIndex, "5", 0, true, 6, 0},
+        {false, Wire::Modes, "Default", 0, true, 6, 18},
+        {false, Wire::Modes, "Default", 19, true, 6, 18},
+        {false, Wire::Modes, "Default", 18, false, 6, 0},
+        {false, Wire::TriggerValues, "0.0:m:p", 0, true, 6, 14},
+        {false, Wire::TriggerValues, "0.0:m:p", 18, false, 6, 0},
+        {Rsp, Wire::DeviceInfo, "name", 0, true, 8, 16},
+        {Rsp, Wire::DeviceInfo, "name", 18, false, 8, 0},
+        {Rsp, Wire::DeviceInfo, "name", 15, false, 0, 0},
+        {Rsp, Wire::ActiveModes, "", 13, true, 0, 0},
+        {Rsp, Wire::TriggerValues, "0.0:m:p", 13, false, 0, 0},
+        {Rsp, Wire::ModeIndex, "5", 13, true, 0, 0},
+        {Rsp, Wire::Info, "text", 0, true, 6, 18},
+    };
+    for (ParseCase const& test : cases) {
+        ParamTest::LogCapture log;
+        Bytes const packet = Request(test.command, test.payload, 0x01020304, 0x1122334455667788);
+        auto const size = static_cast<unsigned int>(test.size != 0 ? test.size : packet.size());
+        unsigned short command = 99;
+        unsigned long id = 99;
+        unsigned int requestId = 99;
+        unsigned char const* payload = nullptr;
+        unsigned int length = 99;
+        auto const parse = test.response ? ParameterKnobbyWorker::ParseResponse
+                                         : ParameterKnobbyWorker::ParseRequest;
+        bool const ok =
+            parse(packet.data(), size, command, id, requestId, payload, length, &g_logger);
+        std::string const name = std::to_string(test.command) +
+                                 (test.response ? " response " : " request ") +
+                                 std::to_string(size);
+        EXPECT_EQ(ok, test.ok) << name;
+        EXPECT_EQ(command, size < 7 ? 0 : test.command) << name;
+        EXPECT_EQ(id, test.sessionAt != 0 ? Wire::GetU64(packet.data() + test.sessionAt) : 0u)
+            << name;
+        bool const withId = test.payloadAt != 0 && Wire::HasRequestId(test.command);
+        EXPECT_EQ(requestId, withId ? 0x01020304u : 0u) << name;
+        EXPECT_EQ(payload, test.payloadAt != 0 ? packet.data() + test.payloadAt : nullptr) << name;
+        EXPECT_EQ(length, test.payloadAt != 0 ? size - test.payloadAt : 0u) << name;
+        // Too short for the session ID: the short read is logged once.
+        unsigned int const idAt = test.response && test.command == Wire::DeviceInfo ? 8 : 6;
+        size_t const logged = size >= 7 && size < idAt + 8 ? 1 : 0;
+        EXPECT_EQ(log.Count("Failed to read 8 bytes from binary file offset " +
+                            std::to_string(idAt) + ", length " + std::to_string(size) + "\n"),
+                  logged)
+            << name;
+    }
+}
+
+TEST(KnobbyPacketTest, ParseRefusesNullAndForeignPackets)
+{
+    Bytes foreign = Request(Wire::ActiveModes);
+    Wire::PutU16(foreign.data(), 0x4242);
+    unsigned short command = 0;
+    unsigned long id = 0;
+    unsigned int requestId = 0;
+    unsigned char const* payload = nullptr;
+    unsigned int length = 0;
+    EXPECT_FALSE(
+        ParameterKnobbyWorker::ParseRequest(nullptr, 20, command, id, requestId, payload, length));
+    EXPECT_FALSE(ParameterKnobbyWorker::ParseRequest(foreign.data(), 14, command, id, requestId,
+                                                     payload, length));
+    EXPECT_EQ(command, 0u);
+}
+
+struct BuildCase
+{
+    uint16_t command;
+    unsigned int bufferSize;
+    unsigned int payloadLength;
+    bool ok;
+    unsigned int total;
+    unsigned int copied; ///< payload bytes that land behind the head
+};
+
+// The length counts the head without the session ID's 8 bytes: a caller passes 8 more than its
+// payload to get the packet's real size.
+TEST(KnobbyPacketTest, BuildResponseWritesTheHeadAndCutsThePayloadToTheBuffer)
+{
+    BuildCase const cases[] = {
+        {Wire::DeviceInfo, 64, 4, false, 0, 0}, {Wire::Info, 14, 0, false, 0, 0},
+        {Wire::Info, 64, 4 + 8, true, 22, 12},  {Wire::Info, 22, 4 + 8, false, 22, 0},
+        {Wire::Info, 23, 4 + 8, true, 22, 5},   {Wire::Info, 17, 0, false, 10, 0},
+        {Wire::Info, 18, 0, true, 10, 0},       {Wire::ControlValues, 15, 4, true, 10, 0},
+    };
+    Bytes const text = {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', 'k', 'l'};
+    for (BuildCase const& test : cases) {
+        ParamTest::LogCapture log;
+        Bytes buffer(test.bufferSize + 8, 0);
+        unsigned int total = 99;
+        bool const ok = ParameterKnobbyWorker::BuildResponse(buffer.data(), test.bufferSize, total,
+                                                             test.command, 0xABCD, 77, text.data(),
+                                                             test.payloadLength, &g_logger);
+        std::string const name =
+            std::to_string(test.command) + "/" + std::to_string(test.bufferSize);
+        EXPECT_EQ(ok, test.ok) << name;
+        EXPECT_EQ(total, test.total) << name;
+        EXPECT_EQ(log.Count("Failed to write 4 bytes to binary offset 14, length 17\n"),
+                  test.bufferSize == 17 ? 1u : 0u);
+        if (!ok)
+            continue;
+        EXPECT_EQ(Wire::GetU16(buffer.data() + Wire::LengthOffset), test.total) << name;
+        EXPECT_EQ(Wire::GetU64(buffer.data() + Wire::SessionOffset), 0xABCDu) << name;
+        bool const withId = Wire::HasRequestId(test.command);
+        EXPECT_EQ(Wire::GetU32(buffer.data() + 14), withId ? 77u : 0u) << name;
+        // Nothing is written past the buffer.
+        Bytes const copied(buffer.begin() + 18, buffer.end());
+        Bytes expected(copied.size(), 0);
+        std::copy(text.begin(), text.begin() + test.copied, expected.begin());
+        EXPECT_EQ(copied, expected) << name;
+    }
+}
+
+TEST(KnobbyPacketTest, PrintableMeansTextOrZeroBytes)
+{
+    struct Case
+    {
+        Bytes bytes;
+        bool printable;
+    } const cases[] = {
+        {{'P', ' ', '1', 0}, true}, {{32, 126}, true}, {{'a', 31}, false},
+        {{'a', 127}, false},        {{}, false},
+    };
+    for (Case const& test : cases)
+        EXPECT_EQ(ParameterKnobbyWorker::IsPrintable(test.bytes.data(),
+                                                     static_cast<unsigned int>(test.bytes.size())),
+                  test.printable);
+    EXPECT_FALSE(ParameterKnobbyWorker::IsPrintable(nullptr, 3));
+}
+
+} // namespace
