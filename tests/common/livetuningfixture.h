@@ -2,6 +2,7 @@
 // Fixtures of the live tuning tests: bounded waits and a store with fixed answers.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -31,9 +32,9 @@ inline bool WaitFor(std::function<bool()> const& condition,
     return condition();
 }
 
-/// Runs a call that may block (a Stop, a destructor) on a thread of its own and waits for it
-/// with a bound. A call still running then hangs inside objects the test owns, which can be
-/// neither freed nor joined: the failure is reported and the program ends at once.
+/// Runs a call that may block (a Stop, a destructor) on a thread and waits for it with a bound.
+/// A call still running then hangs inside objects the test owns, which can be neither freed nor
+/// joined: the failure is reported and the program ends at once.
 inline void BoundedCall(std::function<void()> const& call,
                         std::chrono::milliseconds timeout = std::chrono::milliseconds(5000))
 {
@@ -44,22 +45,28 @@ inline void BoundedCall(std::function<void()> const& call,
     });
     if (!WaitFor([&] { return finished->load(); }, timeout)) {
         ADD_FAILURE() << "a blocking call did not end within " << timeout.count() << " ms";
-        std::fprintf(stderr, "a blocking call did not end: giving up\n");
         std::fflush(nullptr);
         std::_Exit(EXIT_FAILURE);
     }
     thread.join();
 }
 
-/// A store with fixed answers, standing in for a set manager. Each call is recorded as one line
-/// ("get", "set", "info", "children" with its arguments joined by "|"); all access is locked,
-/// since the worker's command thread calls in.
+/// A store with fixed answers, standing in for a set manager. Each call that names a mode is
+/// recorded as one line, its arguments joined by "|"; access is locked for the command thread.
 class FakeDataAPI : public IParameterDataAPI
 {
 public:
     char const* GetLoggingIdentifier() override { return identifier.c_str(); }
     bool LoggingEnabled(ParameterLogging::ParameterLogLevel) override { return true; }
     unsigned int GetModeTableCount() override { return static_cast<unsigned int>(tables.size()); }
+    void GetModeShorthand(char const* modes, char* result, unsigned int length) override
+    {
+        std::snprintf(result, length, "short(%s)", modes);
+    }
+    void GetActiveModes(unsigned char table, char* result, unsigned int length) override
+    {
+        std::snprintf(result, length, "%s#%u", activeModes.c_str(), table);
+    }
 
     bool GetModeTableNames(PList<char const*>& names) override
     {
@@ -69,83 +76,66 @@ public:
     }
 
     bool GetValue(unsigned char table, char const* modePath, char const* variable,
-                  char const* subVariables, char* result, unsigned int resultLength) override
+                  char const* subVariables, char* result, unsigned int length) override
     {
-        std::string const sub = subVariables != nullptr ? subVariables : "<null>";
-        Record("get|" + std::string(modePath) + "|" + variable + "|" + sub + "|" +
-               std::to_string(table));
+        std::string const key = std::string(variable) + "/" + (subVariables ? subVariables : "-");
         std::lock_guard<std::mutex> lock(m_mutex);
-        auto const found = values.find(std::string(variable) + "/" + sub);
-        if (found == values.end())
-            return false;
-        std::snprintf(result, resultLength, "%s", found->second.c_str());
-        return true;
+        m_calls.push_back("get|" + std::string(modePath) + "|" + key + "|" + std::to_string(table));
+        auto const found = values.find(key);
+        if (found != values.end())
+            std::snprintf(result, length, "%s", found->second.c_str());
+        return found != values.end();
     }
 
+    /// A name starting with "f" is refused; one starting with "q" reads back as an empty text.
     bool SetValue(unsigned char, char const* modePath, char const* variable, char const* name,
                   char const* value) override
     {
-        Record("set|" + std::string(modePath) + "|" + variable + "|" + name + "=" + value);
         std::lock_guard<std::mutex> lock(m_mutex);
-        if (failingNames.count(name) != 0)
-            return false;
-        // A name starting with "q" is stored but reads back as an empty text.
-        values[std::string(variable) + "/" + name] =
-            name[0] == 'q' ? std::string() : std::string(name) + "=" + value;
-        return true;
+        m_calls.push_back("set|" + std::string(modePath) + "|" + variable + "|" + name + "=" +
+                          value);
+        if (name[0] != 'f')
+            values[std::string(variable) + "/" + name] =
+                name[0] == 'q' ? "" : std::string(name) + "=" + value;
+        return name[0] != 'f';
     }
 
     bool GetInfo(unsigned char, char const* modePath, char const* variable,
                  PList<ParameterParserInfo>& info) override
     {
-        Record("info|" + std::string(modePath) + "|" + (variable != nullptr ? variable : "<null>"));
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_calls.push_back("info|" + std::string(modePath) + "|" + (variable ? variable : "-"));
         for (ParameterParserInfo const& record : records)
             info.Add(record);
         return infoSucceeds;
     }
 
-    void GetActiveModes(unsigned char table, char* result, unsigned int resultLength) override
-    {
-        std::snprintf(result, resultLength, "%s#%u", activeModes.c_str(), table);
-    }
-
     unsigned int GetChildModes(unsigned char, char const* modePath, unsigned char* result,
-                               unsigned int resultLength) override
+                               unsigned int length) override
     {
-        Record("children|" + std::string(modePath));
-        size_t const count = std::min<size_t>(childModes.size() + 1, resultLength);
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_calls.push_back("children|" + std::string(modePath));
+        size_t const count = std::min<size_t>(childModes.size() + 1, length);
         std::memcpy(result, childModes.c_str(), count);
         return static_cast<unsigned int>(count);
     }
 
-    void GetModeShorthand(char const* modes, char* result, unsigned int resultLength) override
-    {
-        std::snprintf(result, resultLength, "short(%s)", modes);
-    }
-
-    std::vector<std::string> Calls()
+    std::string LastCall()
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        return m_calls;
+        return m_calls.empty() ? std::string() : m_calls.back();
     }
 
-    // Configuration; set before the worker starts.
+    // Set before the worker starts.
     std::string identifier = "FakeStore";
     std::vector<std::string> tables = {"rear"};
     std::string activeModes = "Default|Sensor.0";
     std::string childModes = "Usecase.Preview,Usecase.Video";
-    std::map<std::string, std::string> values; ///< "variable/subVariables" to the answer
-    std::map<std::string, bool> failingNames;
+    std::map<std::string, std::string> values; ///< "variable/subVariables" ("-": none) to text
     std::vector<ParameterParserInfo> records;
     bool infoSucceeds = true;
 
 private:
-    void Record(std::string call)
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_calls.push_back(std::move(call));
-    }
-
     std::mutex m_mutex;
     std::vector<std::string> m_calls;
 };

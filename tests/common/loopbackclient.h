@@ -83,7 +83,6 @@ public:
             close(m_socket);
         m_socket = -1;
     }
-
     bool Send(Bytes const& bytes)
     {
         return send(m_socket, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
