@@ -30,6 +30,46 @@ void PutText(unsigned char* buffer, unsigned int& position, char const* text, si
     position += static_cast<unsigned int>(length);
 }
 
+// Writes one instance's record at position: its name, ":", a 16-bit count and the 12-byte
+// values. False, with nothing written, when the record does not fit the packet; the log says
+// which part did not.
+bool PutInstance(unsigned char* buffer, unsigned int& position,
+                 ParameterTriggerIDValues const& instance, IParameterLoggingAPI* log)
+{
+    size_t const room = Wire::MaxPacketSize - position;
+    size_t const nameLength = std::strlen(instance.Name());
+    size_t const valueBytes = static_cast<size_t>(instance.Count()) * WireValueSize;
+    if (nameLength + 1 >= room) {
+        ParameterLogging::Write(log, ParameterLogging::LogError,
+                                "Knobby Trigger Values(%u) command, insufficient space to "
+                                "write trigger values\n",
+                                static_cast<unsigned int>(Wire::TriggerValues));
+        return false;
+    }
+    // The record needs name, ":", the 2-byte count and the values.
+    if (room <= valueBytes + 4 || nameLength + 3 + valueBytes > room) {
+        ParameterLogging::Write(log, ParameterLogging::LogError,
+                                "Knobby Trigger Values(%u) command, insufficient packet "
+                                "space to hold IPE instance %s\n",
+                                static_cast<unsigned int>(Wire::TriggerValues), instance.Name());
+        return false;
+    }
+    PutText(buffer, position, instance.Name(), nameLength);
+    buffer[position++] = ':';
+    Wire::PutU16(buffer + position, static_cast<uint16_t>(instance.Count()));
+    position += 2;
+    for (unsigned int v = 0; v < instance.Count(); ++v) {
+        ParameterCTValue const& value = instance.Values()[v];
+        uint64_t bits = 0;
+        double const number = value.value;
+        std::memcpy(&bits, &number, sizeof(bits));
+        Wire::PutU32(buffer + position, value.identifier);
+        Wire::PutU64(buffer + position + 4, bits);
+        position += WireValueSize;
+    }
+    return true;
+}
+
 } // namespace
 
 void ParameterKnobbyWorker::SetControlValues(PList<ParameterCTValue> const& values)
@@ -215,41 +255,8 @@ void ParameterKnobbyWorker::SendTriggerValues(ParameterTriggerValues const* requ
 
     PList<ParameterTriggerIDValues*> const& instances = request->Instances();
     for (unsigned int i = 0; i < instances.Count(); ++i) {
-        ParameterTriggerIDValues const* instance = instances[i];
-        if (instance == nullptr)
-            continue;
-        size_t const room = Wire::MaxPacketSize - position;
-        size_t const nameLength = std::strlen(instance->Name());
-        size_t const valueBytes = static_cast<size_t>(instance->Count()) * WireValueSize;
-        if (nameLength + 1 >= room) {
-            ParameterLogging::Write(m_data, ParameterLogging::LogError,
-                                    "Knobby Trigger Values(%u) command, insufficient space to "
-                                    "write trigger values\n",
-                                    static_cast<unsigned int>(Wire::TriggerValues));
+        if (instances[i] != nullptr && !PutInstance(buffer, position, *instances[i], m_data))
             break;
-        }
-        // The record needs name, ":", the 2-byte count and the values.
-        if (room <= valueBytes + 4 || nameLength + 3 + valueBytes > room) {
-            ParameterLogging::Write(m_data, ParameterLogging::LogError,
-                                    "Knobby Trigger Values(%u) command, insufficient packet "
-                                    "space to hold IPE instance %s\n",
-                                    static_cast<unsigned int>(Wire::TriggerValues),
-                                    instance->Name());
-            break;
-        }
-        PutText(buffer, position, instance->Name(), nameLength);
-        buffer[position++] = ':';
-        Wire::PutU16(buffer + position, static_cast<uint16_t>(instance->Count()));
-        position += 2;
-        for (unsigned int v = 0; v < instance->Count(); ++v) {
-            ParameterCTValue const& value = instance->Values()[v];
-            uint64_t bits = 0;
-            double const number = value.value;
-            std::memcpy(&bits, &number, sizeof(bits));
-            Wire::PutU32(buffer + position, value.identifier);
-            Wire::PutU64(buffer + position + 4, bits);
-            position += WireValueSize;
-        }
     }
     Wire::WriteHead(buffer, Wire::TriggerValues, position, m_knobbyID);
     m_com->Write(buffer, static_cast<int>(position));
