@@ -8,6 +8,7 @@
 #include "platform/vornosutils.h"
 
 #include "parameterparser/parametermemberaccess.h"
+#include "parameterparser/parameterstoragesize.h"
 #include "parameterparser/parameterutils.h"
 #include "parameterparser/parameterutilsread.h"
 
@@ -27,7 +28,27 @@ char const Structure[] = "Structure";
 char const Module[] = "Module";
 } // namespace ParameterTypeNames
 
+unsigned int ParameterValuePath::StorageSize(ParameterStorage storage)
+{
+    switch (storage) {
+    case ParameterStorage::Int8:
+    case ParameterStorage::UInt8:
+        return 1;
+    case ParameterStorage::Int16:
+    case ParameterStorage::UInt16:
+        return 2;
+    case ParameterStorage::Int32:
+    case ParameterStorage::UInt32:
+    case ParameterStorage::Float:
+        return 4;
+    default:
+        return 8;
+    }
+}
+
 namespace {
+
+using ParameterValuePath::StorageSize;
 
 // A step's name holds 128 characters and its terminator; longer names are cut and so match
 // nothing.
@@ -71,24 +92,6 @@ void* PointerAt(void* object, uint32_t offset)
     void* pointer = nullptr;
     std::memcpy(&pointer, At(object, offset), sizeof(pointer));
     return pointer;
-}
-
-unsigned int StorageSize(ParameterStorage storage)
-{
-    switch (storage) {
-    case ParameterStorage::Int8:
-    case ParameterStorage::UInt8:
-        return 1;
-    case ParameterStorage::Int16:
-    case ParameterStorage::UInt16:
-        return 2;
-    case ParameterStorage::Int32:
-    case ParameterStorage::UInt32:
-    case ParameterStorage::Float:
-        return 4;
-    default:
-        return 8;
-    }
 }
 
 template <typename T> double Load(unsigned char const* place)

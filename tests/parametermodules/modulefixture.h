@@ -173,12 +173,12 @@ inline EntryValue SampleValue()
         {"parameter_version", EntryValue::Struct({{"revision", EntryValue::Text("rev-A")}})},
         {"noise_threshold_g", EntryValue::Real(2.75)},
         {"frameCount", EntryValue::UInt(9007199254740993ull)},
-        {"optionalGain", EntryValue::Real(1.25)},
+        {"optionalGain", EntryValue::List({EntryValue::Real(1.25)})},
         {"levels", EntryValue::List({EntryValue::UInt(1), EntryValue::UInt(7)})},
         {"labels", EntryValue::List(
                        {EntryValue::Text("near"), EntryValue::Text("far"), EntryValue::Text("")})},
         {"table",
-         EntryValue::List({EntryValue::UInt(10), EntryValue::UInt(20), EntryValue::UInt(30)})},
+         EntryValue::List({EntryValue::Int(10), EntryValue::Int(20), EntryValue::Int(30)})},
         {"shrink",
          EntryValue::Struct({
              {"enable", EntryValue::Int(1)},

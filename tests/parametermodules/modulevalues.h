@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "parameterparser/parametermemberaccess.h"
+#include "parameterparser/parameterstoragesize.h"
 #include "parameterparser/parsercrc.h"
 #include "tools/writer/entryencoder.h"
 
@@ -47,7 +48,7 @@ public:
         return EntryValue::Struct(std::move(fields));
     }
 
-private:
+    /// What member reads as when the file lacks it.
     static EntryValue Missing(ParameterMemberDescriptor const& member)
     {
         switch (member.kind) {
@@ -76,6 +77,7 @@ private:
         return EntryValue::List({});
     }
 
+private:
     static EntryValue MissingStructure(ParameterTypeDescriptor const& type)
     {
         std::vector<std::pair<std::string, EntryValue>> fields;
@@ -198,7 +200,8 @@ private:
 };
 
 /// Compares a loaded structure with the value it was written from, member by member through its
-/// descriptor; reports each difference with its value path.
+/// descriptor; reports each difference with its value path. Members that the value leaves out
+/// are not compared.
 class ValueChecker
 {
 public:
@@ -212,11 +215,8 @@ public:
                 continue;
             std::string const where = path.empty() ? member.name : path + "." + member.name;
             EntryValue const* expected = value.Find(member.name);
-            if (expected == nullptr) {
-                ADD_FAILURE() << where << ": no value was written";
-                continue;
-            }
-            CheckMember(base, member, *expected, where);
+            if (expected != nullptr)
+                CheckMember(base, member, *expected, where);
         }
     }
 
@@ -295,27 +295,6 @@ private:
         return count == expected.items.size() && count != 0;
     }
 
-    static size_t Width(ParameterStorage storage)
-    {
-        switch (storage) {
-        case ParameterStorage::Int8:
-        case ParameterStorage::UInt8:
-            return 1;
-        case ParameterStorage::Int16:
-        case ParameterStorage::UInt16:
-            return 2;
-        case ParameterStorage::Int32:
-        case ParameterStorage::UInt32:
-        case ParameterStorage::Float:
-            return 4;
-        case ParameterStorage::Int64:
-        case ParameterStorage::UInt64:
-        case ParameterStorage::Double:
-            return 8;
-        }
-        return 0;
-    }
-
     template <typename T> static T Read(unsigned char const* at)
     {
         T value;
@@ -364,8 +343,8 @@ private:
                              EntryValue const& expected, std::string const& where)
     {
         for (size_t i = 0; i < expected.items.size(); ++i)
-            CheckNumber(at + i * Width(storage), storage, expected.items[i],
-                        where + "[" + std::to_string(i) + "]");
+            CheckNumber(at + i * ParameterValuePath::StorageSize(storage), storage,
+                        expected.items[i], where + "[" + std::to_string(i) + "]");
     }
 
     void CheckStructures(unsigned char const* at, ParameterMemberDescriptor const& member,

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Value access by textual path on a loaded generated module.
 #include <cstring>
+#include <iterator>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -50,7 +51,13 @@ TEST_F(ValuePathTest, GetValueByPath)
     Case const cases[] = {
         {"shrink.reservedParameters[3]", "3.5"},
         {"shrink.reservedParameters", "0.0,1.0,2.0,3.5,4.0,5.0,6.0,7.0,8.0,9.0"},
+        // An index at the last element reads it; one past reads the whole array.
+        {"shrink.reservedParameters[9]", "9.0"},
         {"shrink.reservedParameters[10]", "0.0,1.0,2.0,3.5,4.0,5.0,6.0,7.0,8.0,9.0"},
+        {"table[2]", "30"},
+        {"table[3]", "10,20,30"},
+        {"labels[2]", ""},
+        {"labels[3]", "near,far,"},
         {"shrink.facePoseShrinkFactor.rollShrinkFactor.triggerPt.start", "1.5"},
         {"shrink.facePoseShrinkFactor.pitchShrinkFactor.triggerData[1].triggerData.data", "0.5"},
         {"shrink.landmarkPoints[2].landmarkIndex", "12"},
@@ -98,30 +105,45 @@ TEST_F(ValuePathTest, EmptyBufferIsNeverWritten)
     }
 }
 
+// Each change is read back by path; every one counts as an edit.
 TEST_F(ValuePathTest, SetValueStoresNumbersAndLists)
 {
-    EXPECT_TRUE(m_module->SetValue("shrink.reservedParameters", "10,x,12"));
-    EXPECT_EQ(Get("shrink.reservedParameters"), "10.0,1.0,12.0,3.5,4.0,5.0,6.0,7.0,8.0,9.0");
-    EXPECT_TRUE(m_module->SetValue("shrink.reservedParameters", ""));
-    EXPECT_EQ(Get("shrink.reservedParameters"), "10.0,1.0,12.0,3.5,4.0,5.0,6.0,7.0,8.0,9.0");
-    EXPECT_EQ(m_module->modified, 3u) << "both list edits count";
-
-    // A list longer than the array stops at its end; a counted array never grows.
-    EXPECT_TRUE(m_module->SetValue("table", "1,2,3,4,5"));
-    EXPECT_EQ(Get("table"), "1,2,3");
-    EXPECT_TRUE(m_module->SetValue("shrink.faceMaskROIControl.minROISizeToRemoveMask[1]", "0.5"));
-    EXPECT_EQ(Get("shrink.faceMaskROIControl.minROISizeToRemoveMask"), "8.0,0.5");
-
-    EXPECT_TRUE(m_module->SetValue("noise_threshold_g", "2.25"));
+    struct Case
+    {
+        char const* path;
+        char const* value;
+        char const* readPath;
+        char const* text;
+    };
+    Case const cases[] = {
+        // A list stores from the first element on and skips what is no number; "" is no change.
+        {"shrink.reservedParameters", "10,x,12", "shrink.reservedParameters",
+         "10.0,1.0,12.0,3.5,4.0,5.0,6.0,7.0,8.0,9.0"},
+        {"shrink.reservedParameters", "", "shrink.reservedParameters",
+         "10.0,1.0,12.0,3.5,4.0,5.0,6.0,7.0,8.0,9.0"},
+        // An index at the last element sets it; one past stores a list from the first.
+        {"shrink.reservedParameters[9]", "19", "shrink.reservedParameters[9]", "19.0"},
+        {"shrink.reservedParameters[10]", "20", "shrink.reservedParameters[0]", "20.0"},
+        // A list longer than the array stops at its end; a counted array never grows.
+        {"table", "1,2,3,4,5", "table", "1,2,3"},
+        {"table[2]", "33", "table", "1,2,33"},
+        {"table[3]", "7", "table", "7,2,33"},
+        {"shrink.faceMaskROIControl.minROISizeToRemoveMask[1]", "0.5",
+         "shrink.faceMaskROIControl.minROISizeToRemoveMask", "8.0,0.5"},
+        // A float held under an integer name keeps its fraction but shows without it.
+        {"noise_threshold_g", "2.25", "noise_threshold_g", "2"},
+        // Integer storage saturates.
+        {"shrink.faceNum", "-5", "shrink.faceNum", "0"},
+        {"levels[0]", "2", "levels", "2,7"},
+        {"shrink.landmarkPoints[2].shrinkMarginFactor", "0.75",
+         "shrink.landmarkPoints[2].shrinkMarginFactor", "0.75"},
+    };
+    for (Case const& item : cases) {
+        EXPECT_TRUE(m_module->SetValue(item.path, item.value)) << item.path;
+        EXPECT_EQ(Get(item.readPath), item.text) << item.path;
+    }
     EXPECT_FLOAT_EQ(m_module->noise_threshold_g, 2.25f);
-    EXPECT_EQ(Get("noise_threshold_g"), "2");
-    // Integer storage saturates.
-    EXPECT_TRUE(m_module->SetValue("shrink.faceNum", "-5"));
-    EXPECT_EQ(m_module->shrink.faceNum, 0u);
-    EXPECT_TRUE(m_module->SetValue("levels[0]", "2"));
-    EXPECT_EQ(m_module->levels[0], 2u);
-    EXPECT_TRUE(m_module->SetValue("shrink.landmarkPoints[1].shrinkMarginFactor", "0.75"));
-    EXPECT_FLOAT_EQ(m_module->shrink.landmarkPoints[1].shrinkMarginFactor, 0.75f);
+    EXPECT_EQ(m_module->modified, 1u + std::size(cases));
 }
 
 TEST_F(ValuePathTest, SetValueRefusals)
@@ -136,6 +158,7 @@ TEST_F(ValuePathTest, SetValueRefusals)
         {"corners", "1"},
         {"shrink.landmarkPoints", "1"},
         {"shrink.landmarkPoints[3].landmarkIndex", "1"},
+        {"corners[2].x", "1"},
         {"shrink.nothing", "1"},
     };
     for (auto const& item : refused)

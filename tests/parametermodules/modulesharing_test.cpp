@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Generated modules against damaged or foreign module data: what loads, what stays zero, what is
-// logged; shared arrays whose holders disagree on their count; pointers that lead back into the
-// tree being read.
+// Generated modules holding arrays that other entries share: one array for every holder, counted
+// in the table's registry and freed with the last, also when the holders disagree on its count;
+// and pointers that lead back into the tree being read.
 #include <functional>
 #include <string>
 #include <vector>
@@ -38,162 +38,10 @@ template <typename Class> struct LoadedModule
     bool loadResult = false;
 };
 
-EntryValue Items(std::vector<EntryValue> items, std::function<void(EntryValue&)> change = {})
-{
-    EntryValue list = EntryValue::List(std::move(items));
-    if (change)
-        change(list);
-    return list;
-}
-
-EntryValue Table(std::function<void(EntryValue&)> change)
-{
-    return Items({EntryValue::Int(10), EntryValue::Int(20), EntryValue::Int(30)}, change);
-}
-
-// ---- Damaged module data -----------------------------------------------------------------
-
-TEST(ModuleDamageTest, DamagedEntryLoadsWhatItCanAndZeroesTheRest)
-{
-    struct Case
-    {
-        char const* name;
-        std::function<void(EntryValue&)> change; ///< damage to the written value
-        uint32_t entrySize;                      ///< the symbol entry's Size field; 0: sound
-        char const* message;                     ///< a line the load must log
-        std::function<void(moduleTestType const&)> check;
-    };
-    Case const cases[] = {
-        {"short entry",
-         {},
-         24,
-         "Insufficient data",
-         [](moduleTestType const& m) {
-             EXPECT_EQ(m.module_version.major_revision, 2);
-             EXPECT_EQ(m.tableCount, 0u);
-             EXPECT_EQ(m.table, nullptr);
-             EXPECT_EQ(m.shrink.landmarkPointsCount, 0u);
-             EXPECT_FLOAT_EQ(m.shrink.minROISizeToShrink, 0.0f);
-         }},
-        {"load limit past the entry",
-         [](EntryValue& v) {
-             EntryValue shrink = *v.Find("shrink");
-             shrink.loadLimitOverride = 0x100000;
-             v.Set("shrink", shrink);
-         },
-         0, "exceeds available size",
-         [](moduleTestType const& m) {
-             EXPECT_EQ(m.tableCount, 3u);
-             EXPECT_FLOAT_EQ(m.shrink.reservedParameters[9], 9.0f);
-         }},
-        {"count past its data",
-         [](EntryValue& v) {
-             v.Set("table", Table([](EntryValue& t) { t.countOverride = 1000; }));
-         },
-         0, "exceeds avaialable data (12), setting count to 3",
-         [](moduleTestType const& m) {
-             ASSERT_EQ(m.tableCount, 3u);
-             EXPECT_EQ(m.table[2], 30);
-             EXPECT_EQ(m.shrink.landmarkPointsCount, 3u);
-         }},
-        {"pointer ID 0",
-         [](EntryValue& v) { v.Set("table", Table([](EntryValue& t) { t.idOverride = 0; })); }, 0,
-         "ReadPointerEntry: Unable to read pointer entry from Symbol table",
-         [](moduleTestType const& m) {
-             EXPECT_EQ(m.tableCount, 0u);
-             EXPECT_EQ(m.table, nullptr);
-             EXPECT_EQ(m.shrink.faceNum, 3u);
-         }},
-        {"pointer ID past the table",
-         [](EntryValue& v) { v.Set("table", Table([](EntryValue& t) { t.idOverride = 5000; })); },
-         0, "entry not found in the binary file",
-         [](moduleTestType const& m) {
-             EXPECT_EQ(m.tableCount, 0u);
-             EXPECT_EQ(m.table, nullptr);
-             EXPECT_EQ(m.labelsCount, 3u);
-             EXPECT_EQ(m.shrink.faceNum, 3u);
-         }},
-    };
-    for (Case const& c : cases) {
-        SCOPED_TRACE(c.name);
-        size_t const before = Vorn::Testing::AllocatedBytes();
-        {
-            ModuleFile file({7, 0, 0}, true);
-            EntryValue value = SampleValue();
-            if (c.change)
-                c.change(value);
-            uint32_t const id = file.AddModule(value);
-            if (c.entrySize != 0) {
-                TuningWriter::TableDamage damage;
-                damage.sizes[id] = c.entrySize;
-                file.Damage(damage);
-            }
-            ASSERT_TRUE(file.Build());
-            ParamTest::LogCapture log;
-            LoadedModule<moduleTestTypeClass> loaded(file, id, InstanceName);
-            ASSERT_NE(loaded.module, nullptr);
-            EXPECT_TRUE(loaded.loadResult) << "damaged data never fails the load";
-            c.check(*loaded.module);
-            EXPECT_TRUE(log.Contains(c.message)) << testing::PrintToString(log.Messages());
-            loaded.module->UnloadModule();
-        }
-        EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before);
-    }
-}
-
-// The module's top structure as another schema generation would write it: frameCount and every
-// nested member dropped, noise_threshold_g and table kept, a member the compiled schema lacks
-// at the end (which the structure's end steps over).
-void DescribeForeignModule(TuningWriter::SchemaSet& set)
-{
-    using TuningWriter::ElementType;
-    using TuningWriter::SchemaElement;
-    if (!set.Begin("moduletest-foreign"))
-        return;
-    set.AddStructure("moduletest::moduleTestType", "moduleTestType",
-                     {SchemaElement("noise_threshold_g", ElementType::Float, 0, 1, 1),
-                      SchemaElement("table", ElementType::Int32, 0, 0, 0xFFFFFFFF),
-                      SchemaElement("addedTail", ElementType::UInt32, 0, 1, 1)});
-}
-
-TEST(ModuleDamageTest, DataOfAnotherSchemaKeepsTheMembersItShares)
-{
-    size_t const before = Vorn::Testing::AllocatedBytes();
-    {
-        ModuleSchema const foreign{nullptr, "moduletest::moduleTestType", InstanceName,
-                                   SourceVersion, &DescribeForeignModule};
-        ModuleFile file({7, 0, 0}, true, foreign);
-        uint32_t const id =
-            file.AddModule(EntryValue::Struct({{"noise_threshold_g", EntryValue::Real(2.75)},
-                                               {"table", Table({})},
-                                               {"addedTail", EntryValue::UInt(77)}}));
-        ASSERT_TRUE(file.Build());
-        ParamTest::LogCapture log;
-        LoadedModule<moduleTestTypeClass> loaded(file, id, InstanceName);
-        ASSERT_NE(loaded.module, nullptr);
-        EXPECT_TRUE(loaded.loadResult);
-        moduleTestType const& m = *loaded.module;
-        EXPECT_FLOAT_EQ(m.noise_threshold_g, 2.75f);
-        ASSERT_EQ(m.tableCount, 3u);
-        EXPECT_EQ(m.table[1], 20);
-        // What the file does not hold is zero.
-        EXPECT_EQ(m.frameCount, 0u);
-        EXPECT_EQ(m.labelsCount, 0u);
-        EXPECT_EQ(m.parameter_version.revision, nullptr);
-        EXPECT_EQ(m.shrink.faceNum, 0u);
-        EXPECT_TRUE(log.Contains("ReadStringArray: 0x"
-                                 "fdc2f795cee65bd6 entry not found in the binary file, all values "
-                                 "will be 0"))
-            << testing::PrintToString(log.Messages());
-        EXPECT_TRUE(log.Contains("does not match expected bytes"));
-        loaded.module->UnloadModule();
-    }
-    EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before);
-}
-
-// ---- Shared arrays whose holders disagree --------------------------------------------------
-
-TEST(ModuleSharingTest, HolderDeclaringMoreThanTheSharedArrayIsCutToIt)
+// Two holders of one block, declaring the same count or another one: the first loads it, the
+// second takes the same array (cut to what it holds) and the registry counts both; the array goes
+// with the last, whichever that is.
+TEST(ModuleSharingTest, SharedArrayIsLoadedOnceAndFreedWithItsLastHolder)
 {
     struct Case
     {
@@ -232,6 +80,9 @@ TEST(ModuleSharingTest, HolderDeclaringMoreThanTheSharedArrayIsCutToIt)
         value.Set("shrink", EntryValue(*value.Find("shrink")).Set("landmarkPoints", list));
     };
     Case const cases[] = {
+        {"same count", numbers, setTop("table"),
+         [](moduleTestType const& m) { return m.tableCount; },
+         [](moduleTestType const& m) -> void const* { return m.table; }, "table[#]", 3, 3, false},
         {"numbers", numbers, setTop("table"), [](moduleTestType const& m) { return m.tableCount; },
          [](moduleTestType const& m) -> void const* { return m.table; }, "table[#]", 3, 5, false},
         {"strings", texts, setTop("labels"), [](moduleTestType const& m) { return m.labelsCount; },
@@ -287,19 +138,22 @@ TEST(ModuleSharingTest, HolderDeclaringMoreThanTheSharedArrayIsCutToIt)
                 path.replace(path.find('#'), 1, std::to_string(i));
                 EXPECT_TRUE(b.module->GetValue(path.c_str(), out, sizeof(out))) << path;
             }
-            if (c.secondUnloadsLast) {
-                a.module->UnloadModule();
-                b.module->UnloadModule();
-            } else {
-                b.module->UnloadModule();
-                a.module->UnloadModule();
-            }
+            void const* const array = c.array(*a.module);
+            DupObjInfo* info = file.Table().FindDupObject(const_cast<void*>(array));
+            ASSERT_NE(info, nullptr);
+            EXPECT_EQ(info->RefCount.load(), 2u);
+            moduleTestTypeClass* earlier = c.secondUnloadsLast ? a.module : b.module;
+            moduleTestTypeClass* later = c.secondUnloadsLast ? b.module : a.module;
+            earlier->UnloadModule();
+            EXPECT_EQ(c.array(*earlier), nullptr);
+            EXPECT_EQ(info->RefCount.load(), 1u);
+            EXPECT_EQ(c.array(*later), array) << "kept for its other holder";
+            later->UnloadModule();
+            EXPECT_EQ(file.Table().FindDupObject(const_cast<void*>(array)), nullptr);
         }
         EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before) << "every element freed once";
     }
 }
-
-// ---- Pointers back into the tree being read ------------------------------------------------
 
 EntryValue Node(double start, EntryValue trigger)
 {
