@@ -44,6 +44,7 @@ protected:
         // override file on its next use.
         m_settings = StatsAlgoSettings::GetInstance();
         StatsAlgoSettingsImpl::ResetForTesting();
+        m_log.Clear();
     }
 
     void TearDown() override
