@@ -273,11 +273,14 @@ TEST_F(FaceROIShapingTest, BadInputNeverShapesOrCrashes)
         ASSERT_TRUE(m_priority.SetTuningData(m_tuning.Get()));
     }
 
-    // A landmark index past the record's points, a margin outside [0, 1] and a count past the
-    // array are ignored.
-    m_tuning.SetLandmarks({{40, 0.5F}, {1, 0.5F}, {2, 1.5F}, {3, -0.1F}, {11, 0.5F}});
+    // A landmark index past the record's points (12 and on, whatever the count says) and a
+    // margin outside [0, 1] are ignored: three usable landmarks are too few. Behind the points
+    // lie the count and the carried value, which would read as a usable point (200, 150).
+    m_tuning.SetLandmarks(
+        {{40, 0.5F}, {1, 0.5F}, {2, 0.5F}, {11, 0.5F}, {12, 0.5F}, {3, 1.5F}, {4, -0.1F}});
     StatsROIData wild = Face(1, 100, 100, 200, 200);
-    wild.landmarkCount = 1000;
+    wild.landmarkCount = 200;
+    wild.carriedValue = 150;
     for (StatsROIPoint& point : wild.landmarks)
         point = {150, 150};
     EXPECT_EQ(ShapeOne(wild), whole);

@@ -3,6 +3,7 @@
 // conversion and partial-ROI trimming.
 #include <cmath>
 #include <tuple>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -201,11 +202,13 @@ TEST_F(ROIsDataTest, PartialROIsAreTrimmedAndDroppedPastTheThreshold)
     ASSERT_TRUE(m_rois.ConvertToROIData(&frame, output, 1, 0.45F));
     ASSERT_EQ(m_rois.Size(), 2U);
     EXPECT_EQ(output[1].height, 60.0F);
-    // A window larger than the image turns trimming off.
-    for (float width : {2000.0F, 2001.0F}) {
-        ASSERT_TRUE(m_rois.SetCropWindow(0.0F, 0.0F, width, 1000.0F));
-        ROIData roi = Box(1900, 0, 500, 500);
-        EXPECT_EQ(m_rois.ProcessPartialROI(roi, 0.0F), width > 2000.0F ? 0 : 1) << width;
+    // A window larger than the image, either way, turns trimming off.
+    for (auto [width, height] :
+         {std::pair{2000.0F, 2000.0F}, {2001.0F, 1000.0F}, {1000.0F, 2001.0F}}) {
+        ASSERT_TRUE(m_rois.SetCropWindow(0.0F, 0.0F, width, height));
+        ROIData roi = Box(900, 1900, 500, 500);
+        EXPECT_EQ(m_rois.ProcessPartialROI(roi, 0.0F), width > 2000.0F || height > 2000.0F ? 0 : 1)
+            << width;
     }
     EXPECT_EQ(CountLogged(32, "FaceROI: Incorrect input sensor res [2000.000000, 2000.000000], "
                               "crop window [2001.000000, 1000.000000]"),

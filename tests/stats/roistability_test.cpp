@@ -3,6 +3,7 @@
 // measure, refusals, and faces followed by ID over a sequence of frames.
 #include <limits>
 #include <tuple>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -128,6 +129,23 @@ TEST(ROIThresholdCheckerTest, WithoutTuningOrInputNothingChanges)
     EXPECT_EQ(CountLogged(StatsLogLevelError, "Faces: NULL tuning pointer"), 1u);
     EXPECT_EQ(stable.GetROI(0).width, 0.0F);
     EXPECT_EQ(change.GetROI(0).width, 0.0F);
+
+    // A row picked from a longer table is not read from a shorter one.
+    DifferenceTuning longer({{8, 50.0F, 50.0F, 1}, {1, 50.0F, 50.0F, 1}});
+    DifferenceTuning shorter({{1, 50.0F, 50.0F, 1}});
+    OnBoth([&](auto& checker) {
+        Prepare(checker, &longer);
+        ASSERT_TRUE(checker.UpdateThreshold());
+        ASSERT_EQ(checker.GetThresholdIndex(), 1);
+        checker.SetTuningData(shorter.Get());
+        EXPECT_EQ(checker.GetThresholdIndex(), 1);
+        EXPECT_EQ(CountLogged(StatsLogLevelError, "Faces: NULL tuning pointer 0x"), 0u);
+        if constexpr (std::is_same_v<std::decay_t<decltype(checker)>, ROIStableChecker>)
+            EXPECT_TRUE(checker.ROIStableCheck(far, far));
+        else
+            EXPECT_FALSE(checker.ROIChangeCheck(far, far));
+        EXPECT_EQ(CountLogged(StatsLogLevelError, "Faces: NULL tuning pointer 0x"), 1u);
+    });
 
     // Null records: refused, with one line each, except the change checker's frame entry.
     RoiTest::LoggedLines().clear();
