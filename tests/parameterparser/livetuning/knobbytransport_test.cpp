@@ -7,6 +7,7 @@
 #include <thread>
 
 #include <dirent.h>
+#include <sys/un.h>
 
 #include <gtest/gtest.h>
 
@@ -187,6 +188,31 @@ TEST(KnobbySocketTest, AcceptSetsThePeerUpAndReadsOnlyWhatIsReady)
     EXPECT_EQ(server.connection.load(), -1);
 }
 
+// Addresses as bind takes them: TCP by default or on a numeric literal, and the abstract UNIX
+// name, whose leading "#" becomes the zero byte of the abstract namespace.
+TEST(KnobbySocketTest, AddressesAreBuiltForBind)
+{
+    ParameterKnobbyCom::SocketAddress address = {};
+    address.SetupSocket(ParameterKnobbyCom::SocketAddress::UNIX, 0x812f);
+    auto const* local = reinterpret_cast<sockaddr_un*>(&address.address);
+    EXPECT_STREQ(address.name, "#Knobby812f");
+    EXPECT_EQ(address.length, 2u + 11u + 1u);
+    EXPECT_EQ(local->sun_family, AF_UNIX);
+    EXPECT_EQ(std::string(local->sun_path, 12), std::string("\0Knobby812f", 12));
+    address.SetupSocket(ParameterKnobbyCom::SocketAddress::INET, 0x4b4e);
+    EXPECT_STREQ(address.name, "0x4b4e");
+    EXPECT_EQ(address.length, sizeof(sockaddr_in));
+    EXPECT_EQ(reinterpret_cast<sockaddr_in*>(&address.address)->sin_port, htons(0x4b4e));
+    ASSERT_TRUE(address.SetupHost("::1", 7));
+    EXPECT_EQ(address.type, ParameterKnobbyCom::SocketAddress::INET6);
+    EXPECT_EQ(address.length, sizeof(sockaddr_in6));
+    EXPECT_EQ(reinterpret_cast<sockaddr_in6*>(&address.address)->sin6_port, htons(7));
+    // Anything but a numeric literal changes nothing.
+    EXPECT_FALSE(address.SetupHost("localhost", 9));
+    EXPECT_FALSE(address.SetupHost(nullptr, 9));
+    EXPECT_EQ(address.port, 7u);
+}
+
 size_t OpenDescriptors()
 {
     size_t count = 0;
@@ -237,6 +263,7 @@ TEST(KnobbyPortTest, TakenPortsAreWalkedUpOneByOne)
     EXPECT_EQ(com.GetAddressType(), ParameterKnobbyCom::SocketAddress::INET);
     EXPECT_EQ(log.Count("Knobby Server bind failed, Socket: "), 1u);
     EXPECT_EQ(log.Count("Port: 0x4b4e: Result: -1, errno: 98\n"), 1u);
+    EXPECT_EQ(log.Count("Knobby Server bind failed: Address already in use\n"), 1u);
     EXPECT_EQ(log.Count("Port: 0x4b4f: Result: 0, errno: 0\n"), 1u);
     // A second start on the open port opens nothing.
     EXPECT_EQ(com.StartCom(), port);

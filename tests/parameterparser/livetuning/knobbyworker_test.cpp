@@ -124,6 +124,17 @@ void Values(FakeDataAPI& store)
     store.values = {{"module.gain/-", "gain=1.5"}, {"module/a,b", "a=1;b=2"}};
 }
 
+// The largest texts that still go out: the packet's 65534 bytes less the head and terminator.
+std::string const Largest(65513, 'n');
+void LargestName(FakeDataAPI& store)
+{
+    store.records = {ParameterParserInfo(Largest.c_str(), "T")};
+}
+void LargestValue(FakeDataAPI& store)
+{
+    store.values = {{"module.big/-", Largest + "xy"}};
+}
+
 constexpr char Described[] = "gain=1.5,Float;table,UInt32,4;nested,Structure";
 std::string const Block = "Default:module.block:";
 
@@ -173,9 +184,30 @@ INSTANTIATE_TEST_SUITE_P(
                     "get|short(Default)|module.block/q|0", ""},
         CommandCase{"SetValuesModesOnly", nullptr, Request(Wire::SetValues, "Default"), 18, "", 1,
                     "", "Knobby command failed: SetValues(6), ID: 7, Payload: \n"},
+        CommandCase{"InfoOfTheLargestPacket", LargestName, Request(Wire::Info, "Default:module"),
+                    18, Largest + ",T", 1, "info|short(Default)|module"},
+        CommandCase{"GetValuesOfTheLargestPacket", LargestValue,
+                    Request(Wire::GetValues, "Default:module.big"), 18, Largest + "xy", 1,
+                    "get|short(Default)|module.big/-|0"},
         CommandCase{"SetValuesWithoutItems", nullptr, Request(Wire::SetValues, "Default:module"),
                     18, "", 1, "", "Knobby SetValues failed: Failed to read mode\n"}),
     [](::testing::TestParamInfo<CommandCase> const& test) { return test.param.name; });
+
+// One byte more makes a packet of 65535 bytes, which the transport refuses: the client gets no
+// answer, and the log says what was cut and dropped.
+TEST_F(KnobbyWorkerTest, TextsPastTheLargestPacketAreNotSent)
+{
+    std::string const name = Largest + "nn";
+    m_store.records = {ParameterParserInfo(name.c_str(), "T")};
+    m_store.values = {{"module.big/-", name + "xyz"}};
+    StartWorker();
+    ASSERT_TRUE(m_client.Send(Request(Wire::Info, "Default:module")));
+    ASSERT_TRUE(m_client.Send(Request(Wire::GetValues, "Default:module.big")));
+    EXPECT_TRUE(m_client.Silent());
+    EXPECT_TRUE(m_log.HasMessage("Failed to write 1 bytes to binary offset 65534, length 65534\n"));
+    EXPECT_TRUE(ParamTest::WaitFor(
+        [&] { return m_log.Count("Knobby write insufficient buffer size 0\n") == 2; }));
+}
 
 // The session ID is drawn afresh at each start and names no address; only Modes compares it.
 TEST_F(KnobbyWorkerTest, SessionIdIsDrawnAtEachStartAndComparedByModes)
@@ -211,6 +243,25 @@ TEST_F(KnobbyWorkerTest, ModeIndexSelectsAnExistingTableOnly)
         EXPECT_EQ(Wire::GetU64(response.data() + 6), m_worker.GetSessionId());
     }
     EXPECT_EQ(TextAt(Ask(Request(Wire::ActiveModes)), 14), "Default|Sensor.0#1");
+}
+
+// The child list and its terminator fill the 16384-byte buffer from 18, and the response counts
+// ten bytes more: a list of 16355 bytes is refused by the head writer, which leaves the head
+// zero, and the buffer goes out all the same; one byte less is answered in full.
+TEST_F(KnobbyWorkerTest, ModesListAtTheBufferEndIsSentWithoutAHead)
+{
+    for (size_t const length : {16354u, 16355u}) {
+        m_store.childModes = std::string(length, 'm');
+        StartWorker();
+        ASSERT_TRUE(m_client.Send(Request(Wire::Modes, "Default")));
+        Bytes const response = m_client.ReadBytes(length + 29, std::chrono::seconds(5));
+        ASSERT_EQ(response.size(), length + 29) << length;
+        bool const refused = length == 16355;
+        EXPECT_EQ(Wire::GetU16(response.data() + Wire::LengthOffset), refused ? 0 : length + 29);
+        EXPECT_EQ(TextAt(response, 18), m_store.childModes);
+        m_client.Close();
+        m_worker.Stop();
+    }
 }
 
 // Requests below their command's smallest size are dropped unanswered; at that size they run.
