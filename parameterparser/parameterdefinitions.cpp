@@ -29,35 +29,6 @@ bool IsFixedArray(uint16_t flags)
     return (flags & ElementFixedCount) != 0 && (flags & ElementVariableCount) == 0;
 }
 
-// Width in the file of one value of a number code; 0 for codes without one.
-unsigned int NumberWidth(uint32_t type)
-{
-    switch (type) {
-    case TypeInt8:
-    case TypeUInt8:
-    case TypeByteLike:
-        return 1;
-    case TypeInt16:
-    case TypeUInt16:
-    case TypeShortLike:
-        return 2;
-    case TypeInt32:
-    case TypeUInt32:
-    case TypeFloat:
-    case TypeUIntLike:
-    case TypeIntLike:
-    case TypeUIntLike2:
-        return 4;
-    case TypeInt64:
-    case TypeUInt64:
-    case TypeDouble:
-    case TypeLongLike:
-        return 8;
-    default:
-        return 0;
-    }
-}
-
 // Bytes one element adds to its structure's layout, in 64 bits: counts and sizes come from the
 // file, and their products must not wrap round to a small size.
 uint64_t LayoutSize(ParameterDefinitionElementInfo const& info)
@@ -74,7 +45,7 @@ uint64_t LayoutSize(ParameterDefinitionElementInfo const& info)
         return count * 4;
     if (type == TypeStructure && info.Structure != nullptr)
         return static_cast<uint64_t>(info.Structure->Size) * count;
-    return NumberWidth(type) * count;
+    return TypeCodeWidth(type) * count;
 }
 
 // A structure too large for 32-bit positions stays at the largest: every member behind that
@@ -154,7 +125,7 @@ unsigned long ParameterDefinitionElement::GetSize() const
         return Info->Structure != nullptr ? Info->Structure->Size : 0;
     if (type >= TypeString && type <= TypeStringLast)
         return 1;
-    return NumberWidth(type);
+    return TypeCodeWidth(type);
 }
 
 bool ParameterDefinitionElement::IsStructVerified(PList<unsigned int>& visited) const

@@ -38,6 +38,35 @@ enum ParameterDefinitionType : uint32_t
     TypeStringLast = 28,
 };
 
+/// Bytes in the file of one number of code; 0 for a code that is no number.
+inline unsigned int TypeCodeWidth(uint32_t code)
+{
+    switch (code) {
+    case TypeInt8:
+    case TypeUInt8:
+    case TypeByteLike:
+        return 1;
+    case TypeInt16:
+    case TypeUInt16:
+    case TypeShortLike:
+        return 2;
+    case TypeInt32:
+    case TypeUInt32:
+    case TypeFloat:
+    case TypeUIntLike:
+    case TypeIntLike:
+    case TypeUIntLike2:
+        return 4;
+    case TypeInt64:
+    case TypeUInt64:
+    case TypeDouble:
+    case TypeLongLike:
+        return 8;
+    default:
+        return 0;
+    }
+}
+
 /// Element flags. ElementFourByte comes from the file; the two count bits are derived from the
 /// element's minimum and maximum count when it is built.
 constexpr uint16_t ElementFourByte = 0x1;      ///< each element takes four bytes, whatever its type

@@ -8,6 +8,7 @@
 #include <unordered_set>
 
 #include "platform/vornalloc.h"
+#include "platform/vornosutils.h"
 
 #include "parameterparser/moduledata.h"
 #include "parameterparser/parameterbinaryfile.h"
@@ -354,17 +355,17 @@ bool ParameterFileSymbolTable::Load(unsigned char* buffer, unsigned int length,
     FreeModules();
 
     unsigned int const symbolEntrySize = m_layout.symbolEntrySize;
-    m_symbolCount = symbol.Size / symbolEntrySize;
+    m_symbols.count = symbol.Size / symbolEntrySize;
     if (symbol.Size % symbolEntrySize != 0) {
         ParameterLogging::Write(log, ParameterLogging::LogError,
                                 "Invalid symbol table size: %u, expected: %u\n",
                                 static_cast<unsigned int>(symbol.Size),
-                                static_cast<unsigned int>(m_symbolCount * symbolEntrySize));
+                                static_cast<unsigned int>(m_symbols.count * symbolEntrySize));
         return false;
     }
 
     m_hasDataTable = false;
-    m_dataCount = m_symbolCount;
+    m_data.count = m_symbols.count;
     if (dataTable.Offset != 0 && dataTable.Size != 0) {
         unsigned int const dataEntrySize = m_layout.dataEntrySize;
         if (dataEntrySize == 0) {
@@ -373,12 +374,12 @@ bool ParameterFileSymbolTable::Load(unsigned char* buffer, unsigned int length,
             ParameterLogging::Write(log, ParameterLogging::LogWarning,
                                     "Data table entry size is zero\n");
         } else {
-            m_dataCount = dataTable.Size / dataEntrySize;
+            m_data.count = dataTable.Size / dataEntrySize;
             if (dataTable.Size % dataEntrySize != 0) {
                 ParameterLogging::Write(log, ParameterLogging::LogError,
                                         "Invalid data table size: %u, expected: %u\n",
                                         static_cast<unsigned int>(dataTable.Size),
-                                        static_cast<unsigned int>(m_dataCount * dataEntrySize));
+                                        static_cast<unsigned int>(m_data.count * dataEntrySize));
                 return false;
             }
             m_hasDataTable = true;
@@ -397,17 +398,17 @@ bool ParameterFileSymbolTable::Load(unsigned char* buffer, unsigned int length,
         return false;
     }
 
-    m_symbolEntries = AllocateEntries(m_symbolCount);
-    m_symbolLookup = AllocateRows<EntryData>(m_symbolCount);
+    m_symbols.entries = AllocateEntries(m_symbols.count);
+    m_symbols.lookup = AllocateRows<EntryData>(m_symbols.count);
     if (m_hasDataTable) {
-        m_dataEntries = AllocateEntries(m_dataCount);
-        m_dataLookup = AllocateRows<EntryData>(m_dataCount);
+        m_data.entries = AllocateEntries(m_data.count);
+        m_data.lookup = AllocateRows<EntryData>(m_data.count);
     } else {
-        m_dataEntries = m_symbolEntries;
-        m_dataLookup = m_symbolLookup;
+        m_data.entries = m_symbols.entries;
+        m_data.lookup = m_symbols.lookup;
     }
-    if (m_symbolEntries == nullptr || m_symbolLookup == nullptr || m_dataEntries == nullptr ||
-        m_dataLookup == nullptr) {
+    if (m_symbols.entries == nullptr || m_symbols.lookup == nullptr || m_data.entries == nullptr ||
+        m_data.lookup == nullptr) {
         ParameterLogging::Write(log, ParameterLogging::LogError,
                                 "Failed to allocate entry/lookup tables\n");
         FreeEntryData();
@@ -421,10 +422,10 @@ bool ParameterFileSymbolTable::Load(unsigned char* buffer, unsigned int length,
     m_fileLength = m_fileMode ? fileLength : length;
     // Entries read from the file find their tables and data through these, so they are known
     // before the tables are read.
-    m_symbolSize = symbol.Size;
-    m_symbolOffset = symbol.Offset;
-    m_dataTableSize = dataTable.Size;
-    m_dataTableOffset = dataTable.Offset;
+    m_symbols.size = symbol.Size;
+    m_symbols.offset = symbol.Offset;
+    m_data.size = dataTable.Size;
+    m_data.offset = dataTable.Offset;
     m_dataOffset = data.Offset;
     m_dataSize = data.Size;
 
@@ -455,14 +456,14 @@ bool ParameterFileSymbolTable::Load(unsigned char* buffer, unsigned int length,
         }
     }
 
-    if (!ReadTableSection(buffer, length, symbol, symbol, m_symbolCount, true)) {
+    if (!ReadTableSection(buffer, length, symbol, symbol, m_symbols.count, true)) {
         ParameterLogging::Write(log, ParameterLogging::LogError,
                                 "Failed to read symbol table from binary file\n");
         return false;
     }
     if (m_hasDataTable) {
         // The copy's failure message carries the symbol section's numbers, as it always has.
-        if (!ReadTableSection(buffer, length, dataTable, symbol, m_dataCount, false)) {
+        if (!ReadTableSection(buffer, length, dataTable, symbol, m_data.count, false)) {
             ParameterLogging::Write(log, ParameterLogging::LogError,
                                     "Failed to read data table from binary file\n");
             return false;
@@ -470,8 +471,8 @@ bool ParameterFileSymbolTable::Load(unsigned char* buffer, unsigned int length,
     } else {
         // Pointers of a file without a data table lead to symbol entries, which share their
         // groups with the symbol side.
-        m_dataDuplicates = m_symbolDuplicates;
-        m_dataDuplicateCount = m_symbolDuplicateCount;
+        m_data.duplicates = m_symbols.duplicates;
+        m_data.duplicateCount = m_symbols.duplicateCount;
     }
 
     if (!m_fileMode)
@@ -497,18 +498,15 @@ bool ParameterFileSymbolTable::ReadTableSection(unsigned char* buffer, unsigned 
                                                 SectionInfo const& messageSection,
                                                 unsigned int count, bool isSymbol)
 {
-    ParameterFileSymbolTableEntry* entries = isSymbol ? m_symbolEntries : m_dataEntries;
-    EntryData* lookup = isSymbol ? m_symbolLookup : m_dataLookup;
-    unsigned int& duplicateCount = isSymbol ? m_symbolDuplicateCount : m_dataDuplicateCount;
-    PList<DupObjInfo*>*& duplicates = isSymbol ? m_symbolDuplicates : m_dataDuplicates;
+    EntryTable& side = Side(isSymbol);
 
     if (!m_fileMode) {
         // Reads stop at the section's end (or the buffer's, if the section claims more).
         unsigned int const end =
             Within(section.Offset, section.Size, length) ? section.Offset + section.Size : length;
         unsigned int pos = section.Offset;
-        return ReadTable(buffer, end, pos, count, entries, lookup, duplicateCount, duplicates,
-                         m_dataOffset, m_modeTable, isSymbol);
+        return ReadTable(buffer, end, pos, count, side.entries, side.lookup, side.duplicateCount,
+                         side.duplicates, m_dataOffset, m_modeTable, isSymbol);
     }
 
     // An empty table has nothing to copy: the file refuses reads of zero bytes.
@@ -523,8 +521,9 @@ bool ParameterFileSymbolTable::ReadTableSection(unsigned char* buffer, unsigned 
         return false;
     }
     unsigned int pos = 0;
-    bool const read = ReadTable(copy, section.Size, pos, count, entries, lookup, duplicateCount,
-                                duplicates, m_dataOffset, m_modeTable, isSymbol);
+    bool const read =
+        ReadTable(copy, section.Size, pos, count, side.entries, side.lookup, side.duplicateCount,
+                  side.duplicates, m_dataOffset, m_modeTable, isSymbol);
     VornFree(copy, VornTagRelease);
     return read;
 }
@@ -644,7 +643,7 @@ bool ParameterFileSymbolTable::ReadTable(unsigned char* buffer, unsigned int len
 bool ParameterFileSymbolTable::Find(ParameterFileSymbolTableEntry& entry, unsigned int id,
                                     bool isSymbol)
 {
-    unsigned int const count = isSymbol ? m_symbolCount : m_dataCount;
+    unsigned int const count = Side(isSymbol).count;
     if (id == 0 || id > count) {
         ParameterLogging::Write(Logger(), ParameterLogging::LogError,
                                 "Find: Symbol table entry ID %u out of range 1 - %u\n",
@@ -652,7 +651,7 @@ bool ParameterFileSymbolTable::Find(ParameterFileSymbolTableEntry& entry, unsign
         return false;
     }
 
-    ParameterFileSymbolTableEntry* entries = isSymbol ? m_symbolEntries : m_dataEntries;
+    ParameterFileSymbolTableEntry* entries = Side(isSymbol).entries;
     if (entries != nullptr) {
         // A view of the table's entry: it shares Data and owns nothing.
         ParameterFileSymbolTableEntry const& source = entries[id];
@@ -670,7 +669,7 @@ bool ParameterFileSymbolTable::Find(ParameterFileSymbolTableEntry& entry, unsign
     if (m_fileName == nullptr)
         return false;
 
-    EntryData const* lookup = isSymbol ? m_symbolLookup : m_dataLookup;
+    EntryData const* lookup = Side(isSymbol).lookup;
     if (lookup == nullptr || m_file == nullptr)
         return false;
     FileReference(1);
@@ -708,7 +707,7 @@ bool ParameterFileSymbolTable::ReadPointerEntry(ParameterFileSymbolTableEntry& t
         ParameterLogging::Write(log, ParameterLogging::LogError,
                                 "ReadPointerEntry: Unable to find pointer entry ID %u in Symbol "
                                 "table%d\n",
-                                id, static_cast<int>(m_dataCount));
+                                id, static_cast<int>(m_data.count));
         return false;
     }
     return true;
@@ -716,20 +715,20 @@ bool ParameterFileSymbolTable::ReadPointerEntry(ParameterFileSymbolTableEntry& t
 
 void ParameterFileSymbolTable::FreeEntryData()
 {
-    if (m_dataEntries != m_symbolEntries)
-        DestroyEntries(m_dataEntries, m_dataCount);
-    DestroyEntries(m_symbolEntries, m_symbolCount);
-    m_dataEntries = nullptr;
-    m_symbolEntries = nullptr;
+    if (m_data.entries != m_symbols.entries)
+        DestroyEntries(m_data.entries, m_data.count);
+    DestroyEntries(m_symbols.entries, m_symbols.count);
+    m_data.entries = nullptr;
+    m_symbols.entries = nullptr;
 }
 
 void ParameterFileSymbolTable::FreeLookupData()
 {
-    if (m_dataLookup != m_symbolLookup)
-        VornFree(m_dataLookup, VornTagRelease);
-    VornFree(m_symbolLookup, VornTagRelease);
-    m_dataLookup = nullptr;
-    m_symbolLookup = nullptr;
+    if (m_data.lookup != m_symbols.lookup)
+        VornFree(m_data.lookup, VornTagRelease);
+    VornFree(m_symbols.lookup, VornTagRelease);
+    m_data.lookup = nullptr;
+    m_symbols.lookup = nullptr;
 }
 
 void ParameterFileSymbolTable::FreeModules()
@@ -778,26 +777,51 @@ private:
     pthread_rwlock_t& m_lock;
 };
 
+void ParameterFileSymbolTable::LogInvalidCall(bool publish, bool isModule, unsigned int id,
+                                              void* object, int loc) const
+{
+    EntryTable const& side = Side(isModule);
+    // SetDupObject names the object and prints the place as the side and the dup type
+    // ("Loc: Data:12"); GetDupObject prints the dup type alone.
+    char objectText[48] = "";
+    char place[32];
+    if (publish) {
+        Vorn::OsUtils::SNPrintF(objectText, sizeof(objectText), "Obj: %p, ", object);
+        Vorn::OsUtils::SNPrintF(place, sizeof(place), "%s:%d", isModule ? "Symbol" : "Data", loc);
+    } else {
+        Vorn::OsUtils::SNPrintF(place, sizeof(place), "%d", loc);
+    }
+    char duplicate[40] = "";
+    if (side.lookup != nullptr && id <= side.count)
+        Vorn::OsUtils::SNPrintF(duplicate, sizeof(duplicate), "EntryLookup[id].Dup: %u, ",
+                                side.lookup[id].Duplicate);
+    ParameterLogging::Write(
+        Logger(), ParameterLogging::LogError,
+        "%s called with invalid values, This: %p, IsModule: %d, ID: %u, "
+        "%sDupCount: %u, LookupCnt: %u, DupEntries: %p, EntryLookup: %p, "
+        "%sLoc: %s\n",
+        publish ? "SetDupObject" : "GetDupObject", static_cast<void const*>(this), isModule ? 1 : 0,
+        id, objectText, side.duplicateCount, side.count, static_cast<void const*>(side.duplicates),
+        static_cast<void const*>(side.lookup), duplicate, place);
+}
+
 unsigned int ParameterFileSymbolTable::GroupOf(bool isModule, unsigned int id, bool& invalid) const
 {
-    EntryData const* lookup = isModule ? m_symbolLookup : m_dataLookup;
-    unsigned int const count = isModule ? m_symbolCount : m_dataCount;
-    unsigned int const duplicateCount = isModule ? m_symbolDuplicateCount : m_dataDuplicateCount;
-    PList<DupObjInfo*> const* duplicates = isModule ? m_symbolDuplicates : m_dataDuplicates;
+    EntryTable const& side = Side(isModule);
     invalid = false;
-    if (lookup == nullptr || id > count) {
+    if (side.lookup == nullptr || id > side.count) {
         invalid = true;
         return 0;
     }
-    unsigned int const group = lookup[id].Duplicate;
-    if (group != 0 && (duplicates == nullptr || group >= duplicateCount))
+    unsigned int const group = side.lookup[id].Duplicate;
+    if (group != 0 && (side.duplicates == nullptr || group >= side.duplicateCount))
         invalid = true;
     return invalid ? 0 : group;
 }
 
 DupObjInfo* ParameterFileSymbolTable::FindRecord(bool isModule, unsigned int group, int loc) const
 {
-    PList<DupObjInfo*> const& records = (isModule ? m_symbolDuplicates : m_dataDuplicates)[group];
+    PList<DupObjInfo*> const& records = Side(isModule).duplicates[group];
     for (unsigned int i = 0; i < records.Count(); ++i) {
         if (records[i] != nullptr && records[i]->Loc == loc)
             return records[i];
@@ -808,11 +832,10 @@ DupObjInfo* ParameterFileSymbolTable::FindRecord(bool isModule, unsigned int gro
 PList<DupObjInfo*> const* ParameterFileSymbolTable::GetDuplicates(bool isModule,
                                                                   unsigned int group) const
 {
-    PList<DupObjInfo*> const* duplicates = isModule ? m_symbolDuplicates : m_dataDuplicates;
-    unsigned int const duplicateCount = isModule ? m_symbolDuplicateCount : m_dataDuplicateCount;
-    if (duplicates == nullptr || group == 0 || group >= duplicateCount)
+    EntryTable const& side = Side(isModule);
+    if (side.duplicates == nullptr || group == 0 || group >= side.duplicateCount)
         return nullptr;
-    return &duplicates[group];
+    return &side.duplicates[group];
 }
 
 DupObjInfo* ParameterFileSymbolTable::GetDupObjectInternal(bool isModule, unsigned int id, int loc,
@@ -821,27 +844,7 @@ DupObjInfo* ParameterFileSymbolTable::GetDupObjectInternal(bool isModule, unsign
     bool invalid = false;
     unsigned int const group = GroupOf(isModule, id, invalid);
     if (invalid) {
-        EntryData const* lookup = isModule ? m_symbolLookup : m_dataLookup;
-        unsigned int const count = isModule ? m_symbolCount : m_dataCount;
-        unsigned int const duplicateCount =
-            isModule ? m_symbolDuplicateCount : m_dataDuplicateCount;
-        PList<DupObjInfo*> const* duplicates = isModule ? m_symbolDuplicates : m_dataDuplicates;
-        if (lookup != nullptr && id <= count)
-            ParameterLogging::Write(
-                Logger(), ParameterLogging::LogError,
-                "GetDupObject called with invalid values, This: %p, IsModule: %d, ID: %u, "
-                "DupCount: %u, LookupCnt: %u, DupEntries: %p, EntryLookup: %p, "
-                "EntryLookup[id].Dup: %u, Loc: %d\n",
-                static_cast<void*>(this), isModule ? 1 : 0, id, duplicateCount, count,
-                static_cast<void const*>(duplicates), static_cast<void const*>(lookup),
-                lookup[id].Duplicate, loc);
-        else
-            ParameterLogging::Write(
-                Logger(), ParameterLogging::LogError,
-                "GetDupObject called with invalid values, This: %p, IsModule: %d, ID: %u, "
-                "DupCount: %u, LookupCnt: %u, DupEntries: %p, EntryLookup: %p, Loc: %d\n",
-                static_cast<void*>(this), isModule ? 1 : 0, id, duplicateCount, count,
-                static_cast<void const*>(duplicates), static_cast<void const*>(lookup), loc);
+        LogInvalidCall(false, isModule, id, nullptr, loc);
         return nullptr;
     }
     // A block that is not shared takes no lock at all.
@@ -874,31 +877,9 @@ DupObjInfo* ParameterFileSymbolTable::SetDupObject(bool isModule, unsigned int i
 {
     bool invalid = false;
     unsigned int const group = GroupOf(isModule, id, invalid);
-    // The place is printed as the side and the dup type: "Loc: Data:12".
     char const* side = isModule ? "Symbol" : "Data";
     if (invalid) {
-        EntryData const* lookup = isModule ? m_symbolLookup : m_dataLookup;
-        unsigned int const count = isModule ? m_symbolCount : m_dataCount;
-        unsigned int const duplicateCount =
-            isModule ? m_symbolDuplicateCount : m_dataDuplicateCount;
-        PList<DupObjInfo*> const* duplicates = isModule ? m_symbolDuplicates : m_dataDuplicates;
-        if (lookup != nullptr && id <= count)
-            ParameterLogging::Write(
-                Logger(), ParameterLogging::LogError,
-                "SetDupObject called with invalid values, This: %p, IsModule: %d, ID: %u, "
-                "Obj: %p, DupCount: %u, LookupCnt: %u, DupEntries: %p, EntryLookup: %p, "
-                "EntryLookup[id].Dup: %u, Loc: %s:%d\n",
-                static_cast<void*>(this), isModule ? 1 : 0, id, object, duplicateCount, count,
-                static_cast<void const*>(duplicates), static_cast<void const*>(lookup),
-                lookup[id].Duplicate, side, loc);
-        else
-            ParameterLogging::Write(
-                Logger(), ParameterLogging::LogError,
-                "SetDupObject called with invalid values, This: %p, IsModule: %d, ID: %u, "
-                "Obj: %p, DupCount: %u, LookupCnt: %u, DupEntries: %p, EntryLookup: %p, "
-                "Loc: %s:%d\n",
-                static_cast<void*>(this), isModule ? 1 : 0, id, object, duplicateCount, count,
-                static_cast<void const*>(duplicates), static_cast<void const*>(lookup), side, loc);
+        LogInvalidCall(true, isModule, id, object, loc);
         return nullptr;
     }
     if (group == 0)
@@ -929,7 +910,7 @@ DupObjInfo* ParameterFileSymbolTable::SetDupObject(bool isModule, unsigned int i
     info = new (std::nothrow) DupObjInfo(loc);
     if (info == nullptr)
         return nullptr;
-    PList<DupObjInfo*>& records = (isModule ? m_symbolDuplicates : m_dataDuplicates)[group];
+    PList<DupObjInfo*>& records = Side(isModule).duplicates[group];
     unsigned int const before = records.Count();
     records.Add(info);
     if (records.Count() == before) {
@@ -971,22 +952,18 @@ DupObjInfo* ParameterFileSymbolTable::FindDupObject(void* object)
 void ParameterFileSymbolTable::FreeDuplicates()
 {
     // Without a data table both sides name the same lists.
-    bool const shared = m_dataDuplicates == m_symbolDuplicates;
-    for (int side = 0; side < (shared ? 1 : 2); ++side) {
-        PList<DupObjInfo*>*& duplicates = side == 0 ? m_symbolDuplicates : m_dataDuplicates;
-        unsigned int const count = side == 0 ? m_symbolDuplicateCount : m_dataDuplicateCount;
-        if (duplicates == nullptr)
-            continue;
-        for (unsigned int group = 0; group < count; ++group) {
-            for (unsigned int i = 0; i < duplicates[group].Count(); ++i)
-                delete duplicates[group][i];
+    if (m_data.duplicates == m_symbols.duplicates)
+        m_data.duplicates = nullptr;
+    for (EntryTable* side : {&m_symbols, &m_data}) {
+        if (side->duplicates != nullptr) {
+            for (unsigned int group = 0; group < side->duplicateCount; ++group) {
+                for (unsigned int i = 0; i < side->duplicates[group].Count(); ++i)
+                    delete side->duplicates[group][i];
+            }
+            delete[] side->duplicates;
         }
-        delete[] duplicates;
-        duplicates = nullptr;
+        side->duplicates = nullptr;
+        side->duplicateCount = 1;
     }
-    m_symbolDuplicates = nullptr;
-    m_dataDuplicates = nullptr;
-    m_symbolDuplicateCount = 1;
-    m_dataDuplicateCount = 1;
     m_objects.clear();
 }

@@ -229,17 +229,17 @@ public:
 
     /// Every module record of the file in table order; owned by the table.
     PList<ModuleData*> const& Modules() const { return m_modules; }
-    unsigned int GetSymbolCount() const { return m_symbolCount; }
-    unsigned int GetDataCount() const { return m_dataCount; }
+    unsigned int GetSymbolCount() const { return m_symbols.count; }
+    unsigned int GetDataCount() const { return m_data.count; }
     /// Duplicate groups + 1 of each side (slot 0 unused).
-    unsigned int GetSymbolDuplicateCount() const { return m_symbolDuplicateCount; }
-    unsigned int GetDataDuplicateCount() const { return m_dataDuplicateCount; }
+    unsigned int GetSymbolDuplicateCount() const { return m_symbols.duplicateCount; }
+    unsigned int GetDataDuplicateCount() const { return m_data.duplicateCount; }
     /// The lookup rows (count + 1); null after FreeLookupData. Borrowed.
-    EntryData const* GetSymbolLookup() const { return m_symbolLookup; }
-    EntryData const* GetDataLookup() const { return m_dataLookup; }
+    EntryData const* GetSymbolLookup() const { return m_symbols.lookup; }
+    EntryData const* GetDataLookup() const { return m_data.lookup; }
     /// The entry arrays (count + 1); null after FreeEntryData. Borrowed.
-    ParameterFileSymbolTableEntry const* GetSymbolEntries() const { return m_symbolEntries; }
-    ParameterFileSymbolTableEntry const* GetDataEntries() const { return m_dataEntries; }
+    ParameterFileSymbolTableEntry const* GetSymbolEntries() const { return m_symbols.entries; }
+    ParameterFileSymbolTableEntry const* GetDataEntries() const { return m_data.entries; }
     /// Records of one duplicate group; null for group 0 or a group that does not exist.
     PList<DupObjInfo*> const* GetDuplicates(bool isModule, unsigned int group) const;
     bool IsFileMode() const { return m_fileMode; }
@@ -247,8 +247,8 @@ public:
     ParameterBinaryFile* GetFile() const { return m_file; }
     char const* GetFileName() const { return m_fileName; }
     unsigned int GetFileLength() const { return m_fileLength; }
-    unsigned int GetSymbolOffset() const { return m_symbolOffset; }
-    unsigned int GetDataTableOffset() const { return m_dataTableOffset; }
+    unsigned int GetSymbolOffset() const { return m_symbols.offset; }
+    unsigned int GetDataTableOffset() const { return m_data.offset; }
     unsigned int GetDataOffset() const { return m_dataOffset; }
     unsigned int GetDataSize() const { return m_dataSize; }
     /// True when the file has a data table; without one, data identifiers name symbol entries.
@@ -266,6 +266,9 @@ private:
     /// Validates a shared-object call and gives its group; 0 when the block is not shared or the
     /// call does not fit (then invalid is set).
     unsigned int GroupOf(bool isModule, unsigned int id, bool& invalid) const;
+    /// Logs a shared-object call (publish: SetDupObject) whose identifier or group does not fit
+    /// the tables.
+    void LogInvalidCall(bool publish, bool isModule, unsigned int id, void* object, int loc) const;
     /// The record of loc in group on one side, without a lock and without counting.
     DupObjInfo* FindRecord(bool isModule, unsigned int group, int loc) const;
     /// Frees every shared-object record of both sides and the group lists.
@@ -275,32 +278,37 @@ private:
     class LockGuard;
 
     ParameterSetManager* m_setManager;
+    /// One entry table, symbol or data, with its lookups and duplicate groups. Without a data
+    /// table the data side names the symbol side's arrays and groups.
+    struct EntryTable
+    {
+        uint32_t offset = 0;
+        uint32_t size = 0;
+        uint32_t count = 0;
+        ParameterFileSymbolTableEntry* entries = nullptr;
+        EntryData* lookup = nullptr;
+        /// Duplicate groups + 1 (slot 0 unused) and one list of records per group.
+        uint32_t duplicateCount = 1;
+        PList<DupObjInfo*>* duplicates = nullptr;
+    };
+
+    EntryTable& Side(bool isSymbol) { return isSymbol ? m_symbols : m_data; }
+    EntryTable const& Side(bool isSymbol) const { return isSymbol ? m_symbols : m_data; }
+
     ParameterFileLayout m_layout;
+    EntryTable m_symbols;
+    EntryTable m_data;
     char const* m_fileName = nullptr;
     ParameterBinaryFile* m_file = nullptr;
     uint32_t m_fileLength = 0;
-    uint32_t m_symbolSize = 0;
-    uint32_t m_symbolOffset = 0;
-    uint32_t m_dataTableSize = 0;
-    uint32_t m_dataTableOffset = 0;
     uint32_t m_dataOffset = 0;
     uint32_t m_dataSize = 0;
     unsigned char* m_buffer = nullptr;
     IModeTable* m_modeTable = nullptr;
     ModuleMap* m_definitionModules = nullptr;
     StructureMap* m_definitionStructures = nullptr;
-    uint32_t m_symbolCount = 0;
-    uint32_t m_dataCount = 0;
     PList<ModuleData*> m_modules;
-    EntryData* m_symbolLookup = nullptr;
-    EntryData* m_dataLookup = nullptr;
-    PList<DupObjInfo*>* m_symbolDuplicates = nullptr;
-    PList<DupObjInfo*>* m_dataDuplicates = nullptr;
-    uint32_t m_symbolDuplicateCount = 1;
-    uint32_t m_dataDuplicateCount = 1;
     bool m_fileMode = false;
-    ParameterFileSymbolTableEntry* m_symbolEntries = nullptr;
-    ParameterFileSymbolTableEntry* m_dataEntries = nullptr;
     pthread_rwlock_t m_lock;
     bool m_hasDataTable = false;
     std::unordered_map<void*, DupObjInfo*> m_objects;

