@@ -47,27 +47,12 @@ ModuleTest::ModuleSchema ShapeSchema()
     return {&shapeTestType::Descriptor, "shapetest::shapeTestType", InstanceName, {1, 0, 0}};
 }
 
-/// The module of entry id, created and loaded through its class as a set manager does.
-class LoadedShape
+using LoadedShape = ModuleTest::LoadedModule<shapetest::shapeTestTypeClass>;
+
+shapeTestType const& Value(LoadedShape const& loaded)
 {
-public:
-    LoadedShape(ModuleFile& file, uint32_t id)
-        : m_factory(new shapetest::shapeTestTypeClass(InstanceName)), m_registry(m_factory)
-    {
-        m_module = static_cast<shapetest::shapeTestTypeClass*>(
-            m_factory->Create(file.Record(id), &m_registry));
-        m_loaded = m_module != nullptr && m_module->LoadModule(&file.Table());
-    }
-
-    bool Loaded() const { return m_loaded; }
-    shapeTestType const& Value() const { return *m_module; }
-
-private:
-    ParameterModule* m_factory; ///< owned by m_registry
-    DefaultModule m_registry;
-    shapetest::shapeTestTypeClass* m_module = nullptr;
-    bool m_loaded = false;
-};
+    return *loaded.module;
+}
 
 EntryValue& Field(EntryValue& value, std::string const& name)
 {
@@ -412,9 +397,9 @@ TEST_P(EntryReaderToleranceTest, EveryKnownValueComesBackAndTheDifferenceIsToldO
     ASSERT_TRUE(file.Build());
 
     ParamTest::LogCapture log;
-    LoadedShape loaded(file, id);
-    ASSERT_TRUE(loaded.Loaded());
-    ValueChecker().Check(&loaded.Value(), shapeTestType::Descriptor, expected, "");
+    LoadedShape loaded(file, id, InstanceName);
+    ASSERT_TRUE(loaded.loadResult);
+    ValueChecker().Check(&Value(loaded), shapeTestType::Descriptor, expected, "");
     if (!shape.logged.empty()) {
         EXPECT_TRUE(log.Contains(shape.logged)) << shape.logged;
     }
@@ -453,9 +438,9 @@ TEST(EntryReaderLayoutTest, EachVersionReadsItsOwnLayout)
             uint32_t const id = file.AddModule(written);
             ASSERT_TRUE(file.Build());
             ParamTest::LogCapture log;
-            LoadedShape loaded(file, id);
-            ASSERT_TRUE(loaded.Loaded());
-            ValueChecker().Check(&loaded.Value(), shapeTestType::Descriptor, written, "");
+            LoadedShape loaded(file, id, InstanceName);
+            ASSERT_TRUE(loaded.loadResult);
+            ValueChecker().Check(&Value(loaded), shapeTestType::Descriptor, written, "");
             EXPECT_EQ(log.Messages(), std::vector<std::string>());
         }
     }
@@ -475,7 +460,7 @@ TEST(EntryReaderLayoutTest, ProvenStructuresAreClearedAndTrusted)
         uint32_t const id = file.AddModule(written);
         ASSERT_TRUE(file.Build());
         {
-            LoadedShape first(file, id);
+            LoadedShape first(file, id, InstanceName);
         }
         file.Table().ClearDefinitions(false);
         unsigned long const module = ParserCRC64::HashName(InstanceName);
@@ -488,9 +473,9 @@ TEST(EntryReaderLayoutTest, ProvenStructuresAreClearedAndTrusted)
             EXPECT_EQ(nested->Verified, 1);
         }
         ParamTest::LogCapture log;
-        LoadedShape again(file, id);
-        ASSERT_TRUE(again.Loaded());
-        ValueChecker().Check(&again.Value(), shapeTestType::Descriptor, written, "");
+        LoadedShape again(file, id, InstanceName);
+        ASSERT_TRUE(again.loadResult);
+        ValueChecker().Check(&Value(again), shapeTestType::Descriptor, written, "");
         EXPECT_EQ(log.Count("[ERROR]"), 0u);
     }
 }
@@ -670,11 +655,11 @@ TEST(EntryReaderDamageTest, DamagedEntryLoadsWhatItCanAndZeroesTheRest)
             ASSERT_EQ(id, 1u);
             ASSERT_TRUE(file.Build());
             ParamTest::LogCapture log;
-            LoadedShape loaded(file, id);
-            ASSERT_TRUE(loaded.Loaded()) << "damaged data never fails the load";
+            LoadedShape loaded(file, id, InstanceName);
+            ASSERT_TRUE(loaded.loadResult) << "damaged data never fails the load";
             if (test.expect)
-                test.expect(expected, loaded.Value());
-            ValueChecker().Check(&loaded.Value(), shapeTestType::Descriptor, expected, "");
+                test.expect(expected, Value(loaded));
+            ValueChecker().Check(&Value(loaded), shapeTestType::Descriptor, expected, "");
             if (test.logged.empty()) {
                 EXPECT_EQ(log.Messages(), std::vector<std::string>());
             } else {
@@ -731,14 +716,14 @@ TEST(EntryReaderWorkTest, BlocksSharedByManyHoldersDoNotMultiplyTheWork)
     ASSERT_TRUE(file.Build());
 
     ParamTest::LogCapture log;
-    LoadedShape loaded(file, id);
-    ASSERT_TRUE(loaded.Loaded());
-    size_t const nodes = CountNodes(loaded.Value().tree);
+    LoadedShape loaded(file, id, InstanceName);
+    ASSERT_TRUE(loaded.loadResult);
+    size_t const nodes = CountNodes(Value(loaded).tree);
     EXPECT_GT(nodes, Breadth * Breadth);
     EXPECT_LE(nodes, MaxDecodedElementsPerFileByte * file.Table().GetFileLength());
     EXPECT_EQ(log.Count("Module load passes"), 1u);
-    EXPECT_EQ(loaded.Value().last, Field(written, "last").unsignedValue);
-    EXPECT_EQ(loaded.Value().counted[1].gains[2],
+    EXPECT_EQ(Value(loaded).last, Field(written, "last").unsignedValue);
+    EXPECT_EQ(Value(loaded).counted[1].gains[2],
               static_cast<float>(Field(written, "counted").items[1].items[1].items[2].realValue));
 }
 

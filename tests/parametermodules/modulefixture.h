@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include "parameterparser/defaultmodule.h"
 #include "parameterparser/imodetable.h"
 #include "parameterparser/modeentry.h"
 #include "parameterparser/modeslot.h"
@@ -205,6 +206,22 @@ inline EntryValue SampleValue()
         {"note", EntryValue::List({EntryValue::Text("spare")})},
     });
 }
+
+/// The registry entry of a module class and an instance of it created for entry id of file and
+/// loaded from it, as a set manager does.
+template <typename Class> struct LoadedModule
+{
+    LoadedModule(ModuleFile& file, uint32_t id, char const* name) : kind(new Class(name))
+    {
+        module = static_cast<Class*>(kind.module->Create(file.Record(id), &kind));
+        if (module != nullptr)
+            loadResult = module->LoadModule(&file.Table());
+    }
+
+    DefaultModule kind;
+    Class* module = nullptr;
+    bool loadResult = false;
+};
 
 inline ModuleFile::ModuleFile(FileVersion version, bool withDefinitions, ModuleSchema schema)
     : m_version(version), m_withDefinitions(withDefinitions), m_module(schema), m_symbols(version)

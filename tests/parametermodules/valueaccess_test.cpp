@@ -23,9 +23,9 @@ namespace {
 
 using ManagerTest::Step;
 
-// 70 characters: longer than what a structure read gives one element.
-std::string const LongText =
-    "schema-0123456789-0123456789-0123456789-0123456789-0123456789-abcdefgh";
+// What a structure read gives one element: 64 characters; and one more.
+std::string const Text64 = "schema-0123456789-0123456789-0123456789-0123456789-0123456789-ab";
+std::string const LongText = Text64 + "c";
 
 std::string Description()
 {
@@ -52,7 +52,8 @@ instance varitonalTOF varitonalTOFType mode Default|Sensor.0
   value SceneChange.scene_change_distance_thres 10,20,30
   value SceneChange.distance_region 100,2000
 instance versionsA_sw varitonal_versionsA10Type mode Default
-  value parameter_version.revision r7
+  value parameter_version.revision )" +
+           Text64 + R"(
   value varitonal_versionsA10_reserve.xsd_version )" +
            LongText + "\n";
 }
@@ -153,8 +154,8 @@ TEST_F(ValueAccessTest, SubVariablesAreReadByNameAndTheLastDecides)
 
 TEST_F(ValueAccessTest, StructureReadsCutEachElementAt64Characters)
 {
-    EXPECT_EQ(Get(RootPath, "versionsA_sw.varitonal_versionsA10_reserve"),
-              "xsd_version=" + LongText.substr(0, 64));
+    EXPECT_EQ(Get(RootPath, "versionsA_sw.parameter_version"), "revision=" + Text64);
+    EXPECT_EQ(Get(RootPath, "versionsA_sw.varitonal_versionsA10_reserve"), "xsd_version=" + Text64);
     // Asked for by its own name, the text comes whole.
     EXPECT_EQ(Get(RootPath, "versionsA_sw.varitonal_versionsA10_reserve", "xsd_version"),
               "xsd_version=" + LongText);

@@ -89,9 +89,23 @@ TEST_F(ValuePathTest, PathsWithoutAValueGiveFalse)
     }
 }
 
-TEST_F(ValuePathTest, ListsAreCutToTheBuffer)
+// Text is cut to the buffer, terminator included: a buffer that just holds it, and one byte less.
+TEST_F(ValuePathTest, TextIsCutToTheBuffer)
 {
-    EXPECT_EQ(Get("shrink.reservedParameters", true, 8), "0.0,1.0");
+    struct Case
+    {
+        char const* path;
+        unsigned int size;
+        char const* text;
+    };
+    Case const cases[] = {
+        {"shrink.reservedParameters", 8, "0.0,1.0"},
+        {"shrink.reservedParameters", 7, "0.0,1."},
+        {"parameter_version.revision", 6, "rev-A"},
+        {"parameter_version.revision", 5, "rev-"},
+    };
+    for (Case const& item : cases)
+        EXPECT_EQ(Get(item.path, true, item.size), item.text) << item.path << " " << item.size;
 }
 
 TEST_F(ValuePathTest, EmptyBufferIsNeverWritten)
