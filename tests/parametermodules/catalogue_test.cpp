@@ -17,6 +17,7 @@
 #include "parameterparser/defaultmodule.h"
 #include "parameterparser/parametermemberaccess.h"
 #include "parameterparser/parametermodule.h"
+#include "parameterparser/parameterparserinfo.h"
 #include "parameterparser/parsercrc.h"
 #include "tools/generator/schemaset.h"
 #include "tools/writer/tuningdescription.h"
@@ -322,6 +323,8 @@ TEST_P(CatalogueSweepTest, EveryInstanceLoadsByItsName)
         if (answered) {
             EXPECT_STREQ(minor, "7") << instance.instanceName;
         }
+        PList<ParameterParserInfo> info;
+        EXPECT_EQ(module->GetInfo("", info), manager.valueAccess) << instance.instanceName;
     }
 }
 
