@@ -9,7 +9,6 @@
 #include "parameterparser/parameterlogging.h"
 #include "parameterparser/parametermodetable.h"
 #include "parameterparser/parametermodule.h"
-#include "parameterparser/parametersetmanager.h"
 
 namespace {
 
@@ -91,7 +90,7 @@ ModeEntry* ReadLink(ModeEntry** link)
 // through the default sink.
 IParameterLoggingAPI* LoggerOf(ParameterModule const* module)
 {
-    return module->data != nullptr ? module->data->SetManager : nullptr;
+    return module->data != nullptr ? module->data->Logger() : nullptr;
 }
 
 char const* NameOf(ParameterModule const* module)

@@ -83,3 +83,8 @@ ParameterModeTable* ModuleData::GetModeTable() const
         return nullptr;
     return SetManager->GetModeTable(GetModeTableIndex());
 }
+
+IParameterLoggingAPI* ModuleData::Logger() const
+{
+    return SetManager;
+}

@@ -8,6 +8,7 @@
 #include "parameterparser/versionunion.h"
 
 class IModeTable;
+class IParameterLoggingAPI;
 class ParameterFileSymbolTable;
 class ParameterModeTable;
 class ParameterSetManager;
@@ -35,6 +36,8 @@ public:
     /// The manager's table of GetModeTableIndex; null without a manager or for an index out of
     /// range. Borrowed.
     ParameterModeTable* GetModeTable() const;
+    /// The manager as the logger of what concerns this record; null without a manager.
+    IParameterLoggingAPI* Logger() const;
 
     unsigned long NameHash;
     uint32_t ID;

@@ -18,7 +18,6 @@
 #include "parameterparser/parameterlogging.h"
 #include "parameterparser/parametermemberaccess.h"
 #include "parameterparser/parameterschemadifference.h"
-#include "parameterparser/parametersetmanager.h"
 #include "parameterparser/parameterutils.h"
 
 PARAMETER_ENTRY_READER_INSTANCES()
@@ -216,7 +215,7 @@ template <typename Check> bool ForStorage(ParameterStorage storage, Check check)
 
 IParameterLoggingAPI* ParameterEntryReader::EntryLogger(ParameterFileSymbolTableEntry& entry)
 {
-    return entry.Table != nullptr ? entry.GetSetManager() : nullptr;
+    return entry.Table != nullptr ? entry.Table->Logger() : nullptr;
 }
 
 void ParameterEntryReader::LogNotFound(ParameterFileSymbolTableEntry& entry, char const* reader,

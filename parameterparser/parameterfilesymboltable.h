@@ -221,6 +221,8 @@ public:
     /// The layout of the file's version at the table's alignment.
     ParameterFileLayout const& GetLayout() const { return m_layout; }
     ParameterSetManager* GetSetManager() const { return m_setManager; }
+    /// The owning manager as the table's logger; null without one.
+    IParameterLoggingAPI* Logger() const;
 
     /// The definition maps; null when no definition section was read (or after
     /// ClearDefinitions(true)).
@@ -255,7 +257,6 @@ public:
     bool HasDataTable() const { return m_hasDataTable; }
 
 private:
-    IParameterLoggingAPI* Logger() const;
     /// Logs that the kind ("symbol" or "data") of table cannot be read whole from the file, with
     /// messageSection's numbers.
     void LogUnreadableTable(char const* kind, SectionInfo const& messageSection) const;

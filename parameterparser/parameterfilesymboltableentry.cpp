@@ -11,7 +11,6 @@
 #include "parameterparser/parameterbytereader.h"
 #include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parameterlogging.h"
-#include "parameterparser/parametersetmanager.h"
 
 // Symbol entry layout, field by field; every field steps FieldStep(width) at the file's
 // alignment.
@@ -60,7 +59,7 @@ bool ParameterFileSymbolTableEntry::Load(unsigned char* buffer, char const* /*fi
     if (Table == nullptr)
         return false;
     ParameterSetManager* manager = Table->GetSetManager();
-    IParameterLoggingAPI* log = manager;
+    IParameterLoggingAPI* log = Table->Logger();
     ParameterFileLayout const& layout = Table->GetLayout();
     unsigned char const alignment = layout.alignment;
     bool const positional = layout.positionalIds;
