@@ -169,8 +169,7 @@ bool FileLayout::Locate(unsigned int recordId, unsigned long moduleHash,
             reason = "the file holds no number there";
             return false;
         }
-        size_t const width =
-            (info.Flags & ElementFourByte) != 0 ? 4 : ParameterReadDetail::CodeWidth(info.Type);
+        size_t const width = (info.Flags & ElementFourByte) != 0 ? 4 : TypeCodeWidth(info.Type);
         size_t const offset = first + static_cast<size_t>(wanted) * width;
         if (offset > block.size || block.size - offset < width) {
             reason = "it lies past the end of its data";

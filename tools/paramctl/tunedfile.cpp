@@ -166,9 +166,8 @@ bool TuneFile(std::vector<unsigned char>& bytes, ParameterSetManager& tuned, Tun
                 changes.refused.push_back(where + ": " + shown + ": in the file's type, " + why);
                 continue;
             }
-            size_t const width = (place.info->Flags & ElementFourByte) != 0
-                                     ? 4
-                                     : ParameterReadDetail::CodeWidth(place.info->Type);
+            size_t const width =
+                (place.info->Flags & ElementFourByte) != 0 ? 4 : TypeCodeWidth(place.info->Type);
             std::vector<unsigned char> const encoded = Encode(kind, value, width);
             std::copy(encoded.begin(), encoded.end(),
                       bytes.begin() + static_cast<long>(place.offset));
