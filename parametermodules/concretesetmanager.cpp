@@ -8,6 +8,7 @@
 #include "platform/vornalloc.h"
 
 #include "parameterparser/defaultmodule.h"
+#include "parameterparser/livetuning/parameterknobbyhost.h"
 #include "parameterparser/parameterlogging.h"
 #include "parameterparser/parametermodetable.h"
 
@@ -32,6 +33,10 @@ ConcreteSetManager::ConcreteSetManager(Traits const& traits, char const* name,
     m_logWarnings = true;
     m_logVerbose = traits.logVerbose;
     m_ignoreUnknownModules = false;
+    if (traits.liveTuning) {
+        m_knobbyHost.reset(new (std::nothrow) ParameterKnobbyHost(this));
+        static_cast<void>(AttachLiveTuning(m_knobbyHost.get()));
+    }
     for (size_t i = 0; i < count; ++i) {
         // A factory that runs out of memory registers nothing; AddDefaultModule reports it.
         AddDefaultModule(registrations[i].make(registrations[i].instanceName));

@@ -3,12 +3,14 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 
 #include "parameterparser/parameterexport.h"
 #include "parameterparser/parametermodule.h"
 #include "parameterparser/parametersetmanager.h"
 
 class DefaultModule;
+class ParameterKnobbyHost;
 
 /// The common part of the generated set managers (TuningSetManager and its siblings): the
 /// registry of module kinds that a main manager fills from its module list, the factories of
@@ -102,4 +104,6 @@ private:
     ConcreteSetManager* MainConcrete();
 
     char const* m_className;
+    /// The live tuning worker of a main manager made with live tuning; attached to the frame.
+    std::unique_ptr<ParameterKnobbyHost> m_knobbyHost;
 };

@@ -15,7 +15,6 @@
 #include "platform/vornosutils.h"
 
 #include "parameterparser/defaultmodule.h"
-#include "parameterparser/livetuning/parameterknobbyworker.h"
 #include "parameterparser/modeentry.h"
 #include "parameterparser/modeslot.h"
 #include "parameterparser/moduledata.h"
@@ -72,8 +71,8 @@ ParameterSetManager::ParameterSetManager(ParameterSetManager* main, unsigned cha
             m_loggingIdentifier = m_name;
         }
     }
-    if (createWorker)
-        m_knobbyWorker = new (std::nothrow) ParameterKnobbyWorker(this);
+    // The concrete manager that owns the live tuning service attaches it.
+    m_hostsLiveTuning = createWorker;
     LogModeTableBinding();
 }
 
@@ -195,8 +194,7 @@ bool ParameterSetManager::LoadFromBuffer(unsigned char* buffer, unsigned long le
                             m_binaryVersion.Parts.Minor,
                             static_cast<int>(m_binaryVersion.Parts.Patch));
     // Inside a reload the worker starts once the reload is complete.
-    if (m_knobbyWorker != nullptr && m_knobbyEnabled && m_knobbyPauses == 0)
-        m_knobbyWorker->Start();
+    StartKnobbyWorker();
     return m_loadStatus;
 }
 
@@ -277,8 +275,7 @@ bool ParameterSetManager::LoadFromFile(char const* fileName)
                                     "Load Binary Parameters completed: Binary Version: %d.%d.%d\n",
                                     m_binaryVersion.Parts.Major, m_binaryVersion.Parts.Minor,
                                     static_cast<int>(m_binaryVersion.Parts.Patch));
-            if (m_knobbyWorker != nullptr && m_knobbyEnabled && m_knobbyPauses == 0)
-                m_knobbyWorker->Start();
+            StartKnobbyWorker();
         }
     }
     VornFree(window, VornTagRelease);

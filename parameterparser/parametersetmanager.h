@@ -21,7 +21,7 @@ class ModeEntry;
 class ModuleData;
 class ParameterBinaryFile;
 class ParameterFileSymbolTableEntry;
-class ParameterKnobbyWorker;
+class IParameterLiveTuning;
 class ParameterModeTable;
 class ParameterModule;
 struct ModeSlot;
@@ -399,8 +399,8 @@ public:
     bool GetInfo(unsigned char modeTableIndex, TuningMode const* modeBranch, unsigned int modeCount,
                  char const* variable, PList<ParameterParserInfo>& info);
 
-    // Live tuning: the main manager's worker, made when the constructor was asked for one and
-    // started by every successful load.
+    // Live tuning: the service a concrete main manager attaches (AttachLiveTuning) when the
+    // constructor was asked for one, started by every successful load.
 
     /// Reads a live tuning request's head (ParameterKnobbyWorker::ParseRequest). False without a
     /// worker or with live tuning switched off.
@@ -441,15 +441,23 @@ public:
 protected:
     /// Only concrete managers construct one. main is null for a main manager; a derived manager
     /// works on main's mode table modeTableIndex. name is copied; null or empty means none.
+    /// createWorker says that this manager hosts a live tuning service, which the concrete
+    /// manager that owns it attaches with AttachLiveTuning.
     ParameterSetManager(ParameterSetManager* main, unsigned char modeTableIndex, char const* name,
                         bool createWorker);
 
     ParameterSetManager* MainManager();
     ParameterSetManager const* MainManager() const;
 
-    /// Stops and destroys the live tuning worker, waiting for its threads. A concrete manager
-    /// calls it first in its destructor, so that no command runs against a half-destroyed
-    /// object; the frame's destructor calls it again, which does nothing.
+    /// Takes service (borrowed; its owner keeps it until StopKnobbyWorker) as this manager's
+    /// live tuning service. Only a manager constructed with createWorker hosts one: elsewhere,
+    /// and for a second service, nothing happens and false is returned.
+    bool AttachLiveTuning(IParameterLiveTuning* service);
+
+    /// Stops the live tuning service, waiting for its threads, and lets it go. A concrete
+    /// manager calls it first in its destructor, so that no command runs against a
+    /// half-destroyed object, and before its service is destroyed; the frame's destructor calls
+    /// it again, which does nothing.
     void StopKnobbyWorker();
 
     char* m_binaryTag = nullptr;
@@ -476,7 +484,10 @@ protected:
     char m_fileName[FileNameLength] = {};
     /// Module instances taken out of service, in the order they were parked; owned.
     PList<ParameterModule*> m_replacedModules;
-    ParameterKnobbyWorker* m_knobbyWorker = nullptr;
+    /// The live tuning service, attached by the concrete manager that owns it; borrowed.
+    IParameterLiveTuning* m_liveTuning = nullptr;
+    /// The constructor was asked for live tuning: a service may be attached.
+    bool m_hostsLiveTuning = false;
     PList<ParameterModeTable*> m_modeTables;
     char* m_name = nullptr;
     uint32_t m_nameLength = 0;
@@ -494,13 +505,18 @@ protected:
 private:
     friend class ParameterFileLoader;
 
-    /// The stage behind the section table, where the mode tables, the symbol and data tables and
-    /// the modules are read. True when the file is ready for lookups; a file whose sections are
-    /// known and nothing more is such a file.
-    /// Holds the live tuning worker stopped for as long as it lives: a reload or an update frees
+    /// Holds the live tuning service stopped for as long as it lives: a reload or an update frees
     /// and rewires what the command thread reads. Holds nest; the last one to go starts the
     /// worker again when the manager is loaded and live tuning is on.
     class KnobbyPause;
+    /// Starts the live tuning service after a successful load, unless live tuning is switched
+    /// off or a reload or update holds it.
+    void StartKnobbyWorker();
+    /// The two halves of a KnobbyPause. The server keeps its socket and its client: a request
+    /// that comes in the meantime is answered once the last hold goes, which starts the service
+    /// again when the manager is loaded and live tuning is on, and stops it otherwise.
+    void PauseKnobbyWorker();
+    void ResumeKnobbyWorker();
     /// The two load forms behind LoadBinaryParameters, which see that a failure is explained.
     bool LoadFromBuffer(unsigned char* buffer, unsigned long length);
     bool LoadFromFile(char const* fileName);
@@ -529,4 +545,37 @@ private:
     bool CreateDefaultModeTable();
     /// Logs which of the main manager's tables a derived manager was made for.
     void LogModeTableBinding();
+
+    // The store's steps behind the lookups and LoadModules.
+
+    /// True when this object holds a table of that index; otherwise logs that caller was given
+    /// one past the count.
+    bool CheckTableIndex(char const* caller, unsigned char modeTableIndex);
+    /// Logs what is amiss in a lookup's arguments: a null branch with steps, a branch that does
+    /// not start at Default, an empty registry. caller(name) leads each message.
+    void WarnAboutLookup(char const* caller, char const* name, ParameterModeTable const* table,
+                         TuningMode const* modeBranch, unsigned int modeCount);
+    /// The module name of the deepest node of the branch that holds one, root first; null (a
+    /// root miss is a warning) when none does or a root miss meets a null branch.
+    ParameterModule* FindOnBranch(ModeEntry* root, char const* name, TuningMode const* modeBranch,
+                                  unsigned int modeCount);
+    /// Takes the caller's reference on module (file mode) and reads it if needed; a failed read
+    /// gives the reference back and is logged. True when the module is loaded.
+    bool TakeModule(ParameterModule* module, bool fileMode);
+    /// The verbose line of a mode's load or unload; targetPath receives the path of target.
+    void LogModeLoad(char const* prefix, bool load, ModeEntry* mode, ModeEntry* target,
+                     char const* moduleName, TuningMode const* modeBranch, unsigned int modeCount,
+                     char* targetPath, unsigned int targetPathLength);
+    /// Unloads target's own modules, logging references still held, clears them and takes
+    /// target off the active list.
+    void UnloadModeModules(ParameterModeTable& table, ModeEntry* target, char const* prefix,
+                           char const* targetPath, bool fileMode);
+    /// Reads target's modules until one fails; with evict, adds to owners the owners of shared
+    /// modules (other than listed) that were read. True, and target loaded, when all are.
+    bool ReadModeModules(ModeEntry* target, bool evict, ModeEntry const* listed,
+                         PList<ModeEntry*>& owners);
+    /// Unloads the oldest listed modes no client holds past the manager's limit (at least 5);
+    /// without evict only shortens the list. The caller holds the list's lock.
+    void EvictPastLimit(ParameterModeTable& table, bool evict, char const* moduleName,
+                        TuningMode const* modeBranch, unsigned int modeCount, int& fileReferences);
 };

@@ -7,7 +7,6 @@
 #include "platform/vornalloc.h"
 
 #include "parameterparser/defaultmodule.h"
-#include "parameterparser/livetuning/parameterknobbyworker.h"
 #include "parameterparser/modeentry.h"
 #include "parameterparser/modeslot.h"
 #include "parameterparser/moduledata.h"
@@ -67,36 +66,22 @@ DefaultModule* FindKind(std::unordered_map<unsigned long, DefaultModule*> const&
 
 } // namespace
 
-// The command thread of the live tuning worker looks modules up and reads values on the manager
-// at any time; a reload frees and replaces the tables it walks, and an update moves modules
-// between maps it reads. The command thread is held off the manager meanwhile, while the server
-// keeps its socket and its client: a request that comes in the meantime is answered when the
-// work is done. A reload that leaves nothing loaded stops the server until a load succeeds.
+// The command thread of the live tuning service looks modules up and reads values on the
+// manager at any time; a reload frees and replaces the tables it walks, and an update moves
+// modules between maps it reads. The command thread is held off the manager meanwhile.
 class ParameterSetManager::KnobbyPause
 {
 public:
     explicit KnobbyPause(ParameterSetManager* manager) : m_manager(manager)
     {
-        if (m_manager == nullptr)
-            return;
-        ++m_manager->m_knobbyPauses;
-        if (m_manager->m_knobbyWorker != nullptr)
-            m_manager->m_knobbyWorker->Pause();
+        if (m_manager != nullptr)
+            m_manager->PauseKnobbyWorker();
     }
 
     ~KnobbyPause()
     {
-        if (m_manager == nullptr)
-            return;
-        ParameterKnobbyWorker* const worker = m_manager->m_knobbyWorker;
-        if (worker != nullptr)
-            worker->Resume();
-        if (--m_manager->m_knobbyPauses != 0 || worker == nullptr)
-            return;
-        if (m_manager->m_knobbyEnabled && m_manager->m_loadStatus)
-            worker->Start();
-        else
-            worker->Stop();
+        if (m_manager != nullptr)
+            m_manager->ResumeKnobbyWorker();
     }
 
     KnobbyPause(KnobbyPause const&) = delete;

@@ -15,7 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "parameterparser/defaultmodule.h"
-#include "parameterparser/livetuning/parameterknobbyworker.h"
+#include "parameterparser/livetuning/parameterknobbyhost.h"
 #include "parameterparser/modeentry.h"
 #include "parameterparser/parametermodetable.h"
 #include "parameterparser/parsercrc.h"
@@ -73,11 +73,15 @@ public:
 class LiveReloadSetManager : public ReloadSetManager
 {
 public:
-    LiveReloadSetManager() : ReloadSetManager("live")
+    LiveReloadSetManager() : ReloadSetManager("live"), m_host(this)
     {
-        m_knobbyWorker = new ParameterKnobbyWorker(this);
+        m_hostsLiveTuning = true;
+        EXPECT_TRUE(AttachLiveTuning(&m_host));
     }
     ~LiveReloadSetManager() override { StopKnobbyWorker(); }
+
+private:
+    ParameterKnobbyHost m_host;
 };
 
 /// A tuning file of fdSetManager's modules, built from the writer descriptions of its instances.

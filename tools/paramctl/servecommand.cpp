@@ -14,8 +14,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "parameterparser/iparameterlivetuning.h"
 #include "parameterparser/livetuning/knobbyhandler.h"
-#include "parameterparser/livetuning/parameterknobbyworker.h"
 #include "parameterparser/parametersetmanager.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
@@ -86,11 +86,11 @@ public:
         std::vector<unsigned char> bytes = original;
         TunedChanges changes;
         std::string reason;
-        if (m_knobbyWorker != nullptr)
-            m_knobbyWorker->Pause();
+        if (m_liveTuning != nullptr)
+            m_liveTuning->Pause();
         bool const tuned = TuneFile(bytes, *this, changes, reason);
-        if (m_knobbyWorker != nullptr)
-            m_knobbyWorker->Resume();
+        if (m_liveTuning != nullptr)
+            m_liveTuning->Resume();
         for (std::string const& refused : changes.refused)
             std::fprintf(stderr, "paramctl serve: not saved, the file cannot hold %s\n",
                          Printable(refused).c_str());
