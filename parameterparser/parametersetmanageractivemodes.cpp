@@ -76,8 +76,7 @@ void ParameterSetManager::UnloadModeModules(ParameterModeTable& table, ModeEntry
             if (ModeEntry::OwnerOf(module) != target)
                 continue;
             std::lock_guard<std::recursive_mutex> moduleLock(module->moduleMutex);
-            unsigned int const references =
-                module->loaded ? target->GetReferenceCount(module) : 0;
+            unsigned int const references = module->loaded ? target->GetReferenceCount(module) : 0;
             if (references != 0)
                 ParameterLogging::Write(
                     this, ParameterLogging::LogError,

@@ -4,7 +4,9 @@
 
 #include "parameterparser/iparameterdataapi.h"
 
-ParameterKnobbyHost::ParameterKnobbyHost(IParameterDataAPI* data) : m_data(data), m_worker(data) {}
+ParameterKnobbyHost::ParameterKnobbyHost(IParameterDataAPI* data) : m_data(data), m_worker(data)
+{
+}
 
 // The worker's destructor stops its threads before anything of it goes.
 ParameterKnobbyHost::~ParameterKnobbyHost() = default;

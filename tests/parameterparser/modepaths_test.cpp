@@ -279,66 +279,48 @@ TEST(ModeNamesTest, ModeAndSubModeIndexFromNames)
 struct TextCase
 {
     char const* name;
+    bool shorthand; ///< named path to mode path; otherwise mode paths to named paths
     char const* input;
     unsigned int length;
-    char const* expected;
+    char const* expected; ///< "Z" where nothing may be written
 };
 
-class ShorthandTest : public ::testing::TestWithParam<TextCase>
+class ModePathTextTest : public ::testing::TestWithParam<TextCase>
 {
 };
 
-TEST_P(ShorthandTest, NamedPathToModePath)
+// Each text is cut at length and terminated inside it; the byte behind length stays untouched.
+TEST_P(ModePathTextTest, ConvertsWithinLength)
 {
     TextCase const& test = GetParam();
-    TestSetManager manager;
-    std::vector<char> result(test.length + 1, 'Z');
-    manager.GetModeShorthand(test.input, result.data(), test.length);
+    std::vector<char> result(test.length + 2, 'Z');
+    result.back() = '\0';
+    if (test.shorthand)
+        TestSetManager().GetModeShorthand(test.input, result.data(), test.length);
+    else
+        ParameterSetManager::GetKnobbyModesString(test.input, result.data(), test.length);
     EXPECT_STREQ(result.data(), test.expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Texts, ShorthandTest,
-    ::testing::Values(TextCase{"Example", "Default|Sensor.2|Usecase.Preview", 64, "0|1.2|2.0"},
-                      TextCase{"CaseAndNumbers", "default|feature1.adrc|Scene.9", 64, "0|3.2|5.9"},
-                      TextCase{"UnknownNames", "Sideways.Up|Effect.Mono", 64, "0.0|6.1"},
-                      TextCase{"Cut", "Default|Sensor.2|Usecase.Preview", 6, "0|1.2"},
-                      TextCase{"Empty", "", 8, ""}),
-    CaseName<TextCase>);
-
-TEST(ShorthandLengthTest, ZeroLengthLeavesResultAlone)
-{
-    TestSetManager manager;
-    char result[4] = "abc";
-    manager.GetModeShorthand("Default", result, 0);
-    EXPECT_STREQ(result, "abc");
-}
-
-class KnobbyModesTest : public ::testing::TestWithParam<TextCase>
-{
-};
-
-TEST_P(KnobbyModesTest, ModePathsToNamedPaths)
-{
-    TextCase const& test = GetParam();
-    std::vector<char> result(test.length + 1, 'Z');
-    ParameterSetManager::GetKnobbyModesString(test.input, result.data(), test.length);
-    EXPECT_STREQ(result.data(), test.expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Texts, KnobbyModesTest,
-    ::testing::Values(TextCase{"Example", "0.0|1.2|2.0|3.2", 128,
-                               "Default|Sensor.2|Usecase.Preview|Feature1.ADRC"},
-                      TextCase{"UnnamedSubMode", "0.0|3.8", 128, "Default|Feature1.8"},
-                      TextCase{"DefaultSubMode", "0.5", 128, "Default"},
-                      TextCase{"Empty", "", 128, "Default"},
-                      TextCase{"Null", nullptr, 128, "Default"},
-                      TextCase{"SeveralPaths", "0.0;0.0|2.1|4.24", 128,
-                               "Default;Default|Usecase.Snapshot|Feature2.ViULLMCTF2"},
-                      TextCase{"ModeOutOfRange", "0.0|9.1|6.11", 128,
-                               "Default|.1|Effect.Whiteboard"},
-                      TextCase{"Cut", "0.0|1.2|2.0", 12, "Default|Sen"}),
+    Texts, ModePathTextTest,
+    ::testing::Values(
+        TextCase{"Shorthand", true, "Default|Sensor.2|Usecase.Preview", 64, "0|1.2|2.0"},
+        TextCase{"ShorthandCaseAndNumbers", true, "default|feature1.adrc|Scene.9", 64, "0|3.2|5.9"},
+        TextCase{"ShorthandUnknownNames", true, "Sideways.Up|Effect.Mono", 64, "0.0|6.1"},
+        TextCase{"ShorthandCut", true, "Default|Sensor.2|Usecase.Preview", 6, "0|1.2"},
+        TextCase{"ShorthandEmpty", true, "", 8, ""},
+        TextCase{"ShorthandZeroLength", true, "Default", 0, "Z"},
+        TextCase{"Named", false, "0.0|1.2|2.0|3.2", 128,
+                 "Default|Sensor.2|Usecase.Preview|Feature1.ADRC"},
+        TextCase{"NamedUnnamedSubMode", false, "0.0|3.8", 128, "Default|Feature1.8"},
+        TextCase{"NamedDefaultSubMode", false, "0.5", 128, "Default"},
+        TextCase{"NamedEmpty", false, "", 128, "Default"},
+        TextCase{"NamedNull", false, nullptr, 128, "Default"},
+        TextCase{"NamedSeveralPaths", false, "0.0;0.0|2.1|4.24", 128,
+                 "Default;Default|Usecase.Snapshot|Feature2.ViULLMCTF2"},
+        TextCase{"NamedModeOutOfRange", false, "0.0|9.1|6.11", 128, "Default|.1|Effect.Whiteboard"},
+        TextCase{"NamedCut", false, "0.0|1.2|2.0", 12, "Default|Sen"}),
     CaseName<TextCase>);
 
 TEST_F(ModePathsTest, ChildModesNameTheNodesOwnChildren)

@@ -418,6 +418,9 @@ TEST_F(ModeTreeTest, ModeTableEntryExistsFindsNamedTables)
     EXPECT_FALSE(ParameterSetManager::ModeTableEntryExists(multi.Path().c_str(), "side"));
     // Before 7.0.0 names cannot be searched without a load.
     EXPECT_FALSE(ParameterSetManager::ModeTableEntryExists(older.Path().c_str(), "front"));
+    EXPECT_FALSE(ParameterSetManager::ModeTableEntryExists(nullptr, "front"));
+    EXPECT_FALSE(
+        ParameterSetManager::ModeTableEntryExists((multi.Path() + ".missing").c_str(), "front"));
 }
 
 TEST_F(ModeTreeTest, ModeIdLookupChecksTableAndSlot)
