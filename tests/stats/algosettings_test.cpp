@@ -114,6 +114,7 @@ TEST(AlgoSettingsParseTest, ChoosesTypeFromFloatingAndIntegerReadings)
         {"010", AlgoSettingFloating, 10.0},
         {"1.00000012", AlgoSettingFloating, 1.00000012},
         {"1.0000001", AlgoSettingUnsigned, 1u},
+        {"0.00000010000000116860974", AlgoSettingFloating, 1.0000000116860974e-7},
         {"5abc", AlgoSettingUnsigned, 5u},
         {"3000000000", AlgoSettingFloating, 3000000000.0},
         {"2147483647", AlgoSettingUnsigned, 2147483647u},

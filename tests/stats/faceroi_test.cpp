@@ -207,6 +207,10 @@ TEST_F(FaceROIShapingTest, MaskIsCutWithHysteresisKeepingTheLargestStrip)
         EXPECT_EQ(roi.maskRemoved, removed) << side;
         EXPECT_EQ(RectOf(roi), expected) << side;
     }
+    EXPECT_EQ(RoiTest::CountLogged(32, "FaceROI: faceID 4 inputROI (100.0,100.0,350.0,350.0) "
+                                       "maskROI (100.0,300.0,350.0,400.0) outROI (100.0  100.0 "
+                                       "350.0 200.0)."),
+              1U);
     // An invalid mask is never cut.
     EXPECT_EQ(RunFrame({Face(4, 100, 100, 400, 400)})[0].maskRemoved, 0U);
 

@@ -106,6 +106,7 @@ TEST_F(ROIsDataTest, AccessorsServeStaleRecordsUpToTheArrayBound)
     EXPECT_EQ(CountLogged(2, "FaceROI: invalid index -1 number of ROI"), 3U);
     EXPECT_EQ(CountLogged(2, "FaceROI: no valid crop window information"), 2U);
 
+    EXPECT_FALSE(m_rois.SetROIs(nullptr));
     m_rois.Clear();
     EXPECT_EQ(m_rois.Size(), 1U);
     EXPECT_EQ(m_rois.GetROI(last).roiID, 0U);

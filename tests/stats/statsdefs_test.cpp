@@ -45,6 +45,12 @@ TEST(StatsParsingSkipTest, ValueTakesTheDataOfItsRowOrOfTheNextRow)
             << rows.size() << " rows, value " << value << ", enable " << enable;
     }
     EXPECT_EQ(IsStatsParsingToSkip(nullptr, 1.5F), 0);
+    // A count of 0 is an empty table whatever the pointer says.
+    statsglobalelements::StatsParsingTriggerType row = {{0, 9}, 1};
+    statsglobalelements::StatsParsingSkipType zero = {};
+    zero.enable = 1;
+    zero.statsParsingTrigger = &row;
+    EXPECT_EQ(IsStatsParsingToSkip(&zero, 1.5F), 0);
 }
 
 TEST(ConvergenceKPITest, ConvergenceIsMeasuredFromStartToTheFirstConvergedFrameOnce)
