@@ -79,8 +79,9 @@ public:
                   char const* subVariables, char* result, unsigned int length) override
     {
         std::string const key = std::string(variable) + "/" + (subVariables ? subVariables : "-");
+        Record("get|" + std::string(modePath) + "|" + key + "|" + std::to_string(table));
+        std::this_thread::sleep_for(getDelay);
         std::lock_guard<std::mutex> lock(m_mutex);
-        m_calls.push_back("get|" + std::string(modePath) + "|" + key + "|" + std::to_string(table));
         auto const found = values.find(key);
         if (found != values.end())
             std::snprintf(result, length, "%s", found->second.c_str());
@@ -134,8 +135,15 @@ public:
     std::map<std::string, std::string> values; ///< "variable/subVariables" ("-": none) to text
     std::vector<ParameterParserInfo> records;
     bool infoSucceeds = true;
+    std::chrono::milliseconds getDelay{0}; ///< how long each value read takes
 
 private:
+    void Record(std::string call)
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_calls.push_back(std::move(call));
+    }
+
     std::mutex m_mutex;
     std::vector<std::string> m_calls;
 };

@@ -106,6 +106,31 @@ TEST(KnobbyPacketTest, ParseRefusesNullAndForeignPackets)
     EXPECT_EQ(command, 0u);
 }
 
+// Each field is read only where it fits: at the end of the bytes, and not one byte past.
+TEST(KnobbyPacketTest, ViewReadsFieldsOnlyWithinItsBytes)
+{
+    Bytes const bytes = {1, 2, 3, 4, 5, 6, 7, 8};
+    Wire::View const view(bytes.data(), 8);
+    uint16_t u16 = 9;
+    uint32_t u32 = 9;
+    uint64_t u64 = 9;
+    EXPECT_TRUE(view.U16(6, u16));
+    EXPECT_EQ(u16, 0x0807u);
+    EXPECT_FALSE(view.U16(7, u16));
+    EXPECT_EQ(u16, 0u);
+    EXPECT_TRUE(view.U32(4, u32));
+    EXPECT_EQ(u32, 0x08070605u);
+    EXPECT_FALSE(view.U32(5, u32));
+    EXPECT_EQ(u32, 0u);
+    EXPECT_TRUE(view.U64(0, u64));
+    EXPECT_EQ(u64, 0x0807060504030201u);
+    EXPECT_FALSE(view.U64(1, u64));
+    EXPECT_EQ(u64, 0u);
+    EXPECT_EQ(view.From(8), nullptr);
+    EXPECT_EQ(view.CountFrom(7), 1u);
+    EXPECT_EQ(Wire::View(nullptr, 8).Size(), 0u);
+}
+
 struct BuildCase
 {
     uint16_t command;

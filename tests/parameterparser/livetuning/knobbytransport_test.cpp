@@ -213,6 +213,24 @@ TEST(KnobbySocketTest, AddressesAreBuiltForBind)
     EXPECT_EQ(address.port, 7u);
 }
 
+// A thread object holds one thread from its start until it is joined.
+TEST(KnobbyThreadTest, HoldsOneThreadUntilJoined)
+{
+    std::atomic<int> runs{0};
+    auto* const entry = +[](void* count) -> void* {
+        ++*static_cast<std::atomic<int>*>(count);
+        return nullptr;
+    };
+    ParameterKnobbyThread thread;
+    EXPECT_FALSE(thread.Joinable());
+    EXPECT_TRUE(thread.Start(entry, &runs, "test", nullptr));
+    EXPECT_FALSE(thread.Start(entry, &runs, "test", nullptr));
+    EXPECT_TRUE(thread.Joinable());
+    thread.Join();
+    EXPECT_FALSE(thread.Joinable());
+    EXPECT_EQ(runs.load(), 1);
+}
+
 size_t OpenDescriptors()
 {
     size_t count = 0;
@@ -310,6 +328,12 @@ TEST(KnobbyQueueTest, WritesOutsideTheirBoundsAreLoggedAndNotSent)
     com.Start();
     LoopbackClient client;
     ASSERT_TRUE(client.Connect(com.GetPort()));
+    // The read thread takes packets of 65534 bytes at most: a head that claims the buffer's full
+    // size is refused at once instead of holding the stream until 64 KiB have come.
+    ASSERT_TRUE(client.Send(With(Request(1), 4, 65535)));
+    ASSERT_TRUE(ParamTest::WaitFor([&] {
+        return log.Contains("Knobby request length (65535) is greater than packet size (65534)");
+    }));
     ASSERT_TRUE(client.Send(Request(Wire::ActiveModes)));
     ParameterKnobbyComBase::FreePacket(com.Read());
     Bytes const largest = With(Bytes(Wire::MaxPacketSize, 0x41), 4, 65534);

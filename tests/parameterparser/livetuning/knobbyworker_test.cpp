@@ -362,6 +362,17 @@ TEST_F(KnobbyWorkerTest, CustomGoesToTheHandlerOrAnswersZero)
     }
 }
 
+// Spends processor time until clock(), which counts this process's alone, has moved past the
+// time a trigger request waits.
+void SpendTriggerTicks()
+{
+    clock_t const start = clock();
+    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    for (volatile double sink = 0; clock() - start <= ParameterKnobbyWorker::TriggerResponseTicks &&
+                                   std::chrono::steady_clock::now() < end;)
+        sink = sink + 1.0;
+}
+
 // A request is answered on a later round, once clock() has moved past the threshold; it counts
 // this process's processor time only, so the test spends some.
 TEST_F(KnobbyWorkerTest, TriggerRequestIsAnsweredLaterWithInstancesInCallOrder)
@@ -376,11 +387,7 @@ TEST_F(KnobbyWorkerTest, TriggerRequestIsAnsweredLaterWithInstancesInCallOrder)
     EXPECT_TRUE(m_worker.TriggerRequestExists("0.0|1.2", "abf40_ife", "3"));
     EXPECT_FALSE(m_worker.SetTriggerValues("0.0|1.2", "abf40_ife", "4", "x", nullptr, 0));
     EXPECT_TRUE(m_client.Silent());
-    clock_t const start = clock();
-    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    for (volatile double sink = 0; clock() - start <= ParameterKnobbyWorker::TriggerResponseTicks &&
-                                   std::chrono::steady_clock::now() < end;)
-        sink = sink + 1.0;
+    SpendTriggerTicks();
     // The due answer leaves in the round after the next request.
     ASSERT_TRUE(m_client.Send(Request(Wire::ActiveModes)));
     ASSERT_EQ(TextAt(m_client.ReadPacket(), 14), "Default|Sensor.0#0");
@@ -406,12 +413,22 @@ TEST_F(KnobbyWorkerTest, TriggerRequestIsAnsweredLaterWithInstancesInCallOrder)
                     static_cast<unsigned int>(expected.size()), m_worker.GetSessionId());
     EXPECT_EQ(trigger, expected);
     EXPECT_FALSE(m_worker.TriggerRequestExists("0.0|1.2", "abf40_ife", "3"));
+    m_worker.SetHandler(nullptr);
     // A request of two fields has an empty pipeline.
     ASSERT_TRUE(m_client.Send(Request(Wire::TriggerValues, "0.0:module")));
-    ASSERT_TRUE(ParamTest::WaitFor([&] { return handler.Given().rfind("0.0|module||", 0) == 0; }));
-    EXPECT_TRUE(m_worker.TriggerRequestExists("0.0", "module", ""));
+    ASSERT_TRUE(
+        ParamTest::WaitFor([&] { return m_worker.TriggerRequestExists("0.0", "module", ""); }));
     EXPECT_FALSE(m_worker.TriggerRequestExists("0.0", "module", "0"));
-    m_worker.SetHandler(nullptr);
+    // An instance whose record does not fit the packet ends the list.
+    std::string const huge(65535, 'i');
+    ASSERT_TRUE(m_worker.SetTriggerValues("0.0", "module", "", huge.c_str(), nullptr, 0));
+    ASSERT_TRUE(m_worker.SetTriggerValues("0.0", "module", "", "ife2", nullptr, 0));
+    SpendTriggerTicks();
+    ASSERT_TRUE(m_client.Send(Request(Wire::ActiveModes)));
+    m_client.ReadPacket();
+    EXPECT_EQ(TextAt(m_client.ReadPacket(), 14), "0.0:module:#");
+    EXPECT_TRUE(m_log.HasMessage(
+        "Knobby Trigger Values(7) command, insufficient space to write trigger values\n"));
 }
 
 // Values stay sorted by identifier and replace in place; a list replaces them all in its own
@@ -455,6 +472,18 @@ TEST_F(KnobbyWorkerTest, PausedWorkerAnswersOnTheSameConnectionWhenResumed)
     EXPECT_EQ(m_store.LastCall(), "");
     m_worker.Resume();
     EXPECT_EQ(Wire::GetU32(m_client.ReadPacket().data() + 14), 61u);
+}
+
+// A pause waits for the command that runs to end.
+TEST_F(KnobbyWorkerTest, PauseWaitsForTheRunningCommand)
+{
+    m_store.getDelay = std::chrono::milliseconds(300);
+    StartWorker();
+    ASSERT_TRUE(m_client.Send(Request(Wire::GetValues, "Default:module.gain", 62)));
+    ASSERT_TRUE(ParamTest::WaitFor([&] { return !m_store.LastCall().empty(); }));
+    m_worker.Pause();
+    EXPECT_TRUE(m_log.Contains("Knobby queued command: GetValues(5), ID: 62"));
+    m_worker.Resume();
 }
 
 // The answer to a client that left before it was ready is dropped, not sent to the next one.
