@@ -35,15 +35,15 @@ inline std::string TextOf(std::string const& path)
     return std::string(bytes.begin(), bytes.end());
 }
 
-/// paramctl with arguments (shell words), its stdout and stderr in a log file. Killed when the
-/// test ends without stopping it.
+/// paramctl (this build's, unless program names another) with arguments (shell words), its
+/// stdout and stderr in a log file. Killed when the test ends without stopping it.
 class ParamctlChild
 {
 public:
-    explicit ParamctlChild(std::string const& arguments)
+    explicit ParamctlChild(std::string const& arguments, std::string const& program = PARAMCTL_PATH)
     {
         std::string const command =
-            std::string("exec ") + PARAMCTL_PATH + " " + arguments + " >" + m_log.Path() + " 2>&1";
+            "exec " + program + " " + arguments + " >" + m_log.Path() + " 2>&1";
         char const* const argv[] = {"sh", "-c", command.c_str(), nullptr};
         if (posix_spawn(&m_pid, "/bin/sh", nullptr, nullptr, const_cast<char**>(argv), environ) !=
             0)

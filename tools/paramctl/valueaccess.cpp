@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 
+#include "parameterparser/parametermodule.h"
 #include "parameterparser/parameterparserinfo.h"
 #include "parameterparser/parametervaluepath.h"
 #include "tools/writer/numbertext.h"
@@ -63,13 +65,37 @@ Items SplitItems(std::string const& text)
     return items;
 }
 
-bool ReadTree(ParameterSetManager& manager, unsigned char table, std::string const& modePath,
-              std::string const& variable, ValueNode& node, unsigned int depth)
+namespace {
+
+// Schemas nest a few levels; a deeper walk means a type that holds itself.
+constexpr unsigned int MaxDepth = 32;
+
+/// The whole text of the number array at path: every element joined by ",". The buffer grows
+/// until the text is not cut, up to the room a value read has.
+std::string ArrayText(ParameterModule& module, std::string const& path, unsigned int count)
 {
-    // Schemas nest a few levels; a deeper walk means a type that holds itself.
-    constexpr unsigned int MaxDepth = 32;
+    // A number's text: sign, up to 20 digits each side of the point.
+    size_t size = static_cast<size_t>(count) * 48 + 64;
+    std::string text;
+    for (;;) {
+        size = std::min<size_t>(size, ResultLength);
+        text.assign(size, '\0');
+        if (!module.GetValue(path.c_str(), &text[0], static_cast<unsigned int>(size)))
+            return "";
+        text.resize(std::strlen(text.c_str()));
+        if (text.size() + 1 < size || size == ResultLength)
+            return text;
+        size *= 4;
+    }
+}
+
+/// Reads the members below path (empty: the module's top level) into node's children,
+/// recursing into structures and arrays of structures. Each level asks the module itself, once;
+/// an array of numbers comes whole from one read.
+bool WalkTree(ParameterModule& module, std::string const& path, ValueNode& node, unsigned int depth)
+{
     PList<ParameterParserInfo> records;
-    if (depth > MaxDepth || !manager.GetInfo(table, modePath.c_str(), variable.c_str(), records))
+    if (depth > MaxDepth || !module.GetInfo(path.empty() ? nullptr : path.c_str(), records))
         return false;
     for (unsigned int i = 0; i < records.Count(); ++i) {
         ParameterParserInfo const& record = records[i];
@@ -79,7 +105,7 @@ bool ReadTree(ParameterSetManager& manager, unsigned char table, std::string con
         child.name = record.name;
         child.type = record.type != nullptr ? record.type : "";
         child.count = record.count;
-        std::string const path = variable + "." + record.name;
+        std::string const memberPath = path.empty() ? child.name : path + "." + child.name;
         if (record.type == ParameterTypeNames::Structure && record.isArray) {
             child.structure = true;
             child.list = true;
@@ -87,27 +113,47 @@ bool ReadTree(ParameterSetManager& manager, unsigned char table, std::string con
                 ValueNode element;
                 element.name = "[" + std::to_string(index) + "]";
                 element.structure = true;
-                ReadTree(manager, table, modePath, path + element.name, element, depth + 1);
+                WalkTree(module, memberPath + element.name, element, depth + 1);
                 child.children.push_back(std::move(element));
             }
         } else if (record.type == ParameterTypeNames::Structure) {
             child.structure = true;
-            ReadTree(manager, table, modePath, path, child, depth + 1);
+            WalkTree(module, memberPath, child, depth + 1);
         } else if (record.isArray) {
-            // An array's whole text, elements joined by ",".
             child.array = true;
-            std::string result(ResultLength, '\0');
-            if (manager.GetValue(table, modePath.c_str(), path.c_str(), nullptr, &result[0],
-                                 ResultLength)) {
-                std::string const text = result.c_str();
-                child.value = text.substr(text.find('=') + 1);
-            }
+            child.value = ArrayText(module, memberPath, record.count);
         } else {
             child.value = record.value;
         }
         node.children.push_back(std::move(child));
     }
     return true;
+}
+
+} // namespace
+
+bool ReadTree(ParameterSetManager& manager, unsigned char table, std::string const& modePath,
+              std::string const& variable, ValueNode& node)
+{
+    size_t const dot = variable.find('.');
+    std::string const name = variable.substr(0, dot);
+    std::string const path = dot == std::string::npos ? "" : variable.substr(dot + 1);
+    PList<TuningMode> branch;
+    if (name.empty() || !manager.GetModeBranchFromPath(modePath.c_str(), branch) ||
+        branch.Count() == 0)
+        return false;
+    std::vector<TuningMode> steps;
+    for (unsigned int i = 0; i < branch.Count(); ++i)
+        steps.push_back(branch[i]);
+    // One lookup of the module for the whole walk: the manager's value reads would find it
+    // again, and parse the branch again, for every structure and every array.
+    ParameterModule* module = manager.GetModuleInternal(
+        table, name.c_str(), steps.data(), static_cast<unsigned int>(steps.size()), nullptr, false);
+    if (module == nullptr)
+        return false;
+    bool const read = WalkTree(*module, path, node, 0);
+    module->Release();
+    return read;
 }
 
 void Flatten(ValueNode const& node, std::string const& prefix, Items& items)
@@ -129,7 +175,7 @@ bool ReadVariable(ParameterSetManager& manager, unsigned char table, std::string
     std::string result(ResultLength, '\0');
     if (subVariables == nullptr) {
         ValueNode tree;
-        if (ReadTree(manager, table, mode, variable, tree, 0)) {
+        if (ReadTree(manager, table, mode, variable, tree)) {
             Flatten(tree, "", items);
             if (!items.empty())
                 return true;

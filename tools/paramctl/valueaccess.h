@@ -33,10 +33,11 @@ struct ValueNode
 };
 
 /// Reads the members below variable ("<module>" or "<module>.<path>") in the branch modePath
-/// (numeric) of mode table `table` into node's children, recursing into structures. False when
-/// the manager cannot describe variable.
+/// (numeric) of mode table `table` into node's children, recursing into structures: the module
+/// is looked up once and walked. False when the branch reaches no such module or the module
+/// cannot describe the path.
 bool ReadTree(ParameterSetManager& manager, unsigned char table, std::string const& modePath,
-              std::string const& variable, ValueNode& node, unsigned int depth = 0);
+              std::string const& variable, ValueNode& node);
 
 /// The leaves of a tree as "a.b[1].c" = value items.
 void Flatten(ValueNode const& node, std::string const& prefix, Items& items);

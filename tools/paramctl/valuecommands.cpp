@@ -345,7 +345,7 @@ int RunDump(int argc, char** argv)
     for (Target const& target : targets) {
         ValueNode tree;
         tree.structure = true;
-        bool const read = ReadTree(manager, target.table, target.modePath, target.name, tree, 0);
+        bool const read = ReadTree(manager, target.table, target.modePath, target.name, tree);
         if (options.json) {
             modules.push_back({{"name", target.name},
                                {"table", target.table},
