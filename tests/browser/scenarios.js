@@ -187,6 +187,10 @@ const scenarios = {
         const region = "varitonal_gamma16_core.mod_gamma16_trigger_data[1].trigger[2].region";
         const leaves = await page.$$eval("svg.trigger-tree .leaf", (groups) => groups.map((group) => group.dataset.region));
         assert.equal(leaves.length, 6, leaves.join("; "));
+        // Each node is labelled by the control variable of its level (control_var_type 3, 1;
+        // the file names neither) and its interval.
+        const labels = () => page.$$eval("svg.trigger-tree g > title", (titles) => titles.map((title) => title.textContent));
+        assert.deepEqual((await labels()).slice(0, 3), ["variable 3 1–4", "variable 1 0–200", "variable 1 200–450"]);
         await page.click(`svg.trigger-tree .leaf[data-region="${region}"]`);
         const curvePath = `${region}[0].channel_r_tab.channel_r`;
         await page.waitForSelector(`details.revealed[data-path="${region}"]`);
@@ -226,6 +230,9 @@ const scenarios = {
         await chooseModule(page, "gamma16_bps");
         const nest = await page.$$eval("svg.trigger-tree .leaf", (groups) => groups.length);
         assert.equal(nest, 12, "a leaf per channel of each colour temperature and exposure range");
+        // A nest's levels are named by their dimension, outermost first.
+        const variables = [...new Set((await labels()).map((label) => label.split(" ")[0]))];
+        assert.deepEqual(variables, ["drc_gain", "hdr_aec", "led_idx", "aec", "cct", "channel"]);
         noProblems(page);
     },
 

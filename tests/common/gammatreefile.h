@@ -25,6 +25,8 @@ struct GammaTreeShape
 {
     std::vector<unsigned int> fanouts;
     std::vector<uint64_t> controlVariables;
+    /// The names the file's trigger_types enumeration gives control variables; none: no record.
+    std::vector<std::pair<uint32_t, std::string>> controlNames;
 };
 
 /// Every node of a level spans [10 i, 10 i + 10) for its index i among its siblings; each leaf
@@ -91,6 +93,13 @@ inline std::vector<uint8_t> GammaTreeFile(GammaTreeShape const& shape)
     TuningWriter::DefinitionTableBuilder definitions;
     definitions.AddModule(set.Module(instance->instanceName, instance->topType));
     set.AddTo(definitions);
+    if (!shape.controlNames.empty()) {
+        TuningWriter::DefinitionEnum names;
+        names.name = "trigger_types";
+        for (auto const& [number, name] : shape.controlNames)
+            names.values.push_back({number, false, name, ""});
+        definitions.AddEnum(std::move(names));
+    }
 
     TuningWriter::TuningFileWriter writer(version);
     writer.SetBinaryTag("gamma-tree");

@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "paramgen/TuningSetManager.h"
+#include "tests/common/gammatreefile.h"
 #include "tests/common/logcapture.h"
 #include "tests/common/tempfile.h"
 #include "tests/paramctl/paramctlchild.h"
@@ -148,6 +149,7 @@ TEST(ParamctlConsoleTest, FileSessionAnswersEditsSavesAndCompares)
         {PreviewHdr, "/source", "Default|Sensor.0|Usecase.Preview"},
         {PreviewHdr, "/members/0/members/0/path", "module_version.major_revision"},
         {PreviewHdr, "/members/5/value", "75"},
+        {PreviewHdr, "/trigger", nullptr},
         {"/api/diff", "/same", true},
     };
     for (Case const& test : cases) {
@@ -176,6 +178,46 @@ TEST(ParamctlConsoleTest, FileSessionAnswersEditsSavesAndCompares)
     EXPECT_EQ(diff.value("same", true), false);
     EXPECT_EQ(diff.value(Json::json_pointer("/instances/0/values/0/path"), ""), "downscaleRatio");
     EXPECT_EQ(diff.value(Json::json_pointer("/instances/0/values/0/a"), ""), "0.125");
+    EXPECT_EQ(console.Stop(), 0);
+}
+
+TEST(ParamctlConsoleTest, TriggerTreeNodesCarryTheirControlVariables)
+{
+    // Two levels, following control variables 3 and 1, of which the file names only 3.
+    ParamTest::TempFile file(ParamTest::GammaTreeFile({{2, 3}, {3, 1}, {{3, "drc_gain"}}}));
+    Console console(file.Path());
+    ASSERT_TRUE(console.Up()) << console.Log();
+    Json const module = console.Answer("GET", "/api/module?branch=Default&instance=gamma16_bps_v2");
+    std::string const roots = "varitonal_gamma16_core.mod_gamma16_trigger_data";
+    // The core's list of roots: varitonal_gamma16_core is the module's last member.
+    std::string const root =
+        "/members/" + std::to_string(module["members"].size() - 1) + "/members/0/elements/1";
+    struct Case
+    {
+        std::string pointer;
+        Json expected;
+    } const cases[] = {
+        {"/trigger/generation", 1},
+        {"/trigger/path", roots},
+        {"/trigger/levels/0/variable", "drc_gain"},
+        {"/trigger/levels/1/control", 1},
+        {"/trigger/levels/1/variable", nullptr},
+        {root + "/kind", "trigger"},
+        {root + "/level", 0},
+        {root + "/variable", "drc_gain"},
+        {root + "/start", "10.0"},
+        {root + "/end", "20.0"},
+        {root + "/region", nullptr},
+        {root + "/members/2/elements/2/kind", "trigger"},
+        {root + "/members/2/elements/2/level", 1},
+        {root + "/members/2/elements/2/control", 1},
+        {root + "/members/2/elements/2/variable", nullptr},
+        {root + "/members/2/elements/2/region", roots + "[1].trigger[2].region"},
+    };
+    for (Case const& test : cases) {
+        SCOPED_TRACE(test.pointer);
+        EXPECT_EQ(module.value(Json::json_pointer(test.pointer), Json("absent")), test.expected);
+    }
     EXPECT_EQ(console.Stop(), 0);
 }
 
@@ -279,7 +321,8 @@ TEST(ParamctlConsoleTest, LiveSessionEditsAreSeenByOtherClientsAndSaved)
     ASSERT_TRUE(camera.LoadBinaryParameters(bytes.data(), bytes.size())) << camera.GetErrorString();
     std::string const live = "127.0.0.1:" + std::to_string(camera.GetKnobbyPort());
     ParamTest::TempFile saved;
-    Console console("--live " + live + " --save-to " + saved.Path() + " " + sample.file.Path());
+    Console console("--live " + live + " --save-to " + saved.Path() + " --compare " +
+                    sample.file.Path() + " " + sample.file.Path());
     ASSERT_TRUE(console.Up()) << console.Log();
 
     EXPECT_EQ(console.Answer("GET", "/api/session").value("live", ""), live);
@@ -296,9 +339,21 @@ TEST(ParamctlConsoleTest, LiveSessionEditsAreSeenByOtherClientsAndSaved)
         RunParamctl("client --timeout 5 " + live + " set 'Default:t2tconfigdata' operationMode=3")
             .code,
         0);
+    // So is a nested value, and the live state is what is compared with a file.
+    ASSERT_EQ(RunParamctl("client --timeout 5 " + live +
+                          " set 'Default:t2tconfigdata' module_version.major_revision=5")
+                  .code,
+              0);
     Json const module = console.Answer("GET", "/api/module?branch=Default&instance=t2tconfigdata");
     EXPECT_EQ(module.value(Json::json_pointer("/members/1/value"), ""), "3");
-    EXPECT_EQ(console.Answer("POST", "/api/save").value("values", 0), 2);
+    EXPECT_EQ(module.value(Json::json_pointer("/members/0/members/0/value"), ""), "5");
+    Json const diff = console.Answer("GET", "/api/diff?branch=Default");
+    EXPECT_EQ(diff.value("a", ""), live);
+    EXPECT_EQ(diff.value(Json::json_pointer("/instances/0/values"), Json()),
+              Json::parse(R"([{"path": "module_version.major_revision", "a": "5", "b": "1"},
+                              {"path": "operationMode", "a": "3", "b": "1"},
+                              {"path": "confidenceThreshold", "a": "44", "b": "60"}])"));
+    EXPECT_EQ(console.Answer("POST", "/api/save").value("values", 0), 3);
     EXPECT_EQ(RunParamctl("get " + saved.Path() +
                           " Default t2tconfigdata operationMode,confidenceThreshold")
                   .out,

@@ -13,8 +13,11 @@
 #include "tools/paramctl/inputfile.h"
 #include "tools/paramctl/modepath.h"
 #include "tools/paramctl/printable.h"
+#include "tools/paramctl/triggertree.h"
 #include "tools/paramctl/tunedfile.h"
 #include "tools/paramctl/valueaccess.h"
+
+#include "paramgen/TuningSetManager.writer.h"
 
 namespace ParamCtl {
 
@@ -149,6 +152,12 @@ bool ConsoleSession::Open(ConsoleOptions const& options, std::string& error)
         !LiveRequest(m_live, ParameterKnobbyPacket::DeviceInfo, "", LiveTimeoutMs, answer, error))
         return false;
     m_records = ModuleRecords(m_loaded->manager);
+    // The names of the control variables are the file's own; a file that has none shows their
+    // numbers.
+    Json definitions;
+    std::string reason;
+    if (ReadTuningDefinitions(m_loaded->bytes, definitions, reason))
+        m_controlNames = ControlNamesOf(definitions);
     return true;
 }
 
@@ -278,11 +287,16 @@ ApiAnswer ConsoleSession::Module(std::string const& table, std::string const& br
     Json members = Json::array();
     for (ValueNode const& child : tree.children)
         members.push_back(MemberJson(child, child.name));
+    TuningWriter::InstanceSchema const* schema =
+        ParamSchema::TuningSetManager::Instances().Find(instance);
+    Json trigger =
+        schema != nullptr ? MarkTriggerTree(members, *schema->type, m_controlNames) : Json();
     return {200,
             {{"table", resolved.table},
              {"branch", Printable(resolved.named)},
              {"instance", Printable(instance)},
              {"source", Printable(source)},
+             {"trigger", std::move(trigger)},
              {"members", std::move(members)}}};
 }
 
@@ -334,10 +348,14 @@ ApiAnswer ConsoleSession::SetValue(std::string const& body)
     } else {
         std::string answer;
         std::string error;
-        if (!LiveRequest(m_live, ParameterKnobbyPacket::SetValues,
-                         resolved.named + ":" + instance + ":" + path + "=" + libraryText,
-                         LiveTimeoutMs, answer, error))
-            return ApiError(502, error);
+        {
+            LiveExchange exchange;
+            if (!exchange.Open(m_live, resolved.table, LiveTimeoutMs, error) ||
+                !exchange.Request(ParameterKnobbyPacket::SetValues,
+                                  resolved.named + ":" + instance + ":" + path + "=" + libraryText,
+                                  answer, error))
+                return ApiError(502, error);
+        }
         if (answer.empty())
             return ApiError(400, "the live tuning server did not set " + variable + " to '" + text +
                                      "'");
@@ -357,19 +375,54 @@ ApiAnswer ConsoleSession::SetValue(std::string const& body)
              {"value", Printable(after.size() == 1 ? after.front().second : text)}}};
 }
 
+namespace {
+
+/// The paths of the structures below node that hold numbers of their own, path first.
+void StructurePaths(ValueNode const& node, std::string const& path, std::vector<std::string>& paths)
+{
+    bool numbers = false;
+    for (ValueNode const& child : node.children) {
+        std::string const childPath =
+            child.name.front() == '[' ? path + child.name : path + "." + child.name;
+        if (child.structure)
+            StructurePaths(child, childPath, paths);
+        else
+            numbers = true;
+    }
+    if (numbers)
+        paths.insert(paths.begin(), path);
+}
+
+} // namespace
+
 bool ConsoleSession::Pull(Branch const& branch, std::string const& instance, std::string& error)
 {
     if (m_options.live.empty())
         return true;
-    std::string answer;
-    if (!LiveRequest(m_live, ParameterKnobbyPacket::GetValues, branch.named + ":" + instance,
-                     LiveTimeoutMs, answer, error))
+    // The protocol reads the numbers of one structure a request: the instance's structures are
+    // read in turn, on one connection, and copied into the manager by their paths.
+    ValueNode tree;
+    if (!ReadTree(m_loaded->manager, branch.table, branch.numeric, instance, tree))
+        return true; // nothing of it can be read here
+    std::vector<std::string> paths;
+    StructurePaths(tree, instance, paths);
+    LiveExchange exchange;
+    if (!exchange.Open(m_live, branch.table, LiveTimeoutMs, error))
         return false;
-    for (auto const& [name, value] : SplitItems(answer)) {
-        if (!name.empty())
-            static_cast<void>(m_loaded->manager.SetValue(branch.table, branch.numeric.c_str(),
-                                                         instance.c_str(), name.c_str(),
-                                                         value.c_str()));
+    for (std::string const& path : paths) {
+        std::string answer;
+        if (!exchange.Request(ParameterKnobbyPacket::GetValues, branch.named + ":" + path, answer,
+                              error))
+            return false;
+        std::string const below =
+            path.size() > instance.size() ? path.substr(instance.size() + 1) : "";
+        for (auto const& [name, value] : SplitItems(answer)) {
+            std::string const member = below.empty() ? name : below + "." + name;
+            if (!name.empty())
+                static_cast<void>(m_loaded->manager.SetValue(branch.table, branch.numeric.c_str(),
+                                                             instance.c_str(), member.c_str(),
+                                                             value.c_str()));
+        }
     }
     return true;
 }

@@ -11,6 +11,7 @@
 #include "tools/paramctl/document/documentjson.h"
 #include "tools/paramctl/liveconnection.h"
 #include "tools/paramctl/loadedfile.h"
+#include "tools/paramctl/triggertree.h"
 
 namespace ParamCtl {
 
@@ -80,6 +81,8 @@ private:
     std::unique_ptr<LoadedFile> m_loaded;
     /// The file's module records, read once: a large file has thousands.
     std::vector<ModuleRecord> m_records;
+    /// The names the file gives its control variables.
+    ControlNames m_controlNames;
     std::mutex m_lock;
 };
 

@@ -94,4 +94,73 @@ bool LiveRequest(LiveTarget const& target, uint16_t command, std::string const& 
     return true;
 }
 
+LiveExchange::~LiveExchange()
+{
+    std::string inForce;
+    if (!m_restore.empty())
+        static_cast<void>(SelectTable(m_restore, inForce));
+}
+
+bool LiveExchange::SelectTable(std::string const& text, std::string& inForce)
+{
+    Bytes const answer =
+        m_connection.Send(MakeRequest(Wire::ModeIndex, m_session, 0, TextPayload(text)))
+            ? m_connection.Receive(m_timeoutMs)
+            : Bytes();
+    if (answer.size() <= Wire::HeadSize)
+        return false;
+    inForce = TextOf(answer.data() + Wire::HeadSize, answer.size() - Wire::HeadSize);
+    return true;
+}
+
+bool LiveExchange::Open(LiveTarget const& target, unsigned char table, int timeoutMs,
+                        std::string& error)
+{
+    m_where = target.host + ":" + target.port;
+    m_timeoutMs = timeoutMs;
+    if (!m_connection.Open(target.host, target.port, error)) {
+        error = "cannot connect to " + m_where + ": " + error;
+        return false;
+    }
+    Bytes const hello = m_connection.Send(MakeRequest(Wire::DeviceInfo, 0, 0, {}))
+                            ? m_connection.Receive(timeoutMs)
+                            : Bytes();
+    if (hello.size() < Wire::DeviceInfoHeadSize) {
+        error = "no answer from " + m_where;
+        return false;
+    }
+    m_session = Wire::GetU64(hello.data() + Wire::DeviceInfoSessionOffset);
+    // An index no server has answers with the one in force.
+    std::string before;
+    std::string selected;
+    if (!SelectTable("256", before) || !SelectTable(std::to_string(table), selected)) {
+        error = "no answer from " + m_where;
+        return false;
+    }
+    if (selected != before)
+        m_restore = before;
+    if (selected != std::to_string(table)) {
+        error =
+            "the live tuning server at " + m_where + " has no mode table " + std::to_string(table);
+        return false;
+    }
+    return true;
+}
+
+bool LiveExchange::Request(uint16_t command, std::string const& text, std::string& answer,
+                           std::string& error)
+{
+    Bytes const response =
+        m_connection.Send(MakeRequest(command, m_session, ++m_requestId, TextPayload(text)))
+            ? m_connection.Receive(m_timeoutMs)
+            : Bytes();
+    if (response.size() < Wire::RequestHeadSize) {
+        error = "no answer from " + m_where;
+        return false;
+    }
+    answer =
+        TextOf(response.data() + Wire::RequestHeadSize, response.size() - Wire::RequestHeadSize);
+    return true;
+}
+
 } // namespace ParamCtl

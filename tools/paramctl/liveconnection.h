@@ -140,4 +140,41 @@ std::string TextOf(unsigned char const* bytes, size_t count);
 [[nodiscard]] bool LiveRequest(LiveTarget const& target, uint16_t command, std::string const& text,
                                int timeoutMs, std::string& answer, std::string& error);
 
+/// One connection to a live tuning server for a run of requests on one mode table. The server
+/// works on one table for every client, so the run switches it to its own and back to the one
+/// in force before it at the end (the server serves one client at a time, so no request of
+/// another client falls in between).
+class LiveExchange
+{
+public:
+    LiveExchange() = default;
+    ~LiveExchange();
+
+    LiveExchange(LiveExchange const&) = delete;
+    LiveExchange& operator=(LiveExchange const&) = delete;
+
+    /// Connects to target, learns the session ID and selects mode table `table`. False with
+    /// error when the server cannot be reached, sends no answer within timeoutMs or has no
+    /// such table.
+    [[nodiscard]] bool Open(LiveTarget const& target, unsigned char table, int timeoutMs,
+                            std::string& error);
+
+    /// Sends command with text as its payload and gives the text of the answer. False with
+    /// error when none comes.
+    [[nodiscard]] bool Request(uint16_t command, std::string const& text, std::string& answer,
+                               std::string& error);
+
+private:
+    /// Asks for mode table text and gives the index the server answers with (the one in force
+    /// when it has no such table).
+    bool SelectTable(std::string const& text, std::string& inForce);
+
+    LiveConnection m_connection;
+    std::string m_where;
+    uint64_t m_session = 0;
+    uint32_t m_requestId = 0;
+    int m_timeoutMs = 0;
+    std::string m_restore; ///< the table to go back to; empty when there is none to restore
+};
+
 } // namespace ParamCtl

@@ -14,37 +14,6 @@ namespace {
 // A nest deeper than this is no block of the catalogue (the deepest has eight levels).
 constexpr size_t MaxLevels = 32;
 
-// One row of the generator's trigger dimension table.
-struct TriggerDimension
-{
-    std::string name;
-    bool control = false;
-    std::vector<std::string> type; ///< the trigger member's type, as the words of a member line
-};
-
-// The dimension table by trigger member name; a malformed row is left out (the generator
-// refuses the table itself).
-std::map<std::string, TriggerDimension> const& DimensionsByTrigger()
-{
-    static std::map<std::string, TriggerDimension> const table = [] {
-        std::map<std::string, TriggerDimension> rows;
-        std::istringstream text(TriggerDimensionText);
-        for (std::string line; std::getline(text, line);) {
-            std::istringstream words(line.substr(0, line.find('#')));
-            std::vector<std::string> row;
-            for (std::string word; words >> word;)
-                row.push_back(word);
-            if (row.size() < 4 || (row[1] != "control" && row[1] != "selector"))
-                continue;
-            rows.emplace(row[2],
-                         TriggerDimension{row[0], row[1] == "control",
-                                          std::vector<std::string>(row.begin() + 3, row.end())});
-        }
-        return rows;
-    }();
-    return table;
-}
-
 // A member record of the file, as the rules look at it.
 struct Member
 {
@@ -404,6 +373,27 @@ private:
 };
 
 } // namespace
+
+std::map<std::string, TriggerDimension> const& DimensionsByTrigger()
+{
+    static std::map<std::string, TriggerDimension> const table = [] {
+        std::map<std::string, TriggerDimension> rows;
+        std::istringstream text(TriggerDimensionText);
+        for (std::string line; std::getline(text, line);) {
+            std::istringstream words(line.substr(0, line.find('#')));
+            std::vector<std::string> row;
+            for (std::string word; words >> word;)
+                row.push_back(word);
+            if (row.size() < 4 || (row[1] != "control" && row[1] != "selector"))
+                continue;
+            rows.emplace(row[2],
+                         TriggerDimension{row[0], row[1] == "control",
+                                          std::vector<std::string>(row.begin() + 3, row.end())});
+        }
+        return rows;
+    }();
+    return table;
+}
 
 bool RecogniseBlock(std::map<uint32_t, FileStructure> const& structures, uint32_t top,
                     std::string const& version, BlockShape& shape)

@@ -49,6 +49,18 @@ struct BlockShape
     std::set<std::string> typeNames;
 };
 
+/// One row of the generator's trigger dimension table: a level of a generation-0 nest.
+struct TriggerDimension
+{
+    std::string name;              ///< "drc_gain"
+    bool control = false;          ///< the level follows a control variable (not a mere selector)
+    std::vector<std::string> type; ///< the trigger member's type, as the words of a member line
+};
+
+/// The dimension table by trigger member name ("drc_gain_trigger"); a malformed row is left out
+/// (the generator refuses the table itself).
+std::map<std::string, TriggerDimension> const& DimensionsByTrigger();
+
 /// Recognises the module whose top structure is top, of module version ("1.6.0"), as a block.
 /// structures holds every structure record of the file by ID. False when the module does not
 /// have a block's shape exactly (a member the rules do not make, another order, kind or count),

@@ -119,6 +119,18 @@ public:
         return true;
     }
 
+    /// The definition records alone, with the header and sections they need.
+    bool ReadDefinitionRecords(Json& definitions, std::string& error)
+    {
+        m_document = Json::object();
+        if (!ReadHeader(error))
+            return false;
+        ReadSections();
+        ReadDefinitions();
+        definitions = m_document.value("definitions", Json::array());
+        return true;
+    }
+
 private:
     void Problem(std::string text) { m_problems.push_back(std::move(text)); }
 
@@ -850,6 +862,18 @@ bool ReadTuningDocument(std::vector<unsigned char> const& bytes, Json& document,
     }
     DocumentReader reader(bytes, document);
     return reader.Read(error);
+}
+
+bool ReadTuningDefinitions(std::vector<unsigned char> const& bytes, Json& definitions,
+                           std::string& error)
+{
+    if (bytes.size() > 0xFFFFFFFFull) {
+        error = "is larger than 4294967295 bytes";
+        return false;
+    }
+    Json document;
+    DocumentReader reader(bytes, document);
+    return reader.ReadDefinitionRecords(definitions, error);
 }
 
 } // namespace ParamCtl

@@ -26,6 +26,12 @@ constexpr unsigned int DocumentFormatVersion = 1;
 [[nodiscard]] bool ReadTuningDocument(std::vector<unsigned char> const& bytes, Json& document,
                                       std::string& error);
 
+/// Reads only the header, the sections and the definition table of a tuning file: the
+/// "definitions" of its document (an empty array for a file without a definition table). False
+/// with error set as ReadTuningDocument.
+[[nodiscard]] bool ReadTuningDefinitions(std::vector<unsigned char> const& bytes, Json& definitions,
+                                         std::string& error);
+
 /// Writes the file a document describes. For a document made by ReadTuningDocument from a
 /// writer-made file the bytes are those of the file; edited values, array lengths and mode
 /// entries give a sound file, with offsets, sizes, counts, load limits and the checksum

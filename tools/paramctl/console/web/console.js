@@ -164,7 +164,7 @@
         Members.render(byId("members"), module.members, context);
         const pictures = byId("pictures");
         pictures.replaceChildren();
-        const tree = Pictures.findTree(module.members);
+        const tree = Pictures.findTree(module);
         if (tree !== null && tree.nodes.length) {
             node("h3", {text: "Trigger tree"}, pictures);
             pictures.appendChild(Pictures.triggerTree(tree, (path) => {

@@ -65,6 +65,13 @@ const Members = (() => {
         return result.value;
     }
 
+    // A trigger node's control variable and its interval or value.
+    function triggerLabel(trigger) {
+        const variable = Pictures.variableName(trigger);
+        return trigger.value !== undefined ? `${variable} ${trigger.value}`
+                                           : `${variable} ${trigger.start}–${trigger.end}`;
+    }
+
     function renderMember(parent, member, context, depth) {
         const item = element("li", {"data-path": member.path}, parent);
         if (member.kind === "value") {
@@ -89,7 +96,8 @@ const Members = (() => {
             fill = () => renderArray(group, member, context);
         } else {
             const count = member.kind === "list" ? ` ${member.count} element(s)`
-                                                 : member.type ? ` ${member.type}` : "";
+                          : member.kind === "trigger" ? ` ${triggerLabel(member)}`
+                          : member.type ? ` ${member.type}` : "";
             element("span", {class: "type", text: count}, summary);
             fill = () => {
                 const children = element("ul", {}, group);

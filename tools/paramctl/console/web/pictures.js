@@ -228,83 +228,62 @@ const Pictures = (() => {
 
     // ---- Trigger trees ------------------------------------------------------------------------
 
-    function member(structure, name) {
-        return (structure.members || []).find((child) => child.name === name);
-    }
-
-    function number(memberValue) {
-        return memberValue && memberValue.kind === "value" ? Number(memberValue.value) : NaN;
-    }
-
-    // The interval of one trigger: a plain start/end pair, the first *_start/*_end pair of an
-    // exposure or HDR trigger, or one discrete value.
-    function interval(trigger) {
-        if (trigger.kind === "value") {
-            const value = number(trigger);
-            return {start: value, end: value, discrete: true};
+    // The member at a value path, walking structures, lists and trigger nodes.
+    function memberAt(members, path) {
+        for (const member of members) {
+            if (member.path === path)
+                return member;
+            if (path.startsWith(member.path)) {
+                const found = memberAt(member.kind === "list" ? member.elements : member.members || [], path);
+                if (found)
+                    return found;
+            }
         }
-        const members = trigger.members || [];
-        const start = members.find((child) => /(^|_)start\d?$/.test(child.name));
-        if (!start)
-            return {start: NaN, end: NaN, discrete: true};
-        const end = member(trigger, start.name.replace(/start(\d?)$/, "end$1"));
-        return {start: number(start), end: number(end), discrete: false};
+        return null;
     }
 
-    // A recursive tree's nodes: start, end, child nodes under `trigger`, leaves under `region`.
-    function treeNodes(list, depth, variables) {
-        return (list.elements || []).map((element) => {
-            const children = member(element, "trigger");
-            const region = member(element, "region");
-            return {
-                variable: variables[depth] !== undefined ? `variable ${variables[depth]}`
-                                                         : `level ${depth}`,
-                start: number(member(element, "start")),
-                end: number(member(element, "end")),
-                discrete: false,
-                children: children ? treeNodes(children, depth + 1, variables) : [],
-                region: region && (region.kind !== "list" || region.count > 0) ? region.path : null,
-            };
-        });
+    // The trigger nodes nearest below a member: a node's children, through whatever holds them.
+    function triggersBelow(member) {
+        const found = [];
+        for (const child of member.kind === "list" ? member.elements : member.members || []) {
+            if (child.kind === "trigger")
+                found.push(child);
+            else if (child.kind === "list" || child.kind === "structure")
+                found.push(...triggersBelow(child));
+        }
+        return found;
     }
 
-    // A fixed nest's level: each element holds its `<dim>_trigger` and either the next level
-    // inside `<dim>_data` or, innermost, the region.
-    function nestNodes(list) {
-        const dimension = (list.name.match(/^mod_[a-z0-9]+?\d*_(.+)_data$/) || [])[1] || list.name;
-        return (list.elements || []).map((element) => {
-            // The level's trigger: an interval or a discrete value (an LED index, a channel).
-            const members = element.members || [];
-            const trigger = members.find((child) => /_trigger$/.test(child.name)) ||
-                            members.find((child) => child.kind === "value");
-            const data = members.find((child) => child !== trigger && child.kind === "structure");
-            const inner = data && data.kind === "structure"
-                              ? (data.members || []).find((child) => child.kind === "list" &&
-                                                                     /^mod_.*_data$/.test(child.name))
-                              : null;
-            const span = trigger ? interval(trigger) : {start: NaN, end: NaN, discrete: true};
-            return Object.assign(span, {
-                variable: trigger ? trigger.name.replace(/_trigger$/, "") : dimension,
-                children: inner ? nestNodes(inner) : [],
-                region: inner ? null : data ? data.path : element.path,
-            });
-        });
+    /// A trigger node's control variable: by the file's name, else by its number, else by the
+    /// node's level.
+    function variableName(trigger) {
+        return trigger.variable !== null ? trigger.variable
+               : trigger.control !== null ? `variable ${trigger.control}`
+                                          : `level ${trigger.level}`;
     }
 
-    /// The trigger tree of a module's members: {generation, nodes}, or null for a module with none.
-    function findTree(members) {
-        const core = members.find((child) => /_core$/.test(child.name));
-        if (!core || core.kind !== "structure")
+    // A trigger node as the picture draws it.
+    function treeNode(trigger) {
+        const variable = variableName(trigger);
+        const discrete = trigger.value !== undefined;
+        const value = Number(discrete ? trigger.value : trigger.start);
+        return {
+            variable, discrete,
+            start: value,
+            end: discrete ? value : Number(trigger.end),
+            children: triggersBelow(trigger).map(treeNode),
+            region: trigger.region,
+        };
+    }
+
+    /// The trigger tree of a module answer: {generation, nodes}, or null for a module with none.
+    function findTree(module) {
+        if (!module.trigger)
             return null;
-        const variables = member(members.find((child) => child.name === "control_variables") || {},
-                                 "control_var_type");
-        const roots = (core.members || []).find((child) => child.kind === "list");
+        const roots = memberAt(module.members, module.trigger.path);
         if (!roots)
             return null;
-        if (/_trigger_data$/.test(roots.name))
-            return {generation: 1,
-                    nodes: treeNodes(roots, 0, variables && variables.elements ? variables.elements : [])};
-        return {generation: 0, nodes: nestNodes(roots)};
+        return {generation: module.trigger.generation, nodes: triggersBelow(roots).map(treeNode)};
     }
 
     function depthOf(nodes) {
@@ -365,5 +344,5 @@ const Pictures = (() => {
         return root;
     }
 
-    return {forArray, findTree, triggerTree};
+    return {forArray, findTree, triggerTree, variableName};
 })();
