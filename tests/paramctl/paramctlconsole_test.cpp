@@ -350,14 +350,58 @@ TEST(ParamctlConsoleTest, LiveSessionEditsAreSeenByOtherClientsAndSaved)
     Json const diff = console.Answer("GET", "/api/diff?branch=Default");
     EXPECT_EQ(diff.value("a", ""), live);
     EXPECT_EQ(diff.value(Json::json_pointer("/instances/0/values"), Json()),
-              Json::parse(R"([{"path": "module_version.major_revision", "a": "5", "b": "1"},
-                              {"path": "operationMode", "a": "3", "b": "1"},
-                              {"path": "confidenceThreshold", "a": "44", "b": "60"}])"));
+              Json::parse(R"([{"path": "confidenceThreshold", "a": "44", "b": "60"},
+                              {"path": "module_version.major_revision", "a": "5", "b": "1"},
+                              {"path": "operationMode", "a": "3", "b": "1"}])"));
     EXPECT_EQ(console.Answer("POST", "/api/save").value("values", 0), 3);
     EXPECT_EQ(RunParamctl("get " + saved.Path() +
                           " Default t2tconfigdata operationMode,confidenceThreshold")
                   .out,
               "# mode Default\noperationMode=3\nconfidenceThreshold=44\n");
+    EXPECT_EQ(console.Stop(), 0);
+}
+
+TEST(ParamctlConsoleTest, LiveSessionWorksOnTheModeTableItIsAskedFor)
+{
+    // Two mode tables, each with its own tracker.
+    ParamTest::TempFile description;
+    std::string const text = "version 7.0.0\nbinary-tag two-tables\n"
+                             "modetable rear\n  path Default|Sensor.0\n"
+                             "instance t2tconfigdata T2TCtrlType mode Default\n"
+                             "  value operationMode 1\n"
+                             "modetable front\n  path Default|Sensor.0\n"
+                             "instance t2tconfigdata T2TCtrlType mode Default\n"
+                             "  value operationMode 7\n";
+    description.Rewrite(std::vector<uint8_t>(text.begin(), text.end()));
+    ParamTest::TempFile file;
+    ASSERT_EQ(RunParamctl("pack " + description.Path() + " -o " + file.Path()).code, 0);
+    std::vector<uint8_t> bytes = ParamCtlTest::ReadBytes(file.Path());
+    ParamTest::LogCapture log;
+    TuningSetManager camera("console-tables");
+    ASSERT_TRUE(camera.SetKnobbyListenAddress("127.0.0.1", 0)); // loopback only
+    ASSERT_TRUE(camera.LoadBinaryParameters(bytes.data(), bytes.size())) << camera.GetErrorString();
+    std::string const live = "127.0.0.1:" + std::to_string(camera.GetKnobbyPort());
+    Console console("--live " + live + " " + file.Path());
+    ASSERT_TRUE(console.Up()) << console.Log();
+
+    auto operationMode = [&](char const* table) {
+        return console
+            .Answer("GET",
+                    std::string("/api/module?branch=Default&instance=t2tconfigdata&table=") + table)
+            .value(Json::json_pointer("/members/1/value"), "");
+    };
+    EXPECT_EQ(operationMode("0"), "1");
+    EXPECT_EQ(operationMode("1"), "7");
+    Json edit = Json::parse(Edit("Default", "operationMode", "9"));
+    edit["table"] = 1;
+    EXPECT_EQ(console.Answer("PUT", "/api/value", edit.dump()).value("value", ""), "9");
+    // The server works on table 0 again for every other client, and table 1 holds the edit.
+    std::string const client = "client --timeout 5 " + live + " ";
+    std::string const get = client + "get 'Default:t2tconfigdata:operationMode'";
+    EXPECT_EQ(RunParamctl(get).out, "values: operationMode=1\n");
+    ASSERT_EQ(RunParamctl(client + "index 1").code, 0);
+    EXPECT_EQ(RunParamctl(get).out, "values: operationMode=9\n");
+    ASSERT_EQ(RunParamctl(client + "index 0").code, 0);
     EXPECT_EQ(console.Stop(), 0);
 }
 
