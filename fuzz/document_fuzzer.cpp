@@ -35,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
         return 0;
     std::map<std::string, std::string> tables;
     std::vector<std::string> notes;
-    (void)ParamCtl::ExportSchemaTables(document, "", tables, notes, error);
+    (void)ParamCtl::ExportSchemaTables(document, "", "Fuzzed", tables, notes, error);
     // Serialising throws on text that is no valid UTF-8: the reader must have escaped it.
     std::string const text = document.dump();
     ParamCtl::Json const reread = ParamCtl::Json::parse(text);

@@ -8,8 +8,10 @@ storage a reader takes the file's type into without conversion, nested structure
 
 SCHEMA_DIR is the catalogue's schema folder, where the generator finds the trigger dimension
 table that nest-shaped blocks are checked against. DOCUMENT.json is the file's 'paramctl dump
---json' document. Each MODULE=FILE names the file of TABLE_DIR that must declare the module (a
-block's family, or a table of plain types). Exits 1 naming the first member that differs."""
+--json' document. A module list in TABLE_DIR is generated too, so each of its instances must name
+a module the tables declare. Each MODULE=FILE names the file of TABLE_DIR that must declare the
+module (a block's family, or a table of plain types). Exits 1 naming the first member that
+differs."""
 
 import json
 import os
@@ -91,7 +93,7 @@ def main():
     # Every module the tables declare, by top type name and version: a block comes back as a
     # version of its family, anything else as a namespace of its own.
     declared = {}
-    for path in paths:
+    for path in (p for p in paths if not p.endswith(".list")):
         for namespace in catalogue.load_file(path):
             for decl in namespace.modules:
                 top = namespace.top_type(decl)

@@ -400,7 +400,7 @@ TEST(TuningDocumentTest, DamagedFilesGiveMessagesNotCrashes)
             static_cast<void>(ParamCtl::PackTuningDocument(document, bytes, error));
             std::map<std::string, std::string> tables;
             std::vector<std::string> notes;
-            static_cast<void>(ParamCtl::ExportSchemaTables(document, "", tables, notes, error));
+            static_cast<void>(ParamCtl::ExportSchemaTables(document, "", "", tables, notes, error));
         }
     }
     // A type code that no name stands for is given as its number: the schema export names the
@@ -413,7 +413,7 @@ TEST(TuningDocumentTest, DamagedFilesGiveMessagesNotCrashes)
     std::map<std::string, std::string> tables;
     std::vector<std::string> notes;
     std::string error;
-    EXPECT_FALSE(ParamCtl::ExportSchemaTables(document, "", tables, notes, error));
+    EXPECT_FALSE(ParamCtl::ExportSchemaTables(document, "", "", tables, notes, error));
     EXPECT_EQ(error, "member i8 has a type code no table can state");
 }
 
@@ -441,7 +441,7 @@ TEST(TuningDocumentTest, SchemaExportRenamesSectionTypesTheFamilyRulesName)
     std::map<std::string, std::string> tables;
     std::vector<std::string> notes;
     std::string error;
-    ASSERT_TRUE(ParamCtl::ExportSchemaTables(document, "", tables, notes, error)) << error;
+    ASSERT_TRUE(ParamCtl::ExportSchemaTables(document, "", "", tables, notes, error)) << error;
     std::string const& family = tables["versionsA.family"];
     EXPECT_NE(family.find("  type varitonal_versionsA10_reserveType_1000\n    x  Float  float\n"),
               std::string::npos)

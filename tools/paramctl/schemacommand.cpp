@@ -21,7 +21,7 @@ namespace ParamCtl {
 namespace {
 
 constexpr char SchemaUsage[] =
-    "usage: paramctl schema FILE [--namespace NS] -o DIR\n"
+    "usage: paramctl schema FILE [--namespace NS] [--manager NAME] -o DIR\n"
     "\n"
     "Writes the schema FILE carries in its definition table as input of the module generator\n"
     "(tools/generator/README.md) into DIR, and prints the names of the files written. A module\n"
@@ -29,8 +29,10 @@ constexpr char SchemaUsage[] =
     "becomes a version of its block's family, <block>.family; any other module a schema table\n"
     "<namespace>.schema of plain types, named after the module. --namespace NS puts every\n"
     "module into the one table NS.schema, as plain types. Module versions come from the file's\n"
-    "instances. The generator turns the files into modules that read every member of FILE. A\n"
-    "member the tables cannot state as the file holds it is named on stderr.\n";
+    "instances. --manager NAME also writes NAME.list, the module list of a set manager NAME\n"
+    "that registers every module of FILE. The generator turns the files into modules that read\n"
+    "every member of FILE. A member the tables cannot state as the file holds it is named on\n"
+    "stderr.\n";
 
 bool WriteText(std::string const& path, std::string const& text)
 {
@@ -45,7 +47,7 @@ bool WriteText(std::string const& path, std::string const& text)
 
 int RunSchema(int argc, char** argv)
 {
-    CommandLine line({}, {"-o", "--output", "--namespace"});
+    CommandLine line({}, {"-o", "--output", "--namespace", "--manager"});
     if (!line.Parse(argc, argv)) {
         std::fprintf(stderr, "paramctl schema: %s\n%s", line.Error().c_str(), SchemaUsage);
         return ExitUsage;
@@ -70,7 +72,8 @@ int RunSchema(int argc, char** argv)
     }
     std::map<std::string, std::string> tables;
     std::vector<std::string> notes;
-    if (!ExportSchemaTables(document, line.Value("--namespace"), tables, notes, reason)) {
+    if (!ExportSchemaTables(document, line.Value("--namespace"), line.Value("--manager"), tables,
+                            notes, reason)) {
         std::fprintf(stderr, "paramctl schema: %s: %s\n", Printable(path).c_str(),
                      Printable(reason).c_str());
         return ExitFailure;

@@ -97,17 +97,20 @@ public:
         return true;
     }
 
-    /// One namespace holding the modules given, as table text.
+    /// One namespace holding the modules given, as table text; types gets each module's top
+    /// type name by module index.
     bool Table(std::string const& namespaceName, std::vector<size_t> const& modules,
-               std::string& text, std::string& error)
+               std::string& text, std::map<size_t, std::string>& types, std::string& error)
     {
         Reset();
         std::ostringstream modulesText;
-        std::set<uint32_t> tops;
+        std::map<uint32_t, std::string> tops;
         for (size_t index : modules) {
             auto const& [name, structureId] = m_modules[index];
-            if (!tops.insert(structureId).second)
+            if (tops.count(structureId) != 0) {
+                types[index] = tops[structureId];
                 continue;
+            }
             auto const top = m_structures.find(structureId);
             if (top == m_structures.end()) {
                 error = "module " + Printable(name) + " names structure " +
@@ -125,6 +128,7 @@ public:
                 topName = Renamed(topName, structureId);
             m_declared.insert(topName);
             m_bodies[topName] = "\n";
+            tops[structureId] = types[index] = topName;
             modulesText << "\nmodule " << topName << " version " << Version(index) << "\n" << body;
         }
         text = "# The schema of the tuning file's module" +
@@ -202,6 +206,7 @@ public:
     }
 
     size_t ModuleCount() const { return m_modules.size(); }
+    std::string StructureName(uint32_t id) const { return m_structures.at(id).name; }
     std::string const& ModuleName(size_t index) const { return m_modules[index].first; }
     uint32_t ModuleStructure(size_t index) const { return m_modules[index].second; }
 
@@ -527,26 +532,56 @@ private:
     std::ostringstream m_out;
 };
 
+// The module list of a set manager registering every module of the file, each as the type the
+// tables declare it as. A module name the generator cannot take as an instance name is left out.
+std::string ModuleList(Exporter const& exporter, std::string const& managerName,
+                       std::vector<std::string> const& types, std::vector<std::string>& notes)
+{
+    // Instance names are at most 64 characters: the file's module name field.
+    constexpr size_t MaxInstanceName = 64;
+    std::string text =
+        "# The module instances of the tuning file, in its definition table's order: "
+        "one\n# \"instanceName  namespace::TypeName\" a line.\nmanager " +
+        managerName + "\n\n";
+    std::set<std::string> listed;
+    for (size_t i = 0; i < exporter.ModuleCount(); ++i) {
+        std::string const& name = exporter.ModuleName(i);
+        if (!IsIdentifier(name) || name.size() > MaxInstanceName || !listed.insert(name).second) {
+            notes.push_back("module " + Printable(name) +
+                            ": no instance name of a module list, left out of it");
+            continue;
+        }
+        text += name + "  " + types[i] + "\n";
+    }
+    return text;
+}
+
 } // namespace
 
 bool ExportSchemaTables(Json const& document, std::string const& namespaceName,
-                        std::map<std::string, std::string>& tables, std::vector<std::string>& notes,
-                        std::string& error)
+                        std::string const& managerName, std::map<std::string, std::string>& tables,
+                        std::vector<std::string>& notes, std::string& error)
 {
     Exporter exporter(document, notes);
     if (!exporter.Collect(error))
         return false;
+    if (!namespaceName.empty() && !IsIdentifier(namespaceName)) {
+        error = "namespace '" + Printable(namespaceName) + "' is no identifier";
+        return false;
+    }
+    if (!managerName.empty() && !IsIdentifier(managerName)) {
+        error = "manager '" + Printable(managerName) + "' is no identifier";
+        return false;
+    }
     std::vector<std::pair<std::string, std::vector<size_t>>> groups;
     if (!namespaceName.empty()) {
-        if (!IsIdentifier(namespaceName)) {
-            error = "namespace '" + Printable(namespaceName) + "' is no identifier";
-            return false;
-        }
         std::vector<size_t> all;
         for (size_t i = 0; i < exporter.ModuleCount(); ++i)
             all.push_back(i);
         groups.emplace_back(namespaceName, all);
     }
+    // Each module's "namespace::TopType", for the module list.
+    std::vector<std::string> types(exporter.ModuleCount());
     // Without a namespace given, a module of a block's shape becomes a version of its block's
     // family, the others a namespace each. A block version two modules of different structures
     // claim is written once as a family version; the other module gets plain types.
@@ -567,13 +602,19 @@ bool ExportSchemaTables(Json const& document, std::string const& namespaceName,
             auto const same = std::find_if(versions.begin(), versions.end(), [&](auto const& v) {
                 return v.version == shape.version;
             });
-            if (same != versions.end() && same->structure == exporter.ModuleStructure(i))
+            std::string version = shape.version;
+            std::replace(version.begin(), version.end(), '.', '_');
+            // The family's top type takes the file's name (an override where the rules differ).
+            std::string const type = shape.block + "_" + version +
+                                     "::" + exporter.StructureName(exporter.ModuleStructure(i));
+            if (same != versions.end() && same->structure == exporter.ModuleStructure(i)) {
+                types[i] = type;
                 continue;
+            }
             if (same == versions.end() && exporter.FamilyVersion(shape, text, ignored)) {
                 versions.push_back({shape.version, exporter.ModuleStructure(i), text});
-                std::string version = shape.version;
-                std::replace(version.begin(), version.end(), '.', '_');
                 familyNamespaces.insert(shape.block + "_" + version);
+                types[i] = type;
                 continue;
             }
         }
@@ -590,13 +631,18 @@ bool ExportSchemaTables(Json const& document, std::string const& namespaceName,
     }
     for (auto const& [name, modules] : groups) {
         std::string text;
-        if (!exporter.Table(name, modules, text, error))
+        std::map<size_t, std::string> tops;
+        if (!exporter.Table(name, modules, text, tops, error))
             return false;
         if (familyNamespaces.count(name) != 0 || !tables.emplace(name + ".schema", text).second) {
             error = "two modules make the namespace " + name + "; name one with --namespace";
             return false;
         }
+        for (auto const& [index, top] : tops)
+            types[index] = name + "::" + top;
     }
+    if (!managerName.empty())
+        tables.emplace(managerName + ".list", ModuleList(exporter, managerName, types, notes));
     return true;
 }
 

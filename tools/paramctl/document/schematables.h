@@ -21,9 +21,13 @@ namespace ParamCtl {
 /// structures do. Structures equal to the built-in version structures are named as such; a
 /// member whose name is no identifier is given one and keeps its hash; a structure without
 /// members is a frame. notes gets what the tables cannot say as the file does (a counted array
-/// of numbers that are not four bytes wide). False with error set when the document has no
-/// definition table or no module record.
+/// of numbers that are not four bytes wide). With managerName, tables also gets
+/// "<managerName>.list", the module list of a set manager registering every module of the file
+/// as the type the tables declare it as; a module name no list can hold is left out with a note.
+/// False with error set when the document has no definition table or no module record, or a
+/// name given is no identifier.
 [[nodiscard]] bool ExportSchemaTables(Json const& document, std::string const& namespaceName,
+                                      std::string const& managerName,
                                       std::map<std::string, std::string>& tables,
                                       std::vector<std::string>& notes, std::string& error);
 
