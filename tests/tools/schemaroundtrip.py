@@ -99,7 +99,8 @@ def main():
                 top = namespace.top_type(decl)
                 declared.setdefault((top.name, tuple(decl.version)), (namespace, top))
     for module in modules:
-        key = (structures[module["structure"]]["name"], versions[module["name"]])
+        # A module without instances is exported at version 1.0.0.
+        key = (structures[module["structure"]]["name"], versions.get(module["name"], (1, 0, 0)))
         if key not in declared:
             sys.exit("%s: no table declares %s version %s" % ((module["name"],) + key))
         namespace, top = declared[key]

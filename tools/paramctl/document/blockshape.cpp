@@ -43,6 +43,10 @@ Member View(Json const& record)
     return member;
 }
 
+// A compiled storage's name in a schema table, by ParameterStorage.
+constexpr char const* StorageNames[] = {"int8",   "uint8", "int16",  "uint16", "int32",
+                                        "uint32", "int64", "uint64", "float",  "double"};
+
 // The file's number types that a member of this storage reads without conversion.
 bool Stores(std::string const& storage, Member const& member)
 {
@@ -173,7 +177,8 @@ private:
     }
 
     // A member of the type words of a dimension or of a shared type: a number of that storage,
-    // or a structure of that type's name.
+    // or a structure of that type's name and its compiled members (a structure that only takes
+    // the name would be read as the shared type, with members skipped or misread).
     bool OfType(Member const& member, std::vector<std::string> const& words)
     {
         if (!member.Single())
@@ -181,11 +186,43 @@ private:
         if (words.size() == 2)
             return !member.IsStructure() && Stores(words[1], member);
         FileStructure const* structure = Structure(member.structure);
+        if (words.size() != 1 || !member.IsStructure() || structure == nullptr)
+            return false;
         std::string const& qualified = words[0];
         size_t const colon = qualified.rfind("::");
-        return words.size() == 1 && member.IsStructure() && structure != nullptr &&
-               structure->name ==
-                   (colon == std::string::npos ? qualified : qualified.substr(colon + 2));
+        for (CompiledTriggerType const& shared : CompiledTriggerTypes) {
+            if (qualified == shared.name)
+                return structure->name == qualified.substr(colon + 2) &&
+                       HasMembersOf(member.structure, *shared.type, 0);
+        }
+        return false;
+    }
+
+    // The structure holds the compiled type's members, in its order, each read as it is.
+    bool HasMembersOf(uint32_t id, ParameterTypeDescriptor const& type, size_t depth)
+    {
+        std::vector<Member> members;
+        if (depth > MaxLevels || !Members(id, members))
+            return false;
+        size_t at = 0;
+        for (uint32_t i = 0; i < type.memberCount; ++i) {
+            ParameterMemberDescriptor const& compiled = type.members[i];
+            if (compiled.hidden)
+                continue;
+            if (at == members.size() || members[at].name != compiled.name)
+                return false;
+            Member const& member = members[at++];
+            bool const same =
+                compiled.kind == ParameterMemberKind::Scalar
+                    ? member.Single() &&
+                          Stores(StorageNames[static_cast<int>(compiled.storage)], member)
+                    : compiled.kind == ParameterMemberKind::Structure && member.Single() &&
+                          member.IsStructure() &&
+                          HasMembersOf(member.structure, *compiled.type, depth + 1);
+            if (!same)
+                return false;
+        }
+        return at == members.size();
     }
 
     // The top type's members in the order the rules give them.
