@@ -345,6 +345,28 @@ TEST(TuningDocumentTest, EditedDocumentsPackIntoSoundFiles)
     }
 }
 
+// Below 4.0.0 data entries are rows of the symbol table: counted values given anew (bare arrays)
+// become rows behind those of the document.
+TEST(TuningDocumentTest, NewDataEntriesOfOldFilesAreSymbolRows)
+{
+    Json document = Document(EveryFormFile({3, 0, 0}));
+    size_t const rows = document["symbols"].size();
+    std::function<void(Json&)> const renew = [&renew](Json& value) {
+        if (value.is_object() && value.contains("entry") && value.contains("values"))
+            value = Json(value["values"]);
+        else if (value.is_structured())
+            for (Json& item : value)
+                renew(item);
+    };
+    for (Json& row : document["symbols"]) {
+        if (row.contains("values"))
+            renew(row["values"]);
+    }
+    Json const reread = Document(Packed(document));
+    EXPECT_GT(reread["symbols"].size(), rows);
+    EXPECT_EQ(reread["problems"], Json::array());
+}
+
 TEST(TuningDocumentTest, RefusesValuesThatDoNotFitTheirMembersNamingThePath)
 {
     struct Case

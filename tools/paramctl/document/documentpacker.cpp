@@ -394,7 +394,9 @@ private:
                 return Store(id, std::move(bytes), error);
             },
             [this](std::vector<uint8_t> bytes) { return Add(std::move(bytes)); }};
-        for (size_t i = 0; i < m_symbols.size(); ++i) {
+        // Below 4.0.0 a new data entry is a row added to the symbol table: only the rows the
+        // document gave are encoded.
+        for (size_t i = 0; i < structureIds.size(); ++i) {
             if (structureIds[i] == 0)
                 continue;
             std::vector<uint8_t> bytes;
