@@ -20,7 +20,7 @@ constexpr char ModuleTarget[] = "/api/module?branch=Default%7CSensor.0&instance=
 
 void ReadBigTree(benchmark::State& state, std::string const& program)
 {
-    ParamTest::TempFile file(ParamTest::GammaTreeFile({{20, 20}, {3, 1}}));
+    ParamTest::TempFile file(ParamTest::GammaTreeFile({{20, 20}, {3, 1}, {}}));
     ParamCtlTest::ParamctlChild console("console --bind 127.0.0.1 --port 0 " + file.Path(),
                                         program);
     std::string const prefix = "listening on http://127.0.0.1:";
