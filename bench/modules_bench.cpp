@@ -10,115 +10,41 @@
 #include <benchmark/benchmark.h>
 
 #include "parameterparser/defaultmodule.h"
-#include "parameterparser/imodetable.h"
-#include "parameterparser/modeentry.h"
-#include "parameterparser/modeslot.h"
-#include "parameterparser/moduledata.h"
-#include "parameterparser/parameterfilesymboltable.h"
-#include "parameterparser/parsercrc.h"
-#include "tools/generator/schemaset.h"
-#include "tools/writer/definitiontablebuilder.h"
-#include "tools/writer/entryencoder.h"
-#include "tools/writer/symboltablebuilder.h"
 
 #include "paramgen/gamma_1_6_1.h"
 #include "paramgen/statsroipriority.h"
 #include "paramgen/vornflindices.h"
+#include "tests/common/modulefile.h"
 
 namespace {
 
 using TuningWriter::EntryValue;
 
-/// Which module a file holds: its top type's descriptor and name, instance name and version.
-struct ModuleKind
-{
-    ParameterTypeDescriptor const* type;
-    char const* topType;
-    char const* instanceName;
-    TuningWriter::FileVersion moduleVersion;
-};
+ParamTest::ModuleSchema const FlIndices{&vornflindices::FLIndicesType::Descriptor,
+                                        "vornflindices::FLIndicesType",
+                                        "flIndices",
+                                        {3, 4, 0}};
+ParamTest::ModuleSchema const Gamma{&gamma_1_6_1::varitonal_gamma16Type::Descriptor,
+                                    "gamma_1_6_1::varitonal_gamma16Type",
+                                    "gamma16_v2",
+                                    {1, 6, 1}};
 
-ModuleKind const FlIndices{&vornflindices::FLIndicesType::Descriptor,
-                           "vornflindices::FLIndicesType",
-                           "flIndices",
-                           {3, 4, 0}};
-ModuleKind const Gamma{&gamma_1_6_1::varitonal_gamma16Type::Descriptor,
-                       "gamma_1_6_1::varitonal_gamma16Type",
-                       "gamma16_v2",
-                       {1, 6, 1}};
-
-/// The one mode the module records hang on, so that a record finds its slot as in a real file.
-class SingleModeTable : public IModeTable
+/// One module entry holding value, written with its definitions and read into a symbol table.
+class ModuleFile : public ParamTest::ModuleFile
 {
 public:
-    ModeSlot* GetModeEntry(unsigned int modeId) override { return modeId == 0 ? &m_slot : nullptr; }
-
-private:
-    ModeEntry m_mode{false, false};
-    ModeSlot m_slot{&m_mode, 0};
-};
-
-// One module entry written by the writer from its generated description, with its definitions,
-// and read into a symbol table of its own; a module record for it, as a set manager makes one.
-class ModuleFile
-{
-public:
-    ModuleFile(ModuleKind const& kind, EntryValue const& value)
+    ModuleFile(ParamTest::ModuleSchema const& kind, EntryValue const& value)
+        : ParamTest::ModuleFile(kind)
     {
-        TuningWriter::FileVersion const version{};
-        TuningWriter::SchemaSet schema;
-        schema.Describe(kind.topType, *kind.type);
-        TuningWriter::SymbolTableBuilder symbols(version);
-        TuningWriter::EntryEncoder encoder(version, schema.Structures(), symbols);
-        TuningWriter::ModuleEntry module;
-        module.name = kind.instanceName;
-        module.moduleVersion = kind.moduleVersion;
-        module.modeId = TuningWriter::NoModuleModeId;
-        module.data = encoder.Encode(schema.Id(kind.topType), &value);
-        uint32_t const id = symbols.AddModule(module);
-
-        TuningWriter::DefinitionTableBuilder builder;
-        builder.AddModule(schema.Module(kind.instanceName, kind.topType));
-        schema.AddTo(builder);
-        std::vector<uint8_t> const definitions = builder.Build(1);
-        TuningWriter::SymbolTableBuilder::Sections const sections = symbols.Build();
-        m_dataBytes = sections.data.size();
-        auto const definitionSection = Append(definitions);
-        auto const symbolSection = Append(sections.symbol);
-        auto const dataTableSection = Append(sections.dataTable);
-        auto const dataSection = Append(sections.data);
-        m_table = std::make_unique<ParameterFileSymbolTable>(nullptr, 1, VersionUnion(7, 0, 0));
-        auto const length = static_cast<unsigned int>(m_buffer.size());
-        m_ok = m_table->Load(m_buffer.data(), length, nullptr, nullptr, length, symbolSection,
-                             dataTableSection, dataSection, definitionSection, nullptr, true);
-        VersionUnion const moduleVersion(kind.moduleVersion.major, kind.moduleVersion.minor,
-                                         kind.moduleVersion.patch);
-        m_record = std::make_unique<ModuleData>(ParserCRC64::HashName(kind.instanceName), id, 0,
-                                                moduleVersion, 0, &m_modes, nullptr, m_table.get());
+        m_id = AddModule(value);
+        m_ok = Build();
     }
 
     bool Ok() const { return m_ok; }
-    ParameterFileSymbolTable* Table() { return m_table.get(); }
-    ModuleData* Record() { return m_record.get(); }
-    /// Size of the data section: the module's entry and the blocks of its arrays, all of which
-    /// a load reads.
-    size_t DataBytes() const { return m_dataBytes; }
+    ModuleData* Record() { return ParamTest::ModuleFile::Record(m_id); }
 
 private:
-    ParameterFileSymbolTable::SectionInfo Append(std::vector<uint8_t> const& bytes)
-    {
-        ParameterFileSymbolTable::SectionInfo section{};
-        section.Offset = static_cast<uint32_t>(m_buffer.size());
-        section.Size = static_cast<uint32_t>(bytes.size());
-        m_buffer.insert(m_buffer.end(), bytes.begin(), bytes.end());
-        return section;
-    }
-
-    SingleModeTable m_modes;
-    std::vector<uint8_t> m_buffer;
-    std::unique_ptr<ParameterFileSymbolTable> m_table;
-    std::unique_ptr<ModuleData> m_record;
-    size_t m_dataBytes = 0;
+    uint32_t m_id = 0;
     bool m_ok = false;
 };
 
@@ -177,7 +103,7 @@ EntryValue GammaTreeValue(unsigned int levels, unsigned int fanout)
 template <typename Class> class CreatedModule
 {
 public:
-    CreatedModule(ModuleKind const& kind, ModuleFile& file)
+    CreatedModule(ParamTest::ModuleSchema const& kind, ModuleFile& file)
         : m_kind(new Class(kind.instanceName)),
           m_module(m_kind.module->Create(file.Record(), &m_kind))
     {
@@ -192,21 +118,21 @@ private:
 
 // probe is a value path that only a complete load answers.
 template <typename Class>
-void LoadAndUnload(benchmark::State& state, ModuleKind const& kind, EntryValue const& value,
-                   char const* probe)
+void LoadAndUnload(benchmark::State& state, ParamTest::ModuleSchema const& kind,
+                   EntryValue const& value, char const* probe)
 {
     ModuleFile file(kind, value);
     CreatedModule<Class> created(kind, file);
     ParameterModule* module = created.Module();
     char out[64];
-    if (!file.Ok() || module == nullptr || !module->LoadModule(file.Table()) ||
+    if (!file.Ok() || module == nullptr || !module->LoadModule(&file.Table()) ||
         (probe != nullptr && !module->GetValue(probe, out, sizeof(out)))) {
         state.SkipWithError("the module could not be made");
         return;
     }
     module->UnloadModule();
     for (auto _ : state) {
-        benchmark::DoNotOptimize(module->LoadModule(file.Table()));
+        benchmark::DoNotOptimize(module->LoadModule(&file.Table()));
         module->UnloadModule();
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
@@ -236,7 +162,7 @@ void BM_Module_GetValueSixSteps(benchmark::State& state)
     CreatedModule<gamma_1_6_1::varitonal_gamma16TypeClass> created(Gamma, file);
     ParameterModule* module = created.Module();
     char out[256];
-    if (!file.Ok() || module == nullptr || !module->LoadModule(file.Table()) ||
+    if (!file.Ok() || module == nullptr || !module->LoadModule(&file.Table()) ||
         !module->GetValue("varitonal_gamma16_core.mod_gamma16_trigger_data[0].trigger[1]."
                           "region[0].channel_r_tab.channel_r[64]",
                           out, sizeof(out))) {

@@ -1,219 +1,747 @@
 // SPDX-License-Identifier: Apache-2.0
-// Generated module classes against writer-made files: a load and unload, creation checks, failed
-// and repeated loads, edit generations, the registry chain.
+// Generated module classes against writer-made files: load and unload, creation checks, failed
+// and repeated loads, edit generations and the registry chain; value access by textual path;
+// arrays that several entries share; trigger trees and their copies.
+#include <algorithm>
+#include <cstdio>
 #include <cstring>
-#include <memory>
+#include <functional>
+#include <iterator>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "platform/vornalloc.h"
 
-#include "parameterparser/defaultmodule.h"
-#include "parameterparser/parametermodule.h"
+#include "parameterparser/parameterclone.h"
+#include "parameterparser/parameterparserinfo.h"
+#include "parameterparser/parametervaluepath.h"
 
+#include "paramgen/clonetest_1_0_1.h"
+#include "paramgen/gamma_1_6_1.h"
+#include "paramgen/moduletest.h"
 #include "tests/common/logcapture.h"
-#include "tests/parametermodules/modulefixture.h"
-#include "tests/parametermodules/modulevalues.h"
+#include "tests/common/modulefile.h"
 
-namespace ModuleTest {
 namespace {
 
 using moduletest::moduleTestType;
 using moduletest::moduleTestTypeClass;
+using ParamTest::LoadedModule;
+using ParamTest::ModuleFile;
+using TuningWriter::EntryValue;
 
-/// The registry entry a set manager would hold for the test module.
-struct Registry
+constexpr char const* InstanceName = "moduleTest";
+ParamTest::ModuleSchema const TestModule{
+    &moduleTestType::Descriptor, "moduletest::moduleTestType", InstanceName, {2, 3, 1}};
+ParamTest::ModuleSchema const Gamma{&gamma_1_6_1::varitonal_gamma16Type::Descriptor,
+                                    "gamma_1_6_1::varitonal_gamma16Type",
+                                    "gamma16_v2",
+                                    {1, 6, 1}};
+
+EntryValue Reals(std::vector<double> const& values)
 {
-    DefaultModule kind{new moduleTestTypeClass(InstanceName)};
+    std::vector<EntryValue> items;
+    for (double value : values)
+        items.push_back(EntryValue::Real(value));
+    return EntryValue::List(items);
+}
 
-    moduleTestTypeClass* Create(ModuleData* data)
+EntryValue Pair(char const* first, EntryValue a, char const* second, EntryValue b)
+{
+    return EntryValue::Struct({{first, std::move(a)}, {second, std::move(b)}});
+}
+
+/// A trigger with one row per value of data, the rows' points counting up from start.
+EntryValue Trigger(double start, std::vector<double> const& data)
+{
+    std::vector<EntryValue> rows;
+    for (size_t i = 0; i < data.size(); ++i)
+        rows.push_back(Pair("triggerPt", Pair("start", EntryValue::Real(start + i), "end", {}),
+                            "triggerData",
+                            EntryValue::Struct({{"data", EntryValue::Real(data[i])}})));
+    return Pair("triggerPt", Pair("start", EntryValue::Real(start), "end", {}), "triggerData",
+                EntryValue::List(rows));
+}
+
+/// The values the tests write unless they change some: every member kind set, arrays of several
+/// elements.
+EntryValue SampleValue()
+{
+    auto landmark = [](uint64_t index, double margin) {
+        return Pair("landmarkIndex", EntryValue::UInt(index), "shrinkMarginFactor",
+                    EntryValue::Real(margin));
+    };
+    EntryValue const shrink = EntryValue::Struct({
+        {"enable", EntryValue::Int(1)},
+        {"faceNum", EntryValue::UInt(3)},
+        {"landmarkPoints",
+         EntryValue::List({landmark(4, 0.5), landmark(9, 0.25), landmark(12, 0.125)})},
+        {"facePoseShrinkFactor", Pair("rollShrinkFactor", Trigger(1.5, {0.9}), "pitchShrinkFactor",
+                                      Trigger(5, {0.6, 0.5}))},
+        {"factorRoundingPrecision", EntryValue::Real(0.05)},
+        {"faceMaskROIControl", Pair("enableMaskROIAdjustment", EntryValue::Int(1),
+                                    "minROISizeToRemoveMask", Reals({8, 12}))},
+        {"reservedParameters", Reals({0, 1, 2, 3.5, 4, 5, 6, 7, 8, 9})},
+    });
+    return EntryValue::Struct({
+        {"module_version",
+         Pair("major_revision", EntryValue::Int(2), "minor_revision", EntryValue::Int(3))},
+        {"parameter_version", EntryValue::Struct({{"revision", EntryValue::Text("rev-A")}})},
+        {"noise_threshold_g", EntryValue::Real(2.75)},
+        {"frameCount", EntryValue::UInt(9007199254740993ull)},
+        {"optionalGain", Reals({1.25})},
+        {"levels", EntryValue::List({EntryValue::UInt(1), EntryValue::UInt(7)})},
+        {"labels", EntryValue::List(
+                       {EntryValue::Text("near"), EntryValue::Text("far"), EntryValue::Text("")})},
+        {"table",
+         EntryValue::List({EntryValue::Int(10), EntryValue::Int(20), EntryValue::Int(30)})},
+        {"shrink", shrink},
+        {"corners",
+         EntryValue::List({Pair("x", EntryValue::Int(-4), "weight", EntryValue::Real(0.5)),
+                           Pair("x", EntryValue::Int(11), "weight", EntryValue::Real(2.5))})},
+        {"note", EntryValue::List({EntryValue::Text("spare")})},
+    });
+}
+
+/// The registry entry a set manager would hold for the test module, over a file of two samples.
+class ModuleTest : public testing::Test
+{
+protected:
+    void SetUp() override
     {
-        return static_cast<moduleTestTypeClass*>(kind.module->Create(data, &kind));
+        m_first = m_file.AddModule(SampleValue());
+        m_second = m_file.AddModule(SampleValue());
+        ASSERT_TRUE(m_file.Build());
     }
+
+    moduleTestTypeClass* Create(ModuleData* record)
+    {
+        return static_cast<moduleTestTypeClass*>(m_kind.module->Create(record, &m_kind));
+    }
+
+    ModuleFile m_file{TestModule};
+    uint32_t m_first = 0;
+    uint32_t m_second = 0;
+    DefaultModule m_kind{new moduleTestTypeClass(InstanceName)};
 };
 
-// One load and unload of every member kind: the loaded module holds what was written, counts its
-// load and keeps its ID; the unload gives every allocation back.
-TEST(ModuleLoadTest, LoadFillsEveryMemberAndUnloadFreesAll)
+// A load counts itself and keeps the ID; the unload gives every allocation back.
+TEST_F(ModuleTest, LoadKeepsItsIdAndUnloadFreesAll)
 {
+    moduleTestTypeClass* module = Create(m_file.Record(m_first));
+    ASSERT_NE(module, nullptr);
+    ASSERT_TRUE(module->LoadModule(&m_file.Table()));
+    module->UnloadModule();
+    // What the table sets up on its first read stays; the load's own allocations go with it.
     size_t const before = Vorn::Testing::AllocatedBytes();
-    {
-        ModuleFile file;
-        uint32_t const id = file.AddModule(SampleValue());
-        ASSERT_TRUE(file.Build());
-        Registry registry;
-        moduleTestTypeClass* module = registry.Create(file.Record(id));
-        ASSERT_NE(module, nullptr);
+    ParamTest::LogCapture log;
+    EXPECT_TRUE(module->LoadModule(&m_file.Table()));
+    EXPECT_TRUE(module->loaded);
+    EXPECT_EQ(module->modified, 2u);
+    EXPECT_EQ(module->symbolTableID, m_first);
+    EXPECT_EQ(log.Messages(), std::vector<std::string>());
+    // A second load of a loaded module changes nothing.
+    module->shrink.faceNum = 42;
+    EXPECT_TRUE(module->LoadModule(&m_file.Table()));
+    EXPECT_EQ(module->modified, 2u);
+    EXPECT_EQ(module->shrink.faceNum, 42u);
 
-        ParamTest::LogCapture log;
-        EXPECT_TRUE(module->LoadModule(&file.Table()));
-        EXPECT_TRUE(module->loaded);
-        EXPECT_EQ(module->modified, 1u);
-        EXPECT_EQ(module->symbolTableID, id) << "Load must keep the ID";
-        ValueChecker().Check(static_cast<moduleTestType*>(module), moduleTestType::Descriptor,
-                             SampleValue(), "");
-        EXPECT_EQ(log.Messages(), std::vector<std::string>());
-
-        module->UnloadModule();
-        EXPECT_FALSE(module->loaded);
-        EXPECT_EQ(module->shrink.landmarkPoints, nullptr);
-        EXPECT_EQ(module->labels, nullptr);
-        EXPECT_EQ(module->parameter_version.revision, nullptr);
-        EXPECT_EQ(module->note, nullptr);
-    }
+    module->UnloadModule();
+    EXPECT_FALSE(module->loaded);
+    EXPECT_EQ(module->shrink.landmarkPoints, nullptr);
+    EXPECT_EQ(module->labels, nullptr);
+    EXPECT_EQ(module->parameter_version.revision, nullptr);
+    EXPECT_EQ(module->note, nullptr);
     EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before);
 }
 
-TEST(ModuleCreateTest, RefusesAnotherVersionOrName)
+TEST_F(ModuleTest, CreateRefusesAnotherVersionOrName)
 {
+    std::string const unable = "Unable to create moduleTestTypeClass, binary ";
+    auto const versionMessage = [&](VersionUnion binary) {
+        return unable + "version (" + std::to_string(binary.Raw) +
+               ") does not match source version (" + std::to_string(VersionUnion(2, 3, 1).Raw) +
+               ")\n";
+    };
+    char hashMessage[200];
+    std::snprintf(hashMessage, sizeof(hashMessage),
+                  "%sname hash (0x%016lx) does not match source name hash (0x%016lx)\n",
+                  unable.c_str(), ParserCRC64::HashName("otherModule"),
+                  ParserCRC64::HashName(InstanceName));
     struct Case
     {
-        char const* label;
-        VersionUnion version;
+        TuningWriter::FileVersion version;
         char const* name;
         std::string message;
     };
-    unsigned long const ownHash = ParserCRC64::HashName(InstanceName);
-    unsigned long const otherHash = ParserCRC64::HashName("otherModule");
-    char hashMessage[200];
-    std::snprintf(hashMessage, sizeof(hashMessage),
-                  "Unable to create moduleTestTypeClass, binary name hash (0x%016lx) does not "
-                  "match source name hash (0x%016lx)\n",
-                  otherHash, ownHash);
-    std::string const versionMessage = "Unable to create moduleTestTypeClass, binary version (" +
-                                       std::to_string(VersionUnion(2, 4, 1).Raw) +
-                                       ") does not match source version (" +
-                                       std::to_string(VersionUnion(2, 3, 1).Raw) + ")\n";
-    std::string const patchMessage = "Unable to create moduleTestTypeClass, binary version (" +
-                                     std::to_string(VersionUnion(2, 3, 0).Raw) +
-                                     ") does not match source version (" +
-                                     std::to_string(VersionUnion(2, 3, 1).Raw) + ")\n";
     Case const cases[] = {
-        {"patch", VersionUnion(2, 3, 0), InstanceName, patchMessage},
-        {"version", VersionUnion(2, 4, 1), InstanceName, versionMessage},
-        {"version before name", VersionUnion(2, 4, 1), "otherModule", versionMessage},
-        {"name", VersionUnion(2, 3, 1), "otherModule", hashMessage},
+        {{2, 3, 0}, InstanceName, versionMessage(VersionUnion(2, 3, 0))},
+        {{2, 4, 1}, InstanceName, versionMessage(VersionUnion(2, 4, 1))},
+        // The version is checked before the name.
+        {{2, 4, 1}, "otherModule", versionMessage(VersionUnion(2, 4, 1))},
+        {{2, 3, 1}, "otherModule", hashMessage},
     };
-    ModuleFile file;
-    uint32_t const id = file.AddModule(SampleValue());
-    ASSERT_TRUE(file.Build());
     for (Case const& item : cases) {
-        SCOPED_TRACE(item.label);
-        Registry registry;
+        SCOPED_TRACE(item.message);
         ParamTest::LogCapture log;
-        EXPECT_EQ(
-            registry.Create(file.Record(id, 0, ParserCRC64::HashName(item.name), item.version)),
-            nullptr);
+        EXPECT_EQ(Create(m_file.Record(m_first, 0, item.name, &item.version)), nullptr);
         EXPECT_TRUE(log.HasMessage(item.message)) << testing::PrintToString(log.Messages());
-        EXPECT_EQ(registry.kind.first, nullptr);
+        EXPECT_EQ(m_kind.first, nullptr);
     }
 }
 
-TEST(ModuleCreateTest, RecordWithADuplicateIdSharesTheInstance)
+// A record with a duplicate ID gets the instance of that ID; the chain finds instances by ID and
+// still takes new ones after losing its tail.
+TEST_F(ModuleTest, RegistryChainSharesDuplicatesAndSurvivesRemovingItsTail)
 {
-    ModuleFile file;
-    uint32_t const first = file.AddModule(SampleValue());
-    uint32_t const second = file.AddModule(SampleValue());
-    ASSERT_TRUE(file.Build());
-    Registry registry;
-    moduleTestTypeClass* original = registry.Create(file.Record(first));
-    ASSERT_NE(original, nullptr);
-    EXPECT_EQ(registry.Create(file.Record(second, first)), original);
-    moduleTestTypeClass* own = registry.Create(file.Record(second));
-    EXPECT_NE(own, original);
-    EXPECT_EQ(own->symbolTableID, second);
+    moduleTestTypeClass* a = Create(m_file.Record(m_first));
+    ASSERT_NE(a, nullptr);
+    EXPECT_EQ(Create(m_file.Record(m_second, m_first)), a);
+    moduleTestTypeClass* b = Create(m_file.Record(m_second));
+    ASSERT_NE(b, nullptr);
+    EXPECT_NE(b, a);
+    EXPECT_EQ(m_kind.Find(m_second), b);
+    EXPECT_EQ(m_kind.Find(99), nullptr);
+
+    m_kind.RemoveModule(b);
+    EXPECT_EQ(m_kind.Find(m_second), nullptr);
+    delete b;
+    moduleTestTypeClass* c = Create(m_file.Record(m_second));
+    ASSERT_NE(c, nullptr);
+    EXPECT_EQ(m_kind.first->module, a);
+    EXPECT_EQ(m_kind.last->module, c);
 }
 
-TEST(ModuleLoadFailureTest, MissingSymbolIdLeavesZerosAndUnloaded)
+TEST_F(ModuleTest, MissingSymbolIdLeavesZerosAndUnloaded)
 {
-    ModuleFile file;
-    file.AddModule(SampleValue());
-    ASSERT_TRUE(file.Build());
-    Registry registry;
-    moduleTestTypeClass* module = registry.Create(file.Record(77));
+    moduleTestTypeClass* module = Create(m_file.Record(77));
     ASSERT_NE(module, nullptr);
     // Stale values from an earlier life must not survive a failed load.
     module->noise_threshold_g = 5.0f;
     module->shrink.faceNum = 9;
-
     ParamTest::LogCapture log;
-    EXPECT_FALSE(module->LoadModule(&file.Table()));
+    EXPECT_FALSE(module->LoadModule(&m_file.Table()));
     EXPECT_TRUE(log.HasMessage(
-        "moduleTestTypeClass::LoadModule Failed to find module ID (77) in Symbol Table\n"))
-        << testing::PrintToString(log.Messages());
+        "moduleTestTypeClass::LoadModule Failed to find module ID (77) in Symbol Table\n"));
     EXPECT_FALSE(module->loaded);
     EXPECT_EQ(module->modified, 1u);
-    EXPECT_EQ(module->symbolTableID, 77u);
     moduleTestType zero{};
     zero.symbolTableID = 77;
     EXPECT_EQ(std::memcmp(static_cast<moduleTestType*>(module), &zero, sizeof(zero)), 0);
 }
 
-TEST(ModuleLoadFailureTest, SecondLoadOfALoadedModuleChangesNothing)
+TEST_F(ModuleTest, EditGenerationWrapsToOneAndTheModuleStillReloads)
 {
-    ModuleFile file;
-    uint32_t const id = file.AddModule(SampleValue());
-    ASSERT_TRUE(file.Build());
-    Registry registry;
-    moduleTestTypeClass* module = registry.Create(file.Record(id));
-    ASSERT_TRUE(module->LoadModule(&file.Table()));
-    auto* landmarks = module->shrink.landmarkPoints;
-    module->shrink.faceNum = 42;
-    EXPECT_TRUE(module->LoadModule(&file.Table()));
-    EXPECT_EQ(module->modified, 1u);
-    EXPECT_EQ(module->shrink.faceNum, 42u);
-    EXPECT_EQ(module->shrink.landmarkPoints, landmarks);
-}
-
-TEST(ModuleEditTest, GenerationWrapsToOneAndTheModuleStillReloads)
-{
-    ModuleFile file;
-    uint32_t const id = file.AddModule(SampleValue());
-    ASSERT_TRUE(file.Build());
-    Registry registry;
-    moduleTestTypeClass* module = registry.Create(file.Record(id));
-    ASSERT_TRUE(module->LoadModule(&file.Table()));
+    moduleTestTypeClass* module = Create(m_file.Record(m_first));
+    ASSERT_TRUE(module->LoadModule(&m_file.Table()));
     for (int edit = 1; edit <= 254; ++edit)
         ASSERT_TRUE(module->SetValue("shrink.faceNum", "5"));
-    EXPECT_EQ(module->symbolTableID, 0xFE000000u | id);
+    EXPECT_EQ(module->symbolTableID, 0xFE000000u | m_first);
     ASSERT_TRUE(module->SetValue("shrink.faceNum", "6"));
-    EXPECT_EQ(module->symbolTableID, 0xFF000000u | id) << "255th edit";
+    EXPECT_EQ(module->symbolTableID, 0xFF000000u | m_first) << "255th edit";
     ASSERT_TRUE(module->SetValue("shrink.faceNum", "7"));
-    EXPECT_EQ(module->symbolTableID, 0x01000000u | id) << "256th edit wraps to 1, not 0";
+    EXPECT_EQ(module->symbolTableID, 0x01000000u | m_first) << "256th edit wraps to 1, not 0";
     EXPECT_EQ(module->modified, 1u + 256u);
     // A failed edit counts nothing.
     EXPECT_FALSE(module->SetValue("shrink.nothing", "1"));
     EXPECT_EQ(module->modified, 257u);
 
     module->UnloadModule();
-    EXPECT_TRUE(module->LoadModule(&file.Table())) << "found by the low 24 bits";
+    EXPECT_TRUE(module->LoadModule(&m_file.Table())) << "found by the low 24 bits";
     EXPECT_EQ(module->shrink.faceNum, 3u);
-    EXPECT_EQ(module->symbolTableID, 0x01000000u | id);
 }
 
-TEST(DefaultModuleTest, ChainFindsByIdAndSurvivesRemovingItsTail)
-{
-    ModuleFile file;
-    uint32_t const first = file.AddModule(SampleValue());
-    uint32_t const second = file.AddModule(SampleValue());
-    ASSERT_TRUE(file.Build());
-    Registry registry;
-    moduleTestTypeClass* a = registry.Create(file.Record(first));
-    moduleTestTypeClass* b = registry.Create(file.Record(second));
-    EXPECT_EQ(registry.kind.Find(second), b);
-    EXPECT_EQ(registry.kind.Find(99), nullptr);
+// ---- Value paths ---------------------------------------------------------------------------
 
-    registry.kind.RemoveModule(b);
-    EXPECT_EQ(registry.kind.Find(second), nullptr);
-    // The removed instance is the caller's now; the chain must still take new ones.
-    std::unique_ptr<ParameterModule> removed(b);
-    moduleTestTypeClass* c = registry.Create(file.Record(second));
-    ASSERT_NE(c, nullptr);
-    EXPECT_EQ(registry.kind.first->module, a);
-    EXPECT_EQ(registry.kind.last->module, c);
+class ValuePathTest : public ModuleTest
+{
+protected:
+    void SetUp() override
+    {
+        ModuleTest::SetUp();
+        m_module = Create(m_file.Record(m_first));
+        ASSERT_NE(m_module, nullptr);
+        ASSERT_TRUE(m_module->LoadModule(&m_file.Table()));
+    }
+
+    std::string Get(char const* path, bool expected = true, unsigned int size = 256)
+    {
+        std::string out(size, '#');
+        EXPECT_EQ(m_module->GetValue(path, out.data(), size), expected) << path;
+        return out.c_str();
+    }
+
+    moduleTestTypeClass* m_module = nullptr;
+};
+
+TEST_F(ValuePathTest, GetValueByPath)
+{
+    std::string const reserved = "0.0,1.0,2.0,3.5,4.0,5.0,6.0,7.0,8.0,9.0";
+    std::pair<char const*, std::string> const cases[] = {
+        {"shrink.reservedParameters[3]", "3.5"},
+        // An index at the last element reads it; one past reads the whole array.
+        {"shrink.reservedParameters[9]", "9.0"},
+        {"shrink.reservedParameters[10]", reserved},
+        {"table[2]", "30"},
+        {"table[3]", "10,20,30"},
+        {"labels[2]", ""},
+        {"labels[3]", "near,far,"},
+        {"labels[1]", "far"},
+        {"shrink.facePoseShrinkFactor.rollShrinkFactor.triggerPt.start", "1.5"},
+        {"shrink.facePoseShrinkFactor.pitchShrinkFactor.triggerData[1].triggerData.data", "0.5"},
+        {"shrink.landmarkPoints[2].landmarkIndex", "12"},
+        {"corners[1].x", "11"},
+        {"corners[0].weight", "0.5"},
+        // A float held under an integer name reads without its fraction (2.75).
+        {"noise_threshold_g", "2"},
+        // Steps behind a number are ignored.
+        {"shrink.enable.x", "1"},
+        {"frameCount", "9007199254740992"},
+        {"optionalGain", "1.25"},
+        {"levels", "1,7"},
+        {"parameter_version.revision", "rev-A"},
+        {"note", "spare"},
+    };
+    for (auto const& [path, text] : cases)
+        EXPECT_EQ(Get(path), text) << path;
+    // An element one past the last of an array of structures, and paths to no value, give false
+    // and leave the buffer alone.
+    for (char const* path :
+         {"shrink.landmarkPoints", "shrink.landmarkPoints[3].landmarkIndex", "shrink.missing",
+          "Shrink.enable", "", "shrink", "shrink.facePoseShrinkFactor", "corners", "corners[2].x"})
+        EXPECT_EQ(Get(path, false), std::string(256, '#').c_str()) << path;
+}
+
+// Text is cut to the buffer, terminator included: a buffer that just holds it, one byte less,
+// and an empty buffer, which is never written.
+TEST_F(ValuePathTest, TextIsCutToTheBuffer)
+{
+    struct Case
+    {
+        char const* path;
+        unsigned int size;
+        char const* text;
+    };
+    Case const cases[] = {
+        {"shrink.reservedParameters", 8, "0.0,1.0"},
+        {"shrink.reservedParameters", 7, "0.0,1."},
+        {"parameter_version.revision", 6, "rev-A"},
+        {"parameter_version.revision", 5, "rev-"},
+    };
+    for (Case const& item : cases)
+        EXPECT_EQ(Get(item.path, true, item.size), item.text) << item.path << " " << item.size;
+    for (char const* path : {"shrink.reservedParameters[10]", "labels",
+                             "parameter_version.revision", "shrink.enable"}) {
+        char guard = '#';
+        EXPECT_FALSE(m_module->GetValue(path, &guard, 0)) << path;
+        EXPECT_EQ(guard, '#') << path;
+    }
+}
+
+// Each change is read back by path; every one counts as an edit. Refusals change nothing.
+TEST_F(ValuePathTest, SetValueStoresNumbersAndListsAndRefusesTheRest)
+{
+    struct Case
+    {
+        char const* path;
+        char const* value;
+        char const* readPath;
+        char const* text;
+    };
+    Case const cases[] = {
+        // A list stores from the first element on and skips what is no number; "" is no change.
+        {"shrink.reservedParameters", "10,x,12", "shrink.reservedParameters",
+         "10.0,1.0,12.0,3.5,4.0,5.0,6.0,7.0,8.0,9.0"},
+        {"shrink.reservedParameters", "", "shrink.reservedParameters[0]", "10.0"},
+        // An index at the last element sets it; one past stores a list from the first.
+        {"shrink.reservedParameters[9]", "19", "shrink.reservedParameters[9]", "19.0"},
+        {"shrink.reservedParameters[10]", "20", "shrink.reservedParameters[0]", "20.0"},
+        // A list longer than the array stops at its end; a counted array never grows.
+        {"table", "1,2,3,4,5", "table", "1,2,3"},
+        {"table[2]", "33", "table", "1,2,33"},
+        {"table[3]", "7", "table", "7,2,33"},
+        {"shrink.faceMaskROIControl.minROISizeToRemoveMask[1]", "0.5",
+         "shrink.faceMaskROIControl.minROISizeToRemoveMask", "8.0,0.5"},
+        // A float held under an integer name keeps its fraction but shows without it.
+        {"noise_threshold_g", "2.25", "noise_threshold_g", "2"},
+        // Integer storage saturates.
+        {"shrink.faceNum", "-5", "shrink.faceNum", "0"},
+        {"levels[0]", "2", "levels", "2,7"},
+        {"shrink.landmarkPoints[2].shrinkMarginFactor", "0.75",
+         "shrink.landmarkPoints[2].shrinkMarginFactor", "0.75"},
+    };
+    for (Case const& item : cases) {
+        EXPECT_TRUE(m_module->SetValue(item.path, item.value)) << item.path;
+        EXPECT_EQ(Get(item.readPath), item.text) << item.path;
+    }
+    EXPECT_FLOAT_EQ(m_module->noise_threshold_g, 2.25f);
+    uint32_t const edits = 1u + std::size(cases);
+    EXPECT_EQ(m_module->modified, edits);
+
+    uint32_t const id = m_module->symbolTableID;
+    char const* const refused[][2] = {
+        {"levels[1]", "many"},
+        {"parameter_version.revision", "rev-B"},
+        {"labels[0]", "x"},
+        {"note", "other"},
+        {"corners", "1"},
+        {"shrink.landmarkPoints", "1"},
+        {"shrink.landmarkPoints[3].landmarkIndex", "1"},
+        {"corners[2].x", "1"},
+        {"shrink.nothing", "1"},
+    };
+    for (auto const& item : refused)
+        EXPECT_FALSE(m_module->SetValue(item[0], item[1])) << item[0];
+    EXPECT_STREQ(m_module->parameter_version.revision, "rev-A");
+    EXPECT_EQ(Get("levels"), "2,7");
+    EXPECT_EQ(m_module->modified, edits);
+    EXPECT_EQ(m_module->symbolTableID, id);
+}
+
+TEST_F(ValuePathTest, GetInfoListsMembersOrDescribesOne)
+{
+    PList<ParameterParserInfo> list;
+    ASSERT_TRUE(m_module->GetInfo("shrink.", list));
+    ASSERT_EQ(list.Count(), 11u);
+    EXPECT_STREQ(list[0].name, "enable");
+    EXPECT_STREQ(list[0].type, "Boolean");
+    EXPECT_STREQ(list[0].value, "1");
+    EXPECT_STREQ(list[2].name, "landmarkPoints");
+    EXPECT_EQ(list[2].type, ParameterTypeNames::Structure);
+    EXPECT_TRUE(list[2].isArray);
+    EXPECT_EQ(list[2].count, 3u);
+    EXPECT_FALSE(list[3].isArray);
+    EXPECT_STREQ(list[4].value, "0.0500000007") << "a float shown with ten digits";
+    EXPECT_STREQ(list[10].type, "Float");
+    EXPECT_EQ(list[10].count, 10u);
+
+    PList<ParameterParserInfo> top;
+    ASSERT_TRUE(m_module->GetInfo("", top));
+    ASSERT_EQ(top.Count(), 11u);
+    EXPECT_STREQ(top[2].value, "2");
+    EXPECT_STREQ(top[6].type, "String");
+    EXPECT_EQ(top[6].count, 3u);
+
+    // A named member: one record without a name, or the members of an element.
+    list.Clear();
+    ASSERT_TRUE(m_module->GetInfo("shrink.landmarkPoints", list));
+    ASSERT_EQ(list.Count(), 1u);
+    EXPECT_EQ(list[0].name, nullptr);
+    EXPECT_EQ(list[0].count, 3u);
+    ASSERT_TRUE(m_module->GetInfo("shrink.landmarkPoints[1]", list));
+    ASSERT_EQ(list.Count(), 3u);
+    EXPECT_STREQ(list[2].value, "0.25");
+    ASSERT_TRUE(m_module->GetInfo("parameter_version.revision", list));
+    ASSERT_EQ(list.Count(), 4u);
+    EXPECT_STREQ(list[3].value, "rev-A");
+    // Arrays of numbers are not named here: their values come through GetValue.
+    EXPECT_FALSE(m_module->GetInfo("shrink.reservedParameters", list));
+    EXPECT_FALSE(m_module->GetInfo("shrink.missing", list));
+    EXPECT_EQ(list.Count(), 4u);
+}
+
+// ---- Shared arrays -------------------------------------------------------------------------
+
+/// A list of n elements of the kind a member holds: numbers, texts, landmarks.
+EntryValue Items(char kind, unsigned int n)
+{
+    std::vector<EntryValue> items;
+    for (unsigned int i = 0; i < n; ++i)
+        items.push_back(kind == 'n'   ? EntryValue::Int(10 * (i + 1))
+                        : kind == 't' ? EntryValue::Text("label" + std::to_string(i))
+                                      : Pair("landmarkIndex", EntryValue::UInt(i + 1),
+                                             "shrinkMarginFactor", EntryValue::Real(0.5)));
+    return EntryValue::List(items);
+}
+
+// Two holders of one block, declaring the same count or another one: the first loads it, the
+// second takes the same array (cut to what it holds) and the registry counts both; the array goes
+// with the last, whichever that is.
+TEST(ModuleSharingTest, SharedArrayIsLoadedOnceAndFreedWithItsLastHolder)
+{
+    using Array = std::pair<void const*, unsigned int>;
+    struct Case
+    {
+        char const* path; ///< the member, one step or two
+        char kind;        ///< of Items; 's' for a single text
+        unsigned int first;
+        unsigned int second;
+        bool secondUnloadsLast;
+        std::function<Array(moduleTestType const&)> array;
+    };
+    Case const cases[] = {
+        {"table", 'n', 3, 3, false,
+         [](auto& m) {
+             return Array{m.table, m.tableCount};
+         }},
+        {"table", 'n', 3, 5, false,
+         [](auto& m) {
+             return Array{m.table, m.tableCount};
+         }},
+        {"labels", 't', 2, 6, false,
+         [](auto& m) {
+             return Array{m.labels, m.labelsCount};
+         }},
+        {"shrink.landmarkPoints", 'l', 3, 4, false,
+         [](auto& m) {
+             return Array{m.shrink.landmarkPoints, m.shrink.landmarkPointsCount};
+         }},
+        {"parameter_version.revision", 's', 1, 1, false,
+         [](auto& m) {
+             return Array{m.parameter_version.revision, 1};
+         }},
+        // A holder with fewer elements keeps its count; going last, it still frees them all.
+        {"labels", 't', 3, 1, true,
+         [](auto& m) {
+             return Array{m.labels, m.labelsCount};
+         }},
+    };
+    for (Case const& c : cases) {
+        std::string const path = c.path;
+        SCOPED_TRACE(path + " " + std::to_string(c.first) + "/" + std::to_string(c.second));
+        size_t const before = Vorn::Testing::AllocatedBytes();
+        {
+            // Both holders name one block of the larger count: only the counts they declare
+            // differ, so the array the first one loads is the smaller one when it goes first.
+            ModuleFile file(TestModule);
+            EntryValue values[2] = {SampleValue(), SampleValue()};
+            for (int holder = 0; holder < 2; ++holder) {
+                EntryValue list = c.kind == 's' ? EntryValue::Text("shared text")
+                                                : Items(c.kind, std::max(c.first, c.second));
+                (holder == 0 ? list.blockName : list.duplicateOf) = "shared";
+                if (c.kind != 's')
+                    list.countOverride = holder == 0 ? c.first : c.second;
+                size_t const dot = path.find('.');
+                std::string const outer = path.substr(0, dot);
+                values[holder].Set(
+                    outer,
+                    dot == std::string::npos
+                        ? list
+                        : EntryValue(*values[holder].Find(outer)).Set(path.substr(dot + 1), list));
+            }
+            uint32_t const firstId = file.AddModule(values[0]);
+            uint32_t const secondId = file.AddModule(values[1]);
+            ASSERT_TRUE(file.Build());
+
+            ParamTest::LogCapture log;
+            LoadedModule<moduleTestTypeClass> a(file, firstId, InstanceName);
+            LoadedModule<moduleTestTypeClass> b(file, secondId, InstanceName);
+            ASSERT_TRUE(a.loadResult && b.loadResult);
+            Array const shared = c.array(*a.module);
+            EXPECT_EQ(c.array(*b.module).first, shared.first) << "one array for both holders";
+            EXPECT_EQ(shared.second, c.first);
+            EXPECT_EQ(c.array(*b.module).second, std::min(c.first, c.second));
+            std::string const cut =
+                "holds " + std::to_string(c.first) + " elements, not " + std::to_string(c.second);
+            EXPECT_EQ(log.Contains(cut), c.second > c.first);
+            // The last element the second holder names is readable (under ASan: inside the
+            // array).
+            char out[256];
+            std::string last = path;
+            if (c.kind != 's')
+                last += "[" + std::to_string(c.array(*b.module).second - 1) + "]" +
+                        (c.kind == 'l' ? ".landmarkIndex" : "");
+            EXPECT_TRUE(b.module->GetValue(last.c_str(), out, sizeof(out))) << last;
+            DupObjInfo* info = file.Table().FindDupObject(const_cast<void*>(shared.first));
+            ASSERT_NE(info, nullptr);
+            EXPECT_EQ(info->RefCount.load(), 2u);
+            moduleTestTypeClass* earlier = c.secondUnloadsLast ? a.module : b.module;
+            moduleTestTypeClass* later = c.secondUnloadsLast ? b.module : a.module;
+            earlier->UnloadModule();
+            EXPECT_EQ(c.array(*earlier).first, nullptr);
+            EXPECT_EQ(info->RefCount.load(), 1u);
+            EXPECT_EQ(c.array(*later).first, shared.first) << "kept for its other holder";
+            later->UnloadModule();
+            EXPECT_EQ(file.Table().FindDupObject(const_cast<void*>(shared.first)), nullptr);
+        }
+        EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before) << "every element freed once";
+    }
+}
+
+// ---- Trigger trees ---------------------------------------------------------------------------
+
+EntryValue Node(double start, EntryValue children)
+{
+    return EntryValue::Struct({{"start", EntryValue::Real(start)},
+                               {"end", EntryValue::Real(start + 1)},
+                               {"trigger", std::move(children)}});
+}
+
+// A leaf with one region whose red table rises by 16 a point from base.
+EntryValue Leaf(double start, double base)
+{
+    std::vector<double> red;
+    for (int i = 0; i < 65; ++i)
+        red.push_back(base + 16 * i);
+    EntryValue const region =
+        EntryValue::Struct({{"channel_r_tab", EntryValue::Struct({{"channel_r", Reals(red)}})}});
+    return Node(start, EntryValue::List({})).Set("region", EntryValue::List({region}));
+}
+
+/// A gamma module whose control variables name two levels (4 then 9) over the given roots.
+EntryValue GammaValue(EntryValue roots)
+{
+    return EntryValue::Struct(
+        {{"control_variables",
+          EntryValue::Struct({{"control_var_type",
+                               EntryValue::List({EntryValue::UInt(4), EntryValue::UInt(9)})}})},
+         {"varitonal_gamma16_core",
+          EntryValue::Struct({{"mod_gamma16_trigger_data", std::move(roots)}})}});
+}
+
+// After a load each node knows its level and the control variable of that level; a third level
+// of nodes lies past the list and keeps what it was loaded with (zeros).
+TEST(TriggerTreeTest, NodesTakeTheirLevelAndControlVariable)
+{
+    ModuleFile file(Gamma);
+    EntryValue const third = EntryValue::List({Node(100, EntryValue::List({}))});
+    uint32_t const id = file.AddModule(
+        GammaValue(EntryValue::List({Node(0, EntryValue::List({Node(10, third), Leaf(20, 0.75)})),
+                                     Node(1, EntryValue::List({}))})));
+    ASSERT_TRUE(file.Build());
+    LoadedModule<gamma_1_6_1::varitonal_gamma16TypeClass> loaded(file, id, "gamma16_v2");
+    ASSERT_TRUE(loaded.loadResult);
+
+    auto const& core = loaded.module->varitonal_gamma16_core;
+    ASSERT_EQ(core.mod_gamma16_trigger_dataCount, 2u);
+    for (unsigned int i = 0; i < 2; ++i) {
+        EXPECT_EQ(core.mod_gamma16_trigger_data[i].level, 0u);
+        EXPECT_EQ(core.mod_gamma16_trigger_data[i].type, 4u);
+    }
+    gamma_1_6_1::triggerType const& first = core.mod_gamma16_trigger_data[0];
+    ASSERT_EQ(first.triggerCount, 2u);
+    EXPECT_EQ(first.trigger[1].level, 1u);
+    EXPECT_EQ(first.trigger[1].type, 9u);
+    ASSERT_EQ(first.trigger[0].triggerCount, 1u);
+    EXPECT_EQ(first.trigger[0].trigger[0].level, 0u);
+    EXPECT_EQ(first.trigger[0].trigger[0].type, 0u);
+    EXPECT_FLOAT_EQ(first.trigger[0].trigger[0].start, 100.0f);
+    // The hidden members are not on a value path; six steps reach a leaf's table, where an
+    // "Int32" held as float shows without its fraction.
+    char out[64];
+    std::string const root = "varitonal_gamma16_core.mod_gamma16_trigger_data[0].";
+    EXPECT_FALSE(loaded.module->GetValue((root + "level").c_str(), out, sizeof(out)));
+    ASSERT_TRUE(loaded.module->GetValue(
+        (root + "trigger[1].region[0].channel_r_tab.channel_r[64]").c_str(), out, sizeof(out)));
+    EXPECT_STREQ(out, "1024");
+}
+
+// A list that points at data entry id (holding count elements) instead of a block of its own.
+EntryValue PointerTo(uint32_t id, uint32_t count)
+{
+    EntryValue list = EntryValue::List({});
+    list.idOverride = id;
+    list.countOverride = count;
+    return list;
+}
+
+TEST(TriggerTreeTest, PointerBackIntoTheTreeIsCutAndLeftEmpty)
+{
+    struct Case
+    {
+        char const* name;
+        std::function<EntryValue(EntryValue)> roots; ///< the root list, given the pointer back
+        unsigned int cutLevel;                       ///< depth of the node whose pointer is cut
+    };
+    Case const cases[] = {
+        {"node points at its own entry",
+         [](EntryValue back) {
+             return EntryValue::List({Node(0, back), Node(1, EntryValue::List({}))});
+         },
+         0},
+        {"grandchild points at the root",
+         [](EntryValue back) {
+             return EntryValue::List(
+                 {Node(0, EntryValue::List({Node(10, back)})), Node(1, EntryValue::List({}))});
+         },
+         1},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        // The identifiers are fixed by the layout: a file of the same shape tells the root's.
+        ModuleFile probe(Gamma);
+        EntryValue roots = c.roots(PointerTo(0, 0));
+        roots.blockName = "roots";
+        probe.AddModule(GammaValue(roots));
+        uint32_t const rootId = probe.BlockId("roots");
+        ASSERT_NE(rootId, 0u);
+
+        size_t const before = Vorn::Testing::AllocatedBytes();
+        {
+            ModuleFile file(Gamma);
+            uint32_t const id = file.AddModule(GammaValue(c.roots(PointerTo(rootId, 2))));
+            ASSERT_TRUE(file.Build());
+            ParamTest::LogCapture log;
+            LoadedModule<gamma_1_6_1::varitonal_gamma16TypeClass> loaded(file, id, "gamma16_v2");
+            ASSERT_TRUE(loaded.loadResult);
+            auto const& core = loaded.module->varitonal_gamma16_core;
+            ASSERT_EQ(core.mod_gamma16_trigger_dataID, rootId) << "same layout as the probe";
+            ASSERT_EQ(core.mod_gamma16_trigger_dataCount, 2u);
+            gamma_1_6_1::triggerType const* cut = &core.mod_gamma16_trigger_data[0];
+            for (unsigned int level = 0; level < c.cutLevel; ++level) {
+                ASSERT_EQ(cut->triggerCount, 1u);
+                cut = &cut->trigger[0];
+            }
+            EXPECT_EQ(cut->triggerCount, 0u);
+            EXPECT_EQ(cut->trigger, nullptr);
+            EXPECT_FLOAT_EQ(cut->start, c.cutLevel == 0 ? 0.0f : 10.0f);
+            EXPECT_FLOAT_EQ(core.mod_gamma16_trigger_data[1].start, 1.0f);
+            EXPECT_EQ(log.Count("data entry " + std::to_string(rootId) +
+                                " points back into itself, left empty"),
+                      1u)
+                << testing::PrintToString(log.Messages());
+        }
+        EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before);
+    }
+}
+
+TEST(TriggerTreeTest, CopyOwnsEveryNodeAndRegionArray)
+{
+    size_t const before = Vorn::Testing::AllocatedBytes();
+    {
+        ModuleFile file({&clonetest_1_0_1::varitonal_clonetest10Type::Descriptor,
+                         "clonetest_1_0_1::varitonal_clonetest10Type",
+                         "clonetest10_v2",
+                         {1, 0, 1}});
+        uint32_t const id = file.AddModule(EntryValue::Struct(
+            {{"varitonal_clonetest10_core",
+              EntryValue::Struct(
+                  {{"mod_clonetest10_trigger_data",
+                    EntryValue::List({Node(0, EntryValue::List({Leaf(10, 0.25), Leaf(20, 0.75)})),
+                                      Node(1, EntryValue::List({}))})}})}}));
+        ASSERT_TRUE(file.Build());
+        LoadedModule<clonetest_1_0_1::varitonal_clonetest10TypeClass> loaded(file, id,
+                                                                             "clonetest10_v2");
+        ASSERT_TRUE(loaded.loadResult);
+        auto const& module =
+            static_cast<clonetest_1_0_1::varitonal_clonetest10Type&>(*loaded.module);
+        auto const& roots = module.varitonal_clonetest10_core;
+        clonetest_1_0_1::varitonal_clonetest10Type* copy = module.Clone();
+        ASSERT_NE(copy, nullptr);
+        auto const& copiedRoots = copy->varitonal_clonetest10_core;
+        ASSERT_EQ(copiedRoots.mod_clonetest10_trigger_dataCount, 2u);
+        EXPECT_NE(copiedRoots.mod_clonetest10_trigger_data, roots.mod_clonetest10_trigger_data);
+        clonetest_1_0_1::triggerType const& node = copiedRoots.mod_clonetest10_trigger_data[0];
+        clonetest_1_0_1::triggerType const& original = roots.mod_clonetest10_trigger_data[0];
+        ASSERT_EQ(node.triggerCount, 2u);
+        EXPECT_NE(node.trigger, original.trigger);
+        ASSERT_EQ(node.trigger[1].regionCount, 1u);
+        EXPECT_NE(node.trigger[1].region, original.trigger[1].region);
+        EXPECT_FLOAT_EQ(node.trigger[1].start, 20.0f);
+        // A node without children or regions has null arrays in the copy too.
+        clonetest_1_0_1::triggerType const& bare = copiedRoots.mod_clonetest10_trigger_data[1];
+        EXPECT_EQ(bare.triggerCount, 0u);
+        EXPECT_EQ(bare.trigger, nullptr);
+        EXPECT_EQ(bare.region, nullptr);
+        // Editing the copy leaves the module alone.
+        node.trigger[1].region[0].channel_r_tab.channel_r[64] = 5.0f;
+        EXPECT_FLOAT_EQ(original.trigger[1].region[0].channel_r_tab.channel_r[64], 1024.75f);
+        ParameterClone::Destroy(copy, clonetest_1_0_1::varitonal_clonetest10Type::Descriptor);
+    }
+    EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before);
 }
 
 } // namespace
-} // namespace ModuleTest
