@@ -10,9 +10,6 @@
 
 #include <gtest/gtest.h>
 
-#include "tools/writer/bytesink.h"
-#include "tools/writer/definitiontablebuilder.h"
-#include "tools/writer/modesectionbuilder.h"
 #include "tools/writer/symboltablebuilder.h"
 #include "tools/writer/tuningfilewriter.h"
 
@@ -22,16 +19,9 @@
 
 namespace {
 
-// Names each instance of a table-driven test after its case.
-template <typename Case> std::string CaseName(::testing::TestParamInfo<Case> const& test)
-{
-    return test.param.name;
-}
-
 using ParamTest::TestSetManager;
 using TuningWriter::Damage;
 using TuningWriter::FileVersion;
-using TuningWriter::SectionType;
 using TuningWriter::TuningFileWriter;
 
 // Large enough that the section table window of file mode can be read.
@@ -44,28 +34,12 @@ TuningFileWriter SoundFile(FileVersion version = {}, size_t fileSize = FileModeS
     return writer;
 }
 
-TestSetManager::Options Unnamed()
+TestSetManager::Options Named(char const* name, bool fileModeAllowed = true)
 {
     TestSetManager::Options options;
-    options.name = nullptr;
+    options.name = name;
+    options.fileModeAllowed = fileModeAllowed;
     return options;
-}
-
-TestSetManager::Options BufferOnly()
-{
-    TestSetManager::Options options;
-    options.fileModeAllowed = false;
-    return options;
-}
-
-// The same file reached through a path of exactly `length` characters: slashes are added in front
-// of the file's base name, which the file system ignores.
-std::string PathOfLength(std::string const& path, size_t length)
-{
-    size_t const slash = path.rfind('/');
-    std::string const folder = path.substr(0, slash);
-    std::string const base = path.substr(slash + 1);
-    return folder + std::string(length - folder.size() - base.size(), '/') + base;
 }
 
 class ParameterSetManagerTest : public ::testing::Test
@@ -74,73 +48,39 @@ protected:
     ParamTest::LogCapture m_log;
 };
 
-TEST_F(ParameterSetManagerTest, LoadsFromBuffer)
+// From a buffer, from a file kept open behind the manager, and from a file read whole by a
+// manager that does not allow file mode.
+TEST_F(ParameterSetManagerTest, LoadsEachWayAndStoresTheSections)
 {
     TuningFileWriter writer = SoundFile({6, 0, 0});
-    TuningWriter::ModeSectionBuilder modes(0, "rear");
-    modes.AddPath("Default|Sensor.0");
-    modes.AddTo(writer);
-    TuningWriter::DefinitionStructure structure;
-    structure.id = 1;
-    structure.name = "OneType";
-    structure.elements.push_back({});
-    structure.elements.back().name = "value";
-    writer.AddSection(SectionType::Definition,
-                      TuningWriter::DefinitionTableBuilder().AddStructure(structure).Build(1));
     std::vector<uint8_t> bytes = writer.Build();
-    TestSetManager manager;
-
-    ASSERT_TRUE(manager.LoadBinaryParameters(bytes.data(), bytes.size()));
-    EXPECT_TRUE(manager.GetLoadStatus());
-    EXPECT_NE(manager.GetSymbolTable(), nullptr);
-    EXPECT_FALSE(manager.IsFileMode());
-    EXPECT_STREQ(manager.GetErrorString(), "");
-    EXPECT_STREQ(manager.GetBinaryTag(), "sample");
-    EXPECT_EQ(manager.GetBinaryVersion(), VersionUnion(6, 0, 0));
-    EXPECT_EQ(manager.GetSectionCount(), 4u);
-    EXPECT_EQ(manager.GetSymbolSection().Offset, writer.SectionOffsetAt(0));
-    EXPECT_EQ(manager.GetDataSection().Offset, writer.SectionOffsetAt(1));
-    ASSERT_EQ(manager.GetModeSections().Count(), 1u);
-    EXPECT_EQ(manager.GetModeSections()[0].Offset, writer.SectionOffsetAt(2));
-    EXPECT_EQ(manager.GetDefinitionSection().Offset, writer.SectionOffsetAt(3));
-    EXPECT_EQ(manager.GetDataTableSection().Size, 0u);
+    ParamTest::TempFile file(bytes);
+    for (int way = 0; way < 3; ++way) {
+        SCOPED_TRACE(way);
+        m_log.Clear();
+        TestSetManager manager(Named("TestSetManager", way == 1));
+        ASSERT_TRUE(way == 0 ? manager.LoadBinaryParameters(bytes.data(), bytes.size())
+                             : manager.LoadBinaryParameters(file.Path().c_str()));
+        EXPECT_TRUE(manager.GetLoadStatus());
+        EXPECT_NE(manager.GetSymbolTable(), nullptr);
+        EXPECT_EQ(manager.IsFileMode(), way == 1);
+        EXPECT_STREQ(manager.GetErrorString(), "");
+        EXPECT_STREQ(manager.GetBinaryTag(), "sample");
+        EXPECT_EQ(manager.GetBinaryVersion(), VersionUnion(6, 0, 0));
+        EXPECT_EQ(manager.GetSymbolSection().Offset, writer.SectionOffsetAt(0));
+        EXPECT_EQ(manager.GetDataSection().Offset, writer.SectionOffsetAt(1));
+        EXPECT_EQ(manager.GetDataTableSection().Size, 0u);
+        EXPECT_EQ(manager.GetSectionCount(), 2u);
+        EXPECT_EQ(manager.GetDefinitionSection().Size, 0u);
+        EXPECT_EQ(manager.GetModeSections().Count(), 0u);
+        EXPECT_EQ(m_log.HasMessage("Load Binary Parameters from file: " + file.Path() + "\n"),
+                  way != 0);
+    }
     EXPECT_TRUE(
         m_log.HasMessage("Load Binary Parameters completed: Tag: sample, Version: 6.0.0\n"));
 }
 
-struct ByNameCase
-{
-    char const* name;
-    bool fileModeAllowed;
-};
-
-class LoadByNameTest : public ParameterSetManagerTest,
-                       public ::testing::WithParamInterface<ByNameCase>
-{
-};
-
-// A manager that does not allow file mode reads the file whole and works as if from a buffer.
-TEST_P(LoadByNameTest, LoadsInModeTheManagerAllows)
-{
-    TuningFileWriter const writer = SoundFile();
-    ParamTest::TempFile file(writer.Build());
-    TestSetManager::Options options;
-    options.fileModeAllowed = GetParam().fileModeAllowed;
-    TestSetManager manager(options);
-
-    ASSERT_TRUE(manager.LoadBinaryParameters(file.Path().c_str()));
-    EXPECT_NE(manager.GetSymbolTable(), nullptr);
-    EXPECT_EQ(manager.IsFileMode(), GetParam().fileModeAllowed);
-    EXPECT_EQ(manager.GetDataSection().Offset, writer.SectionOffsetAt(1));
-    EXPECT_TRUE(m_log.HasMessage("Load Binary Parameters from file: " + file.Path() + "\n"));
-}
-
-INSTANTIATE_TEST_SUITE_P(Modes, LoadByNameTest,
-                         ::testing::Values(ByNameCase{"FileMode", true},
-                                           ByNameCase{"BufferMode", false}),
-                         CaseName<ByNameCase>);
-
-TEST_F(ParameterSetManagerTest, SecondLoadIsRefusedAndKeepsLoadedFile)
+TEST_F(ParameterSetManagerTest, SecondLoadIsRefusedUntilFreed)
 {
     ParamTest::TempFile file(SoundFile({7, 0, 0}).SetBinaryTag("first").Build());
     std::vector<uint8_t> other = SoundFile({5, 0, 0}).SetBinaryTag("second").Build();
@@ -155,49 +95,54 @@ TEST_F(ParameterSetManagerTest, SecondLoadIsRefusedAndKeepsLoadedFile)
     EXPECT_FALSE(manager.GetLoadStatus());
     EXPECT_EQ(manager.GetSymbolTable(), table);
     EXPECT_STREQ(manager.GetBinaryTag(), "first");
-    EXPECT_EQ(manager.GetBinaryVersion(), VersionUnion(7, 0, 0));
-}
 
-TEST_F(ParameterSetManagerTest, FreeAllowsLoadingAgain)
-{
-    std::vector<uint8_t> bytes = SoundFile().Build();
-    TestSetManager manager;
-    ASSERT_TRUE(manager.LoadBinaryParameters(bytes.data(), bytes.size()));
     manager.FreeBinaryParameters();
     EXPECT_EQ(manager.GetSymbolTable(), nullptr);
     EXPECT_EQ(manager.GetBinaryTag(), nullptr);
     EXPECT_EQ(manager.GetLoggingIdentifier(), nullptr);
-    EXPECT_TRUE(manager.LoadBinaryParameters(bytes.data(), bytes.size()));
-    EXPECT_STREQ(manager.GetBinaryTag(), "sample");
+    EXPECT_TRUE(manager.LoadBinaryParameters(other.data(), other.size()));
+    EXPECT_STREQ(manager.GetBinaryTag(), "second");
+
+    // A derived manager loads into its main manager, whose file outlives the handle.
+    TestSetManager main(Named("main", false));
+    TestSetManager::Options options = Named("derived");
+    options.main = &main;
+    {
+        TestSetManager derived(options);
+        ASSERT_TRUE(derived.LoadBinaryParameters(other.data(), other.size()));
+        EXPECT_EQ(derived.GetSymbolTable(), main.GetSymbolTable());
+        EXPECT_FALSE(derived.LoadBinaryParameters(other.data(), other.size()));
+        EXPECT_STREQ(main.GetErrorString(), "Binary file already loaded");
+        EXPECT_STREQ(derived.GetLoggingIdentifier(), "derived");
+    }
+    EXPECT_NE(main.GetSymbolTable(), nullptr);
+    EXPECT_STREQ(main.GetBinaryTag(), "second");
 }
 
-// The stored name has room for 1022 characters and its terminator.
-TEST_F(ParameterSetManagerTest, FileNameOf1022CharactersLoadsAnd1023DoesNot)
-{
-    ParamTest::TempFile file(SoundFile().Build());
-    TestSetManager manager;
-    std::string const tooLong = PathOfLength(file.Path(), 1023);
-    EXPECT_FALSE(manager.LoadBinaryParameters(tooLong.c_str()));
-    EXPECT_TRUE(m_log.HasMessage("File name length (1023) exceeds max file name length of 1023\n"));
-    EXPECT_EQ(manager.GetSymbolTable(), nullptr);
-
-    std::string const longest = PathOfLength(file.Path(), 1022);
-    EXPECT_TRUE(manager.LoadBinaryParameters(longest.c_str()));
-    EXPECT_TRUE(manager.IsFileMode());
-}
-
+// The stored name has room for 1022 characters and its terminator. Neither a null nor an
+// overlong name changes the status of the last load.
 TEST_F(ParameterSetManagerTest, RefusalsBeforeReadingKeepStatus)
 {
-    std::vector<uint8_t> bytes = SoundFile().Build();
+    ParamTest::TempFile file(SoundFile().Build());
+    // The same file through a path of exactly length characters: slashes in front of its base
+    // name, which the file system ignores.
+    auto const pathOfLength = [&file](size_t length) {
+        size_t const slash = file.Path().rfind('/');
+        return file.Path().substr(0, slash) + std::string(length - file.Path().size(), '/') +
+               file.Path().substr(slash);
+    };
     TestSetManager manager;
-    ASSERT_TRUE(manager.LoadBinaryParameters(bytes.data(), bytes.size()));
+    EXPECT_FALSE(manager.LoadBinaryParameters(pathOfLength(1023).c_str()));
+    EXPECT_TRUE(m_log.HasMessage("File name length (1023) exceeds max file name length of 1023\n"));
+    EXPECT_EQ(manager.GetSymbolTable(), nullptr);
+    EXPECT_TRUE(manager.LoadBinaryParameters(pathOfLength(1022).c_str()));
+    EXPECT_TRUE(manager.IsFileMode());
     manager.FreeBinaryParameters();
 
-    // Neither a null nor an overlong name changes the status of the last load.
     EXPECT_TRUE(manager.LoadBinaryParameters(static_cast<char const*>(nullptr)));
     EXPECT_STREQ(manager.GetErrorString(), "LoadBinaryParameters called with nullptr file name");
     EXPECT_TRUE(manager.LoadBinaryParameters(std::string(2000, 'a').c_str()));
-
+    std::vector<uint8_t> bytes = SoundFile().Build();
     EXPECT_FALSE(manager.LoadBinaryParameters(bytes.data(), 0x100000000UL));
     EXPECT_TRUE(m_log.HasMessage("Buffer length (4294967296) exceeds maximum 4294967295\n"));
     EXPECT_EQ(manager.GetSymbolTable(), nullptr);
@@ -217,66 +162,38 @@ TEST_F(ParameterSetManagerTest, ShortFileInFileModeLoadsWithoutTables)
     EXPECT_STREQ(manager.GetBinaryTag(), "sample");
 }
 
-struct CompressedCase
-{
-    char const* name;
-    bool byName;
-    bool fileModeAllowed;
-    char const* logged;
-};
-
-class CompressedFileTest : public ParameterSetManagerTest,
-                           public ::testing::WithParamInterface<CompressedCase>
-{
-};
-
 // A compressed file passes the header even though it is shorter than its FileSize, and each load
 // path then refuses it with its own message.
-TEST_P(CompressedFileTest, IsRefusedAfterHeader)
+TEST_F(ParameterSetManagerTest, CompressedFileIsRefusedAfterHeader)
 {
-    TuningFileWriter writer = SoundFile({7, 0, 0});
-    writer.SetHeaderFlags(ParameterSetManager::CompressedFlag);
     Damage damage;
     damage.fileSize = 1u << 20;
-    writer.SetDamage(damage);
-    ParamTest::TempFile file(writer.Build());
-    std::vector<uint8_t> bytes = writer.Build();
-    TestSetManager::Options options;
-    options.fileModeAllowed = GetParam().fileModeAllowed;
-    TestSetManager manager(options);
-
-    bool const loaded = GetParam().byName
-                            ? manager.LoadBinaryParameters(file.Path().c_str())
-                            : manager.LoadBinaryParameters(bytes.data(), bytes.size());
-    EXPECT_FALSE(loaded);
-    EXPECT_FALSE(manager.GetLoadStatus());
-    EXPECT_TRUE(m_log.HasMessage(GetParam().logged)) << GetParam().logged;
-    EXPECT_EQ(manager.GetSymbolTable(), nullptr);
-    EXPECT_EQ(manager.GetBinaryFlags(), ParameterSetManager::CompressedFlag);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Paths, CompressedFileTest,
-    ::testing::Values(
-        CompressedCase{"FileMode", true, true,
-                       "Compressed binary files ssupport removed in V5.1.0\n"},
-        CompressedCase{"BufferByName", true, false,
-                       "Compressed binary file not supported (support ended with V5.1.0)\n"},
-        CompressedCase{"Buffer", false, true,
-                       "Compressed binary file not supported (support ended with V5.1.0)\n"}),
-    CaseName<CompressedCase>);
-
-// A file with one of the faults the writer can make, on the sound minimal file.
-struct RefusalCase
-{
-    char const* name;
-    TuningFileWriter writer;
-    char const* error; ///< the error text exactly; null: any text that explains
-};
-
-TuningFileWriter WithDamage(Damage damage, FileVersion version = {})
-{
-    return SoundFile(version).SetDamage(std::move(damage));
+    std::vector<uint8_t> bytes = SoundFile({7, 0, 0})
+                                     .SetHeaderFlags(ParameterSetManager::CompressedFlag)
+                                     .SetDamage(damage)
+                                     .Build();
+    ParamTest::TempFile file(bytes);
+    struct Case
+    {
+        bool byName;
+        bool fileModeAllowed;
+        char const* logged;
+    } const cases[] = {
+        {true, true, "Compressed binary files ssupport removed in V5.1.0\n"},
+        {true, false, "Compressed binary file not supported (support ended with V5.1.0)\n"},
+        {false, true, "Compressed binary file not supported (support ended with V5.1.0)\n"},
+    };
+    for (Case const& test : cases) {
+        SCOPED_TRACE(test.logged);
+        m_log.Clear();
+        TestSetManager manager(Named("TestSetManager", test.fileModeAllowed));
+        EXPECT_FALSE(test.byName ? manager.LoadBinaryParameters(file.Path().c_str())
+                                 : manager.LoadBinaryParameters(bytes.data(), bytes.size()));
+        EXPECT_TRUE(m_log.HasMessage(test.logged));
+        EXPECT_STRNE(manager.GetErrorString(), "");
+        EXPECT_EQ(manager.GetSymbolTable(), nullptr);
+        EXPECT_EQ(manager.GetBinaryFlags(), ParameterSetManager::CompressedFlag);
+    }
 }
 
 // One data block in damaged tables: bytes behind the symbol entries, or, if entrySize is not 0,
@@ -298,70 +215,60 @@ TuningFileWriter WithTables(uint32_t trailingBytes, uint32_t entrySize)
     return writer;
 }
 
-std::vector<RefusalCase> RefusingFaults()
-{
-    std::vector<RefusalCase> cases;
-    auto add = [&cases](char const* name, TuningFileWriter writer, char const* error = nullptr) {
-        cases.push_back({name, std::move(writer), error});
-    };
-    Damage damage;
-    damage.headerTag = "Some Other Header";
-    add("WrongTag", WithDamage(damage), "Invalid binary header tag: Some Other Header");
-    damage = {};
-    damage.emptyHeaderTag = true;
-    add("EmptyTag", WithDamage(damage));
-    damage = {};
-    damage.fileSize = 0x80000000u;
-    add("FileSizeAboveLength", WithDamage(damage));
-    damage = {};
-    damage.cutAt = 30;
-    add("ShortHeader", WithDamage(damage));
-    damage = {};
-    damage.sectionOffset = 0xFFFFFF00u;
-    add("SectionTablePastEnd", WithDamage(damage));
-    damage = {};
-    damage.sectionCount = 1;
-    add("SingleSection", WithDamage(damage), "Invalid binary file section count");
-    damage = {};
-    damage.sectionCount = 100000;
-    add("SectionCountPastEnd", WithDamage(damage));
-    damage = {};
-    damage.badChecksum = true;
-    add("BadChecksum", WithDamage(damage));
-    add("BadChecksum32", WithDamage(damage, {5, 0, 0}));
-    damage = {};
-    damage.truncate = 3;
-    add("Truncated", WithDamage(damage));
-    damage = {};
-    damage.appended = {1, 2, 3};
-    add("BytesBehindChecksum", WithDamage(damage));
-    add("UnsupportedVersion", WithDamage({}, {7, 0, 1}),
-        "Unsupported binary header version : 7.0.1. Please re-generate parser code using the "
-        "latest version of ParameterParser");
-    damage = {};
-    damage.fileSize = 1u << 20;
-    add("Compressed", WithDamage(damage).SetHeaderFlags(ParameterSetManager::CompressedFlag));
-    add("SymbolSectionPastEnd", SoundFile().AddRawSectionRecord(0, 0xFFFF0000u, 64));
-    add("UnknownSectionType", SoundFile().AddRawSectionRecord(9, 0, 0));
-    add("SymbolTableNotWhole", WithTables(3, 0));
-    add("EntryPastData", WithTables(0, 0x7FFFFFF0u));
-    return cases;
-}
-
 // Whatever refuses a file, in buffer or in file mode, leaves a text that says why: a fault's
-// own message or the first error logged where the fault was found, never nothing.
+// own message or the first error logged where the fault was found, never nothing. One fault of
+// each kind the header, the section table and the symbol table find.
 TEST_F(ParameterSetManagerTest, EveryRefusalExplainsItself)
 {
-    for (RefusalCase const& fault : RefusingFaults()) {
+    struct Case
+    {
+        char const* name;
+        TuningFileWriter writer;
+        char const* error; ///< the error text exactly; null: any text that explains
+    };
+    std::vector<Case> cases;
+    auto const damaged = [](auto change, FileVersion version = {}) {
+        Damage damage;
+        change(damage);
+        return SoundFile(version).SetDamage(damage);
+    };
+    cases.push_back({"WrongTag", damaged([](Damage& d) { d.headerTag = "Some Other Header"; }),
+                     "Invalid binary header tag: Some Other Header"});
+    cases.push_back({"EmptyTag", damaged([](Damage& d) { d.emptyHeaderTag = true; }), nullptr});
+    cases.push_back(
+        {"FileSizeAboveLength", damaged([](Damage& d) { d.fileSize = 0x80000000u; }), nullptr});
+    cases.push_back({"ShortHeader", damaged([](Damage& d) { d.cutAt = 30; }), nullptr});
+    cases.push_back({"Truncated", damaged([](Damage& d) { d.truncate = 3; }), nullptr});
+    cases.push_back({"BadChecksum", damaged([](Damage& d) { d.badChecksum = true; }), nullptr});
+    cases.push_back(
+        {"SectionCountPastEnd", damaged([](Damage& d) { d.sectionCount = 100000; }), nullptr});
+    cases.push_back({"SectionTablePastEnd",
+                     damaged([](Damage& d) { d.sectionOffset = 0xFFFFFF00u; }), nullptr});
+    cases.push_back({"SingleSection", damaged([](Damage& d) { d.sectionCount = 1; }),
+                     "Invalid binary file section count"});
+    cases.push_back(
+        {"BadChecksum32", damaged([](Damage& d) { d.badChecksum = true; }, {5, 0, 0}), nullptr});
+    cases.push_back({"BytesBehindChecksum", damaged([](Damage& d) {
+                         d.appended = {1, 2, 3};
+                     }),
+                     nullptr});
+    cases.push_back({"UnsupportedVersion", SoundFile({7, 0, 1}),
+                     "Unsupported binary header version : 7.0.1. Please re-generate parser code "
+                     "using the latest version of ParameterParser"});
+    cases.push_back(
+        {"SymbolSectionPastEnd", SoundFile().AddRawSectionRecord(0, 0xFFFF0000u, 64), nullptr});
+    cases.push_back({"UnknownSectionType", SoundFile().AddRawSectionRecord(9, 0, 0), nullptr});
+    cases.push_back({"SymbolTableNotWhole", WithTables(3, 0), nullptr});
+    cases.push_back({"EntryPastData", WithTables(0, 0x7FFFFFF0u), nullptr});
+    for (Case const& fault : cases) {
         std::vector<uint8_t> const bytes = fault.writer.Build();
         ParamTest::TempFile file(bytes);
         for (bool const byName : {false, true}) {
             SCOPED_TRACE(std::string(fault.name) + (byName ? " by name" : " from buffer"));
             TestSetManager manager;
             std::vector<uint8_t> copy = bytes;
-            bool const loaded = byName ? manager.LoadBinaryParameters(file.Path().c_str())
-                                       : manager.LoadBinaryParameters(copy.data(), copy.size());
-            EXPECT_FALSE(loaded);
+            EXPECT_FALSE(byName ? manager.LoadBinaryParameters(file.Path().c_str())
+                                : manager.LoadBinaryParameters(copy.data(), copy.size()));
             // A header or section table fault is found before any table is made.
             if (fault.error != nullptr) {
                 EXPECT_STREQ(manager.GetErrorString(), fault.error);
@@ -377,9 +284,8 @@ TEST_F(ParameterSetManagerTest, EveryRefusalExplainsItself)
 TEST_F(ParameterSetManagerTest, UnreadableFileNamesItsReason)
 {
     ParamTest::TempFile empty(std::vector<uint8_t>{});
-    ParamTest::TempFile file;
-    std::string const missing = file.Path() + ".missing";
-    std::string const folder = file.Path().substr(0, file.Path().rfind('/'));
+    std::string const missing = empty.Path() + ".missing";
+    std::string const folder = empty.Path().substr(0, empty.Path().rfind('/'));
     struct Case
     {
         std::string path;
@@ -398,21 +304,11 @@ TEST_F(ParameterSetManagerTest, UnreadableFileNamesItsReason)
     }
 }
 
-TEST_F(ParameterSetManagerTest, SectionCountDetailStaysInLog)
-{
-    Damage damage;
-    damage.sectionCount = 1;
-    std::vector<uint8_t> bytes = SoundFile().SetDamage(damage).Build();
-    TestSetManager manager;
-    EXPECT_FALSE(manager.LoadBinaryParameters(bytes.data(), bytes.size()));
-    EXPECT_TRUE(m_log.HasMessage("ReadSectionInfo: Section count 1 is less than Min sections 2\n"));
-}
-
 // The older-format warning only explains a failure; a successful load leaves no error.
 TEST_F(ParameterSetManagerTest, OlderFormatLoadsWithoutError)
 {
     std::vector<uint8_t> bytes = SoundFile({1, 0, 1}).Build();
-    TestSetManager manager(Unnamed());
+    TestSetManager manager(Named(nullptr));
     EXPECT_TRUE(manager.LoadBinaryParameters(bytes.data(), bytes.size()));
     EXPECT_STREQ(manager.GetErrorString(), "");
     EXPECT_EQ(manager.GetBinaryTag(), nullptr);
@@ -421,72 +317,35 @@ TEST_F(ParameterSetManagerTest, OlderFormatLoadsWithoutError)
         "ReadHeader: Binary Version 1.0.1 < ModeTreeMinVersion, BinaryTag not set\n"));
 }
 
-struct IdentifierCase
+TEST_F(ParameterSetManagerTest, LoggingIdentifierCombinesNameAndTag)
 {
-    char const* name;
-    char const* managerName;
-    std::string binaryTag;
-    std::string identifier;
-};
-
-class LoggingIdentifierTest : public ParameterSetManagerTest,
-                              public ::testing::WithParamInterface<IdentifierCase>
-{
-};
-
-TEST_P(LoggingIdentifierTest, CombinesNameAndTag)
-{
-    std::vector<uint8_t> bytes = SoundFile().SetBinaryTag(GetParam().binaryTag).Build();
-    TestSetManager::Options options;
-    options.name = GetParam().managerName;
-    TestSetManager manager(options);
-    ASSERT_TRUE(manager.LoadBinaryParameters(bytes.data(), bytes.size()));
-    ASSERT_NE(manager.GetLoggingIdentifier(), nullptr);
-    EXPECT_EQ(manager.GetLoggingIdentifier(), GetParam().identifier);
-    // Every line of the manager carries it.
-    manager.SetError("marker");
-    EXPECT_TRUE(m_log.Contains("(" + GetParam().identifier + "): marker\n"));
-}
-
-// The combined text has room for the name plus 65 characters: ";BinaryTag=" and 54 of the tag.
-std::string const LongTag(63, 't');
-
-INSTANTIATE_TEST_SUITE_P(
-    Names, LoggingIdentifierTest,
-    ::testing::Values(IdentifierCase{"NoName", nullptr, "rear", "rear"},
-                      IdentifierCase{"EmptyName", "", "rear", "rear"},
-                      IdentifierCase{"Named", "cam0", "rear", "cam0;BinaryTag=rear"},
-                      IdentifierCase{"TagCut", "cam0", LongTag,
-                                     "cam0;BinaryTag=" + std::string(54, 't')}),
-    CaseName<IdentifierCase>);
-
-TEST_F(ParameterSetManagerTest, NameIsIdentifierBeforeLoad)
-{
-    TestSetManager named;
-    TestSetManager unnamed(Unnamed());
-    EXPECT_STREQ(named.GetLoggingIdentifier(), "TestSetManager");
-    EXPECT_EQ(unnamed.GetLoggingIdentifier(), nullptr);
-}
-
-TEST_F(ParameterSetManagerTest, DerivedManagerLoadsIntoMain)
-{
-    std::vector<uint8_t> bytes = SoundFile().Build();
-    TestSetManager main(BufferOnly());
-    TestSetManager::Options options;
-    options.name = "derived";
-    options.main = &main;
+    EXPECT_STREQ(TestSetManager().GetLoggingIdentifier(), "TestSetManager") << "before a load";
+    EXPECT_EQ(TestSetManager(Named(nullptr)).GetLoggingIdentifier(), nullptr);
+    // The combined text has room for the name plus 65 characters: ";BinaryTag=" and 54 of the
+    // tag, so a tag of 54 characters is whole and one of 55 is cut.
+    struct Case
     {
-        TestSetManager derived(options);
-        ASSERT_TRUE(derived.LoadBinaryParameters(bytes.data(), bytes.size()));
-        EXPECT_NE(main.GetSymbolTable(), nullptr);
-        EXPECT_EQ(derived.GetSymbolTable(), main.GetSymbolTable());
-        EXPECT_FALSE(derived.LoadBinaryParameters(bytes.data(), bytes.size()));
-        EXPECT_STREQ(main.GetErrorString(), "Binary file already loaded");
-        EXPECT_STREQ(derived.GetLoggingIdentifier(), "derived");
+        char const* managerName;
+        std::string binaryTag;
+        std::string identifier;
+    } const cases[] = {
+        {nullptr, "rear", "rear"},
+        {"", "rear", "rear"},
+        {"cam0", "rear", "cam0;BinaryTag=rear"},
+        {"cam0", std::string(54, 't'), "cam0;BinaryTag=" + std::string(54, 't')},
+        {"cam0", std::string(55, 't'), "cam0;BinaryTag=" + std::string(54, 't')},
+    };
+    for (Case const& test : cases) {
+        SCOPED_TRACE(test.identifier);
+        std::vector<uint8_t> bytes = SoundFile().SetBinaryTag(test.binaryTag).Build();
+        TestSetManager manager(Named(test.managerName));
+        ASSERT_TRUE(manager.LoadBinaryParameters(bytes.data(), bytes.size()));
+        ASSERT_NE(manager.GetLoggingIdentifier(), nullptr);
+        EXPECT_EQ(manager.GetLoggingIdentifier(), test.identifier);
+        // Every line of the manager carries it.
+        manager.SetError("marker");
+        EXPECT_TRUE(m_log.Contains("(" + test.identifier + "): marker\n"));
     }
-    // Destroying the handle leaves the main manager's file in place.
-    EXPECT_NE(main.GetSymbolTable(), nullptr);
-    EXPECT_STREQ(main.GetBinaryTag(), "sample");
 }
 
 } // namespace
