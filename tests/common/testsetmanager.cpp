@@ -8,10 +8,6 @@
 #include "paramgen/versionsB_1_0_0.h"
 #include "paramgen/versionsC_1_0_0.h"
 #include "paramgen/versionsD_1_0_0.h"
-#include "paramgen/versionsE_1_0_0.h"
-#include "paramgen/versionsF_1_0_0.h"
-#include "paramgen/versionsG_1_0_0.h"
-#include "paramgen/versionsH_1_0_0.h"
 
 namespace ParamTest {
 
@@ -27,16 +23,8 @@ ParameterModule* MakeFactory(size_t index, char const* name)
         return new versionsB_1_0_0::varitonal_versionsB10TypeClass(name);
     case 2:
         return new versionsC_1_0_0::varitonal_versionsC10TypeClass(name);
-    case 3:
-        return new versionsD_1_0_0::varitonal_versionsD10TypeClass(name);
-    case 4:
-        return new versionsE_1_0_0::varitonal_versionsE10TypeClass(name);
-    case 5:
-        return new versionsF_1_0_0::varitonal_versionsF10TypeClass(name);
-    case 6:
-        return new versionsG_1_0_0::varitonal_versionsG10TypeClass(name);
     default:
-        return new versionsH_1_0_0::varitonal_versionsH10TypeClass(name);
+        return new versionsD_1_0_0::varitonal_versionsD10TypeClass(name);
     }
 }
 

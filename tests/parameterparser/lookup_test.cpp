@@ -1,19 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 // Module lookup: which node's module a branch finds, references and their misuse, lazy loading,
-// the active mode list and its eviction, and files that change under a loaded manager.
+// the active mode list and its eviction, and all of it from several threads at once.
 #include <algorithm>
-#include <cstring>
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "parameterparser/defaultmodule.h"
-#include "parameterparser/modeentry.h"
-#include "parameterparser/parametermodetable.h"
-#include "parameterparser/parametermodule.h"
+#include "parameterparser/parameterbinaryfile.h"
 #include "parameterparser/parsercrc.h"
 
 #include "tests/common/logcapture.h"
@@ -26,10 +25,12 @@ namespace {
 
 constexpr uint16_t ISPHDR = 1;
 constexpr uint16_t ADRC = 2;
+/// The shipped managers' limit of listed modes that no client holds.
+constexpr unsigned int ActiveLimit = 17;
 
-unsigned long HashOf(char letter)
+std::vector<TuningMode> Row(unsigned int k)
 {
-    return ParserCRC64::HashName(LookupModule(letter));
+    return Branch({{ModeUsecase, 0}, {ModeFeature1, static_cast<uint16_t>(k)}});
 }
 
 class LookupTest : public testing::Test
@@ -44,20 +45,16 @@ protected:
         options.registerModules = true;
         options.fileModeAllowed = fileMode;
         m_manager = std::make_unique<TestSetManager>(options);
-        if (fileMode) {
-            m_file = std::make_unique<TempFile>(m_bytes);
-            ASSERT_TRUE(m_manager->LoadBinaryParameters(m_file->Path().c_str()));
-        } else {
-            ASSERT_TRUE(m_manager->LoadBinaryParameters(m_bytes.data(), m_bytes.size()));
-        }
+        m_file = std::make_unique<TempFile>(m_bytes);
+        ASSERT_TRUE(m_manager->LoadBinaryParameters(m_file->Path().c_str()));
         ASSERT_EQ(m_manager->IsFileMode(), fileMode);
         m_log.Clear();
     }
 
     ParameterModule* Get(char letter, std::vector<TuningMode> const& branch,
-                         ParameterModule* previous = nullptr)
+                         ParameterModule* previous = nullptr, unsigned char table = 0)
     {
-        return m_manager->GetModuleInternal(0, LookupModule(letter), branch.data(),
+        return m_manager->GetModuleInternal(table, LookupModule(letter), branch.data(),
                                             static_cast<unsigned int>(branch.size()), previous,
                                             true);
     }
@@ -90,14 +87,12 @@ LookupFile RuleFile()
     LookupFile file;
     uint32_t const root = file.Path("Default");
     uint32_t const preview = file.Path("Default|Usecase.Preview");
-    uint32_t const isphdr = file.Path("Default|Usecase.Preview|Feature1.ISPHDR");
-    uint32_t const adrc = file.Path("Default|Usecase.Preview|Feature1.ISPHDR|Feature1.ADRC");
     file.AddModule('A', root, "root");
     file.AddModule('B', root, "rootB");
     file.AddModule('A', preview, "preview");
     file.AddModule('C', preview, "previewC");
-    file.AddModule('A', isphdr, "isphdr");
-    file.AddModule('A', adrc, "adrc");
+    file.AddModule('A', file.Path("Default|Usecase.Preview|Feature1.ISPHDR"), "isphdr");
+    file.AddModule('A', file.Path("Default|Usecase.Preview|Feature1.ISPHDR|Feature1.ADRC"), "adrc");
     return file;
 }
 
@@ -106,10 +101,9 @@ struct RuleCase
     char const* name;
     char letter;
     std::vector<TuningMode> branch;
-    bool nullBranch;
-    unsigned int count;                ///< with a null branch
-    char const* expected;              ///< revision of the module found; null: no module
-    std::vector<std::string> messages; ///< "GetModule..." lines, exactly
+    int nullCount;        ///< -1: the branch is passed; otherwise a null branch with this count
+    char const* expected; ///< revision of the module found; null: no module
+    char const* message;  ///< the one "GetModule..." line; null: none
 };
 
 std::vector<RuleCase> RuleCases()
@@ -118,90 +112,45 @@ std::vector<RuleCase> RuleCases()
     std::vector<TuningMode> notDefault = Branch({{ModeUsecase, 0}, {ModeFeature1, ISPHDR}});
     notDefault[0] = TuningMode{ModeSensor, 2, 0};
     return {
-        {"OnlyInChildMode",
-         'C',
-         Branch({{ModeUsecase, 0}}),
-         false,
-         0,
-         "previewC",
-         {"GetModule versionsC_sw module not found in default scenario (0.0), mode path: "
-          "0.0|2.0\n"}},
-        {"DeepestNodeWins",
-         'A',
-         Branch({{ModeUsecase, 0}, {ModeFeature1, ISPHDR}}),
-         false,
-         0,
-         "isphdr",
-         {}},
-        {"ParentFillsGapBelow",
-         'B',
-         Branch({{ModeUsecase, 0}, {ModeFeature1, ISPHDR}}),
-         false,
-         0,
-         "rootB",
-         {}},
-        {"OffTreeAtStepTwoOfFour", 'A', offTree, false, 0, "preview", {}},
-        {"StepZeroNotDefault",
-         'A',
-         notDefault,
-         false,
-         0,
-         "isphdr",
-         {"GetModule(versionsA_sw) called with first mode != Default, might not return module "
-          "data from the desired mode path: 1.2|2.0|3.1\n"}},
-        {"RunInFileOrder",
-         'A',
-         Branch({{ModeUsecase, 0}, {ModeFeature1, ISPHDR}, {ModeFeature1, ADRC}}),
-         false,
-         0,
-         "adrc",
-         {}},
-        {"RunInOtherOrder",
-         'A',
-         Branch({{ModeUsecase, 0}, {ModeFeature1, ADRC}, {ModeFeature1, ISPHDR}}),
-         false,
-         0,
-         "adrc",
-         {}},
-        {"RunLongerThanTree",
-         'A',
-         Branch({{ModeUsecase, 0}, {ModeFeature1, ADRC}, {ModeFeature1, 5}}),
-         false,
-         0,
-         "preview",
-         {}},
-        {"NullBranch", 'A', {}, true, 0, "root", {}},
+        {"OnlyInChildMode", 'C', Branch({{ModeUsecase, 0}}), -1, "previewC",
+         "GetModule versionsC_sw module not found in default scenario (0.0), mode path: 0.0|2.0\n"},
+        {"DeepestNodeWins", 'A', Row(ISPHDR), -1, "isphdr", nullptr},
+        {"ParentFillsGapBelow", 'B', Row(ISPHDR), -1, "rootB", nullptr},
+        {"OffTreeAtStepTwoOfFour", 'A', offTree, -1, "preview", nullptr},
+        {"StepZeroNotDefault", 'A', notDefault, -1, "isphdr",
+         "GetModule(versionsA_sw) called with first mode != Default, might not return module data "
+         "from the desired mode path: 1.2|2.0|3.1\n"},
+        {"RunInFileOrder", 'A',
+         Branch({{ModeUsecase, 0}, {ModeFeature1, ISPHDR}, {ModeFeature1, ADRC}}), -1, "adrc",
+         nullptr},
+        {"RunInOtherOrder", 'A',
+         Branch({{ModeUsecase, 0}, {ModeFeature1, ADRC}, {ModeFeature1, ISPHDR}}), -1, "adrc",
+         nullptr},
+        {"RunLongerThanTree", 'A',
+         Branch({{ModeUsecase, 0}, {ModeFeature1, ADRC}, {ModeFeature1, 5}}), -1, "preview",
+         nullptr},
+        {"NullBranch", 'A', {}, 0, "root", nullptr},
         {"NullBranchWithCount",
          'A',
          {},
-         true,
          3,
          "root",
-         {"GetModule(versionsA_sw) called with modeBranch == null and modeCount = 3, will return "
-          "default mode module data\n"}},
+         "GetModule(versionsA_sw) called with modeBranch == null and modeCount = 3, will return "
+         "default mode module data\n"},
         {"NullBranchChildModule",
          'C',
          {},
-         true,
          0,
          nullptr,
-         {"GetModule versionsC_sw module not found in default scenario (0.0), mode path: \n"}},
-        {"InvalidModeValueEndsWalk",
-         'A',
-         Branch({{ModeUsecase, 0}, {9, 0}, {ModeFeature1, ISPHDR}}),
-         false,
-         0,
+         "GetModule versionsC_sw module not found in default scenario (0.0), mode path: \n"},
+        {"InvalidModeValueEndsWalk", 'A',
+         Branch({{ModeUsecase, 0}, {9, 0}, {ModeFeature1, ISPHDR}}), -1, "preview",
+         "GetModule Error: Invalid Mode value (9) found in modeBranch[2]. Expected range: 0 to "
+         "6\n"},
+        {"DefaultBelowRootEndsWalk", 'A', Branch({{ModeUsecase, 0}, {ModeDefault, 0}}), -1,
          "preview",
-         {"GetModule Error: Invalid Mode value (9) found in modeBranch[2]. Expected range: 0 to "
-          "6\n"}},
-        {"DefaultBelowRootEndsWalk",
-         'A',
-         Branch({{ModeUsecase, 0}, {ModeDefault, 0}}),
-         false,
-         0,
-         "preview",
-         {"GetModule Error: Default mode found in modeBranch at an index > 0 (2). Index 0 must be "
-          "Default, but only index 0 may be Default\n"}},
+         "GetModule Error: Default mode found in modeBranch at an index > 0 (2). Index 0 must be "
+         "Default, but only index 0 may be Default\n"},
     };
 }
 
@@ -215,18 +164,17 @@ TEST_P(LookupRulesTest, DeepestNodeOfTheBranchWins)
     for (RuleCase const& test : RuleCases()) {
         SCOPED_TRACE(test.name);
         m_log.Clear();
+        bool const null = test.nullCount >= 0;
         ParameterModule* found = m_manager->GetModuleInternal(
-            0, LookupModule(test.letter), test.nullBranch ? nullptr : test.branch.data(),
-            test.nullBranch ? test.count : static_cast<unsigned int>(test.branch.size()), nullptr,
-            false);
-        if (test.expected == nullptr) {
-            EXPECT_EQ(found, nullptr);
-        } else {
-            ASSERT_NE(found, nullptr);
-            EXPECT_STREQ(Revision(found), test.expected);
+            0, LookupModule(test.letter), null ? nullptr : test.branch.data(),
+            null ? test.nullCount : static_cast<unsigned int>(test.branch.size()), nullptr, false);
+        EXPECT_STREQ(Revision(found), test.expected);
+        if (found != nullptr)
             found->Release();
-        }
-        EXPECT_EQ(MessagesStartingWith("GetModule"), test.messages);
+        std::vector<std::string> const expected = test.message != nullptr
+                                                      ? std::vector<std::string>{test.message}
+                                                      : std::vector<std::string>{};
+        EXPECT_EQ(MessagesStartingWith("GetModule"), expected);
     }
 }
 
@@ -241,13 +189,11 @@ TEST_F(LookupTest, LinkedModeServesTheModulesOfItsTarget)
     uint32_t const root = file.Path("Default");
     uint32_t const preview = file.Path("Default|Usecase.Preview");
     uint32_t const video = file.Table().AddChild(root, ModeUsecase, 2, 0, 0, preview);
-    uint32_t const ownChild = file.Table().AddChild(video, ModeFeature1, ISPHDR);
-    uint32_t const targetChild = file.Table().AddChild(preview, ModeFeature1, ISPHDR);
     file.AddModule('A', preview, "preview");
     // Entries in the linked node, and in its own children, are never searched.
     file.AddModule('B', video, "video");
-    file.AddModule('B', ownChild, "ownChild");
-    file.AddModule('B', targetChild, "targetChild");
+    file.AddModule('B', file.Table().AddChild(video, ModeFeature1, ISPHDR), "ownChild");
+    file.AddModule('B', file.Table().AddChild(preview, ModeFeature1, ISPHDR), "targetChild");
     Load(file);
 
     ParameterModule* viaPreview = Get('A', Branch({{ModeUsecase, 0}}));
@@ -258,7 +204,6 @@ TEST_F(LookupTest, LinkedModeServesTheModulesOfItsTarget)
     EXPECT_EQ(Get('B', Branch({{ModeUsecase, 2}})), nullptr);
     // The walk goes on below the link's target.
     ParameterModule* below = Get('B', Branch({{ModeUsecase, 2}, {ModeFeature1, ISPHDR}}));
-    ASSERT_NE(below, nullptr);
     EXPECT_STREQ(Revision(below), "targetChild");
     EXPECT_EQ(Node(video)->FindModule(viaVideo->moduleNameHash), viaVideo);
     for (ParameterModule* module : {viaPreview, viaVideo, below})
@@ -270,38 +215,29 @@ TEST_F(LookupTest, LinkedModeServesTheModulesOfItsTarget)
 
 TEST_F(LookupTest, PreviousIsReleasedAfterTheNewReferenceIsTaken)
 {
-    Load(RuleFile());
-    std::vector<TuningMode> const preview = Branch({{ModeUsecase, 0}});
-    ParameterModule* held = Get('A', preview);
-    ASSERT_NE(held, nullptr);
-    EXPECT_EQ(held->GetReferenceCount(), 1);
-
-    // Asking again with the pointer just returned leaves the count where it was.
-    EXPECT_EQ(Get('A', preview, held), held);
-    EXPECT_EQ(held->GetReferenceCount(), 1);
-
-    ParameterModule* deeper = Get('A', Branch({{ModeUsecase, 0}, {ModeFeature1, ISPHDR}}), held);
-    ASSERT_NE(deeper, nullptr);
-    EXPECT_EQ(held->GetReferenceCount(), 0);
-    EXPECT_EQ(deeper->GetReferenceCount(), 1);
-
-    // A lookup that finds nothing still gives previous back.
-    EXPECT_EQ(Get('D', preview, deeper), nullptr);
-    EXPECT_EQ(deeper->GetReferenceCount(), 0);
-    EXPECT_TRUE(MessagesStartingWith("Attempt").empty());
-}
-
-TEST_F(LookupTest, BufferModeCountsNoReferences)
-{
-    Load(RuleFile(), false);
-    std::vector<TuningMode> const preview = Branch({{ModeUsecase, 0}});
-    ParameterModule* held = Get('A', preview);
-    ASSERT_NE(held, nullptr);
-    EXPECT_EQ(Get('A', preview, held), held);
-    held->Release();
-    EXPECT_EQ(held->GetReferenceCount(), 0);
-    EXPECT_TRUE(MessagesStartingWith("Attempt").empty());
-    EXPECT_FALSE(m_log.Contains("LoadMode"));
+    for (bool const fileMode : {true, false}) {
+        SCOPED_TRACE(fileMode ? "file mode" : "buffer mode");
+        Load(RuleFile(), fileMode);
+        // Buffer mode counts no references.
+        int const one = fileMode ? 1 : 0;
+        ParameterModule* held = Get('A', Branch({{ModeUsecase, 0}}));
+        ASSERT_NE(held, nullptr);
+        EXPECT_EQ(held->GetReferenceCount(), one);
+        // Asking again with the pointer just returned leaves the count where it was.
+        EXPECT_EQ(Get('A', Branch({{ModeUsecase, 0}}), held), held);
+        EXPECT_EQ(held->GetReferenceCount(), one);
+        ParameterModule* deeper = Get('A', Row(ISPHDR), held);
+        ASSERT_NE(deeper, nullptr);
+        EXPECT_EQ(held->GetReferenceCount(), 0);
+        EXPECT_EQ(deeper->GetReferenceCount(), one);
+        // A lookup that finds nothing still gives previous back.
+        EXPECT_EQ(Get('D', Branch({{ModeUsecase, 0}}), deeper), nullptr);
+        EXPECT_EQ(deeper->GetReferenceCount(), 0);
+        EXPECT_TRUE(MessagesStartingWith("Attempt").empty());
+        if (!fileMode) {
+            EXPECT_FALSE(m_log.Contains("LoadMode"));
+        }
+    }
 }
 
 TEST_F(LookupTest, ReferenceCountOfAModuleSumsToTheEndOfTheMap)
@@ -309,23 +245,19 @@ TEST_F(LookupTest, ReferenceCountOfAModuleSumsToTheEndOfTheMap)
     LookupFile file;
     file.Path("Default");
     uint32_t const preview = file.Path("Default|Usecase.Preview");
-    file.AddModule('A', preview, "a");
-    file.AddModule('B', preview, "b");
-    file.AddModule('C', preview, "c");
+    for (char const letter : {'A', 'B', 'C'})
+        file.AddModule(letter, preview, std::string(1, letter));
     Load(file);
 
-    std::vector<TuningMode> const branch = Branch({{ModeUsecase, 0}});
     // Counts 1, 2 and 4 make every partial sum distinct.
-    std::vector<ParameterModule*> held;
-    char const letters[] = {'A', 'B', 'C'};
+    PList<ParameterModule*> held;
     for (unsigned int i = 0; i < 3; ++i) {
         for (unsigned int n = 0; n < (1u << i); ++n)
-            held.push_back(Get(letters[i], branch));
+            held.Add(Get(static_cast<char>('A' + i), Branch({{ModeUsecase, 0}})));
     }
     ModeEntry* node = Node(preview);
     EXPECT_EQ(node->GetReferenceCount(nullptr), 7u);
     EXPECT_TRUE(node->IsActive());
-
     unsigned int remaining = 7;
     for (auto const& entry : node->modules) {
         ParameterModule* module = entry.second.module;
@@ -334,12 +266,8 @@ TEST_F(LookupTest, ReferenceCountOfAModuleSumsToTheEndOfTheMap)
         remaining -= static_cast<unsigned int>(entry.second.refCount.load());
     }
     EXPECT_EQ(remaining, 0u);
-
-    PList<ParameterModule*> list;
-    for (ParameterModule* module : held)
-        list.Add(module);
-    m_manager->ReleaseModules(list);
-    EXPECT_EQ(list.Count(), 0u);
+    m_manager->ReleaseModules(held);
+    EXPECT_EQ(held.Count(), 0u);
     EXPECT_FALSE(node->IsActive());
     EXPECT_EQ(node->GetReferenceCount(nullptr), 0u);
 }
@@ -350,13 +278,12 @@ struct SharedFile
     LookupFile file;
     uint32_t root = file.Path("Default");
     uint32_t preview = file.Path("Default|Usecase.Preview");
-    uint32_t previewPipeline = file.Table().AddChild(preview, ModeUsecase, 0, 3);
     uint32_t rootC = file.AddModule('C', root, "rootC");
 
     SharedFile()
     {
         file.AddModule('A', preview, "a");
-        file.AddModule('B', previewPipeline, "b");
+        file.AddModule('B', file.Table().AddChild(preview, ModeUsecase, 0, 3), "b");
         file.AddModule('C', preview, "sharedC", rootC);
     }
 };
@@ -367,15 +294,14 @@ TEST_F(LookupTest, ReferenceMisuseIsLoggedAndLeavesCountsAlone)
     Load(shared.file);
     ModeEntry* preview = Node(shared.preview);
     ModeEntry* root = Node(shared.root);
-    ParameterModule* a = preview->FindModule(HashOf('A'));
-    ParameterModule* c = preview->FindModule(HashOf('C'));
+    unsigned long const hashA = ParserCRC64::HashName("versionsA_sw");
+    ParameterModule* a = preview->FindModule(hashA);
+    ParameterModule* b = preview->FindModule(ParserCRC64::HashName("versionsB_sw"));
+    ParameterModule* c = preview->FindModule(ParserCRC64::HashName("versionsC_sw"));
     ASSERT_NE(a, nullptr);
-    ASSERT_EQ(c, root->FindModule(HashOf('C')));
-    DefaultModule* kind = m_manager->GetDefaultModule(HashOf('A'));
-    ASSERT_NE(kind, nullptr);
-    ParameterModule* factory = kind->module;
-    ParameterModule* b = preview->FindModule(HashOf('B'));
     ASSERT_NE(b, nullptr);
+    ASSERT_EQ(c, root->FindModule(c->moduleNameHash));
+    ParameterModule* factory = m_manager->GetDefaultModule(hashA)->module;
     // One real reference on each of a and c, which no misuse may move.
     ASSERT_EQ(Get('A', Branch({{ModeUsecase, 0}})), a);
     ASSERT_EQ(Get('C', Branch({})), c);
@@ -412,9 +338,9 @@ TEST_F(LookupTest, ReferenceMisuseIsLoggedAndLeavesCountsAlone)
         m_log.Clear();
         test.act();
         EXPECT_EQ(m_log.Messages(), std::vector<std::string>{test.message});
-        EXPECT_EQ(Node(shared.preview)->GetReferenceCount(nullptr), 1u);
+        EXPECT_EQ(preview->GetReferenceCount(nullptr), 1u);
         EXPECT_EQ(c->GetReferenceCount(), 1);
-        EXPECT_EQ(preview->modules.at(HashOf('B')).refCount.load(), 0);
+        EXPECT_EQ(preview->modules.at(b->moduleNameHash).refCount.load(), 0);
         EXPECT_EQ(factory->GetReferenceCount(), 0);
     }
 }
@@ -424,14 +350,7 @@ TEST_F(LookupTest, GetModulesFiltersByOwnerAndPipeline)
     SharedFile shared;
     Load(shared.file);
     std::vector<TuningMode> const branch = Branch({{ModeUsecase, 0}});
-    auto const names = [](PList<ParameterModule*> const& list) {
-        std::vector<std::string> result;
-        for (unsigned int i = 0; i < list.Count(); ++i)
-            result.emplace_back(list[i]->moduleName);
-        std::sort(result.begin(), result.end());
-        return result;
-    };
-    using Names = std::vector<std::string>;
+    auto const count = static_cast<unsigned int>(branch.size());
     PipelineType pipeline = 2;
     PipelineType otherPipeline = 0;
     struct Case
@@ -439,32 +358,40 @@ TEST_F(LookupTest, GetModulesFiltersByOwnerAndPipeline)
         bool local;
         bool shared;
         PipelineType* pipeline;
-        Names expected;
-    };
-    std::vector<Case> const cases = {
-        {true, true, nullptr, {"versionsA_sw", "versionsB_sw", "versionsC_sw"}},
-        {true, false, nullptr, {"versionsA_sw", "versionsB_sw"}},
-        {false, true, nullptr, {"versionsC_sw"}},
-        {false, false, nullptr, {}},
-        {true, true, &pipeline, {"versionsB_sw"}},
-        {true, true, &otherPipeline, {}},
+        char const* expected;
+    } const cases[] = {
+        {true, true, nullptr, "versionsA_sw versionsB_sw versionsC_sw "},
+        {true, false, nullptr, "versionsA_sw versionsB_sw "},
+        {false, true, nullptr, "versionsC_sw "},
+        {false, false, nullptr, ""},
+        {true, true, &pipeline, "versionsB_sw "},
+        {true, true, &otherPipeline, ""},
     };
     PList<ParameterModule*> list;
-    for (Case const& test : cases) {
-        m_manager->GetModules(0, list, branch.data(), static_cast<unsigned int>(branch.size()),
-                              test.local, test.shared, test.pipeline);
-        EXPECT_EQ(names(list), test.expected);
-        // Every module handed out holds a reference on its owner until the list is released.
-        for (unsigned int i = 0; i < list.Count(); ++i)
+    auto const names = [&list] {
+        std::vector<std::string> sorted;
+        for (unsigned int i = 0; i < list.Count(); ++i) {
+            // Every module handed out holds a reference on its owner until the list is released.
             EXPECT_GE(list[i]->GetReferenceCount(), 1) << list[i]->moduleName;
+            sorted.emplace_back(std::string(list[i]->moduleName) + " ");
+        }
+        std::sort(sorted.begin(), sorted.end());
+        std::string joined;
+        for (std::string const& name : sorted)
+            joined += name;
+        return joined;
+    };
+    for (Case const& test : cases) {
+        m_manager->GetModules(0, list, branch.data(), count, test.local, test.shared,
+                              test.pipeline);
+        EXPECT_EQ(names(), test.expected);
     }
     m_manager->GetModules(0, list, nullptr, 0, true, true, nullptr);
-    EXPECT_EQ(names(list), Names{"versionsC_sw"});
+    EXPECT_EQ(names(), "versionsC_sw ");
     m_manager->ReleaseModules(list);
     EXPECT_FALSE(Node(shared.preview)->IsActive());
     EXPECT_FALSE(Node(shared.root)->IsActive());
     EXPECT_TRUE(MessagesStartingWith("Attempt").empty());
-
     // A branch that leaves the tree gives nothing.
     std::vector<TuningMode> const missing = Branch({{ModeUsecase, 5}});
     m_manager->GetModules(0, list, missing.data(), 2, true, true, nullptr);
@@ -473,28 +400,27 @@ TEST_F(LookupTest, GetModulesFiltersByOwnerAndPipeline)
 
 // ---- Bad arguments -----------------------------------------------------------------------------
 
-TEST_F(LookupTest, TableIndexOutOfRangeIsLoggedAndRefused)
+TEST_F(LookupTest, TableIndexPastTheTablesIsLoggedAndRefused)
 {
     Load(RuleFile());
     std::vector<TuningMode> const branch = Branch({{ModeUsecase, 0}});
     auto const count = static_cast<unsigned int>(branch.size());
     ParameterModule* held = Get('A', branch);
     ASSERT_NE(held, nullptr);
-
     m_log.Clear();
-    EXPECT_EQ(m_manager->GetModuleInternal(4, "versionsA_sw", branch.data(), count, held, true),
-              nullptr);
+    // Index 1 is the first past the one table.
+    EXPECT_EQ(Get('A', branch, held, 1), nullptr);
     EXPECT_EQ(held->GetReferenceCount(), 0) << "previous is given back";
-    EXPECT_FALSE(m_manager->LoadModeInternal(4, branch.data(), count, nullptr));
-    EXPECT_FALSE(m_manager->UnloadMode(4, branch.data(), count));
+    EXPECT_FALSE(m_manager->LoadModeInternal(1, branch.data(), count, nullptr));
+    EXPECT_FALSE(m_manager->UnloadMode(1, branch.data(), count));
     PList<ParameterModule*> list;
-    m_manager->GetModules(4, list, branch.data(), count, true, true, nullptr);
+    m_manager->GetModules(1, list, branch.data(), count, true, true, nullptr);
     EXPECT_EQ(list.Count(), 0u);
     std::vector<std::string> const expected = {
-        "GetModuleInternal called with mode table index (4) >= mode table count (1)\n",
-        "LoadModeInternal called with mode table index (4) >= mode table count (1)\n",
-        "UnloadMode called with mode table index (4) >= mode table count (1)\n",
-        "GetModules called with mode table index (4) >= mode table count (1)\n"};
+        "GetModuleInternal called with mode table index (1) >= mode table count (1)\n",
+        "LoadModeInternal called with mode table index (1) >= mode table count (1)\n",
+        "UnloadMode called with mode table index (1) >= mode table count (1)\n",
+        "GetModules called with mode table index (1) >= mode table count (1)\n"};
     EXPECT_EQ(m_log.Messages(), expected);
 }
 
@@ -502,11 +428,9 @@ TEST_F(LookupTest, LoadAndUnloadModeNeedAFileMode)
 {
     std::vector<TuningMode> const branch = Branch({{ModeUsecase, 0}});
     auto const count = static_cast<unsigned int>(branch.size());
-    {
-        TestSetManager empty;
-        EXPECT_FALSE(empty.LoadMode(0, branch.data(), count, nullptr));
-        EXPECT_STREQ(empty.GetErrorString(), "LoadMode called with no binary file loaded");
-    }
+    TestSetManager empty;
+    EXPECT_FALSE(empty.LoadMode(0, branch.data(), count, nullptr));
+    EXPECT_STREQ(empty.GetErrorString(), "LoadMode called with no binary file loaded");
     Load(RuleFile(), false);
     // Lookups in buffer mode only search: no load is tried and no error is left behind.
     EXPECT_NE(Get('A', branch), nullptr);
@@ -523,10 +447,9 @@ TEST_F(LookupTest, UnknownModulesAndModesGiveNull)
     Load(RuleFile());
     std::vector<TuningMode> const branch = Branch({{ModeUsecase, 0}});
     auto const count = static_cast<unsigned int>(branch.size());
-    EXPECT_EQ(m_manager->GetModuleInternal(0, "noSuchModule", branch.data(), count, nullptr, true),
-              nullptr);
-    EXPECT_EQ(m_manager->GetModuleInternal(0, nullptr, branch.data(), count, nullptr, true),
-              nullptr);
+    for (char const* name : {"noSuchModule", static_cast<char const*>(nullptr)})
+        EXPECT_EQ(m_manager->GetModuleInternal(0, name, branch.data(), count, nullptr, true),
+                  nullptr);
     EXPECT_TRUE(m_log.HasMessage(
         "GetModule noSuchModule module not found in default scenario (0.0), mode path: 0.0|2.0\n"));
     // A mode that is not in the tree: loading reports it, unloading refuses it.
@@ -537,31 +460,18 @@ TEST_F(LookupTest, UnknownModulesAndModesGiveNull)
     ModeEntry* root = m_manager->GetModeTable(0)->rootMode;
     EXPECT_TRUE(root->loaded);
     EXPECT_FALSE(root->IsActive());
-}
-
-TEST_F(LookupTest, GetModeEntryReadsTheBranchInFileMode)
-{
-    // Preview is 0 among the use cases of the file.
-    std::vector<TuningMode> const branch = Branch({{ModeUsecase, 0}});
-    auto const count = static_cast<unsigned int>(branch.size());
-    for (bool fileMode : {true, false}) {
-        SCOPED_TRACE(fileMode ? "file mode" : "buffer mode");
-        Load(RuleFile(), fileMode);
-        ModeEntry* preview = m_manager->GetModeEntry(0, branch.data(), count);
-        ASSERT_NE(preview, nullptr);
-        // A tool walking the tree finds the modules of the branch read, as a client would.
-        EXPECT_TRUE(preview->loaded);
-        EXPECT_TRUE(m_manager->GetModeTable(0)->rootMode->loaded);
-        EXPECT_STREQ(m_manager->GetErrorString(), "");
-    }
+    // A tool walking the tree finds the modules of the branch read, as a client would.
+    EXPECT_TRUE(m_manager->UnloadMode(0, branch.data(), count));
+    ModeEntry* preview = m_manager->GetModeEntry(0, branch.data(), count);
+    ASSERT_NE(preview, nullptr);
+    EXPECT_TRUE(preview->loaded);
+    EXPECT_STREQ(m_manager->GetErrorString(), "");
 }
 
 // ---- File mode: lazy loads, the active list, eviction ------------------------------------------
 
-constexpr unsigned int ModeRowCount = 18;
-
-/// Root: B. Sensor.0: D. Preview (no modules) with Feature1.0 to Feature1.17 below it, each
-/// holding A tagged "f<k>"; Usecase.Video, resident, holding A "video".
+/// Root: B. Sensor.0: D. Preview (no modules) with Feature1.0 to Feature1.<count-1> below it,
+/// each holding A tagged "f<k>"; Usecase.Video, resident, holding A "video".
 struct RowFile
 {
     LookupFile file;
@@ -571,7 +481,7 @@ struct RowFile
     uint32_t video = file.Table().AddChild(root, ModeUsecase, 2, 0, TuningWriter::ModeFlagResident);
     std::vector<uint32_t> rows;
 
-    explicit RowFile(unsigned int count = ModeRowCount)
+    explicit RowFile(unsigned int count = ActiveLimit + 1)
     {
         file.AddModule('B', root, "root");
         file.AddModule('D', sensor, "sensor");
@@ -581,123 +491,97 @@ struct RowFile
             file.AddModule('A', rows.back(), "f" + std::to_string(k));
         }
     }
-
-    static std::vector<TuningMode> Row(unsigned int k)
-    {
-        return Branch({{ModeUsecase, 0}, {ModeFeature1, static_cast<uint16_t>(k)}});
-    }
 };
 
 TEST_F(LookupTest, OldestUnheldModeIsUnloadedPastTheLimit)
 {
     RowFile rows;
     Load(rows.file);
-    ASSERT_EQ(m_manager->MaxActiveModes(), 17u);
+    ASSERT_EQ(m_manager->MaxActiveModes(), ActiveLimit);
     std::vector<ParameterModule*> seen;
-    for (unsigned int k = 0; k < ModeRowCount; ++k) {
-        ParameterModule* module = Get('A', RowFile::Row(k));
-        ASSERT_NE(module, nullptr);
-        EXPECT_EQ(std::string(Revision(module)), "f" + std::to_string(k));
+    for (unsigned int k = 0; k <= ActiveLimit; ++k) {
+        ParameterModule* module = Get('A', Row(k));
+        EXPECT_EQ(Revision(module), "f" + std::to_string(k));
         seen.push_back(module);
         module->Release();
-        if (k + 1 < ModeRowCount) {
-            EXPECT_TRUE(Node(rows.rows[0])->loaded) << "after visit " << k;
-            EXPECT_EQ(ActiveModes().Count(), k + 1);
+        // Up to the limit every visited mode stays listed and loaded.
+        if (k < ActiveLimit) {
+            EXPECT_TRUE(Node(rows.rows[0])->loaded && ActiveModes().Count() == k + 1) << k;
         }
     }
-    // The 18th visit pushed the first mode out: its node and its values are gone.
-    EXPECT_EQ(ActiveModes().Count(), 17u);
-    EXPECT_EQ(ActiveModes()[0], Node(rows.rows[17]));
+    // One past the limit pushed the first mode out: its node and its values are gone.
+    EXPECT_EQ(ActiveModes().Count(), ActiveLimit);
+    EXPECT_EQ(ActiveModes()[0], Node(rows.rows[ActiveLimit]));
     EXPECT_EQ(ActiveModes().Find(Node(rows.rows[0])), -1);
-    EXPECT_FALSE(Node(rows.rows[0])->loaded);
-    EXPECT_FALSE(seen[0]->loaded);
+    EXPECT_FALSE(Node(rows.rows[0])->loaded || seen[0]->loaded);
     EXPECT_EQ(Revision(seen[0]), nullptr);
     EXPECT_TRUE(seen[1]->loaded);
     EXPECT_TRUE(
         m_log.HasMessage("Unloading modules (GetModule:Unknown:0.0|2.0|3.17): 0.0|2.0|3.0\n"));
 
     // Asked for again it is read from the file again, and the next oldest goes.
-    ParameterModule* again = Get('A', RowFile::Row(0));
+    ParameterModule* again = Get('A', Row(0));
     ASSERT_EQ(again, seen[0]);
     EXPECT_STREQ(Revision(again), "f0");
     again->Release();
     EXPECT_FALSE(seen[1]->loaded);
-    EXPECT_EQ(ActiveModes().Count(), 17u);
+    EXPECT_EQ(ActiveModes().Count(), ActiveLimit);
 }
 
-TEST_F(LookupTest, HeldModesStayLoadedAndListed)
+TEST_F(LookupTest, HeldAndResidentModesStayLoaded)
 {
     RowFile rows;
     Load(rows.file);
+    // Default and Sensor modes take no place in the list; a resident Usecase does, until the
+    // list passes it on, and stays loaded after.
+    ParameterModule* sensor = Get('D', Branch({{ModeSensor, 0}}));
+    EXPECT_STREQ(Revision(sensor), "sensor");
+    sensor->Release();
+    ParameterModule* video = Get('A', Branch({{ModeUsecase, 2}}));
+    video->Release();
+    EXPECT_EQ(ActiveModes().Count(), 1u);
+    EXPECT_EQ(ActiveModes()[0], Node(rows.video));
+
     std::vector<ParameterModule*> held;
-    for (unsigned int k = 0; k < ModeRowCount; ++k)
-        held.push_back(Get('A', RowFile::Row(k)));
-    EXPECT_EQ(ActiveModes().Count(), ModeRowCount);
-    for (unsigned int k = 0; k < ModeRowCount; ++k) {
-        EXPECT_TRUE(held[k]->loaded) << k;
-        EXPECT_EQ(std::string(Revision(held[k])), "f" + std::to_string(k));
-    }
+    for (unsigned int k = 0; k <= ActiveLimit; ++k)
+        held.push_back(Get('A', Row(k)));
+    EXPECT_EQ(ActiveModes().Count(), ActiveLimit + 1) << "held modes are all listed";
+    EXPECT_EQ(ActiveModes().Find(Node(rows.video)), -1);
+    for (unsigned int k = 0; k <= ActiveLimit; ++k)
+        EXPECT_EQ(Revision(held[k]), "f" + std::to_string(k));
+    EXPECT_STREQ(Revision(video), "video");
+    EXPECT_TRUE(sensor->loaded);
     EXPECT_FALSE(m_log.Contains("Unloading"));
 
     for (ParameterModule* module : held)
         module->Release();
     // Freshening the oldest puts it in front; the one now past the limit goes.
-    ParameterModule* first = Get('A', RowFile::Row(0));
-    first->Release();
-    EXPECT_EQ(ActiveModes().Count(), 17u);
+    Get('A', Row(0))->Release();
+    EXPECT_EQ(ActiveModes().Count(), ActiveLimit);
     EXPECT_EQ(ActiveModes()[0], Node(rows.rows[0]));
     EXPECT_TRUE(held[0]->loaded);
     EXPECT_FALSE(held[1]->loaded);
     EXPECT_TRUE(held[2]->loaded);
 }
 
-TEST_F(LookupTest, ResidentModesAreNeverUnloadedByTheList)
-{
-    RowFile rows;
-    Load(rows.file);
-    ParameterModule* sensor = Get('D', Branch({{ModeSensor, 0}}));
-    ASSERT_NE(sensor, nullptr);
-    EXPECT_STREQ(Revision(sensor), "sensor");
-    sensor->Release();
-    ParameterModule* video = Get('A', Branch({{ModeUsecase, 2}}));
-    ASSERT_NE(video, nullptr);
-    video->Release();
-    // Default and Sensor modes take no place in the list; a resident Usecase does, until the
-    // list passes it on.
-    EXPECT_EQ(ActiveModes().Count(), 1u);
-    EXPECT_EQ(ActiveModes()[0], Node(rows.video));
-    for (unsigned int k = 0; k < 17; ++k)
-        Get('A', RowFile::Row(k))->Release();
-    EXPECT_EQ(ActiveModes().Find(Node(rows.video)), -1);
-    EXPECT_EQ(ActiveModes().Find(Node(rows.sensor)), -1);
-    EXPECT_EQ(ActiveModes().Count(), 17u);
-    EXPECT_TRUE(video->loaded);
-    EXPECT_STREQ(Revision(video), "video");
-    EXPECT_TRUE(sensor->loaded);
-    for (unsigned int k = 0; k < 17; ++k)
-        EXPECT_TRUE(Node(rows.rows[k])->loaded) << k;
-}
-
 TEST_F(LookupTest, UnloadModeDropsTheLastModeOfTheBranch)
 {
     RowFile rows(4);
     Load(rows.file);
-    std::vector<TuningMode> const row = RowFile::Row(3);
+    std::vector<TuningMode> const row = Row(3);
     ParameterModule* held = Get('A', row);
     ASSERT_NE(held, nullptr);
-    ParameterModule* other = Get('A', RowFile::Row(2));
+    ParameterModule* other = Get('A', Row(2));
     other->Release();
     m_log.Clear();
 
     // A mode still held is unloaded by force: the holder's pointer stays a valid object.
     EXPECT_TRUE(m_manager->UnloadMode(0, row.data(), static_cast<unsigned int>(row.size())));
-    EXPECT_TRUE(m_log.HasMessage(
-        "Unloading referenced module versionsA_sw, Mode: 0.0|2.0|3.3, Ref count: 1\n"));
-    EXPECT_TRUE(m_log.HasMessage("Unloading mode with 1 unreleased modules: 0.0|2.0|3.3\n"));
-    EXPECT_TRUE(
-        m_log.HasMessage("ReleaseReferences called with unreleased module: versionsA_sw, RefCnt: "
-                         "1\n"));
-    EXPECT_FALSE(held->loaded);
+    for (char const* message :
+         {"Unloading referenced module versionsA_sw, Mode: 0.0|2.0|3.3, Ref count: 1\n",
+          "Unloading mode with 1 unreleased modules: 0.0|2.0|3.3\n",
+          "ReleaseReferences called with unreleased module: versionsA_sw, RefCnt: 1\n"})
+        EXPECT_TRUE(m_log.HasMessage(message)) << message;
     EXPECT_EQ(Revision(held), nullptr);
     EXPECT_EQ(held->GetReferenceCount(), 0);
     EXPECT_EQ(ActiveModes().Find(Node(rows.rows[3])), -1);
@@ -707,14 +591,13 @@ TEST_F(LookupTest, UnloadModeDropsTheLastModeOfTheBranch)
         "Attempt to release unreferenced module.  Mode: 3, SubMode: 3, Module versionsA_sw\n"));
 
     // Resident modes stay: the root, and a mode whose module a value change went into.
-    std::vector<TuningMode> const changed = RowFile::Row(2);
+    std::vector<TuningMode> const changed = Row(2);
     auto const changedCount = static_cast<unsigned int>(changed.size());
     ASSERT_TRUE(m_manager->SetValue(0, changed.data(), changedCount, "versionsA_sw.module_version",
                                     "minor_revision", "3"));
     EXPECT_TRUE(Node(rows.rows[2])->resident);
     EXPECT_EQ(ActiveModes().Find(Node(rows.rows[2])), -1);
     EXPECT_TRUE(m_manager->UnloadMode(0, changed.data(), changedCount));
-    EXPECT_TRUE(other->loaded);
     EXPECT_STREQ(Revision(other), "f2");
     char value[32] = {};
     ASSERT_TRUE(m_manager->GetValue(0, changed.data(), changedCount,
@@ -723,7 +606,6 @@ TEST_F(LookupTest, UnloadModeDropsTheLastModeOfTheBranch)
     EXPECT_STREQ(value, "minor_revision=3");
     std::vector<TuningMode> const root = Branch({});
     EXPECT_TRUE(m_manager->UnloadMode(0, root.data(), 1));
-    EXPECT_TRUE(m_manager->GetModeTable(0)->rootMode->loaded);
     EXPECT_STREQ(Revision(Get('B', root)), "root");
 }
 
@@ -733,8 +615,7 @@ TEST_F(LookupTest, SharedModuleGoesWithItsOwnerOnly)
     file.Path("Default");
     uint32_t const preview = file.Path("Default|Usecase.Preview");
     uint32_t const video = file.Path("Default|Usecase.Video");
-    uint32_t const first = file.AddModule('A', preview, "shared");
-    file.AddModule('A', video, "shared", first);
+    file.AddModule('A', video, "shared", file.AddModule('A', preview, "shared"));
     file.AddModule('B', video, "video");
     Load(file);
 
@@ -750,81 +631,161 @@ TEST_F(LookupTest, SharedModuleGoesWithItsOwnerOnly)
     EXPECT_NE(ActiveModes().Find(Node(preview)), -1);
 
     ParameterModule* videoOwn = Get('B', videoBranch);
-    ASSERT_NE(videoOwn, nullptr);
     videoOwn->Release();
-    EXPECT_TRUE(m_manager->UnloadMode(0, videoBranch.data(),
-                                      static_cast<unsigned int>(videoBranch.size())));
+    EXPECT_TRUE(m_manager->UnloadMode(0, videoBranch.data(), 2));
     EXPECT_FALSE(videoOwn->loaded);
     EXPECT_TRUE(viaVideo->loaded) << "a shared module stays with its owner";
-    EXPECT_TRUE(m_manager->UnloadMode(0, previewBranch.data(),
-                                      static_cast<unsigned int>(previewBranch.size())));
+    EXPECT_TRUE(m_manager->UnloadMode(0, previewBranch.data(), 2));
     EXPECT_FALSE(viaVideo->loaded);
     // The sharer still names it; the next request reads it in again.
     ParameterModule* again = Get('A', videoBranch);
     ASSERT_EQ(again, viaVideo);
-    EXPECT_TRUE(again->loaded);
     EXPECT_STREQ(Revision(again), "shared");
-}
-
-TEST_F(LookupTest, FileChangedOnDiskFailsLaterReadsOnly)
-{
-    RowFile rows(3);
-    Load(rows.file);
-    ParameterModule* before = Get('A', RowFile::Row(0));
-    ASSERT_NE(before, nullptr);
-
-    RowFile other(3);
-    other.file.AddModule('C', other.root, "new");
-    m_file->Rewrite(other.file.Build());
-    m_log.Clear();
-    EXPECT_EQ(Get('A', RowFile::Row(1)), nullptr);
-    EXPECT_TRUE(
-        m_log.HasMessage("Failed to load module versionsA_sw, path: 0.0|2.0|3.1, skipping\n"));
-    EXPECT_TRUE(m_log.HasMessage(
-        "GetModule versionsA_sw failed to find a loaded module in 0.0|2.0|3.1, returning null\n"));
-    EXPECT_EQ(Node(rows.rows[1])->GetReferenceCount(nullptr), 0u);
-    EXPECT_FALSE(Node(rows.rows[1])->loaded);
-
-    // What was read before the change stays readable and counted.
-    EXPECT_EQ(Get('A', RowFile::Row(0), before), before);
-    EXPECT_STREQ(Revision(before), "f0");
-    EXPECT_EQ(before->GetReferenceCount(), 1);
-    before->Release();
 }
 
 // ---- The registry's chain ----------------------------------------------------------------------
 
 TEST(DefaultModuleTest, RemovingKeepsTheChainSound)
 {
-    DefaultModule kind(new versionsA_1_0_0::varitonal_versionsA10TypeClass("versionsA_sw"));
+    using Kind = versionsA_1_0_0::varitonal_versionsA10TypeClass;
+    DefaultModule kind(new Kind("versionsA_sw"));
     ParameterModule* made[4];
     for (ParameterModule*& module : made)
-        module = new versionsA_1_0_0::varitonal_versionsA10TypeClass("versionsA_sw");
-    kind.AddModule(made[0]);
-    kind.AddModule(made[1]);
-    kind.AddModule(made[2]);
-
+        module = new Kind("versionsA_sw");
+    for (int i = 0; i < 3; ++i)
+        kind.AddModule(made[i]);
     kind.RemoveModule(made[2]); // the tail
     EXPECT_EQ(kind.last->module, made[1]);
     kind.AddModule(made[3]);
-    ASSERT_NE(kind.first->next, nullptr);
     EXPECT_EQ(kind.first->next->next->module, made[3]);
     EXPECT_EQ(kind.last->module, made[3]);
-
     kind.RemoveModule(made[2]); // no longer there
     kind.RemoveModule(made[0]); // the head
     EXPECT_EQ(kind.first->module, made[1]);
     kind.RemoveModule(made[1]);
     kind.RemoveModule(made[3]);
-    EXPECT_EQ(kind.first, nullptr);
-    EXPECT_EQ(kind.last, nullptr);
+    EXPECT_TRUE(kind.first == nullptr && kind.last == nullptr);
     kind.AddModule(made[2]);
     EXPECT_EQ(kind.first, kind.last);
     EXPECT_EQ(kind.Find(0), made[2]) << "an instance without a record matches any ID";
     // The chain owns made[2] again; the others were handed back.
-    delete made[0];
-    delete made[1];
-    delete made[3];
+    for (int i : {0, 1, 3})
+        delete made[i];
+}
+
+// ---- Concurrency -------------------------------------------------------------------------------
+
+// Several threads ask for and give back modules of more modes than the active list holds, so
+// that loads and evictions overlap, while another changes values through mode paths the way live
+// tuning does.
+TEST(LookupStressTest, ThreadsAskAndReleaseAcrossEvictions)
+{
+    constexpr unsigned int ModeCount = 30;
+    constexpr unsigned int ThreadCount = 8;
+    constexpr unsigned int Rounds = 150;
+    // The value changes go to the A module of every ChangeStep-th row.
+    constexpr unsigned int ChangeStep = 5;
+    // Preview holds B; Feature1.0 to Feature1.29 below it each hold A, and every third shares
+    // Preview's B, so that loads of the rows also touch a module another mode owns.
+    LookupFile file;
+    file.Path("Default");
+    uint32_t const preview = file.Path("Default|Usecase.Preview");
+    uint32_t const previewB = file.AddModule('B', preview, "previewB");
+    std::vector<uint32_t> rows;
+    for (unsigned int k = 0; k < ModeCount; ++k) {
+        rows.push_back(file.Table().AddChild(preview, ModeFeature1, static_cast<uint16_t>(k)));
+        file.AddModule('A', rows.back(), "f" + std::to_string(k));
+        if (k % 3 == 0)
+            file.AddModule('B', rows.back(), "previewB", previewB);
+    }
+    TempFile onDisk(file.Build());
+    LogCapture log;
+    TestSetManager::Options options;
+    options.registerModules = true;
+    TestSetManager manager(options);
+    ASSERT_TRUE(manager.LoadBinaryParameters(onDisk.Path().c_str()));
+
+    std::atomic<unsigned int> wrongValues{0};
+    auto const worker = [&](unsigned int thread) {
+        ParameterModule* held = nullptr;
+        PList<ParameterModule*> list;
+        for (unsigned int round = 0; round < Rounds; ++round) {
+            unsigned int const k = (thread * 7 + round * 11) % ModeCount;
+            std::vector<TuningMode> const branch = Row(k);
+            auto const count = static_cast<unsigned int>(branch.size());
+            // The module held from the last round is given back as previous; a held module
+            // cannot be unloaded under its holder.
+            held = manager.GetModuleInternal(0, "versionsA_sw", branch.data(), count, held, true);
+            char const* revision = Revision(held);
+            if (revision == nullptr || std::string(revision) != "f" + std::to_string(k))
+                ++wrongValues;
+            if (round % 5 == thread % 5) {
+                // The row's own A, and B where the row shares it.
+                manager.GetModules(0, list, branch.data(), count, true, true, nullptr);
+                if (list.Count() != (k % 3 == 0 ? 2u : 1u))
+                    ++wrongValues;
+                manager.ReleaseModules(list);
+            }
+            if (round % 4 == 0) {
+                ParameterModule* shared = manager.GetModuleInternal(
+                    0, "versionsB_sw", branch.data(), count, nullptr, true);
+                if (Revision(shared) == nullptr)
+                    ++wrongValues;
+                if (shared != nullptr)
+                    shared->Release();
+            }
+        }
+        if (held != nullptr)
+            held->Release();
+    };
+    // A change pins the mode that owns the module: from then on eviction passes it over, while
+    // the askers go on reading the same module.
+    auto const changer = [&] {
+        for (unsigned int round = 0; round < Rounds; ++round) {
+            std::string const path =
+                "0.0|2.0|3." + std::to_string((round * ChangeStep) % ModeCount);
+            if (!manager.SetValue(0, path.c_str(), "versionsA_sw.module_version", "minor_revision",
+                                  std::to_string(round).c_str()))
+                ++wrongValues;
+        }
+    };
+    std::vector<std::thread> threads;
+    for (unsigned int t = 0; t < ThreadCount; ++t)
+        threads.emplace_back(worker, t);
+    threads.emplace_back(changer);
+    for (std::thread& thread : threads)
+        thread.join();
+
+    EXPECT_EQ(wrongValues.load(), 0u);
+    EXPECT_FALSE(log.Contains("Attempt to"));
+    EXPECT_FALSE(log.Contains("Unloading referenced module"));
+    EXPECT_GT(log.Count("Unloading modules"), 0u) << "the run must evict modes";
+    EXPECT_LE(manager.GetModeTable(0)->activeModes.Count(), ActiveLimit);
+    EXPECT_FALSE(NodeOf(manager, preview)->IsActive());
+    unsigned int loaded = 0;
+    unsigned int const changesPerRow = Rounds / (ModeCount / ChangeStep);
+    for (unsigned int k = 0; k < ModeCount; ++k) {
+        SCOPED_TRACE("row " + std::to_string(k));
+        ModeEntry* node = NodeOf(manager, rows[k]);
+        if (k % ChangeStep != 0) {
+            EXPECT_FALSE(node->IsActive() || node->resident);
+            loaded += node->loaded ? 1 : 0;
+            continue;
+        }
+        // A changed row stays loaded with its last value; value access keeps its references.
+        EXPECT_TRUE(node->resident && node->loaded && node->IsActive());
+        char value[64] = {};
+        ASSERT_TRUE(manager.GetValue(0, Row(k).data(), 3,
+                                     "versionsA_sw.module_version.minor_revision", nullptr, value,
+                                     sizeof(value)));
+        unsigned int const lastRound =
+            (changesPerRow - 1) * (ModeCount / ChangeStep) + k / ChangeStep;
+        EXPECT_EQ(std::string(value), "minor_revision=" + std::to_string(lastRound));
+    }
+    // With nothing held, no more unchanged modes stay loaded than the list holds.
+    EXPECT_LE(loaded, ActiveLimit);
+    // The file is closed again once no load holds it.
+    EXPECT_EQ(manager.GetSymbolTable()->GetFile()->GetReferenceCount(), 0);
 }
 
 } // namespace
