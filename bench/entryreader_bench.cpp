@@ -16,6 +16,8 @@
 #include "tools/writer/entryencoder.h"
 #include "tools/writer/symboltablebuilder.h"
 
+#include "tests/common/formatfiles.h"
+
 namespace {
 
 constexpr unsigned int ArrayLength = 300;
@@ -59,16 +61,9 @@ public:
             builder.AddStructure(structures.front());
             definitions = builder.Build(1);
         }
-        TuningWriter::SymbolTableBuilder::Sections const sections = symbols.Build();
-        auto const definitionSection = Append(definitions);
-        auto const symbolSection = Append(sections.symbol);
-        auto const dataTableSection = Append(sections.dataTable);
-        auto const dataSection = Append(sections.data);
+        m_file = std::make_unique<ParamTest::TableFile>(symbols, definitions);
         m_table = std::make_unique<ParameterFileSymbolTable>(nullptr, 1, VersionUnion(7, 0, 0));
-        auto const length = static_cast<unsigned int>(m_buffer.size());
-        m_ok = m_table->Load(m_buffer.data(), length, nullptr, nullptr, length, symbolSection,
-                             dataTableSection, dataSection, definitionSection, nullptr, true) &&
-               m_table->Find(m_entry, m_id, true);
+        m_ok = m_file->LoadInto(*m_table, nullptr) && m_table->Find(m_entry, m_id, true);
     }
 
     bool Ok() const { return m_ok; }
@@ -95,16 +90,7 @@ public:
     }
 
 private:
-    ParameterFileSymbolTable::SectionInfo Append(std::vector<uint8_t> const& bytes)
-    {
-        if (bytes.empty())
-            return {0, 0};
-        auto const offset = static_cast<uint32_t>(m_buffer.size());
-        m_buffer.insert(m_buffer.end(), bytes.begin(), bytes.end());
-        return {offset, static_cast<uint32_t>(bytes.size())};
-    }
-
-    std::vector<uint8_t> m_buffer;
+    std::unique_ptr<ParamTest::TableFile> m_file;
     std::unique_ptr<ParameterFileSymbolTable> m_table;
     ParameterFileSymbolTableEntry m_entry;
     uint32_t m_id = 0;

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tests of ParameterBinaryFile on real files: the read cache, references and changes on disk.
+// Tests of ParameterBinaryFile on real files: the read buffers, references and changes on disk.
 #include "parameterparser/parameterbinaryfile.h"
 
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
@@ -14,35 +15,18 @@
 
 #include "platform/vornalloc.h"
 
-#include "tools/writer/tuningfilewriter.h"
-
+#include "tests/common/formatfiles.h"
 #include "tests/common/logcapture.h"
 #include "tests/common/tempfile.h"
 
 namespace {
-
-using TuningWriter::SectionType;
-using TuningWriter::TuningFileWriter;
-
-// A tuning file of roughly dataSize bytes whose data section counts up, so that every position
-// holds a recognisable byte.
-std::vector<uint8_t> FileOfSize(size_t dataSize)
-{
-    std::vector<uint8_t> data(dataSize);
-    for (size_t i = 0; i < dataSize; ++i)
-        data[i] = static_cast<uint8_t>(i * 7 + i / 251);
-    TuningFileWriter writer;
-    writer.AddSection(SectionType::Symbol, std::vector<uint8_t>(8, 0))
-        .AddSection(SectionType::Data, std::move(data));
-    return writer.Build();
-}
 
 class ParameterBinaryFileTest : public ::testing::Test
 {
 protected:
     void UseFile(size_t dataSize)
     {
-        m_content = FileOfSize(dataSize);
+        m_content = ParamTest::PatternFile(dataSize);
         m_file = std::make_unique<ParamTest::TempFile>(m_content);
         m_binary = std::make_unique<ParameterBinaryFile>(m_file->Path().c_str(), nullptr);
         ASSERT_TRUE(m_binary->IsValid());
@@ -66,6 +50,7 @@ protected:
     std::unique_ptr<ParameterBinaryFile> m_binary;
 };
 
+// Read moves pos by the count rounded to the alignment; the allocating form hands out a copy.
 TEST_F(ParameterBinaryFileTest, ReadMovesPosByAlignedCount)
 {
     UseFile(5000);
@@ -75,7 +60,6 @@ TEST_F(ParameterBinaryFileTest, ReadMovesPosByAlignedCount)
     ASSERT_TRUE(m_binary->Read(value.data(), 100, pos, 5, 8));
     EXPECT_EQ(pos, 11u);
     EXPECT_EQ(value, std::vector<uint8_t>(m_content.begin() + 103, m_content.begin() + 108));
-
     unsigned char* block = m_binary->Read(200, 3000);
     ASSERT_NE(block, nullptr);
     EXPECT_EQ(std::vector<uint8_t>(block, block + 3000),
@@ -83,108 +67,85 @@ TEST_F(ParameterBinaryFileTest, ReadMovesPosByAlignedCount)
     VornFree(block, VornTagRelease);
 }
 
-struct CountCase
+struct BufferCase
 {
-    unsigned long count;
-    bool buffered;
+    char const* name;
+    size_t dataSize;
+    std::vector<std::pair<long, unsigned long>> reads; ///< position (below 0: from the end), count
+    /// Offset (below 0: from the end) and length (-1: the whole file) of each buffer afterwards.
+    std::vector<std::pair<long, long>> windows;
 };
 
-class BufferedCountTest : public ParameterBinaryFileTest,
-                          public ::testing::WithParamInterface<CountCase>
+// Reads of up to BufferSize bytes fill a buffer at their position, slid back near the end and
+// from the start in a small file; a read the buffer covers uses it. With all buffers in use, the
+// one whose start is nearest the position is refilled, the lower index on a tie, however
+// recently it was used.
+TEST_F(ParameterBinaryFileTest, ReadsFillTheNearestBuffer)
 {
-};
-
-TEST_P(BufferedCountTest, OnlyReadsUpToBufferSizeUseABuffer)
-{
-    UseFile(5000);
-    ExpectRead(10, GetParam().count);
-    EXPECT_EQ(m_binary->GetBufferWindow(0).Length, GetParam().buffered ? 1024u : 0u);
-}
-
-INSTANTIATE_TEST_SUITE_P(Counts, BufferedCountTest,
-                         ::testing::Values(CountCase{1, true}, CountCase{1024, true},
-                                           CountCase{1025, false}));
-
-TEST_F(ParameterBinaryFileTest, FillNearEndSlidesBack)
-{
-    UseFile(5000);
-    ExpectRead(Length() - 100, 16);
-    ParameterBinaryFile::BufferWindow const window = m_binary->GetBufferWindow(0);
-    EXPECT_EQ(window.Offset, Length() - 1024);
-    EXPECT_EQ(window.Length, 1024u);
-
-    // A read in front of the first position is served by the same buffer.
-    ExpectRead(Length() - 1000, 16);
-    EXPECT_EQ(m_binary->GetBufferWindow(1).Length, 0u);
-}
-
-TEST_F(ParameterBinaryFileTest, SmallFileFillsFromStart)
-{
-    UseFile(200);
-    ExpectRead(Length() - 10, 10);
-    EXPECT_EQ(m_binary->GetBufferWindow(0).Offset, 0u);
-    EXPECT_EQ(m_binary->GetBufferWindow(0).Length, Length());
-}
-
-struct ReplacementCase
-{
-    unsigned int lastUsed; ///< position read just before, to make one buffer the latest used
-    unsigned int position;
-    unsigned int replaced;
-};
-
-class BufferReplacementTest : public ParameterBinaryFileTest,
-                              public ::testing::WithParamInterface<ReplacementCase>
-{
-};
-
-// With all buffers in use, the one whose start is nearest the position is refilled, the lower
-// index on a tie, however recently it was used.
-TEST_P(BufferReplacementTest, ReplacesNearestOffset)
-{
-    UseFile(20000);
-    unsigned int const starts[] = {0, 4096, 8192};
-    for (unsigned int start : starts)
-        ExpectRead(start, 16);
-    ExpectRead(GetParam().lastUsed, 16);
-
-    ExpectRead(GetParam().position, 16);
-    for (unsigned int i = 0; i < ParameterBinaryFile::BufferCount; ++i) {
-        unsigned int const expected = i == GetParam().replaced ? GetParam().position : starts[i];
-        EXPECT_EQ(m_binary->GetBufferWindow(i).Offset, expected) << "buffer " << i;
+    std::pair<long, unsigned long> const starts[] = {{0, 16}, {4096, 16}, {8192, 16}};
+    auto filled = [&](std::vector<std::pair<long, unsigned long>> more) {
+        more.insert(more.begin(), std::begin(starts), std::end(starts));
+        return more;
+    };
+    BufferCase const cases[] = {
+        {"one byte", 5000, {{10, 1}}, {{10, 1024}, {0, 0}}},
+        {"a whole buffer", 5000, {{10, 1024}}, {{10, 1024}, {0, 0}}},
+        {"one byte more than a buffer", 5000, {{10, 1025}}, {{0, 0}}},
+        {"near the end", 5000, {{-100, 16}, {-1000, 16}}, {{-1024, 1024}, {0, 0}}},
+        {"small file", 200, {{-10, 10}}, {{0, -1}}},
+        {"nearest",
+         20000,
+         filled({{4100, 16}, {6000, 16}}),
+         {{0, 1024}, {6000, 1024}, {8192, 1024}}},
+        {"nearest, recently used",
+         20000,
+         filled({{8200, 16}, {7000, 16}}),
+         {{0, 1024}, {4096, 1024}, {7000, 1024}}},
+        {"tie", 20000, filled({{10, 16}, {2048, 16}}), {{2048, 1024}, {4096, 1024}, {8192, 1024}}},
+        {"tie above",
+         20000,
+         filled({{10, 16}, {6144, 16}}),
+         {{0, 1024}, {6144, 1024}, {8192, 1024}}},
+        {"far behind",
+         20000,
+         filled({{4100, 16}, {15000, 16}}),
+         {{0, 1024}, {4096, 1024}, {15000, 1024}}},
+    };
+    for (BufferCase const& c : cases) {
+        SCOPED_TRACE(c.name);
+        UseFile(c.dataSize);
+        auto const end = static_cast<long>(Length());
+        for (auto const& [position, count] : c.reads)
+            ExpectRead(static_cast<unsigned int>(position < 0 ? end + position : position), count);
+        for (unsigned int i = 0; i < c.windows.size(); ++i) {
+            ParameterBinaryFile::BufferWindow const window = m_binary->GetBufferWindow(i);
+            auto const [offset, length] = c.windows[i];
+            EXPECT_EQ(window.Offset, offset < 0 ? end + offset : offset) << "buffer " << i;
+            EXPECT_EQ(window.Length, length < 0 ? end : length) << "buffer " << i;
+        }
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Positions, BufferReplacementTest,
-                         ::testing::Values(ReplacementCase{4100, 6000, 1},
-                                           ReplacementCase{8200, 7000, 2},
-                                           ReplacementCase{10, 2048, 0},
-                                           ReplacementCase{10, 6144, 1},
-                                           ReplacementCase{4100, 15000, 2}));
-
+// A name of 1022 characters is taken (a missing file is then logged on the first reference); one
+// of 1023 is refused, as is none.
 TEST(ParameterBinaryFileNameTest, BadNamesLeaveFileClosed)
 {
     std::string const tooLong(1023, 'n');
     std::string const longest(1022, 'n');
-    struct
-    {
-        char const* name;
-        char const* message;
-    } const cases[] = {
+    std::pair<char const*, std::string> const cases[] = {
         {nullptr, "ParameterBinaryFile constructor called with null file name\n"},
         {tooLong.c_str(),
          "ParameterBinaryFile constructor file name length (1023) exceeds max length: 1023\n"},
-        // Accepted but absent: the reference it takes finds no file.
-        {longest.c_str(), nullptr},
+        {longest.c_str(), ""},
     };
-    for (auto const& item : cases) {
+    for (auto const& [name, message] : cases) {
         ParamTest::LogCapture log;
-        ParameterBinaryFile file(item.name, nullptr);
+        ParameterBinaryFile file(name, nullptr);
         EXPECT_FALSE(file.IsValid());
         EXPECT_FALSE(file.IsOpen());
         EXPECT_EQ(file.GetLength(), 0u);
-        if (item.message != nullptr) {
-            EXPECT_TRUE(log.HasMessage(item.message)) << item.message;
+        if (!message.empty()) {
+            EXPECT_EQ(log.Messages(), std::vector<std::string>{message});
             EXPECT_EQ(file.GetReferenceCount(), 0);
         } else {
             EXPECT_TRUE(log.Contains("FileReference Adjust: 1, RefCount: 0, Failed to open binary "
@@ -195,23 +156,29 @@ TEST(ParameterBinaryFileNameTest, BadNamesLeaveFileClosed)
     }
 }
 
+// A read that ends at the end of the file is served; one byte further is refused, as is a null
+// value. A read of nothing only tells whether the file is still unchanged (a null value is still
+// logged); the allocating form refuses a count of 0.
 TEST_F(ParameterBinaryFileTest, RefusesReadsOutsideTheFile)
 {
     UseFile(100);
     std::vector<uint8_t> value(16);
-    unsigned int pos = 4;
-    EXPECT_FALSE(m_binary->Read(value.data(), Length() - 10, pos, 10, 1));
-    EXPECT_TRUE(m_log.HasMessage("ParameterBinaryFile::Read attempted to read past the end of the "
-                                 "file, offset: " +
-                                 std::to_string(Length() - 10) + ", pos: 4, count: 10, length: " +
-                                 std::to_string(Length()) + "\n"));
+    unsigned int pos = 0;
+    EXPECT_TRUE(m_binary->Read(value.data(), Length() - 10, pos, 10, 1));
+    pos = 4;
+    EXPECT_FALSE(m_binary->Read(value.data(), Length() - 13, pos, 10, 1));
     EXPECT_EQ(pos, 4u);
     EXPECT_FALSE(m_binary->Read(nullptr, 0, pos, 4, 1));
-    EXPECT_TRUE(m_log.HasMessage("ParameterBinaryFile::Read called with null value\n"));
-    // A read of nothing only tells whether the file is still unchanged.
     EXPECT_TRUE(m_binary->Read(nullptr, 0, pos, 0, 1));
     EXPECT_EQ(m_binary->Read(0, 0), nullptr);
-    EXPECT_TRUE(m_log.HasMessage("ParameterBinaryFile::Read called with 0 count\n"));
+    EXPECT_EQ(m_log.Messages(),
+              (std::vector<std::string>{
+                  "ParameterBinaryFile::Read attempted to read past the end of the file, offset: " +
+                      std::to_string(Length() - 13) +
+                      ", pos: 4, count: 10, length: " + std::to_string(Length()) + "\n",
+                  "ParameterBinaryFile::Read called with null value\n",
+                  "ParameterBinaryFile::Read called with null value\n",
+                  "ParameterBinaryFile::Read called with 0 count\n"}));
 }
 
 TEST_F(ParameterBinaryFileTest, ReferencesOpenAndCloseTheFile)
@@ -220,7 +187,6 @@ TEST_F(ParameterBinaryFileTest, ReferencesOpenAndCloseTheFile)
     EXPECT_EQ(m_binary->Reference(1), 2);
     EXPECT_EQ(m_binary->Reference(-2), 0);
     EXPECT_FALSE(m_binary->IsOpen());
-
     std::vector<uint8_t> value(4);
     unsigned int pos = 0;
     EXPECT_FALSE(m_binary->Read(value.data(), 0, pos, 4, 1));
@@ -228,7 +194,6 @@ TEST_F(ParameterBinaryFileTest, ReferencesOpenAndCloseTheFile)
     EXPECT_EQ(m_binary->Reference(-1), 0);
     EXPECT_TRUE(m_log.HasMessage(
         "FileReference Remove: -1, RefCount: 0, Called when file was already closed\n"));
-
     EXPECT_EQ(m_binary->Reference(2), 2);
     EXPECT_TRUE(m_binary->IsOpen());
     EXPECT_FALSE(m_binary->IsModified());
@@ -244,35 +209,20 @@ TEST_F(ParameterBinaryFileTest, FileChangedOnDiskFailsLaterReads)
     UseFile(20000);
     ExpectRead(0, 16);
     m_file->Rewrite(std::vector<uint8_t>(100, 1));
-
     std::vector<uint8_t> value(2000);
     unsigned int pos = 0;
     EXPECT_FALSE(m_binary->Read(value.data(), 10000, pos, 2000, 1));
-    EXPECT_TRUE(m_log.HasMessage("Read failed to read from file, ferror: 0, offset: 10000, pos: 0, "
-                                 "requested: 2000, actual: 0\n"));
-    EXPECT_TRUE(m_log.HasMessage("ParameterBinaryFile::Read failed, retrying\n"));
-    EXPECT_TRUE(m_log.HasMessage("ParameterBinaryFile::Open, file modified, must reload\n"));
+    EXPECT_EQ(m_log.Messages(), (std::vector<std::string>{
+                                    "Read failed to read from file, ferror: 0, offset: 10000, "
+                                    "pos: 0, requested: 2000, actual: 0\n",
+                                    "ParameterBinaryFile::Read failed, retrying\n",
+                                    "ParameterBinaryFile::Open, file modified, must reload\n"}));
     EXPECT_TRUE(m_binary->IsModified());
-    EXPECT_EQ(m_log.Count("retrying"), 1u);
-
     m_log.Clear();
     EXPECT_FALSE(m_binary->Read(value.data(), 0, pos, 16, 1));
     EXPECT_FALSE(m_binary->Read(value.data(), 0, pos, 0, 1));
     EXPECT_EQ(m_binary->Read(0, 16), nullptr);
     EXPECT_TRUE(m_log.Messages().empty());
-}
-
-TEST_F(ParameterBinaryFileTest, ReopenNoticesChange)
-{
-    UseFile(100);
-    EXPECT_EQ(m_binary->Reference(-1), 0);
-    m_file->Rewrite(FileOfSize(300));
-    EXPECT_EQ(m_binary->Reference(1), 1);
-    EXPECT_TRUE(m_binary->IsModified());
-    EXPECT_TRUE(m_log.HasMessage("ParameterBinaryFile::Open, file modified, must reload\n"));
-    std::vector<uint8_t> value(4);
-    unsigned int pos = 0;
-    EXPECT_FALSE(m_binary->Read(value.data(), 0, pos, 4, 1));
 }
 
 struct SameSecondCase
@@ -289,7 +239,8 @@ class SameSecondRewriteTest : public ParameterBinaryFileTest,
 };
 
 // A tool may write the file again within the second of the first write; the time is then set
-// by hand to the same second, so only the nanoseconds or the size can show the change.
+// by hand to the same second, so only the nanoseconds or the size can show the change. A file
+// found modified on reopen refuses reads.
 TEST_P(SameSecondRewriteTest, ReopenComparesNanosecondsAndSize)
 {
     SameSecondCase const& param = GetParam();
@@ -297,8 +248,8 @@ TEST_P(SameSecondRewriteTest, ReopenComparesNanosecondsAndSize)
     struct stat before = {};
     ASSERT_EQ(stat(m_file->Path().c_str(), &before), 0);
     EXPECT_EQ(m_binary->Reference(-1), 0);
-
-    m_file->Rewrite(FileOfSize(param.dataSize));
+    m_content = ParamTest::PatternFile(param.dataSize);
+    m_file->Rewrite(m_content);
     timespec times[2] = {before.st_mtim, before.st_mtim};
     times[0].tv_nsec = (before.st_mtim.tv_nsec + param.nanosecondStep) % 1000000000;
     times[1].tv_nsec = times[0].tv_nsec;
@@ -307,6 +258,9 @@ TEST_P(SameSecondRewriteTest, ReopenComparesNanosecondsAndSize)
     EXPECT_EQ(m_binary->IsModified(), param.modified);
     EXPECT_EQ(m_log.HasMessage("ParameterBinaryFile::Open, file modified, must reload\n"),
               param.modified);
+    std::vector<uint8_t> value(4);
+    unsigned int pos = 0;
+    EXPECT_EQ(m_binary->Read(value.data(), 0, pos, 4, 1), !param.modified);
 }
 
 INSTANTIATE_TEST_SUITE_P(Rewrites, SameSecondRewriteTest,

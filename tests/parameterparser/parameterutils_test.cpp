@@ -1,20 +1,154 @@
 // SPDX-License-Identifier: Apache-2.0
-// ParameterUtils: bounded byte reads with their cursor rule and texts, text scanning, and the
-// locale-free conversions between numbers and text.
+// Bounded byte reads: ParameterByteReader's field steps and sticky failure, ParameterUtils' reads
+// with their cursor rule and texts, typed number reads of every source code into every target,
+// text scanning, and the locale-free conversions between numbers and text.
 #include "parameterparser/parameterutils.h"
 
+#include <climits>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "platform/vornalloc.h"
 
+#include "parameterparser/parameterbytereader.h"
+#include "parameterparser/parameterdefinitions.h"
+#include "parameterparser/parameterentryreader.h"
+#include "parameterparser/parameterfilesymboltableentry.h"
+#include "parameterparser/parameterutilsread.h"
+#include "tools/writer/bytesink.h"
+
 #include "tests/common/logcapture.h"
 
 namespace {
+
+using Messages = std::vector<std::string>;
+
+// ---- ParameterByteReader ------------------------------------------------------------------------
+
+// Each field steps by the larger of its width and the alignment; at alignment 1 every field but
+// the first stands at an odd offset, so values are assembled little-endian from any offset.
+TEST(ParameterByteReaderTest, EachFieldStepsByTheLargerOfWidthAndAlignment)
+{
+    struct
+    {
+        unsigned char alignment;
+        unsigned int after[4];
+    } const cases[] = {{1, {1, 3, 7, 15}}, {4, {4, 8, 12, 20}}, {8, {8, 16, 24, 32}}};
+    for (auto const& c : cases) {
+        SCOPED_TRACE(static_cast<int>(c.alignment));
+        TuningWriter::ByteSink sink(c.alignment);
+        sink.PutU8(0x11);
+        sink.PutU16(0x2233);
+        sink.PutU32(0x44556677u);
+        sink.PutU64(0x8899AABBCCDDEEFFull);
+        std::vector<uint8_t> const bytes = sink.Take();
+        ParamTest::LogCapture capture;
+        unsigned int pos = 0;
+        ParameterByteReader reader(bytes.data(), static_cast<unsigned int>(bytes.size()), pos,
+                                   c.alignment, nullptr);
+        uint8_t u8 = 0;
+        uint16_t u16 = 0;
+        uint32_t u32 = 0;
+        uint64_t u64 = 0;
+        unsigned int steps[4] = {};
+        EXPECT_TRUE(reader.ReadU8(u8) && (steps[0] = pos) && reader.ReadU16(u16) &&
+                    (steps[1] = pos) && reader.ReadU32(u32) && (steps[2] = pos) &&
+                    reader.ReadU64(u64) && (steps[3] = pos));
+        EXPECT_EQ(std::vector<unsigned int>(steps, steps + 4),
+                  std::vector<unsigned int>(c.after, c.after + 4));
+        EXPECT_EQ(u8, 0x11);
+        EXPECT_EQ(u16, 0x2233);
+        EXPECT_EQ(u32, 0x44556677u);
+        EXPECT_EQ(u64, 0x8899AABBCCDDEEFFull);
+        EXPECT_FALSE(reader.Failed());
+        EXPECT_EQ(reader.Remaining(), 0u);
+        EXPECT_TRUE(capture.Lines().empty());
+    }
+}
+
+// A read that does not fit logs once; the reader has failed then, and every later read fails
+// with no bytes and no further message, even one that would fit. A null buffer holds nothing.
+TEST(ParameterByteReaderTest, ShortReadLogsOnceAndFailsEveryLaterRead)
+{
+    TuningWriter::ByteSink sink(1);
+    sink.PutU32(0x01020304u);
+    sink.PutU32(0x05060708u);
+    std::vector<uint8_t> const bytes = sink.Take();
+    ParamTest::LogCapture capture;
+    unsigned int pos = 4;
+    ParameterByteReader reader(bytes.data(), 8, pos, 1, nullptr);
+    uint32_t word = 0xFFFFFFFFu;
+    // At the bound the last word fits; one byte further it does not.
+    ASSERT_TRUE(reader.ReadU32(word));
+    pos = 5;
+    EXPECT_FALSE(reader.ReadU32(word));
+    EXPECT_EQ(word, 0u);
+    EXPECT_TRUE(reader.Failed());
+    uint8_t byte = 0xFF;
+    EXPECT_FALSE(reader.ReadU8(byte));
+    EXPECT_EQ(byte, 0u);
+    EXPECT_FALSE(reader.Skip(1));
+    EXPECT_EQ(reader.ReadCountedString(1), nullptr);
+    EXPECT_EQ(reader.Peek(1), nullptr);
+    EXPECT_EQ(pos, 5u);
+    ParameterByteReader empty(nullptr, 100, pos = 0, 1, nullptr);
+    EXPECT_FALSE(empty.ReadU8(byte));
+    EXPECT_EQ(empty.Remaining(), 0u);
+    EXPECT_EQ(capture.Messages(),
+              (Messages{"Failed to read 4 bytes from binary file offset 5, length 8\n",
+                        "Failed to read 1 bytes from binary file offset 0, length 0\n"}));
+    EXPECT_EQ(capture.Lines()[0].severity, 'E');
+}
+
+// Counted strings and skips move by the count rounded to the alignment; unaligned skips by the
+// count. A text field keeps what the buffer holds of it and moves by the whole field, rounded,
+// without failing the reader: "ame" of a field cut by the buffer's end, then nothing past it.
+TEST(ParameterByteReaderTest, SkipsAndStringsMoveByCountRounded)
+{
+    TuningWriter::ByteSink sink(8);
+    sink.PutFixedString("name", 16); // a 13-byte field and its padding to 16
+    sink.PutU32(42);
+    std::vector<uint8_t> const bytes = sink.Take();
+    ASSERT_EQ(bytes.size(), 24u);
+    unsigned int pos = 0;
+    ParameterByteReader reader(bytes.data(), 24, pos, 8, nullptr);
+    char* name = reader.ReadCountedString(13);
+    ASSERT_NE(name, nullptr);
+    EXPECT_STREQ(name, "name");
+    VornFree(name, VornTagRelease);
+    EXPECT_EQ(pos, 16u);
+    uint32_t value = 0;
+    ASSERT_TRUE(reader.ReadU32(value));
+    EXPECT_EQ(value, 42u);
+    // A reader that owns its position starts where it is told.
+    ParameterByteReader skipper(bytes.data(), 24, 8, nullptr, 0);
+    ASSERT_TRUE(skipper.Skip(5));
+    EXPECT_EQ(skipper.Position(), 8u);
+    ASSERT_TRUE(skipper.SkipUnaligned(3));
+    EXPECT_EQ(skipper.Position(), 11u);
+
+    ParamTest::LogCapture capture;
+    ParameterByteReader text(bytes.data(), 4, 8, nullptr, 1);
+    for (char const* expected : {"ame", ""}) {
+        char* field = text.ReadTextField(5);
+        ASSERT_NE(field, nullptr);
+        EXPECT_STREQ(field, expected);
+        VornFree(field, VornTagRelease);
+    }
+    EXPECT_EQ(text.Position(), 17u);
+    EXPECT_FALSE(text.Failed());
+    EXPECT_TRUE(capture.Messages().empty());
+    ParameterByteReader none(nullptr, 4, 1, nullptr);
+    EXPECT_EQ(none.ReadTextField(4), nullptr);
+}
+
+// ---- ParameterUtils reads and writes ------------------------------------------------------------
 
 // A buffer of `size` bytes holding text at offset `at` (with its NUL if it fits), the rest 0xEE.
 std::vector<unsigned char> BufferWithText(size_t size, size_t at, std::string const& text)
@@ -25,33 +159,27 @@ std::vector<unsigned char> BufferWithText(size_t size, size_t at, std::string co
     return buffer;
 }
 
-struct AllocatingReadCase
-{
-    char const* what;
-    char const* text;
-    char const* expected;
-    size_t bufferSize;
-    unsigned int pos;
-    unsigned int maximum;
-    unsigned int expectedPos;
-    unsigned char alignment;
-};
-
+// The allocating read takes the text up to the maximum or the buffer's end and moves by the
+// field's size rounded to the alignment, whatever the text holds.
 TEST(ParameterUtilsReadTest, AllocatingReadStringMovesByTheFieldSize)
 {
-    // what, text at pos, expected string, buffer size, pos, maximum, pos after, alignment
-    AllocatingReadCase const cases[] = {
-        {"text shorter than the field", "twenty characters!!!", "twenty characters!!!", 40, 0, 28,
-         28, 1},
-        {"field rounded to alignment 8", "abc", "abc", 40, 0, 13, 16, 8},
-        {"field already a multiple", "abc", "abc", 40, 8, 16, 24, 8},
-        {"text cut at maximum", "abcdefgh", "abcde", 40, 0, 5, 5, 1},
-        {"no NUL before the buffer ends", "abcdefghijklmnop", "abcdef", 10, 4, 20, 24, 4},
-        {"cursor past the end", "", "", 10, 12, 4, 16, 1},
-        {"empty field", "abc", "", 10, 2, 0, 2, 8},
+    struct
+    {
+        char const *text, *expected;
+        size_t bufferSize;
+        unsigned int pos, maximum, expectedPos;
+        unsigned char alignment;
+    } const cases[] = {
+        {"twenty characters!!!", "twenty characters!!!", 40, 0, 28, 28, 1},
+        {"abc", "abc", 40, 0, 13, 16, 8},                 // field rounded to alignment 8
+        {"abc", "abc", 40, 8, 16, 24, 8},                 // field already a multiple
+        {"abcdefgh", "abcde", 40, 0, 5, 5, 1},            // text cut at the maximum
+        {"abcdefghijklmnop", "abcdef", 10, 4, 20, 24, 4}, // no NUL before the buffer ends
+        {"", "", 10, 12, 4, 16, 1},                       // cursor past the end
+        {"abc", "", 10, 2, 0, 2, 8},                      // empty field
     };
-    for (AllocatingReadCase const& c : cases) {
-        SCOPED_TRACE(c.what);
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.text);
         std::vector<unsigned char> buffer = BufferWithText(c.bufferSize, c.pos, c.text);
         unsigned int pos = c.pos;
         char* text = ParameterUtils::ReadString(
@@ -61,189 +189,372 @@ TEST(ParameterUtilsReadTest, AllocatingReadStringMovesByTheFieldSize)
         EXPECT_EQ(pos, c.expectedPos);
         VornFree(text, VornTagRelease);
     }
-}
-
-TEST(ParameterUtilsReadTest, AllocatingReadStringFromNullBufferGivesNull)
-{
     unsigned int pos = 4;
     EXPECT_EQ(ParameterUtils::ReadString(nullptr, 100, pos, 8, 1), nullptr);
     EXPECT_EQ(pos, 4u);
 }
 
+// Reading into an array: a full field gives its last character to the terminator, a short buffer
+// copies what is there with the NUL still at size - 1, a count above the array never writes past
+// it; into null it logs and still moves.
 TEST(ParameterUtilsReadTest, ArrayReadStringTerminatesAtTheArrayEnd)
 {
     std::vector<unsigned char> buffer = BufferWithText(12, 0, "abcdefghijkl");
+    struct
+    {
+        unsigned int pos, size, count;
+        unsigned char alignment;
+        char const* expected;
+        unsigned int expectedPos;
+    } const cases[] = {
+        {0, 8, 8, 8, "abcdefg", 8},
+        {9, 8, 8, 4, "jklxxxx", 17},
+        {0, 4, 10, 1, "abc", 10},
+    };
     ParamTest::LogCapture capture;
-
-    // A full field: the last character gives way to the terminator.
-    char value[8];
+    for (auto const& c : cases) {
+        char value[8];
+        std::memset(value, 'x', sizeof(value));
+        unsigned int pos = c.pos;
+        EXPECT_TRUE(ParameterUtils::ReadString(value, buffer.data(), 12, pos, c.size, c.count,
+                                               c.alignment, nullptr));
+        EXPECT_STREQ(value, c.expected);
+        EXPECT_EQ(pos, c.expectedPos);
+    }
     unsigned int pos = 0;
-    EXPECT_TRUE(
-        ParameterUtils::ReadString(value, buffer.data(), 12, pos, sizeof(value), 8, 8, nullptr));
-    EXPECT_STREQ(value, "abcdefg");
-    EXPECT_EQ(pos, 8u);
-
-    // A short buffer copies what is there; the NUL still goes at size - 1, not behind the copy.
-    std::memset(value, 'x', sizeof(value));
-    pos = 9;
-    EXPECT_TRUE(
-        ParameterUtils::ReadString(value, buffer.data(), 12, pos, sizeof(value), 8, 4, nullptr));
-    EXPECT_STREQ(value, "jklxxxx");
-    EXPECT_EQ(pos, 17u);
-
-    // A count above the array never writes past it.
-    char small[4];
-    pos = 0;
-    EXPECT_TRUE(
-        ParameterUtils::ReadString(small, buffer.data(), 12, pos, sizeof(small), 10, 1, nullptr));
-    EXPECT_STREQ(small, "abc");
-    EXPECT_EQ(pos, 10u);
-    EXPECT_TRUE(capture.Messages().empty());
-}
-
-TEST(ParameterUtilsReadTest, ArrayReadStringIntoNullLogsAndStillMoves)
-{
-    std::vector<unsigned char> buffer(32, 'a');
-    ParamTest::LogCapture capture;
-    unsigned int pos = 0;
-    EXPECT_FALSE(ParameterUtils::ReadString(nullptr, buffer.data(), 32, pos, 8, 13, 8, nullptr));
+    EXPECT_FALSE(ParameterUtils::ReadString(nullptr, buffer.data(), 12, pos, 8, 13, 8, nullptr));
     EXPECT_EQ(pos, 16u);
     EXPECT_EQ(capture.Messages(),
-              (std::vector<std::string>{
-                  "ReadBuffer failed to allocate space for a string of 13 length\n"}));
+              Messages{"ReadBuffer failed to allocate space for a string of 13 length\n"});
 }
 
+// ReadBuffer copies count bytes and moves by the count rounded; a short read keeps what was there
+// and fails, and null arguments log and stay (a count of 0 still succeeds).
 TEST(ParameterUtilsReadTest, ReadBufferCopiesAndMovesByCountRounded)
 {
     std::vector<unsigned char> buffer = BufferWithText(16, 0, "0123456789ABCDE");
-    ParamTest::LogCapture capture;
-    unsigned char value[8] = {};
-    unsigned int pos = 2;
-    EXPECT_TRUE(ParameterUtils::ReadBuffer(value, buffer.data(), 16, pos, 5, 8, nullptr));
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(value), 5), "23456");
-    EXPECT_EQ(pos, 10u);
-    EXPECT_TRUE(capture.Messages().empty());
+    struct
+    {
+        unsigned int pos, count;
+        unsigned char alignment;
+        bool nullBuffer, nullValue, ok;
+        unsigned int expectedPos;
+        std::string copied;
+        char const* message;
+    } const cases[] = {
+        {2, 5, 8, false, false, true, 10, "23456", nullptr},
+        {11, 5, 1, false, false, true, 16, "BCDE\0", nullptr}, // ends at the buffer's end
+        {12, 5, 1, false, false, false, 17, std::string("CDE\0-", 5),
+         "ReadBuffer failed, read 4 bytes, expected 5 bytes\n"},
+        {13, 5, 4, false, false, false, 21, std::string("DE\0--", 5),
+         "ReadBuffer failed, read 3 bytes, expected 5 bytes\n"},
+        {21, 2, 1, false, false, false, 23, "--",
+         "ReadBuffer failed, read 0 bytes, expected 2 bytes\n"},
+        {3, 4, 1, true, false, false, 3, "----", "ReadBuffer called with nullptr buffer\n"},
+        {3, 4, 1, false, true, false, 3, "", "ReadBuffer called with nullptr value\n"},
+        {3, 0, 1, false, true, true, 3, "", "ReadBuffer called with nullptr value\n"},
+        {3, 0, 1, true, false, true, 3, "", "ReadBuffer called with nullptr buffer\n"},
+    };
+    for (auto const& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.pos << " count " << c.count);
+        ParamTest::LogCapture capture;
+        unsigned char value[8];
+        std::memset(value, '-', sizeof(value));
+        unsigned int pos = c.pos;
+        EXPECT_EQ(ParameterUtils::ReadBuffer(c.nullValue ? nullptr : value,
+                                             c.nullBuffer ? nullptr : buffer.data(), 16, pos,
+                                             c.count, c.alignment, nullptr),
+                  c.ok);
+        EXPECT_EQ(pos, c.expectedPos);
+        EXPECT_EQ(std::string(reinterpret_cast<char*>(value), c.copied.size()), c.copied);
+        EXPECT_EQ(capture.Messages(), c.message ? Messages{c.message} : Messages{});
+        if (c.message != nullptr) {
+            EXPECT_EQ(capture.Lines()[0].severity, 'E');
+        }
+    }
 }
 
-TEST(ParameterUtilsReadTest, ShortReadBufferKeepsWhatWasThereAndFails)
-{
-    std::vector<unsigned char> buffer = BufferWithText(16, 0, "0123456789ABCDE");
-    ParamTest::LogCapture capture;
-    unsigned char value[8];
-    std::memset(value, '-', sizeof(value));
-    unsigned int pos = 13;
-    EXPECT_FALSE(ParameterUtils::ReadBuffer(value, buffer.data(), 16, pos, 5, 4, nullptr));
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(value), 5), std::string("DE\0--", 5));
-    EXPECT_EQ(pos, 21u);
-
-    // A cursor already past the end reads nothing rather than wrapping.
-    EXPECT_FALSE(ParameterUtils::ReadBuffer(value, buffer.data(), 16, pos, 2, 1, nullptr));
-    EXPECT_EQ(pos, 23u);
-    EXPECT_EQ(capture.Messages(),
-              (std::vector<std::string>{"ReadBuffer failed, read 3 bytes, expected 5 bytes\n",
-                                        "ReadBuffer failed, read 0 bytes, expected 2 bytes\n"}));
-}
-
-TEST(ParameterUtilsReadTest, ReadBufferWithNullArgumentsLogsAndStays)
-{
-    unsigned char buffer[8] = {};
-    unsigned char value[8] = {};
-    ParamTest::LogCapture capture;
-    unsigned int pos = 3;
-    EXPECT_FALSE(ParameterUtils::ReadBuffer(value, nullptr, 8, pos, 4, 1, nullptr));
-    EXPECT_FALSE(ParameterUtils::ReadBuffer(nullptr, buffer, 8, pos, 4, 1, nullptr));
-    EXPECT_TRUE(ParameterUtils::ReadBuffer(nullptr, buffer, 8, pos, 0, 1, nullptr));
-    EXPECT_TRUE(ParameterUtils::ReadBuffer(value, nullptr, 8, pos, 0, 1, nullptr));
-    EXPECT_EQ(pos, 3u);
-    EXPECT_EQ(capture.Messages(), (std::vector<std::string>{
-                                      "ReadBuffer called with nullptr buffer\n",
-                                      "ReadBuffer called with nullptr value\n",
-                                      "ReadBuffer called with nullptr value\n",
-                                      "ReadBuffer called with nullptr buffer\n",
-                                  }));
-    EXPECT_EQ(capture.Lines()[0].severity, 'E');
-}
-
+// A string and its NUL must end below the length; without the NUL the next write continues
+// behind it, and a null string writes nothing.
 TEST(ParameterUtilsWriteTest, WriteStringNeedsRoomBelowLength)
 {
     ParamTest::LogCapture capture;
     unsigned char buffer[6];
     std::memset(buffer, 'x', sizeof(buffer));
-
-    // "abcd" and its NUL end one byte below the length: accepted.
     unsigned int pos = 0;
-    EXPECT_TRUE(ParameterUtils::WriteString("abcd", buffer, 6, pos, true, nullptr));
-    EXPECT_STREQ(reinterpret_cast<char*>(buffer), "abcd");
-    EXPECT_EQ(pos, 5u);
-
-    // "abcde" with its NUL would exactly fill the buffer: refused, nothing written.
-    std::memset(buffer, 'x', sizeof(buffer));
-    pos = 0;
     EXPECT_FALSE(ParameterUtils::WriteString("abcde", buffer, 6, pos, true, nullptr));
     EXPECT_EQ(pos, 0u);
     EXPECT_EQ(buffer[0], 'x');
-
-    pos = 5;
+    EXPECT_TRUE(ParameterUtils::WriteString("abcd", buffer, 6, pos, true, nullptr));
+    EXPECT_STREQ(reinterpret_cast<char*>(buffer), "abcd");
+    EXPECT_EQ(pos, 5u);
     EXPECT_FALSE(ParameterUtils::WriteString(nullptr, buffer, 6, pos, true, nullptr));
     EXPECT_FALSE(ParameterUtils::WriteString("a", nullptr, 6, pos, true, nullptr));
     EXPECT_EQ(pos, 5u);
-    EXPECT_EQ(capture.Messages(),
-              (std::vector<std::string>{"Insufficient space in buffer to write string: abcde\n",
-                                        "Insufficient space in buffer to write string\n",
-                                        "Insufficient space in buffer to write string: a\n"}));
-}
+    EXPECT_EQ(capture.Messages(), (Messages{"Insufficient space in buffer to write string: abcde\n",
+                                            "Insufficient space in buffer to write string\n",
+                                            "Insufficient space in buffer to write string: a\n"}));
 
-TEST(ParameterUtilsWriteTest, WriteStringWithoutNulLetsTheNextWriteContinue)
-{
-    char buffer[16];
-    std::memset(buffer, 'x', sizeof(buffer));
-    auto* bytes = reinterpret_cast<unsigned char*>(buffer);
-    unsigned int pos = 0;
+    char text[16];
+    auto* bytes = reinterpret_cast<unsigned char*>(text);
+    pos = 0;
     EXPECT_TRUE(ParameterUtils::WriteString("ab", bytes, 16, pos, false, nullptr));
-    EXPECT_EQ(pos, 2u);
     EXPECT_TRUE(ParameterUtils::WriteString(nullptr, bytes, 16, pos, false, nullptr));
     EXPECT_EQ(pos, 2u);
     EXPECT_TRUE(ParameterUtils::WriteString("cd", bytes, 16, pos, true, nullptr));
-    EXPECT_EQ(pos, 5u);
     EXPECT_TRUE(ParameterUtils::WriteString("e", bytes, 16, pos, true, nullptr));
     EXPECT_EQ(pos, 7u);
-    EXPECT_EQ(std::string(buffer, 7), std::string("abcd\0e\0", 7));
+    EXPECT_EQ(std::string(text, 7), std::string("abcd\0e\0", 7));
 }
 
-TEST(ParameterUtilsTextTest, GetStringPos)
+// ---- Typed number reads -------------------------------------------------------------------------
+
+/// An element of the file with one type code, as a definition record would make it.
+struct FileElement
+{
+    explicit FileElement(ParameterDefinitionType type, uint16_t flags = 0)
+        : element(0x1234, new ParameterDefinitionElementInfo(type, 0, flags, 1, 1))
+    {
+    }
+    ParameterDefinitionElement element;
+};
+
+template <typename T> uint64_t Bits(T value)
+{
+    std::conditional_t<sizeof(T) == 4, uint32_t, uint64_t> bits = 0;
+    std::memcpy(&bits, &value, sizeof(bits));
+    return bits;
+}
+
+std::vector<uint8_t> Fields(std::vector<uint64_t> const& values, unsigned int width)
+{
+    TuningWriter::ByteSink sink;
+    for (uint64_t value : values) {
+        if (width == 1)
+            sink.PutU8(static_cast<uint8_t>(value));
+        else if (width == 2)
+            sink.PutU16(static_cast<uint16_t>(value));
+        else if (width == 4)
+            sink.PutU32(static_cast<uint32_t>(value));
+        else
+            sink.PutU64(value);
+    }
+    return sink.Take();
+}
+
+template <typename T>
+T ReadOne(std::vector<uint8_t> const& bytes, ParameterDefinitionElement* element, bool& ok)
+{
+    T value{};
+    unsigned int pos = 0;
+    ok = ParameterUtils::Read<T>(&value, element, bytes.data(),
+                                 static_cast<unsigned int>(bytes.size()), pos, 1, nullptr);
+    return value;
+}
+
+// Each source code into each target: integers saturate, floats truncate, code 22 is signed into
+// integers but unsigned into floating types, the four-byte flag makes a float, and an undefined
+// float is 0 in integers.
+TEST(ParameterUtilsReadTest, ConvertsEachSourceCodeIntoEachTarget)
+{
+    float const single39 = 3.9f;
+    struct
+    {
+        char const* name;
+        ParameterDefinitionType type;
+        uint16_t flags;
+        std::vector<uint8_t> bytes;
+        int asInt;
+        unsigned int asUInt;
+        unsigned short asUShort;
+        unsigned char asUChar;
+        float asFloat;
+        double asDouble;
+    } const cases[] = {
+        {"int8 -5", TypeInt8, 0, Fields({0xFB}, 1), -5, 0xFFFFFFFBu, 0xFFFB, 0xFB, -5.0f, -5.0},
+        {"uint16 max", TypeUInt16, 0, Fields({0xFFFF}, 2), 65535, 65535u, 65535, 0xFF, 65535.0f,
+         65535.0},
+        {"int32 -1", TypeInt32, 0, Fields({0xFFFFFFFF}, 4), -1, 0xFFFFFFFFu, 0xFFFF, 0xFF, -1.0f,
+         -1.0},
+        {"code 22 all ones", TypeIntLike, 0, Fields({0xFFFFFFFF}, 4), -1, 0xFFFFFFFFu, 0xFFFF, 0xFF,
+         4294967295.0f, 4294967295.0},
+        {"uint64 above 32 bits", TypeUInt64, 0, Fields({0x100000005ull}, 8), 5, 5u, 5, 5,
+         4294967301.0f, 4294967301.0},
+        {"int64 -2", TypeInt64, 0, Fields({static_cast<uint64_t>(-2)}, 8), -2, 0xFFFFFFFEu, 0xFFFE,
+         0xFE, -2.0f, -2.0},
+        {"float 3.9 truncates", TypeFloat, 0, Fields({Bits(3.9f)}, 4), 3, 3u, 3, 3, 3.9f,
+         static_cast<double>(single39)},
+        {"float -3.9 saturates unsigned", TypeFloat, 0, Fields({Bits(-3.9f)}, 4), -3, 0u, 0, 0,
+         -3.9f, static_cast<double>(-single39)},
+        {"float 1e10 saturates", TypeFloat, 0, Fields({Bits(1e10f)}, 4), INT_MAX, UINT_MAX, 65535,
+         255, 1e10f, 1e10},
+        {"double -1e30 saturates", TypeDouble, 0, Fields({Bits(-1e30)}, 8), INT_MIN, 0u, 0, 0,
+         -1e30f, -1e30},
+        {"four-byte flag makes a float", TypeUInt32, 1, Fields({Bits(7.75f)}, 4), 7, 7u, 7, 7,
+         7.75f, 7.75},
+        {"undefined float", TypeFloat, 0, Fields({Bits(NAN)}, 4), 0, 0u, 0, 0, NAN, NAN},
+    };
+    for (auto const& test : cases) {
+        SCOPED_TRACE(test.name);
+        FileElement file(test.type, test.flags);
+        ParameterDefinitionElement* element = &file.element;
+        bool ok[6] = {};
+        EXPECT_EQ(ReadOne<int>(test.bytes, element, ok[0]), test.asInt);
+        EXPECT_EQ(ReadOne<unsigned int>(test.bytes, element, ok[1]), test.asUInt);
+        EXPECT_EQ(ReadOne<unsigned short>(test.bytes, element, ok[2]), test.asUShort);
+        EXPECT_EQ(ReadOne<unsigned char>(test.bytes, element, ok[3]), test.asUChar);
+        float const asFloat = ReadOne<float>(test.bytes, element, ok[4]);
+        double const asDouble = ReadOne<double>(test.bytes, element, ok[5]);
+        if (!std::isnan(test.asFloat)) {
+            EXPECT_EQ(asFloat, test.asFloat);
+            EXPECT_EQ(asDouble, test.asDouble);
+        }
+        EXPECT_EQ(std::vector<bool>(ok, ok + 6), std::vector<bool>(6, true));
+    }
+}
+
+// Without an element the target's own width is wanted: a short read fails. A converted value that
+// is not there reads as 0 and the field still counts as read. A code that is no number is refused.
+TEST(ParameterUtilsReadTest, ShortReadFailsOnlyTheReadOfTheTargetsOwnWidth)
+{
+    ParamTest::LogCapture log;
+    std::vector<uint8_t> const twoBytes = Fields({0x0102}, 2);
+    bool ok = true;
+    EXPECT_EQ(ReadOne<int>(twoBytes, nullptr, ok), 0);
+    EXPECT_FALSE(ok);
+    FileElement file(TypeUInt32);
+    EXPECT_EQ(ReadOne<double>(twoBytes, &file.element, ok), 0.0);
+    EXPECT_TRUE(ok);
+    FileElement structure(TypeStructure);
+    ReadOne<unsigned int>(Fields({1}, 4), &structure.element, ok);
+    EXPECT_FALSE(ok);
+    unsigned int pos = 0;
+    EXPECT_FALSE(ParameterUtils::Read<int>(nullptr, nullptr, nullptr, 0, pos, 1, nullptr));
+    std::string const shortRead = "Failed to read 4 bytes from binary file offset 0, length 2\n";
+    EXPECT_EQ(log.Messages(), (Messages{shortRead, shortRead, "Read: Invalid read type 5\n"}));
+}
+
+template <typename T>
+std::vector<T> ReadMany(std::vector<uint8_t> const& bytes, ParameterDefinitionElement* element,
+                        unsigned int count, bool& ok, bool noFloat = false)
+{
+    std::vector<T> values(count);
+    unsigned int pos = 0;
+    auto const length = static_cast<unsigned int>(bytes.size());
+    if constexpr (sizeof(T) == 4 && !std::is_floating_point_v<T>) {
+        if (noFloat) {
+            ok = ParameterUtils::ReadArrayNoFloat<T>(values.data(), element, bytes.data(), length,
+                                                     pos, count, 1, nullptr);
+            return values;
+        }
+    }
+    ok = ParameterUtils::ReadArray<T>(values.data(), element, bytes.data(), length, pos, count, 1,
+                                      nullptr);
+    return values;
+}
+
+enum class SampleEnum : uint32_t
+{
+    Zero,
+    One,
+    Two,
+    Three,
+};
+
+// Arrays convert by code; another integer width is converted but reported, and in arrays code 22
+// is signed, also into floating types. Enumerations keep converted values: the no-float form
+// reports the byte read, not the conversion, and takes four-byte values as they stand.
+TEST(ParameterUtilsReadArrayTest, ConvertsByCodeAndFailsOtherIntegerWidths)
+{
+    bool ok = false;
+    FileElement int16(TypeInt16), single(TypeFloat), wide(TypeDouble), intLike(TypeIntLike),
+        uint32(TypeUInt32), fourByte(TypeUInt32, ElementFourByte), text(TypeString);
+    std::vector<uint8_t> const sevenEight = Fields({7, 8}, 4);
+    EXPECT_EQ(ReadMany<int>(Fields({0xFFFF, 300}, 2), &int16.element, 2, ok),
+              (std::vector<int>{-1, 300}));
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(ReadMany<int>(Fields({Bits(2.9f), Bits(-2.9f)}, 4), &single.element, 2, ok),
+              (std::vector<int>{2, -2}));
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(ReadMany<float>(Fields({Bits(1.5), Bits(-0.25)}, 8), &wide.element, 2, ok),
+              (std::vector<float>{1.5f, -0.25f}));
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(ReadMany<double>(Fields({0xFFFFFFFF}, 4), &intLike.element, 1, ok),
+              std::vector<double>{-1.0});
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(ReadMany<unsigned int>(sevenEight, &uint32.element, 2, ok),
+              (std::vector<unsigned int>{7, 8}));
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(ReadMany<int>(sevenEight, &uint32.element, 2, ok), (std::vector<int>{7, 8}));
+    EXPECT_FALSE(ok) << "code 13 is no direct code of int";
+
+    EXPECT_EQ(ReadMany<SampleEnum>(Fields({3, 1}, 2), &int16.element, 2, ok, true),
+              (std::vector<SampleEnum>{SampleEnum::Three, SampleEnum::One}));
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(ReadMany<SampleEnum>(Fields({Bits(2.9f)}, 4), &single.element, 1, ok, true),
+              std::vector<SampleEnum>{SampleEnum::Two});
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(ReadMany<SampleEnum>(Fields({1}, 4), &fourByte.element, 1, ok, true),
+              std::vector<SampleEnum>{SampleEnum::One});
+    EXPECT_TRUE(ok);
+
+    ParamTest::LogCapture log;
+    EXPECT_EQ(ReadMany<unsigned int>(sevenEight, nullptr, 3, ok),
+              (std::vector<unsigned int>{7, 8, 0}));
+    EXPECT_FALSE(ok);
+    ReadMany<int>(Fields({5}, 4), &text.element, 1, ok);
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(log.Messages(), (Messages{"ReadBuffer failed, read 8 bytes, expected 12 bytes\n",
+                                        "ReadArrayNoFloat: Invalid read type 24. XSD structure "
+                                        "modified\n"}));
+}
+
+TEST(ParameterFileSymbolTableEntryReadArrayTest, AllocatingFloatReadDropsIntegerSources)
+{
+    ParamTest::LogCapture log;
+    std::vector<uint8_t> bytes = Fields({Bits(0.5f), Bits(1.5f)}, 4);
+    ParameterFileSymbolTableEntry entry;
+    entry.Data = bytes.data();
+    entry.Size = static_cast<uint32_t>(bytes.size());
+    FileElement single(TypeFloat);
+    float* values = entry.ReadArray(&single.element, 2, NoLoadLimit);
+    ASSERT_NE(values, nullptr);
+    EXPECT_EQ(values[1], 1.5f);
+    VornFree(values, VornTagRelease);
+    entry.Position = 0;
+    FileElement integer(TypeInt32);
+    EXPECT_EQ(entry.ReadArray(&integer.element, 2, NoLoadLimit), nullptr);
+    EXPECT_TRUE(log.HasMessage("Insufficient data to read array from symbol table entry\n"));
+    entry.Data = nullptr; // borrowed
+}
+
+// ---- Text scanning ------------------------------------------------------------------------------
+
+TEST(ParameterUtilsTextTest, GetStringPosAndGetSubString)
 {
     EXPECT_EQ(ParameterUtils::GetStringPos("a.b.c", '.'), 1);
     EXPECT_EQ(ParameterUtils::GetStringPos("abc", 'c'), 2);
     EXPECT_EQ(ParameterUtils::GetStringPos("abc", 'x'), -1);
     EXPECT_EQ(ParameterUtils::GetStringPos("", 'a'), -1);
     EXPECT_EQ(ParameterUtils::GetStringPos(nullptr, 'a'), -1);
-}
-
-struct SubStringCase
-{
-    char const* text;
-    char delimiter;
-    unsigned int resultLength;
-    char const* expected;
-    unsigned int copied;
-};
-
-TEST(ParameterUtilsTextTest, GetSubStringCopiesUpToDelimiterOrRoom)
-{
-    SubStringCase const cases[] = {
-        {"mode.sub", '.', 16, "mode", 4}, {"nodelimiter", '.', 16, "nodelimiter", 11},
-        {".lead", '.', 16, "", 0},        {"abcdef", '.', 4, "abc", 3},
-        {"abc", '.', 1, "", 0},           {"abc", '.', 4, "abc", 3},
+    // text, room, what is copied: up to the delimiter or the room.
+    struct
+    {
+        char const* text;
+        unsigned int room;
+        char const* expected;
+    } const cases[] = {
+        {"mode.sub", 16, "mode"}, {"nodelimiter", 16, "nodelimiter"},
+        {".lead", 16, ""},        {"abcdef", 4, "abc"},
+        {"abc", 1, ""},           {"abc", 4, "abc"},
     };
-    for (SubStringCase const& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.text << " room " << c.resultLength);
+    for (auto const& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.text << " room " << c.room);
         char result[16];
         std::memset(result, 'x', sizeof(result));
-        EXPECT_EQ(ParameterUtils::GetSubString(c.text, c.delimiter, result, c.resultLength),
-                  c.copied);
+        EXPECT_EQ(ParameterUtils::GetSubString(c.text, '.', result, c.room), strlen(c.expected));
         EXPECT_STREQ(result, c.expected);
     }
-
     char untouched[4] = {'x', 'x', 'x', '\0'};
     EXPECT_EQ(ParameterUtils::GetSubString("abc", '.', untouched, 0), 0u);
     EXPECT_EQ(ParameterUtils::GetSubString(nullptr, '.', untouched, 4), 0u);
@@ -251,19 +562,20 @@ TEST(ParameterUtilsTextTest, GetSubStringCopiesUpToDelimiterOrRoom)
     EXPECT_STREQ(untouched, "xxx");
 }
 
-struct VariableCase
-{
-    char const* path;
-    unsigned long nameLength;
-    char const* name;
-    unsigned int index;
-    unsigned int consumed;
-};
-
+// The first component of a value path, its index and the characters consumed; a component keeps
+// at most 128 characters.
 TEST(ParameterUtilsTextTest, GetVariableTakesTheFirstComponent)
 {
     unsigned int const unchanged = 77;
-    VariableCase const cases[] = {
+    std::string const longest = std::string(128, 'n') + ".rest";
+    std::string const tooLong = std::string(129, 'n') + ".rest";
+    struct
+    {
+        std::string path;
+        unsigned long nameLength;
+        std::string name;
+        unsigned int index, consumed;
+    } const cases[] = {
         {"abc[3].def", 64, "abc", 3, 7},
         {"abc", 64, "abc", unchanged, 3},
         {"abc.def", 64, "abc", unchanged, 4},
@@ -275,87 +587,66 @@ TEST(ParameterUtilsTextTest, GetVariableTakesTheFirstComponent)
         {"longname[1]", 5, "long", 1, 11},  // the name is cut to its room
         {"", 64, "", unchanged, 0},
         {".abc", 64, "", unchanged, 0}, // an empty component consumes nothing
+        {longest, 256, std::string(128, 'n'), unchanged, 129},
+        {tooLong, 256, std::string(128, 'n'), unchanged, 128},
     };
-    for (VariableCase const& c : cases) {
+    for (auto const& c : cases) {
         SCOPED_TRACE(c.path);
-        char name[64];
+        char name[256];
         std::memset(name, 'x', sizeof(name));
         unsigned int index = unchanged;
-        EXPECT_EQ(ParameterUtils::GetVariable(c.path, name, index, c.nameLength), c.consumed);
-        EXPECT_STREQ(name, c.name);
+        EXPECT_EQ(ParameterUtils::GetVariable(c.path.c_str(), name, index, c.nameLength),
+                  c.consumed);
+        EXPECT_EQ(std::string(name), c.name);
         EXPECT_EQ(index, c.index);
     }
 }
 
-TEST(ParameterUtilsTextTest, GetVariableKeepsAtMost128CharactersOfAComponent)
-{
-    std::string const path = std::string(200, 'n') + ".rest";
-    char name[256];
-    unsigned int index = 0;
-    EXPECT_EQ(ParameterUtils::GetVariable(path.c_str(), name, index, sizeof(name)), 128u);
-    EXPECT_EQ(std::string(name), std::string(128, 'n'));
-}
+// ---- Numbers and text ---------------------------------------------------------------------------
 
-struct ParseCase
-{
-    char const* text;
-    double value;
-};
-
+// A sign, digits and one point; what stands ahead of a "-" is ignored; everything else is refused
+// as 0. A "-" alone is a negative zero.
 TEST(ParameterUtilsNumberTest, StringToDoubleAcceptsSignDigitsAndOnePoint)
 {
-    ParseCase const cases[] = {
-        {"12.5", 12.5},
-        {"0", 0.0},
-        {"007", 7.0},
-        {"-3.25", -3.25},
-        {".5", 0.5},
-        {"5.", 5.0},
-        {"4294967295", 4294967295.0},
-        {"0.125", 0.125},
-        {"x-2", -2.0}, // what stands ahead of the "-" is ignored
-        {".", 0.0},
+    struct
+    {
+        char const* text;
+        double value;
+        bool ok;
+    } const cases[] = {
+        {"12.5", 12.5, true},   {"0", 0.0, true},
+        {"007", 7.0, true},     {"-3.25", -3.25, true},
+        {".5", 0.5, true},      {"5.", 5.0, true},
+        {"0.125", 0.125, true}, {"4294967295", 4294967295.0, true},
+        {"x-2", -2.0, true},    {".", 0.0, true},
+        {"1e3", 0, false},      {"1.2.3", 0, false},
+        {"12a", 0, false},      {" 1", 0, false},
+        {"+1", 0, false},       {"--1", 0, false},
+        {"0x10", 0, false},     {"", 0, false},
+        {nullptr, 0, false},
     };
-    for (ParseCase const& c : cases) {
-        SCOPED_TRACE(c.text);
-        bool ok = false;
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.text != nullptr ? c.text : "null");
+        bool ok = !c.ok;
         EXPECT_EQ(ParameterUtils::StringToDouble(c.text, ok), c.value);
-        EXPECT_TRUE(ok);
+        EXPECT_EQ(ok, c.ok);
     }
-
     bool ok = false;
     double const minusAlone = ParameterUtils::StringToDouble("-", ok);
-    EXPECT_TRUE(ok);
-    EXPECT_EQ(minusAlone, 0.0);
-    EXPECT_TRUE(std::signbit(minusAlone));
+    EXPECT_TRUE(ok && minusAlone == 0.0 && std::signbit(minusAlone));
 }
 
-TEST(ParameterUtilsNumberTest, StringToDoubleRefusesEverythingElse)
-{
-    char const* const texts[] = {"1e3", "1.2.3", "12a", " 1", "+1", "--1", "0x10", ""};
-    for (char const* text : texts) {
-        SCOPED_TRACE(text);
-        bool ok = true;
-        EXPECT_EQ(ParameterUtils::StringToDouble(text, ok), 0.0);
-        EXPECT_FALSE(ok);
-    }
-    bool ok = true;
-    EXPECT_EQ(ParameterUtils::StringToDouble(nullptr, ok), 0.0);
-    EXPECT_FALSE(ok);
-}
-
-struct FormatCase
-{
-    double value;
-    unsigned int precision;
-    unsigned int length;
-    char const* text;
-    bool ok;
-};
-
+// Rounding half up at the precision, carries across the point, cutting where the text is full,
+// and failures that say nothing fits; never a byte past the given length.
 TEST(ParameterUtilsNumberTest, DoubleToString)
 {
-    FormatCase const cases[] = {
+    struct
+    {
+        double value;
+        unsigned int precision, length;
+        char const* text;
+        bool ok;
+    } const cases[] = {
         {0.0, 10, 64, "0.0", true},
         {100.0, 10, 64, "100.0", true},
         {1.5, 10, 64, "1.5", true},
@@ -380,26 +671,23 @@ TEST(ParameterUtilsNumberTest, DoubleToString)
         {-5.0, 10, 3, "-5", true},
         {7.0, 10, 1, "", false},
         {9.96, 1, 4, "10", false}, // the carry's leading "1" pushes out the last digit
+        {INFINITY, 10, 32, "0", false},
+        {-INFINITY, 10, 32, "-", false},
+        {NAN, 10, 32, "0", false},
     };
-    for (FormatCase const& c : cases) {
+    for (auto const& c : cases) {
         SCOPED_TRACE(testing::Message()
                      << c.value << " precision " << c.precision << " length " << c.length);
         char text[64];
         std::memset(text, 'x', sizeof(text));
         bool ok = !c.ok;
-        unsigned int const written =
-            ParameterUtils::DoubleToString(c.value, text, c.length, c.precision, ok);
+        EXPECT_EQ(ParameterUtils::DoubleToString(c.value, text, c.length, c.precision, ok),
+                  std::strlen(c.text));
         EXPECT_STREQ(text, c.text);
-        EXPECT_EQ(written, std::strlen(c.text));
         EXPECT_EQ(ok, c.ok);
-        // Never a byte past the given length.
-        for (unsigned int i = c.length; i < sizeof(text); ++i)
-            ASSERT_EQ(text[i], 'x') << "byte " << i;
+        EXPECT_EQ(std::string(text + c.length, sizeof(text) - c.length),
+                  std::string(sizeof(text) - c.length, 'x'));
     }
-}
-
-TEST(ParameterUtilsNumberTest, DoubleToStringOfNothingWritesNothing)
-{
     char text[4] = {'x', 'x', 'x', 'x'};
     bool ok = true;
     EXPECT_EQ(ParameterUtils::DoubleToString(1.0, nullptr, 10, 10, ok), 0u);
@@ -408,32 +696,13 @@ TEST(ParameterUtilsNumberTest, DoubleToStringOfNothingWritesNothing)
     EXPECT_EQ(ParameterUtils::DoubleToString(1.0, text, 0, 10, ok), 0u);
     EXPECT_FALSE(ok);
     EXPECT_EQ(text[0], 'x');
-}
-
-TEST(ParameterUtilsNumberTest, DoubleToStringOfNonFiniteValuesSaysNothingFits)
-{
-    char text[32];
-    bool ok = true;
-    ParameterUtils::DoubleToString(INFINITY, text, sizeof(text), 10, ok);
-    EXPECT_STREQ(text, "0");
-    EXPECT_FALSE(ok);
-    ParameterUtils::DoubleToString(-INFINITY, text, sizeof(text), 10, ok);
-    EXPECT_STREQ(text, "-");
-    EXPECT_FALSE(ok);
-    ParameterUtils::DoubleToString(NAN, text, sizeof(text), 10, ok);
-    EXPECT_STREQ(text, "0");
-    EXPECT_FALSE(ok);
-}
-
-TEST(ParameterUtilsNumberTest, TextRoundTripsThroughBothConversions)
-{
+    // Text round-trips through both conversions.
     for (double value : {0.5, 12.25, -7.125, 1234567.0, 0.0001}) {
-        char text[64];
-        bool formatted = false;
-        ParameterUtils::DoubleToString(value, text, sizeof(text), 10, formatted);
-        bool parsed = false;
-        EXPECT_DOUBLE_EQ(ParameterUtils::StringToDouble(text, parsed), value) << text;
-        EXPECT_TRUE(formatted && parsed) << text;
+        char formatted[64];
+        bool wrote = false, parsed = false;
+        ParameterUtils::DoubleToString(value, formatted, sizeof(formatted), 10, wrote);
+        EXPECT_DOUBLE_EQ(ParameterUtils::StringToDouble(formatted, parsed), value) << formatted;
+        EXPECT_TRUE(wrote && parsed) << formatted;
     }
 }
 

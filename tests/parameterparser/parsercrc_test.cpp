@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The checksums and the name hash: check values, the sliced form against the bytewise reference,
-// seeds, and Validate with its failure texts.
+// The checksums and the name hash: check values, the sliced and folded forms against the bytewise
+// reference, seeds, and Validate with its failure texts.
 #include "parameterparser/parsercrc.h"
 
 #include <cstdio>
@@ -31,42 +31,26 @@ std::vector<unsigned char> RandomBytes(size_t size, unsigned int seed)
     return bytes;
 }
 
-TEST(ParserCRCTest, StandardCheckValues)
+// The standard check values of both checksums, known name hashes (the 64-bit CRC with the length
+// added), and empty input: CRC-32 hands back the seed untouched, while the 64-bit CRC with the
+// length added still runs the four zero bytes of the length through the table.
+TEST(ParserCRCTest, CheckValuesAndNameHashes)
 {
     char const* text = "123456789";
     EXPECT_EQ(ParserCRC32::GetCRC(Bytes(text), 9, 0), 0xCBF43926u);
     EXPECT_EQ(ParserCRC32::GetCRCBytewise(Bytes(text), 9, 0), 0xCBF43926u);
-    EXPECT_EQ(ParserCRC64::GetCRC(Bytes(text), 9, false, 0), 0xB86883E6FA710A9Ful);
-    EXPECT_EQ(ParserCRC64::GetCRC(Bytes(text), 9, true, 0), 0xAB8C87CA648D9480ul);
-    EXPECT_EQ(ParserCRC64::GetCRCBytewise(Bytes(text), 9, false, 0), 0xB86883E6FA710A9Ful);
-    EXPECT_EQ(ParserCRC64::GetCRCBytewise(Bytes(text), 9, true, 0), 0xAB8C87CA648D9480ul);
-}
-
-TEST(ParserCRCTest, NameHashes)
-{
-    struct
-    {
-        char const* name;
-        unsigned long hash;
-    } const cases[] = {
+    for (bool addLength : {false, true}) {
+        unsigned long const check = addLength ? 0xAB8C87CA648D9480ul : 0xB86883E6FA710A9Ful;
+        EXPECT_EQ(ParserCRC64::GetCRC(Bytes(text), 9, addLength, 0), check);
+        EXPECT_EQ(ParserCRC64::GetCRCBytewise(Bytes(text), 9, addLength, 0), check);
+    }
+    std::pair<char const*, unsigned long> const names[] = {
         {"triggerPt", 0xCB944A716851FFCEul},
         {"triggerData", 0xD5DC9FCB428AF073ul},
-        {"rollShrinkFactor", 0xF11C6C41C908FAABul},
-    };
-    for (auto const& c : cases) {
-        EXPECT_EQ(ParserCRC64::HashName(c.name), c.hash) << c.name;
-        EXPECT_EQ(
-            ParserCRC64::GetCRC(Bytes(c.name), static_cast<unsigned int>(strlen(c.name)), true, 0),
-            c.hash)
-            << c.name;
+        {"rollShrinkFactor", 0xF11C6C41C908FAABul}};
+    for (auto const& [name, hash] : names) {
+        EXPECT_EQ(ParserCRC64::HashName(name), hash) << name;
     }
-    EXPECT_EQ(ParserCRC64::HashName(nullptr), ParserCRC64::HashName(""));
-}
-
-TEST(ParserCRCTest, EmptyInput)
-{
-    // CRC-32 hands back the seed untouched; the 64-bit CRC with the length added still runs the
-    // four zero bytes of the length through the table.
     unsigned char const zeros[4] = {0, 0, 0, 0};
     for (unsigned int seed : {0u, 0x12345678u, 0xFFFFFFFFu}) {
         EXPECT_EQ(ParserCRC32::GetCRC(nullptr, 0, seed), seed);
@@ -75,6 +59,7 @@ TEST(ParserCRCTest, EmptyInput)
     EXPECT_EQ(ParserCRC64::GetCRC(nullptr, 0, false, 0), 0ul);
     EXPECT_EQ(ParserCRC64::GetCRC(nullptr, 0, true, 0), ParserCRC64::GetCRC(zeros, 4, false, 0));
     EXPECT_NE(ParserCRC64::GetCRC(nullptr, 0, true, 0), 0ul);
+    EXPECT_EQ(ParserCRC64::HashName(nullptr), ParserCRC64::GetCRC(zeros, 4, false, 0));
     EXPECT_EQ(ParserCRC64::HashName(""), ParserCRC64::GetCRC(zeros, 4, false, 0));
 }
 
@@ -105,20 +90,19 @@ TEST(ParserCRCTest, EveryFormEqualsBytewiseForm)
     lengths.insert(lengths.end(), {4096u, 65536u + 3u, (1u << 20) + 5u});
     for (ParserCRCForm form :
          {ParserCRCForm::Sliced, ParserCRCForm::Clmul, ParserCRCForm::Clmul512}) {
-        if (!ParserCRCFormAvailable(form)) {
+        if (!ParserCRCFormAvailable(form))
             std::printf("form %d: not on this processor, computed as sliced\n",
                         static_cast<int>(form));
-        }
         for (unsigned int length : lengths) {
             for (unsigned int offset : {0u, 1u, 8u, 15u}) {
                 unsigned char const* start = data.data() + offset;
                 auto const seed = seeds();
                 auto const seed32 = static_cast<unsigned int>(seed);
+                bool const addLength = (length & 1) != 0;
                 ASSERT_EQ(ParserCRC32::GetCRCWith(form, start, length, seed32),
                           ParserCRC32::GetCRCBytewise(start, length, seed32))
                     << "form " << static_cast<int>(form) << " offset " << offset << " length "
                     << length << " seed " << seed32;
-                bool const addLength = (length & 1) != 0;
                 ASSERT_EQ(ParserCRC64::GetCRCWith(form, start, length, addLength, seed),
                           ParserCRC64::GetCRCBytewise(start, length, addLength, seed))
                     << "form " << static_cast<int>(form) << " offset " << offset << " length "
@@ -131,80 +115,72 @@ TEST(ParserCRCTest, EveryFormEqualsBytewiseForm)
               ParserCRC64::GetCRCBytewise(data.data(), 1000, true, 9));
 }
 
-// A payload followed by its checksum, little-endian, as a file stores it.
-std::vector<unsigned char> WithCrc32(std::vector<unsigned char> payload)
+// A payload followed by its checksum, little-endian, as a file stores it: the 32-bit one, or the
+// 64-bit one with or without the length.
+std::vector<unsigned char> WithCrc(std::vector<unsigned char> payload, int width,
+                                   bool addLength = false)
 {
     TuningWriter::ByteSink sink(1);
     sink.PutBytes(payload);
-    sink.PutU32(
-        ParserCRC32::GetCRCBytewise(payload.data(), static_cast<unsigned int>(payload.size()), 0));
+    auto const size = static_cast<unsigned int>(payload.size());
+    if (width == 32)
+        sink.PutU32(ParserCRC32::GetCRCBytewise(payload.data(), size, 0));
+    else
+        sink.PutU64(ParserCRC64::GetCRCBytewise(payload.data(), size, addLength, 0));
     return sink.Take();
 }
 
-std::vector<unsigned char> WithCrc64(std::vector<unsigned char> payload, bool addLength)
+// Validate accepts a stored checksum down to a payload of one byte; a buffer no larger than the
+// checksum is refused, and a mismatch names the computed value, then the stored one, at the
+// checksum's width. The length is part of the 64-bit checksum: a file checked the other way round
+// fails.
+TEST(ParserCRCTest, ValidateComparesTheStoredChecksum)
 {
-    TuningWriter::ByteSink sink(1);
-    sink.PutBytes(payload);
-    sink.PutU64(ParserCRC64::GetCRCBytewise(
-        payload.data(), static_cast<unsigned int>(payload.size()), addLength, 0));
-    return sink.Take();
-}
-
-unsigned int Size(std::vector<unsigned char> const& bytes)
-{
-    return static_cast<unsigned int>(bytes.size());
-}
-
-TEST(ParserCRCTest, ValidateAcceptsStoredChecksum)
-{
-    ParamTest::LogCapture capture;
-    for (size_t payload : {1u, 8u, 300u}) {
-        std::vector<unsigned char> const file32 = WithCrc32(RandomBytes(payload, 3));
-        EXPECT_TRUE(ParserCRC32::Validate(file32.data(), Size(file32), nullptr)) << payload;
-        for (bool addLength : {false, true}) {
-            std::vector<unsigned char> const file64 = WithCrc64(RandomBytes(payload, 4), addLength);
-            EXPECT_TRUE(ParserCRC64::Validate(file64.data(), Size(file64), addLength, nullptr))
-                << payload;
+    std::string const tooSmall = "Binary file CRC validation failed. Buffer too small\n";
+    std::vector<unsigned char> damaged = WithCrc({'a', 'b', 'c'}, 32);
+    damaged[1] ^= 0x01;
+    char mismatch32[128], mismatch64[128];
+    std::snprintf(mismatch32, sizeof(mismatch32),
+                  "Binary file CRC validation failed. Expected: %08x, Actual: %08x\n",
+                  ParserCRC32::GetCRC(damaged.data(), 3, 0), 0x352441C2u); // the CRC-32 of "abc"
+    std::snprintf(mismatch64, sizeof(mismatch64),
+                  "Binary file CRC validation failed. Expected: %016lx, Actual: %016lx\n",
+                  ParserCRC64::GetCRC(Bytes("abc"), 3, false, 0),
+                  ParserCRC64::GetCRC(Bytes("abc"), 3, true, 0));
+    struct
+    {
+        std::vector<unsigned char> bytes;
+        unsigned int length; ///< 0: the whole buffer
+        int width;
+        bool addLength, valid;
+        std::string message;
+    } const cases[] = {
+        {WithCrc(RandomBytes(1, 3), 32), 0, 32, false, true, ""},
+        {WithCrc(RandomBytes(300, 3), 32), 0, 32, false, true, ""},
+        {WithCrc(RandomBytes(1, 4), 64, false), 0, 64, false, true, ""},
+        {WithCrc(RandomBytes(8, 4), 64, true), 0, 64, true, true, ""},
+        {WithCrc(RandomBytes(300, 4), 64, true), 0, 64, true, true, ""},
+        {std::vector<unsigned char>(8, 0), 4, 32, false, false, tooSmall},
+        {std::vector<unsigned char>(8, 0), 8, 64, true, false, tooSmall},
+        {{}, 100, 64, true, false, tooSmall},
+        {damaged, 0, 32, false, false, mismatch32},
+        {WithCrc({'a', 'b', 'c'}, 64, true), 0, 64, false, false, mismatch64},
+    };
+    for (auto const& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.bytes.size() << " bytes, width " << c.width);
+        ParamTest::LogCapture capture;
+        unsigned char const* data = c.bytes.empty() ? nullptr : c.bytes.data();
+        unsigned int const length =
+            c.length != 0 ? c.length : static_cast<unsigned int>(c.bytes.size());
+        EXPECT_EQ(c.width == 32 ? ParserCRC32::Validate(data, length, nullptr)
+                                : ParserCRC64::Validate(data, length, c.addLength, nullptr),
+                  c.valid);
+        EXPECT_EQ(capture.Messages(), c.message.empty() ? std::vector<std::string>{}
+                                                        : std::vector<std::string>{c.message});
+        if (!c.valid) {
+            EXPECT_EQ(capture.Lines()[0].severity, 'E');
         }
     }
-    EXPECT_TRUE(capture.Messages().empty());
-}
-
-TEST(ParserCRCTest, ValidateRejectsTooSmallBuffers)
-{
-    std::vector<unsigned char> const bytes(8, 0);
-    ParamTest::LogCapture capture;
-    EXPECT_FALSE(ParserCRC32::Validate(bytes.data(), 4, nullptr));
-    EXPECT_FALSE(ParserCRC64::Validate(bytes.data(), 8, true, nullptr));
-    EXPECT_FALSE(ParserCRC64::Validate(nullptr, 100, true, nullptr));
-    std::string const tooSmall = "Binary file CRC validation failed. Buffer too small\n";
-    EXPECT_EQ(capture.Messages(), (std::vector<std::string>{tooSmall, tooSmall, tooSmall}));
-    EXPECT_EQ(capture.Lines()[0].severity, 'E');
-}
-
-TEST(ParserCRCTest, ValidateReportsComputedThenStoredValue)
-{
-    std::vector<unsigned char> file32 = WithCrc32({'a', 'b', 'c'});
-    file32[1] ^= 0x01;
-    unsigned int const actual32 = ParserCRC32::GetCRC(file32.data(), 3, 0);
-
-    // The length is part of the 64-bit checksum: a file checked the other way round fails.
-    std::vector<unsigned char> const file64 = WithCrc64({'a', 'b', 'c'}, true);
-    unsigned long const without = ParserCRC64::GetCRC(file64.data(), 3, false, 0);
-
-    ParamTest::LogCapture capture;
-    EXPECT_FALSE(ParserCRC32::Validate(file32.data(), Size(file32), nullptr));
-    EXPECT_FALSE(ParserCRC64::Validate(file64.data(), Size(file64), false, nullptr));
-
-    char expected32[128];
-    std::snprintf(expected32, sizeof(expected32),
-                  "Binary file CRC validation failed. Expected: %08x, Actual: %08x\n", actual32,
-                  0x352441C2u); // the CRC-32 of "abc"
-    char expected64[128];
-    std::snprintf(expected64, sizeof(expected64),
-                  "Binary file CRC validation failed. Expected: %016lx, Actual: %016lx\n", without,
-                  ParserCRC64::GetCRC(Bytes("abc"), 3, true, 0));
-    EXPECT_EQ(capture.Messages(), (std::vector<std::string>{expected32, expected64}));
 }
 
 } // namespace

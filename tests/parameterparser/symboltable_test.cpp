@@ -1,35 +1,39 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tests of the symbol and data tables: layouts of every version, identifiers, duplicate groups,
-// lookups in buffer and file mode, pointers and shared objects.
+// The symbol, data and definition tables: layouts of every version, identifiers and their range,
+// duplicate groups, pointers, shared objects, definition records, structure sizes, verification.
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "parameterparser/modeentry.h"
-#include "parameterparser/modeslot.h"
 #include "parameterparser/moduledata.h"
 #include "parameterparser/parameterbinaryfile.h"
+#include "parameterparser/parameterbytereader.h"
+#include "parameterparser/parameterdefinitions.h"
 #include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parameterfilesymboltableentry.h"
 #include "parameterparser/parsercrc.h"
 #include "tools/writer/bytesink.h"
-#include "tools/writer/symboltablebuilder.h"
-#include "tools/writer/tuningfilewriter.h"
+#include "tools/writer/definitiontablebuilder.h"
 
+#include "tests/common/formatfiles.h"
 #include "tests/common/logcapture.h"
 #include "tests/common/tempfile.h"
 #include "tests/common/testsetmanager.h"
 
 namespace {
 
-using Section = ParameterFileSymbolTable::SectionInfo;
+using TuningWriter::DefinitionElement;
+using TuningWriter::DefinitionTableBuilder;
+using TuningWriter::ElementType;
 using TuningWriter::FileVersion;
 using TuningWriter::ModuleEntry;
 using TuningWriter::SymbolTableBuilder;
@@ -42,9 +46,9 @@ std::vector<uint8_t> Bytes(std::string const& text)
 
 std::string TextOf(ParameterFileSymbolTableEntry const& entry)
 {
-    if (entry.Data == nullptr)
-        return "<none>";
-    return std::string(reinterpret_cast<char const*>(entry.Data), entry.Size);
+    return entry.Data == nullptr
+               ? "<none>"
+               : std::string(reinterpret_cast<char const*>(entry.Data), entry.Size);
 }
 
 std::string VersionName(FileVersion version)
@@ -53,53 +57,18 @@ std::string VersionName(FileVersion version)
            std::to_string(version.patch);
 }
 
-ModuleEntry Module(std::string name, std::string data, uint32_t duplicateOf = 0)
+unsigned long Hash(char const* name)
+{
+    return ParserCRC64::HashName(name);
+}
+
+ModuleEntry Module(std::string name, std::string data)
 {
     ModuleEntry entry;
     entry.name = std::move(name);
     entry.moduleVersion = {3, 4, 0};
     entry.data = Bytes(data);
-    entry.duplicateOf = duplicateOf;
     return entry;
-}
-
-// Every Mode ID names the one Default node: module records of table tests always find a mode.
-class SingleModeTable : public IModeTable
-{
-public:
-    SingleModeTable() : m_root(true, true) { m_slot.mode = &m_root; }
-    ModeSlot* GetModeEntry(unsigned int) override { return &m_slot; }
-
-private:
-    ModeEntry m_root;
-    ModeSlot m_slot = {};
-};
-
-// A file holding the builder's tables, and where they stand in it.
-struct TableFile
-{
-    std::vector<uint8_t> bytes;
-    Section symbol = {};
-    Section dataTable = {};
-    Section data = {};
-};
-
-TableFile WriteTables(SymbolTableBuilder const& builder)
-{
-    TuningWriter::TuningFileWriter writer(builder.Version());
-    builder.AddTo(writer);
-    SymbolTableBuilder::Sections const sections = builder.Build();
-    // AddTo adds the symbol section, the data table where the version has one, then the data.
-    bool const hasDataTable = SymbolTableBuilder::DataEntrySize(builder.Version()) != 0;
-    TableFile file;
-    size_t index = 0;
-    file.symbol = {writer.SectionOffsetAt(index++), static_cast<uint32_t>(sections.symbol.size())};
-    if (hasDataTable)
-        file.dataTable = {writer.SectionOffsetAt(index++),
-                          static_cast<uint32_t>(sections.dataTable.size())};
-    file.data = {writer.SectionOffsetAt(index), static_cast<uint32_t>(sections.data.size())};
-    file.bytes = writer.Build();
-    return file;
 }
 
 enum class Mode
@@ -114,24 +83,21 @@ class LoadedTable
 public:
     /// Loads the builder's tables; adjust may change where the sections claim to stand.
     bool Load(SymbolTableBuilder const& builder, Mode mode,
-              std::function<void(TableFile&)> const& adjust = {})
+              std::function<void(ParamTest::TableFile&)> const& adjust = {})
     {
         FileVersion const version = builder.Version();
-        m_file = WriteTables(builder);
+        m_file = std::make_unique<ParamTest::TableFile>(builder);
         if (adjust)
-            adjust(m_file);
+            adjust(*m_file);
         m_table = std::make_unique<ParameterFileSymbolTable>(
             &m_manager, TuningWriter::AlignmentFor(version),
             VersionUnion(version.major, version.minor, version.patch));
-        Section const none = {};
         if (mode == Mode::Buffer)
-            return m_table->Load(
-                m_file.bytes.data(), static_cast<unsigned int>(m_file.bytes.size()), nullptr,
-                nullptr, 0, m_file.symbol, m_file.dataTable, m_file.data, none, &m_modes, true);
-        m_temp = std::make_unique<ParamTest::TempFile>(m_file.bytes);
+            return m_file->LoadInto(*m_table, &m_modes);
+        m_temp = std::make_unique<ParamTest::TempFile>(m_file->bytes);
         auto* file = new ParameterBinaryFile(m_temp->Path().c_str(), &m_manager);
         return m_table->Load(nullptr, 0, m_temp->Path().c_str(), file, file->GetLength(),
-                             m_file.symbol, m_file.dataTable, m_file.data, none, &m_modes, true);
+                             m_file->symbol, m_file->dataTable, m_file->data, {}, &m_modes, true);
     }
 
     ParameterFileSymbolTable& Table() { return *m_table; }
@@ -140,13 +106,13 @@ public:
 private:
     ParamTest::LogCapture m_log;
     ParamTest::TestSetManager m_manager;
-    SingleModeTable m_modes;
+    ParamTest::SingleModeTable m_modes;
     std::unique_ptr<ParamTest::TempFile> m_temp;
-    TableFile m_file;
+    std::unique_ptr<ParamTest::TableFile> m_file;
     std::unique_ptr<ParameterFileSymbolTable> m_table;
 };
 
-// ---- Layouts of every version -------------------------------------------------------------------
+// ---- Layouts and identifiers --------------------------------------------------------------------
 
 struct LayoutCase
 {
@@ -160,7 +126,9 @@ class SymbolTableLayoutTest : public ::testing::TestWithParam<std::tuple<LayoutC
 };
 
 // Every version's entries decode into the same modules and data, whichever way they are read;
-// in file mode they are read again from the file once the table has dropped its entries.
+// in file mode they are read again from the file once the table has dropped its entries, in
+// buffer mode nothing can be read then, and that is no fault. Identifiers run from 1 to count:
+// 0 and count + 1 are refused, naming the range.
 TEST_P(SymbolTableLayoutTest, ReadsModulesAndDataOfEveryLayout)
 {
     LayoutCase const& test = std::get<0>(GetParam());
@@ -176,32 +144,46 @@ TEST_P(SymbolTableLayoutTest, ReadsModulesAndDataOfEveryLayout)
     LoadedTable loaded;
     ASSERT_TRUE(loaded.Load(builder, mode));
     ParameterFileSymbolTable& table = loaded.Table();
-    EXPECT_EQ(table.GetSymbolCount(), test.symbolCount);
+    unsigned int const count = table.GetSymbolCount();
+    EXPECT_EQ(count, test.symbolCount);
     EXPECT_EQ(table.GetDataCount(), test.dataCount);
-
     bool const hashed = test.version.major >= 6;
     PList<ModuleData*> const& modules = table.Modules();
     ASSERT_EQ(modules.Count(), 2u);
     EXPECT_EQ(modules[0]->ID, first);
     EXPECT_EQ(modules[1]->ID, other);
-    EXPECT_EQ(modules[0]->NameHash, hashed ? ParserCRC64::HashName("FLIndicesType") : 0ul);
-    EXPECT_EQ(modules[1]->NameHash, hashed ? ParserCRC64::HashName("aecArbitration") : 0ul);
+    EXPECT_EQ(modules[0]->NameHash, hashed ? Hash("FLIndicesType") : 0ul);
+    EXPECT_EQ(modules[1]->NameHash, hashed ? Hash("aecArbitration") : 0ul);
     EXPECT_EQ(modules[0]->Version, VersionUnion(3, 4, 0));
     EXPECT_EQ(modules[1]->Version, VersionUnion(1, 2, 5));
     EXPECT_EQ(modules[1]->ModeId, 3u);
 
-    for (int pass = 0; pass < (mode == Mode::File ? 2 : 1); ++pass) {
-        SCOPED_TRACE(pass == 0 ? "from the entries" : "from the file");
-        ParameterFileSymbolTableEntry entry;
+    ParameterFileSymbolTableEntry entry;
+    for (int pass = 0; pass < 2; ++pass) {
+        SCOPED_TRACE(pass == 0 ? "from the entries" : "after the entries were dropped");
+        loaded.Log().Clear();
+        if (pass == 1 && mode == Mode::Buffer) {
+            EXPECT_FALSE(table.Find(entry, other, true));
+            EXPECT_TRUE(loaded.Log().Messages().empty());
+            break;
+        }
         ASSERT_TRUE(table.Find(entry, other, true));
         EXPECT_EQ(TextOf(entry), "second module");
         EXPECT_EQ(entry.ID, other);
+        // An entry read from the file carries its module record.
+        EXPECT_EQ(entry.Module != nullptr && entry.Module->ID == other, pass == 1);
         ASSERT_TRUE(table.Find(entry, block, false));
         EXPECT_EQ(TextOf(entry), "shared block");
         // A view of a table entry owns nothing; an entry read from the file owns its bytes.
         EXPECT_EQ(entry.OwnsData, pass == 1);
         table.FreeEntryData();
     }
+    std::string const range = " out of range 1 - " + std::to_string(count) + "\n";
+    EXPECT_FALSE(table.Find(entry, count + 1, true));
+    EXPECT_TRUE(loaded.Log().HasMessage("Find: Symbol table entry ID " + std::to_string(count + 1) +
+                                        range));
+    EXPECT_FALSE(table.Find(entry, 0, true));
+    EXPECT_TRUE(loaded.Log().HasMessage("Find: Symbol table entry ID 0" + range));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -217,285 +199,188 @@ INSTANTIATE_TEST_SUITE_P(
                (std::get<1>(test.param) == Mode::File ? "_File" : "_Buffer");
     });
 
-// ---- Identifiers ----------------------------------------------------------------------------------
-
-struct StoredIdCase
+// Below 6.0.0 each entry lands in the row of its stored identifier. One outside 1 to count is
+// skipped without moving on, so every remaining round meets it again and the entries behind it
+// are never read; an empty table loads without modules.
+TEST(SymbolTableTest, StoredIdentifiersChooseTheRow)
 {
-    char const* name;
-    FileVersion version;
-    uint32_t entry;       ///< identifier whose stored ID is replaced
-    uint32_t storedId;    ///< the ID written instead
-    size_t reports;       ///< rounds that meet the bad identifier
-    unsigned int modules; ///< module records that remain
-};
-
-class StoredIdTest : public ::testing::TestWithParam<StoredIdCase>
-{
-};
-
-// A stored identifier outside 1 to count is skipped without moving on, so every remaining round
-// meets it again: the entries behind it are never read.
-TEST_P(StoredIdTest, OutOfRangeIdentifierIsReportedForEachRemainingRound)
-{
-    StoredIdCase const& test = GetParam();
-    SymbolTableBuilder builder(test.version);
-    builder.AddModule(Module("a", "1"));
-    builder.AddModule(Module("b", "2"));
-    builder.AddModule(Module("c", "3"));
-    TableDamage damage;
-    damage.storedIds[test.entry] = test.storedId;
-    builder.SetDamage(damage);
-
-    LoadedTable loaded;
-    ASSERT_TRUE(loaded.Load(builder, Mode::Buffer));
-    std::string const message =
-        "Symbol table entry ID " + std::to_string(test.storedId) + " out of range 1 - 3\n";
-    std::vector<std::string> const messages = loaded.Log().Messages();
-    EXPECT_EQ(static_cast<size_t>(std::count(messages.begin(), messages.end(), message)),
-              test.reports);
-    EXPECT_EQ(loaded.Table().Modules().Count(), test.modules);
-}
-
-INSTANTIATE_TEST_SUITE_P(Versions, StoredIdTest,
-                         ::testing::Values(StoredIdCase{"V1_0_1_Middle", {1, 0, 1}, 2, 9, 2, 1},
-                                           StoredIdCase{"V1_1_0_Middle", {1, 1, 0}, 2, 4, 2, 1},
-                                           StoredIdCase{"V3_0_1_First", {3, 0, 1}, 1, 0, 3, 0},
-                                           StoredIdCase{"V5_0_0_Last", {5, 0, 0}, 3, 7, 1, 2}),
-                         [](::testing::TestParamInfo<StoredIdCase> const& test) {
-                             return std::string(test.param.name);
-                         });
-
-TEST(SymbolTableTest, StoredIdentifiersChooseTheRowBelowVersion6)
-{
-    // Entries stored in the order 2, 1: each lands in the row of its stored identifier.
-    SymbolTableBuilder builder({5, 0, 0});
-    builder.AddModule(Module("a", "first written"));
-    builder.AddModule(Module("b", "second written"));
-    TableDamage damage;
-    damage.storedIds = {{1, 2}, {2, 1}};
-    builder.SetDamage(damage);
-
-    LoadedTable loaded;
-    ASSERT_TRUE(loaded.Load(builder, Mode::Buffer));
-    ParameterFileSymbolTableEntry entry;
-    ASSERT_TRUE(loaded.Table().Find(entry, 1, true));
-    EXPECT_EQ(TextOf(entry), "second written");
-    ASSERT_TRUE(loaded.Table().Find(entry, 2, true));
-    EXPECT_EQ(TextOf(entry), "first written");
-}
-
-class FindTest : public ::testing::TestWithParam<std::tuple<FileVersion, Mode>>
-{
-};
-
-// The rows run to count inclusive: count is found and count + 1 is not; 0 never is. From 6.0.0
-// position 0 is read (it counts) but cannot be found.
-TEST_P(FindTest, IdentifiersOneToCountAreFound)
-{
-    FileVersion const version = std::get<0>(GetParam());
-    Mode const mode = std::get<1>(GetParam());
-    SymbolTableBuilder builder(version);
-    builder.AddModule(Module("a", "first"));
-    uint32_t const last = builder.AddModule(Module("b", "last"));
-
-    LoadedTable loaded;
-    ASSERT_TRUE(loaded.Load(builder, mode));
-    ParameterFileSymbolTable& table = loaded.Table();
-    unsigned int const count = table.GetSymbolCount();
-    EXPECT_EQ(count, version.major >= 6 ? 3u : 2u);
-    // The module records start at identifier 1 in both schemes.
-    EXPECT_EQ(table.Modules().Count(), 2u);
-
-    table.FreeEntryData();
-    ParameterFileSymbolTableEntry entry;
-    if (mode == Mode::Buffer) {
-        // Without entries and without a file nothing can be read any more, and that is no fault.
-        loaded.Log().Clear();
-        EXPECT_FALSE(table.Find(entry, last, true));
-        EXPECT_TRUE(loaded.Log().Messages().empty());
-    } else {
-        ASSERT_TRUE(table.Find(entry, last, true));
-        EXPECT_EQ(TextOf(entry), "last");
-        ASSERT_NE(entry.Module, nullptr);
-        EXPECT_EQ(entry.Module->ID, last);
-    }
-
-    std::string const range = " out of range 1 - " + std::to_string(count) + "\n";
-    EXPECT_FALSE(table.Find(entry, count + 1, true));
-    EXPECT_TRUE(loaded.Log().HasMessage("Find: Symbol table entry ID " + std::to_string(count + 1) +
-                                        range));
-    EXPECT_FALSE(table.Find(entry, 0, true));
-    EXPECT_TRUE(loaded.Log().HasMessage("Find: Symbol table entry ID 0" + range));
-}
-
-INSTANTIATE_TEST_SUITE_P(Versions, FindTest,
-                         ::testing::Combine(::testing::Values(FileVersion{1, 1, 0},
-                                                              FileVersion{5, 0, 0},
-                                                              FileVersion{7, 0, 0}),
-                                            ::testing::Values(Mode::Buffer, Mode::File)),
-                         [](::testing::TestParamInfo<std::tuple<FileVersion, Mode>> const& test) {
-                             return VersionName(std::get<0>(test.param)) +
-                                    (std::get<1>(test.param) == Mode::File ? "_File" : "_Buffer");
-                         });
-
-// ---- Table sizes --------------------------------------------------------------------------------
-
-struct SizeCase
-{
-    char const* name;
-    FileVersion version;
-    bool dataTable; ///< damage the data table rather than the symbol table
-    char const* message;
-};
-
-class TableSizeTest : public ::testing::TestWithParam<SizeCase>
-{
-};
-
-TEST_P(TableSizeTest, SizeThatIsNoMultipleOfTheEntrySizeFailsTheLoad)
-{
-    SizeCase const& test = GetParam();
-    SymbolTableBuilder builder(test.version);
-    builder.AddModule(Module("a", "1"));
-    builder.AddModule(Module("b", "2"));
-    builder.AddData(Bytes("x"));
-    builder.AddData(Bytes("y"));
-    TableDamage damage;
-    (test.dataTable ? damage.dataTableTrailingBytes : damage.symbolTrailingBytes) = 4;
-    builder.SetDamage(damage);
-
-    LoadedTable loaded;
-    EXPECT_FALSE(loaded.Load(builder, Mode::Buffer));
-    EXPECT_TRUE(loaded.Log().HasMessage(test.message));
-    EXPECT_EQ(loaded.Table().Modules().Count(), 0u);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Versions, TableSizeTest,
-    ::testing::Values(
-        SizeCase{"V1_0_1", {1, 0, 1}, false, "Invalid symbol table size: 260, expected: 256\n"},
-        SizeCase{"V1_1_0", {1, 1, 0}, false, "Invalid symbol table size: 308, expected: 304\n"},
-        SizeCase{"V3_0_1", {3, 0, 1}, false, "Invalid symbol table size: 228, expected: 224\n"},
-        SizeCase{"V5_0_0", {5, 0, 0}, false, "Invalid symbol table size: 124, expected: 120\n"},
-        SizeCase{"V7_0_0", {7, 0, 0}, false, "Invalid symbol table size: 100, expected: 96\n"},
-        SizeCase{"V4_0_0_Data", {4, 0, 0}, true, "Invalid data table size: 36, expected: 32\n"},
-        SizeCase{"V6_0_0_Data", {6, 0, 0}, true, "Invalid data table size: 40, expected: 36\n"}),
-    [](::testing::TestParamInfo<SizeCase> const& test) { return std::string(test.param.name); });
-
-// A damaged section table can make a table claim nearly 4 GiB: the load refuses it before any
-// row is allocated, in both modes.
-TEST(SymbolTableTest, TableLargerThanTheFileFailsBeforeAllocating)
-{
-    struct Case
+    struct
     {
+        FileVersion version;
+        std::map<uint32_t, uint32_t> storedIds;
+        size_t reports; ///< rounds that meet the bad identifier
+        unsigned int modules;
+        char const* first; ///< the text found at identifier 1
+    } const cases[] = {
+        {{1, 0, 1}, {{2, 9}}, 2, 1, "1"},         {{1, 1, 0}, {{2, 4}}, 2, 1, "1"},
+        {{3, 0, 1}, {{1, 0}}, 3, 0, nullptr},     {{5, 0, 0}, {{3, 7}}, 1, 2, "1"},
+        {{5, 0, 0}, {{1, 2}, {2, 1}}, 0, 3, "2"}, {{5, 0, 0}, {}, 0, 0, nullptr},
+    };
+    for (auto const& test : cases) {
+        SCOPED_TRACE(VersionName(test.version) + " " + std::to_string(test.storedIds.size()));
+        SymbolTableBuilder builder(test.version);
+        for (char const* name : {"1", "2", "3"})
+            if (test.first != nullptr || !test.storedIds.empty())
+                builder.AddModule(Module(name, name));
+        TableDamage damage;
+        damage.storedIds = test.storedIds;
+        builder.SetDamage(damage);
+        LoadedTable loaded;
+        ASSERT_TRUE(loaded.Load(builder, Mode::Buffer));
+        size_t reports = 0;
+        for (std::string const& message : loaded.Log().Messages())
+            reports += message.find(" out of range 1 - 3\n") != std::string::npos;
+        EXPECT_EQ(reports, test.reports);
+        EXPECT_EQ(loaded.Table().Modules().Count(), test.modules);
+        ParameterFileSymbolTableEntry entry;
+        if (test.first != nullptr) {
+            ASSERT_TRUE(loaded.Table().Find(entry, 1, true));
+            EXPECT_EQ(TextOf(entry), test.first);
+        }
+    }
+}
+
+// Table sizes from the section table: one that is no multiple of the entry size, or larger than
+// the file (a damaged section table can claim nearly 4 GiB), fails the load before any row is
+// allocated.
+TEST(SymbolTableTest, TableSizeThatDoesNotFitFailsTheLoad)
+{
+    struct
+    {
+        FileVersion version;
         bool dataTable;
         Mode mode;
-        char const* kind;
+        bool huge; ///< the size claims nearly 4 GiB rather than 4 trailing bytes
+        std::vector<std::string> messages;
+    } const cases[] = {
+        {{1, 0, 1},
+         false,
+         Mode::Buffer,
+         false,
+         {"Invalid symbol table size: 260, expected: 256\n"}},
+        {{1, 1, 0},
+         false,
+         Mode::Buffer,
+         false,
+         {"Invalid symbol table size: 308, expected: 304\n"}},
+        {{3, 0, 1},
+         false,
+         Mode::Buffer,
+         false,
+         {"Invalid symbol table size: 228, expected: 224\n"}},
+        {{5, 0, 0},
+         false,
+         Mode::Buffer,
+         false,
+         {"Invalid symbol table size: 124, expected: 120\n"}},
+        {{7, 0, 0}, false, Mode::Buffer, false, {"Invalid symbol table size: 100, expected: 96\n"}},
+        {{4, 0, 0}, true, Mode::Buffer, false, {"Invalid data table size: 36, expected: 32\n"}},
+        {{6, 0, 0}, true, Mode::Buffer, false, {"Invalid data table size: 40, expected: 36\n"}},
+        {{7, 0, 0}, false, Mode::Buffer, true, {"symbol"}},
+        {{7, 0, 0}, false, Mode::File, true, {"symbol"}},
+        {{7, 0, 0}, true, Mode::Buffer, true, {"data"}},
+        {{7, 0, 0}, true, Mode::File, true, {"data"}},
     };
-    Case const cases[] = {
-        {false, Mode::Buffer, "symbol"},
-        {false, Mode::File, "symbol"},
-        {true, Mode::Buffer, "data"},
-        {true, Mode::File, "data"},
-    };
-    FileVersion const version = {7, 0, 0};
-    for (Case const& test : cases) {
-        SCOPED_TRACE(std::string(test.kind) +
-                     (test.mode == Mode::Buffer ? " table, buffer mode" : " table, file mode"));
-        SymbolTableBuilder builder(version);
-        builder.AddModule(Module("a", "1"));
-        builder.AddData(Bytes("x"));
-        uint32_t const entrySize = test.dataTable ? SymbolTableBuilder::DataEntrySize(version)
-                                                  : SymbolTableBuilder::SymbolEntrySize(version);
+    for (auto const& test : cases) {
+        SCOPED_TRACE(VersionName(test.version) + (test.dataTable ? " data" : " symbol") +
+                     (test.mode == Mode::File ? " file" : " buffer"));
+        SymbolTableBuilder builder(test.version);
+        for (char const* name : {"a", "b"}) {
+            builder.AddModule(Module(name, name));
+            builder.AddData(Bytes(name));
+        }
+        TableDamage damage;
+        (test.dataTable ? damage.dataTableTrailingBytes : damage.symbolTrailingBytes) =
+            test.huge ? 0 : 4;
+        builder.SetDamage(damage);
         LoadedTable loaded;
-        EXPECT_FALSE(loaded.Load(builder, test.mode, [&](TableFile& file) {
-            Section& section = test.dataTable ? file.dataTable : file.symbol;
-            section.Size = 0xFFFFFFF0U / entrySize * entrySize;
+        std::vector<std::string> expected = test.messages;
+        EXPECT_FALSE(loaded.Load(builder, test.mode, [&](ParamTest::TableFile& file) {
+            if (!test.huge)
+                return;
+            uint32_t const entrySize = test.dataTable
+                                           ? SymbolTableBuilder::DataEntrySize(test.version)
+                                           : SymbolTableBuilder::SymbolEntrySize(test.version);
+            (test.dataTable ? file.dataTable : file.symbol).Size =
+                0xFFFFFFF0U / entrySize * entrySize;
+            // The data table's refusal carries the symbol section's numbers, as it always has.
+            std::string const kind = test.messages[0];
+            expected = {"Failed to read " + kind +
+                            " table buffer (offset: " + std::to_string(file.symbol.Offset) +
+                            ", size: " + std::to_string(file.symbol.Size) + ") from binary file\n",
+                        "Failed to read " + kind + " table from binary file\n"};
         }));
-        std::string const kind = test.kind;
-        EXPECT_TRUE(loaded.Log().Contains("Failed to read " + kind + " table buffer (offset: "));
-        EXPECT_TRUE(
-            loaded.Log().HasMessage("Failed to read " + kind + " table from binary file\n"));
+        EXPECT_EQ(loaded.Log().Messages(), expected);
         EXPECT_EQ(loaded.Table().Modules().Count(), 0u);
     }
 }
 
-TEST(SymbolTableTest, EmptySymbolTableLoadsWithoutModules)
-{
-    SymbolTableBuilder builder({5, 0, 0});
-    LoadedTable loaded;
-    ASSERT_TRUE(loaded.Load(builder, Mode::Buffer));
-    EXPECT_EQ(loaded.Table().GetSymbolCount(), 0u);
-    EXPECT_EQ(loaded.Table().Modules().Count(), 0u);
-}
-
 // ---- Duplicate groups ---------------------------------------------------------------------------
 
-struct GroupCase
-{
-    FileVersion version;
-    unsigned int groups; ///< duplicate count of the data side: groups + 1
-};
-
-class DuplicateGroupTest : public ::testing::TestWithParam<GroupCase>
+class DuplicateGroupTest : public ::testing::TestWithParam<std::pair<FileVersion, unsigned int>>
 {
 };
 
 // Two entries that name one DuplicateID form a group; a third block stays alone. Files without
-// DuplicateID still share the bytes but form no group.
+// DuplicateID still share the bytes but form no group (duplicate count 1).
 TEST_P(DuplicateGroupTest, EntriesOfOneDuplicateIdFormOneGroup)
 {
-    GroupCase const& test = GetParam();
-    SymbolTableBuilder builder(test.version);
+    unsigned int const groups = GetParam().second;
+    SymbolTableBuilder builder(GetParam().first);
     uint32_t const original = builder.AddData(Bytes("equal bytes"));
     uint32_t const copy = builder.AddData(Bytes("equal bytes"), original);
     uint32_t const alone = builder.AddData(Bytes("other bytes"));
-
     LoadedTable loaded;
     ASSERT_TRUE(loaded.Load(builder, Mode::Buffer));
     ParameterFileSymbolTable& table = loaded.Table();
-    EXPECT_EQ(table.GetDataDuplicateCount(), test.groups);
-    uint32_t const group = test.groups > 1 ? 1 : 0;
+    EXPECT_EQ(table.GetDataDuplicateCount(), groups);
+    uint32_t const group = groups > 1 ? 1 : 0;
     ASSERT_NE(table.GetDataLookup(), nullptr);
     EXPECT_EQ(table.GetDataLookup()[original].Duplicate, group);
     EXPECT_EQ(table.GetDataLookup()[copy].Duplicate, group);
     EXPECT_EQ(table.GetDataLookup()[alone].Duplicate, 0u);
-    EXPECT_EQ(table.GetDuplicates(false, 1) != nullptr, test.groups > 1);
-
-    ParameterFileSymbolTableEntry first;
-    ParameterFileSymbolTableEntry second;
+    EXPECT_EQ(table.GetDuplicates(false, 1) != nullptr, groups > 1);
+    ParameterFileSymbolTableEntry first, second;
     ASSERT_TRUE(table.Find(first, original, false));
     ASSERT_TRUE(table.Find(second, copy, false));
     EXPECT_EQ(first.Data, second.Data);
     EXPECT_EQ(TextOf(second), "equal bytes");
 }
 
-INSTANTIATE_TEST_SUITE_P(Versions, DuplicateGroupTest,
-                         ::testing::Values(GroupCase{{1, 1, 0}, 1}, GroupCase{{3, 0, 1}, 1},
-                                           GroupCase{{3, 1, 0}, 2}, GroupCase{{4, 0, 0}, 2},
-                                           GroupCase{{7, 0, 0}, 2}),
-                         [](::testing::TestParamInfo<GroupCase> const& test) {
-                             return VersionName(test.param.version);
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    Versions, DuplicateGroupTest,
+    ::testing::Values(std::make_pair(FileVersion{1, 1, 0}, 1u),
+                      std::make_pair(FileVersion{3, 0, 1}, 1u),
+                      std::make_pair(FileVersion{3, 1, 0}, 2u),
+                      std::make_pair(FileVersion{4, 0, 0}, 2u),
+                      std::make_pair(FileVersion{7, 0, 0}, 2u)),
+    [](::testing::TestParamInfo<std::pair<FileVersion, unsigned int>> const& test) {
+        return VersionName(test.param.first);
+    });
 
+// A DuplicateID may name the last entry; one past the table is reported and shares nothing.
 TEST(SymbolTableTest, DuplicateIdBeyondTheTableIsReportedAndNotShared)
 {
-    SymbolTableBuilder builder({5, 0, 0});
-    uint32_t const module = builder.AddModule(Module("a", "1"));
-    builder.AddModule(Module("b", "2"));
-    TableDamage damage;
-    damage.duplicates[module] = 40;
-    builder.SetDamage(damage);
-
-    LoadedTable loaded;
-    ASSERT_TRUE(loaded.Load(builder, Mode::Buffer));
-    EXPECT_TRUE(loaded.Log().HasMessage(
-        "Invalid DuplicateID value 40, should be less than module table count: 2\n"));
-    EXPECT_EQ(loaded.Table().GetSymbolLookup()[module].Duplicate, 0u);
-    EXPECT_EQ(loaded.Table().GetSymbolDuplicateCount(), 1u);
+    for (uint32_t const duplicate : {2u, 3u}) {
+        SymbolTableBuilder builder({5, 0, 0});
+        uint32_t const module = builder.AddModule(Module("a", "1"));
+        builder.AddModule(Module("b", "2"));
+        TableDamage damage;
+        damage.duplicates[module] = duplicate;
+        builder.SetDamage(damage);
+        LoadedTable loaded;
+        ASSERT_TRUE(loaded.Load(builder, Mode::Buffer));
+        bool const beyond = duplicate > 2;
+        EXPECT_EQ(loaded.Log().Messages(),
+                  beyond ? std::vector<std::string>{"Invalid DuplicateID value 3, should be less "
+                                                    "than module table count: 2\n"}
+                         : std::vector<std::string>{});
+        EXPECT_EQ(loaded.Table().GetSymbolLookup()[module].Duplicate, beyond ? 0u : 1u);
+        EXPECT_EQ(loaded.Table().GetSymbolDuplicateCount(), beyond ? 1u : 2u);
+    }
 }
 
-// ---- Pointers -----------------------------------------------------------------------------------
+// ---- Pointers and shared objects ----------------------------------------------------------------
 
 class PointerTest : public ::testing::TestWithParam<FileVersion>
 {
@@ -505,13 +390,11 @@ class PointerTest : public ::testing::TestWithParam<FileVersion>
 // and two bytes, which are too few for one more.
 TEST_P(PointerTest, ReadPointerEntryFindsTheBlockOrSaysWhyNot)
 {
-    FileVersion const version = GetParam();
-    SymbolTableBuilder builder(version);
+    SymbolTableBuilder builder(GetParam());
     uint32_t const block = builder.AddData(Bytes("pointed at"));
-    TuningWriter::ByteSink pointers(TuningWriter::AlignmentFor(version));
-    pointers.PutU32(block);
-    pointers.PutU32(0);
-    pointers.PutU32(99);
+    TuningWriter::ByteSink pointers(TuningWriter::AlignmentFor(GetParam()));
+    for (uint32_t id : {block, 0u, 99u})
+        pointers.PutU32(id);
     uint8_t const tail[2] = {1, 2};
     pointers.PutUnaligned(tail, sizeof(tail));
     ModuleEntry reader = Module("reader", "");
@@ -520,39 +403,26 @@ TEST_P(PointerTest, ReadPointerEntryFindsTheBlockOrSaysWhyNot)
 
     LoadedTable loaded;
     ASSERT_TRUE(loaded.Load(builder, Mode::Buffer));
-    ParameterFileSymbolTable& table = loaded.Table();
-    ParamTest::LogCapture& log = loaded.Log();
-    ParameterFileSymbolTableEntry entry;
-    ASSERT_TRUE(table.Find(entry, readerId, true));
-
-    ParameterFileSymbolTableEntry target;
+    ParameterFileSymbolTableEntry entry, target;
+    ASSERT_TRUE(loaded.Table().Find(entry, readerId, true));
     ASSERT_TRUE(entry.ReadPointerEntry(target));
     EXPECT_EQ(TextOf(target), "pointed at");
 
-    log.Clear();
-    EXPECT_FALSE(entry.ReadPointerEntry(target));
-    EXPECT_EQ(log.Messages(),
-              std::vector<std::string>{"ReadPointerEntry: Unable to read pointer entry from Symbol "
-                                       "table\n"});
-
-    log.Clear();
-    std::string const count = std::to_string(table.GetDataCount());
-    EXPECT_FALSE(entry.ReadPointerEntry(target));
-    EXPECT_EQ(log.Messages(),
-              (std::vector<std::string>{
-                  "Find: Symbol table entry ID 99 out of range 1 - " + count + "\n",
-                  "ReadPointerEntry: Unable to find pointer entry ID 99 in Symbol table" + count +
-                      "\n"}));
-
-    log.Clear();
-    unsigned int const cursor = entry.Position;
-    EXPECT_FALSE(entry.ReadPointerEntry(target));
-    EXPECT_EQ(log.Messages(),
-              (std::vector<std::string>{
-                  "Failed to read 4 bytes from binary file offset " + std::to_string(cursor) +
-                      ", length " + std::to_string(entry.Size) + "\n",
-                  "Insufficient data to read variable from symbol table entry\n",
-                  "ReadPointerEntry: Unable to read pointer entry from Symbol table\n"}));
+    std::string const count = std::to_string(loaded.Table().GetDataCount());
+    std::string const unreadable =
+        "ReadPointerEntry: Unable to read pointer entry from Symbol table\n";
+    auto refused = [&](std::vector<std::string> const& messages) {
+        loaded.Log().Clear();
+        EXPECT_FALSE(entry.ReadPointerEntry(target));
+        EXPECT_EQ(loaded.Log().Messages(), messages);
+    };
+    refused({unreadable});
+    refused(
+        {"Find: Symbol table entry ID 99 out of range 1 - " + count + "\n",
+         "ReadPointerEntry: Unable to find pointer entry ID 99 in Symbol table" + count + "\n"});
+    refused({"Failed to read 4 bytes from binary file offset " + std::to_string(entry.Position) +
+                 ", length " + std::to_string(entry.Size) + "\n",
+             "Insufficient data to read variable from symbol table entry\n", unreadable});
 }
 
 INSTANTIATE_TEST_SUITE_P(Versions, PointerTest,
@@ -562,8 +432,6 @@ INSTANTIATE_TEST_SUITE_P(Versions, PointerTest,
                              return VersionName(test.param);
                          });
 
-// ---- Shared objects -----------------------------------------------------------------------------
-
 // Two data entries with equal bytes (one group) and one block of its own.
 class SharedObjectTest : public ::testing::Test
 {
@@ -572,41 +440,36 @@ protected:
     {
         SymbolTableBuilder builder({7, 0, 0});
         m_original = builder.AddData(Bytes("equal"));
-        m_copy = builder.AddData(Bytes("equal"), m_original);
+        uint32_t const copy = builder.AddData(Bytes("equal"), m_original);
         m_alone = builder.AddData(Bytes("alone"));
         ASSERT_TRUE(m_loaded.Load(builder, Mode::Buffer));
         ASSERT_TRUE(Table().Find(m_first, m_original, false));
-        ASSERT_TRUE(Table().Find(m_second, m_copy, false));
+        ASSERT_TRUE(Table().Find(m_second, copy, false));
     }
 
     ParameterFileSymbolTable& Table() { return m_loaded.Table(); }
 
     LoadedTable m_loaded;
     uint32_t m_original = 0;
-    uint32_t m_copy = 0;
     uint32_t m_alone = 0;
     ParameterFileSymbolTableEntry m_first;
     ParameterFileSymbolTableEntry m_second;
 };
 
+// Objects are shared per group and Loc and freed by the last release; the emptied record is used
+// again by the next load of the block. A block that is not shared takes no record, and calls that
+// do not fit the tables are logged.
 TEST_F(SharedObjectTest, ObjectIsSharedPerLocAndFreedByTheLastRelease)
 {
-    int objectA = 0;
-    int objectB = 0;
-    constexpr int LocA = 8;
-    constexpr int LocB = 9;
-
-    EXPECT_EQ(m_first.SetFromDupObject(LocA), nullptr);
-    DupObjInfo* published = m_first.SetDupObject(&objectA, LocA);
+    int objectA = 0, objectB = 0;
+    EXPECT_EQ(m_first.SetFromDupObject(8), nullptr);
+    DupObjInfo* published = m_first.SetDupObject(&objectA, 8);
     ASSERT_NE(published, nullptr);
     EXPECT_EQ(published->RefCount.load(), 1u);
-
-    // The other member of the group gets the object and holds a reference of its own; another
-    // Loc of the same block is a record of its own.
-    EXPECT_EQ(m_second.SetFromDupObject(LocA), &objectA);
+    EXPECT_EQ(m_second.SetFromDupObject(8), &objectA);
     EXPECT_EQ(published->RefCount.load(), 2u);
-    EXPECT_EQ(m_second.SetFromDupObject(LocB), nullptr);
-    ASSERT_NE(m_second.SetDupObject(&objectB, LocB), nullptr);
+    EXPECT_EQ(m_second.SetFromDupObject(9), nullptr);
+    ASSERT_NE(m_second.SetDupObject(&objectB, 9), nullptr);
     ASSERT_NE(Table().GetDuplicates(false, 1), nullptr);
     EXPECT_EQ(Table().GetDuplicates(false, 1)->Count(), 2u);
 
@@ -617,33 +480,22 @@ TEST_F(SharedObjectTest, ObjectIsSharedPerLocAndFreedByTheLastRelease)
     EXPECT_TRUE(Table().ReleaseDupObject(&objectA));
     EXPECT_TRUE(Table().ReleaseDupObject(&objectB));
     EXPECT_FALSE(Table().ReleaseDupObject(nullptr));
-
-    // The emptied record waits for the next load of the block and is used again.
-    DupObjInfo* again = m_second.SetDupObject(&objectA, LocA);
+    DupObjInfo* again = m_second.SetDupObject(&objectA, 8);
     EXPECT_EQ(again, published);
     EXPECT_EQ(again->RefCount.load(), 1u);
     EXPECT_EQ(Table().GetDuplicates(false, 1)->Count(), 2u);
     EXPECT_TRUE(Table().ReleaseDupObject(&objectA));
-}
 
-TEST_F(SharedObjectTest, BlockThatIsNotSharedTakesNoRecord)
-{
-    int object = 0;
     ParameterFileSymbolTableEntry alone;
     ASSERT_TRUE(Table().Find(alone, m_alone, false));
-    EXPECT_EQ(alone.SetDupObject(&object, 8), nullptr);
+    EXPECT_EQ(alone.SetDupObject(&objectA, 8), nullptr);
     EXPECT_EQ(alone.GetDupObject(8), nullptr);
-    EXPECT_EQ(Table().FindDupObject(&object), nullptr);
+    EXPECT_EQ(Table().FindDupObject(&objectA), nullptr);
     EXPECT_TRUE(m_loaded.Log().Messages().empty());
-}
 
-TEST_F(SharedObjectTest, CallsThatDoNotFitTheTablesAreLogged)
-{
-    int object = 0;
     unsigned int const past = Table().GetDataCount() + 1;
     EXPECT_EQ(Table().GetDupObjectInternal(false, past, 8, true), nullptr);
-    EXPECT_EQ(Table().SetDupObject(false, past, &object, 8), nullptr);
-    EXPECT_EQ(m_loaded.Log().Count("GetDupObject called with invalid values"), 1u);
+    EXPECT_EQ(Table().SetDupObject(false, past, &objectA, 8), nullptr);
     EXPECT_EQ(m_loaded.Log().Count("SetDupObject called with invalid values"), 1u);
     // Without lookups no call fits.
     Table().FreeLookupData();
@@ -656,43 +508,551 @@ TEST_F(SharedObjectTest, CallsThatDoNotFitTheTablesAreLogged)
 TEST_F(SharedObjectTest, ConcurrentPublishKeepsTheLosersCopyPrivate)
 {
     constexpr int Rounds = 200;
-    constexpr int Loc = 12;
-    std::atomic<int> published{0};
-    std::atomic<int> privateCopies{0};
-    std::atomic<int> sharedUses{0};
+    std::atomic<int> published{0}, privateCopies{0}, sharedUses{0};
     for (int round = 0; round < Rounds; ++round) {
         std::atomic<int> ready{0};
-        std::vector<int*> held(2, nullptr);
+        int* held[2] = {nullptr, nullptr};
         auto reader = [&](ParameterFileSymbolTableEntry& entry, size_t index) {
             ready.fetch_add(1);
             while (ready.load() < 2) {
             }
-            auto* shared = static_cast<int*>(entry.SetFromDupObject(Loc));
-            if (shared != nullptr) {
+            held[index] = static_cast<int*>(entry.SetFromDupObject(12));
+            if (held[index] != nullptr) {
                 sharedUses.fetch_add(1);
-                held[index] = shared;
                 return;
             }
-            int* mine = new int(static_cast<int>(index));
-            if (entry.SetDupObject(mine, Loc) != nullptr)
-                published.fetch_add(1);
-            else
-                privateCopies.fetch_add(1);
-            held[index] = mine;
+            held[index] = new int(static_cast<int>(index));
+            (entry.SetDupObject(held[index], 12) != nullptr ? published : privateCopies)
+                .fetch_add(1);
         };
         std::thread one(reader, std::ref(m_first), 0);
         std::thread two(reader, std::ref(m_second), 1);
         one.join();
         two.join();
         // Both holders give their objects back; each object is freed exactly once.
-        for (int* object : held) {
+        for (int* object : held)
             if (Table().ReleaseDupObject(object))
                 delete object;
-        }
     }
     EXPECT_EQ(published.load(), Rounds);
     EXPECT_EQ(privateCopies.load() + sharedUses.load(), Rounds);
     EXPECT_EQ(Table().GetDuplicates(false, 1)->Count(), 1u);
+}
+
+// ---- Definition records -------------------------------------------------------------------------
+
+DefinitionElement Member(std::string name, ElementType type, uint32_t minCount = 1,
+                         uint32_t maxCount = 1, uint16_t flags = 0)
+{
+    DefinitionElement element;
+    element.name = std::move(name);
+    element.type = type;
+    element.minCount = minCount;
+    element.maxCount = maxCount;
+    element.flags = flags;
+    return element;
+}
+
+DefinitionElement Nested(std::string name, uint32_t id, uint32_t minCount = 1,
+                         uint32_t maxCount = 1)
+{
+    DefinitionElement element = Member(std::move(name), ElementType::Structure, minCount, maxCount);
+    element.id = id;
+    return element;
+}
+
+TuningWriter::DefinitionStructure Struct(uint32_t id, std::string name,
+                                         std::vector<DefinitionElement> elements = {})
+{
+    return {id, std::move(name), std::nullopt, std::move(elements)};
+}
+
+TuningWriter::DefinitionModule DefModule(uint32_t structureId, std::string name)
+{
+    return {structureId, std::move(name), std::nullopt, ""};
+}
+
+// Reads the section a builder lays out, through a table of a file of the given alignment that
+// logs through a manager.
+class DefinitionTableTest : public testing::Test
+{
+protected:
+    bool Read(DefinitionTableBuilder const& builder, unsigned char alignment = 1, bool keep = true,
+              unsigned int cut = 0, VersionUnion version = VersionUnion(7, 0, 0))
+    {
+        m_bytes = builder.Build(alignment);
+        m_table = std::make_unique<ParameterFileSymbolTable>(&m_manager, alignment, version);
+        m_pos = 0;
+        auto const length = static_cast<unsigned int>(m_bytes.size());
+        return m_table->ReadDefinitions(m_bytes.data(), length, m_pos, length - cut, keep);
+    }
+
+    ParameterDefinitionElement* Child(unsigned int id, char const* name)
+    {
+        ParameterDefinitionStructure* structure = m_table->FindStructure(id);
+        return structure != nullptr ? structure->FindChild(Hash(name)) : nullptr;
+    }
+
+    ParamTest::LogCapture m_log;
+    ParamTest::TestSetManager m_manager;
+    std::vector<uint8_t> m_bytes;
+    std::unique_ptr<ParameterFileSymbolTable> m_table;
+    unsigned int m_pos = 0;
+};
+
+TEST(ParameterDefinitionElementInfoTest, CountFlagsFollowMinimumAndMaximum)
+{
+    struct
+    {
+        uint32_t minimum, maximum;
+        uint16_t fileFlags, flags;
+    } const cases[] = {
+        {1, 1, 0, 0},
+        {0, 0, 0, 0},
+        {2, 1, 0, 0},
+        {2, 2, 0, ElementFixedCount},
+        {7, 7, ElementFourByte, ElementFixedCount | ElementFourByte},
+        {0, 1, 0, ElementVariableCount},
+        {0, 9, 0, ElementVariableCount},
+        {1, 2, 0, ElementVariableCount},
+        {2, 3, 0, ElementVariableCount},
+        {5, 2, 0, ElementVariableCount},
+    };
+    for (auto const& c : cases) {
+        ParameterDefinitionElementInfo info(TypeUInt32, 0, c.fileFlags, c.minimum, c.maximum);
+        EXPECT_EQ(info.Flags, c.flags) << c.minimum << "/" << c.maximum;
+        EXPECT_EQ(info.Count, c.maximum);
+    }
+}
+
+// One element in a structure of its own: what it adds to Size behind the load limit, and the
+// width of one element.
+TEST_F(DefinitionTableTest, ElementAddsItsLayoutToTheStructure)
+{
+    struct
+    {
+        ElementType type;
+        uint32_t minimum, maximum;
+        uint16_t flags;
+        uint32_t size;
+        unsigned long width;
+    } const cases[] = {
+        {ElementType::UInt32, 1, 1, 0, 4, 4},
+        {ElementType::Int8, 1, 1, 0, 1, 1},
+        {ElementType::ByteLike, 3, 3, 0, 3 + 4, 1},
+        {ElementType::ShortLike, 1, 1, 0, 2, 2},
+        {ElementType::UInt16, 4, 4, 0, 8 + 4, 2},
+        {ElementType::IntLike, 1, 1, 0, 4, 4},
+        {ElementType::UIntLike2, 2, 2, 0, 8 + 4, 4},
+        {ElementType::Double, 1, 1, 0, 8, 8},
+        {ElementType::LongLike, 2, 2, 0, 16 + 4, 8},
+        {ElementType::UInt8, 2, 2, TuningWriter::ElementFourByte, 8 + 4, 1},
+        {ElementType::Double, 3, 3, TuningWriter::ElementFourByte, 12 + 4, 8},
+        {ElementType::Float, 2, 3, 0, 8, 4},
+        {ElementType::Int64, 0, 1, 0, 8, 8},
+        {ElementType::String, 1, 1, 0, 8, 1},
+        {ElementType::String, 3, 3, 0, 24 + 4, 1},
+        {ElementType::String, 0, 4, 0, 8, 1},
+        {static_cast<ElementType>(28), 2, 3, 0, 8, 1},
+        {static_cast<ElementType>(40), 1, 1, 0, 8, 0},
+        {static_cast<ElementType>(7), 1, 1, 0, 0, 0},
+    };
+    for (auto const& c : cases) {
+        SCOPED_TRACE(testing::Message() << static_cast<int>(c.type) << " " << c.minimum << "/"
+                                        << c.maximum << " flags " << c.flags);
+        DefinitionTableBuilder builder;
+        builder.AddStructure(Struct(1, "S", {Member("m", c.type, c.minimum, c.maximum, c.flags)}));
+        ASSERT_TRUE(Read(builder));
+        ParameterDefinitionElement* element = Child(1, "m");
+        ASSERT_NE(element, nullptr);
+        EXPECT_EQ(m_table->FindStructure(1)->Size, 4 + c.size);
+        EXPECT_EQ(element->Info->Offset, 4u);
+        EXPECT_EQ(element->GetSize(), c.width);
+    }
+}
+
+// Nested structures are sized first whatever their order; a structure that holds itself ends the
+// recursion at the size already set, and a missing one is logged and takes no room.
+TEST_F(DefinitionTableTest, NestedStructuresAreSizedFirstWhateverTheirOrder)
+{
+    DefinitionTableBuilder builder;
+    builder
+        .AddStructure(Struct(1, "Outer",
+                             {Nested("one", 2), Nested("three", 2, 3, 3), Nested("empty", 3),
+                              Nested("optional", 2, 0, 1), Nested("missing", 99),
+                              Member("last", ElementType::UInt8)}))
+        .AddStructure(
+            Struct(2, "Inner", {Member("a", ElementType::UInt16), Member("b", ElementType::Int8)}))
+        .AddStructure(Struct(3, "Empty"))
+        .AddStructure(Struct(4, "Self", {Member("v", ElementType::UInt32), Nested("me", 4)}));
+    ASSERT_TRUE(Read(builder));
+    EXPECT_EQ(m_table->FindStructure(2)->Size, 4u + 2 + 1);
+    EXPECT_EQ(m_table->FindStructure(3)->Size, 4u); // its length word only
+    EXPECT_EQ(m_table->FindStructure(4)->Size, 8u + 8);
+    std::pair<char const*, uint32_t> const offsets[] = {
+        {"one", 4},       {"three", 11},   {"empty", 11 + 21 + 4},
+        {"optional", 40}, {"missing", 48}, {"last", 48}};
+    for (auto const& expected : offsets) {
+        EXPECT_EQ(Child(1, expected.first)->Info->Offset, expected.second) << expected.first;
+    }
+    EXPECT_EQ(m_table->FindStructure(1)->Size, 49u);
+    EXPECT_EQ(Child(1, "one")->Info->Structure, m_table->FindStructure(2));
+    EXPECT_EQ(Child(1, "one")->GetSize(), 7u);
+    EXPECT_EQ(Child(1, "missing")->Info->Structure, nullptr);
+    EXPECT_EQ(Child(1, "missing")->GetSize(), 0u);
+    EXPECT_EQ(m_log.Messages(),
+              std::vector<std::string>{
+                  "PopulateOffsetSizeStructure structure not found: ID: 99, NameHash: " +
+                  std::to_string(static_cast<long long>(Hash("missing"))) + "\n"});
+}
+
+// A file's layout holds only what its version writes: a structure's length word from 6.0.0 on, a
+// fixed-length array's count from 7.0.0 on. Counts and sizes from the file multiply: a layout past
+// 32 bits stays at the largest size, and what stands behind it lies beyond any entry.
+TEST_F(DefinitionTableTest, LayoutFollowsTheFileVersion)
+{
+    struct
+    {
+        VersionUnion version;
+        uint32_t inner, outer, lastOffset;
+    } const cases[] = {
+        {VersionUnion(7, 0, 0), 4 + 4 + 4 + 8, 4 + 20 + 4 + 6 + 1, 34},
+        {VersionUnion(6, 0, 0), 4 + 4 + 8, 4 + 16 + 6 + 1, 26},
+        {VersionUnion(5, 0, 0), 4 + 8, 12 + 6 + 1, 18},
+    };
+    DefinitionTableBuilder builder;
+    builder
+        .AddStructure(Struct(1, "Outer",
+                             {Nested("inner", 2), Member("values", ElementType::UInt16, 3, 3),
+                              Member("last", ElementType::UInt8)}))
+        .AddStructure(
+            Struct(2, "Inner",
+                   {Member("a", ElementType::UInt32), Member("pair", ElementType::Float, 2, 2)}));
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.version.Parts.Major);
+        ASSERT_TRUE(Read(builder, 1, true, 0, c.version));
+        EXPECT_EQ(m_table->FindStructure(2)->Size, c.inner);
+        EXPECT_EQ(m_table->FindStructure(1)->Size, c.outer);
+        EXPECT_EQ(Child(1, "last")->Info->Offset, c.lastOffset);
+    }
+
+    DefinitionTableBuilder wide;
+    wide
+        .AddStructure(Struct(
+            1, "Outer", {Nested("blocks", 2, 65535, 65535), Member("after", ElementType::UInt8)}))
+        .AddStructure(Struct(2, "Block", {Member("wide", ElementType::UInt64, 65535, 65535)}));
+    ASSERT_TRUE(Read(wide));
+    EXPECT_EQ(m_table->FindStructure(2)->Size, 4u + 4 + 8u * 65535);
+    EXPECT_EQ(Child(1, "after")->Info->Offset, UINT32_MAX);
+    EXPECT_EQ(m_table->FindStructure(1)->Size, UINT32_MAX);
+}
+
+TEST_F(DefinitionTableTest, ChainDeeperThanAThreadStackIsSizedAndWalked)
+{
+    // Structure n holds structure n + 1 and a byte; the last holds a byte only. A damaged or
+    // hostile file can nest this deep, and sizing or verifying it must not recurse per level.
+    constexpr uint32_t Depth = 50000;
+    DefinitionTableBuilder builder;
+    for (uint32_t id = 1; id < Depth; ++id)
+        builder.AddStructure(
+            Struct(id, "S", {Nested("inner", id + 1), Member("tail", ElementType::UInt8)}));
+    builder.AddStructure(Struct(Depth, "S", {Member("tail", ElementType::UInt8)}));
+    ASSERT_TRUE(Read(builder));
+    // 4 bytes of load limit and a byte per level, the innermost level included.
+    EXPECT_EQ(m_table->FindStructure(Depth)->Size, 5u);
+    EXPECT_EQ(m_table->FindStructure(1)->Size, 5u * Depth);
+    EXPECT_EQ(Child(Depth - 1, "tail")->Info->Offset, 4u + 5);
+    // Every element verified down to the last level but one tail.
+    for (uint32_t id = 1; id < Depth; ++id)
+        Child(id, "inner")->Verified = Child(id, "tail")->Verified = 1;
+    PList<unsigned int> visited;
+    EXPECT_FALSE(m_table->FindStructure(1)->IsVerified(visited));
+    Child(Depth, "tail")->Verified = 1;
+    visited.Clear();
+    EXPECT_TRUE(m_table->FindStructure(Depth - 100)->IsVerified(visited));
+}
+
+// The first of two records of one module name, structure ID or child name is kept; both children
+// of one name take room.
+TEST_F(DefinitionTableTest, DuplicatesKeepTheFirstRecord)
+{
+    DefinitionTableBuilder builder;
+    builder.AddModule(DefModule(1, "Mod"))
+        .AddModule({2, "Other", Hash("Mod"), ""})
+        .AddStructure(Struct(1, "First",
+                             {Member("x", ElementType::UInt32), Member("x", ElementType::UInt16)}))
+        .AddStructure(Struct(1, "Second"));
+    ASSERT_TRUE(Read(builder));
+    EXPECT_EQ(
+        m_log.Messages(),
+        (std::vector<std::string>{
+            "Error: Duplicate structure Hash (" + std::to_string(Hash("Mod")) +
+                ") found in definition table: Mod / Other\n",
+            "Duplicated hash found in Children (" + std::to_string(Hash("x")) + ") object First\n",
+            "Error: Duplicate structure ID (1) found in definition table: First / Second\n"}));
+    EXPECT_EQ(m_table->GetDefinitionModules()->size(), 1u);
+    EXPECT_STREQ(m_table->FindModuleStructure(Hash("Mod"))->Name, "First");
+    EXPECT_EQ(m_table->FindStructure(1)->Size, 4u + 4 + 2);
+    EXPECT_EQ(Child(1, "x")->Info->Type, TypeUInt32);
+}
+
+class DefinitionRecordKindTest : public DefinitionTableTest,
+                                 public testing::WithParamInterface<unsigned char>
+{
+};
+
+// Records of every kind, some skipped, leave the walk on the next record; without keep every
+// record is stepped over and dropped.
+TEST_P(DefinitionRecordKindTest, SkippedRecordsLeaveTheWalkOnTheNextRecord)
+{
+    DefinitionElement unnamed = Member("", ElementType::UInt8);
+    unnamed.nameLengthOverride = 0;
+    DefinitionTableBuilder builder;
+    builder.AddOpaque({0, "abc", ""})
+        .AddModule({10, "Alpha", std::nullopt, "notes"})
+        .AddOpaque({1, "hello!", ""})
+        .AddEnum({3, "Colour", std::nullopt, {{1, true, "Red", "r"}, {2, false, "Green", ""}}})
+        .AddOpaque({2, "x", "yz12345"})
+        .AddStructure(Struct(10, "AlphaType", {Member("gain", ElementType::Float, 2, 2), unnamed}))
+        .AddEnum({4, "Empty", std::nullopt, {}})
+        .AddModule(DefModule(11, "Beta"));
+    ASSERT_TRUE(Read(builder, GetParam()));
+    EXPECT_EQ(m_pos, m_bytes.size());
+    EXPECT_TRUE(m_log.Messages().empty());
+    EXPECT_EQ(m_table->GetDefinitionModules()->size(), 2u);
+    EXPECT_EQ(m_table->FindModuleStructure(Hash("Alpha")), m_table->FindStructure(10));
+    EXPECT_EQ(m_table->FindModuleStructure(Hash("Beta")), nullptr); // no structure 11
+    ParameterDefinitionStructure const* structure = m_table->FindStructure(10);
+    EXPECT_STREQ(structure->Name, "AlphaType");
+    EXPECT_EQ(structure->NameHash, Hash("AlphaType"));
+    ParameterDefinitionElement const* gain = Child(10, "gain");
+    ASSERT_NE(gain, nullptr);
+    EXPECT_TRUE(gain->FromFile);
+    EXPECT_EQ(gain->Info->Flags, ElementFixedCount);
+    // A stored name length of 0 hashes as the empty name instead of running off the record.
+    EXPECT_NE(structure->FindChild(Hash("")), nullptr);
+    EXPECT_EQ(structure->Size, 4u + 8 + 4 + 1);
+
+    ASSERT_TRUE(Read(builder, GetParam(), false));
+    EXPECT_EQ(m_pos, m_bytes.size());
+    EXPECT_TRUE(m_table->GetDefinitionModules()->empty());
+    EXPECT_TRUE(m_table->GetDefinitionStructures()->empty());
+    EXPECT_TRUE(m_log.Messages().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Alignments, DefinitionRecordKindTest, testing::Values(1, 8));
+
+// An undefined kind stops the walk and keeps what came before; the line names the manager.
+TEST_F(DefinitionTableTest, UndefinedKindStopsTheWalkAndKeepsWhatCameBefore)
+{
+    for (unsigned int kind : {3u, 7u, 255u}) {
+        m_log.Clear();
+        DefinitionTableBuilder builder;
+        builder.AddModule(DefModule(1, "Mod"))
+            .AddRawKind({static_cast<uint8_t>(kind)})
+            .AddModule(DefModule(2, "Later"));
+        EXPECT_FALSE(Read(builder, 8));
+        EXPECT_EQ(m_log.Messages(),
+                  std::vector<std::string>{"Error: Unexpected type found in definition table (" +
+                                           std::to_string(kind) + ")\n"});
+        EXPECT_EQ(m_log.Count("(TestSetManager): Error: Unexpected type"), 1u);
+        EXPECT_EQ(m_table->GetDefinitionModules()->size(), 1u);
+        EXPECT_EQ(m_table->GetDefinitionModules()->count(Hash("Mod")), 1u);
+    }
+}
+
+// A section that ends inside a record fails at the record; one that does not lie within the
+// buffer is refused before anything is read.
+TEST_F(DefinitionTableTest, SectionThatEndsInsideARecordFails)
+{
+    DefinitionElement last = Member("a", ElementType::UInt32);
+    last.skipped = "abcd";
+    DefinitionTableBuilder builder;
+    builder.AddModule(DefModule(1, "Mod"))
+        .AddStructure(Struct(1, "S", {Member("b", ElementType::UInt8), last}));
+    EXPECT_FALSE(Read(builder, 1, true, 2));
+    auto const full = static_cast<unsigned int>(m_bytes.size());
+    EXPECT_EQ(m_log.Messages(),
+              std::vector<std::string>{"Failed to read 4 bytes from binary file offset " +
+                                       std::to_string(full - 4) + ", length " +
+                                       std::to_string(full - 2) + "\n"});
+    EXPECT_NE(m_table->FindModuleStructure(Hash("Mod")), nullptr);
+    for (unsigned int const start : {0u, 1u}) {
+        unsigned int pos = start;
+        EXPECT_EQ(m_table->ReadDefinitions(m_bytes.data(), full, pos, full, true), start == 0);
+        EXPECT_EQ(pos, start == 0 ? full : 1u);
+    }
+}
+
+// A module element is built only through a module record that names a structure.
+TEST_F(DefinitionTableTest, LookupsFindModulesOnlyThroughTheirRecords)
+{
+    ParameterFileSymbolTable empty(nullptr, 1, VersionUnion(7, 0, 0));
+    EXPECT_EQ(empty.GetDefinitionStructures(), nullptr);
+    EXPECT_EQ(empty.FindStructure(1), nullptr);
+    EXPECT_EQ(empty.BuildModuleElement(Hash("Mod")), nullptr);
+    DefinitionTableBuilder bare;
+    bare.AddStructure(Struct(5, "Mod", {Member("a", ElementType::UInt32)}));
+    ASSERT_TRUE(Read(bare));
+    EXPECT_TRUE(m_table->GetDefinitionModules()->empty());
+    EXPECT_NE(m_table->FindStructure(5), nullptr);
+    EXPECT_EQ(m_table->FindStructure(6), nullptr);
+    EXPECT_EQ(m_table->BuildModuleElement(Hash("Mod")), nullptr);
+    DefinitionTableBuilder builder;
+    builder.AddModule(DefModule(5, "Mod"))
+        .AddStructure(Struct(5, "ModType", {Member("a", ElementType::UInt32)}));
+    ASSERT_TRUE(Read(builder));
+    std::unique_ptr<ParameterDefinitionElement> element(m_table->BuildModuleElement(Hash("Mod")));
+    ASSERT_NE(element, nullptr);
+    EXPECT_EQ(element->NameHash, Hash("Mod"));
+    EXPECT_FALSE(element->FromFile);
+    EXPECT_EQ(element->Info->Structure, m_table->FindStructure(5));
+}
+
+// Structure 1 {a, s: 2}, structure 2 {c, back: 1}: a cycle through both. Holder refers to Leaf
+// and to Childless; Lonely has no children and nothing refers to it.
+class DefinitionVerificationTest : public DefinitionTableTest
+{
+protected:
+    void SetUp() override
+    {
+        DefinitionTableBuilder builder;
+        builder.AddModule(DefModule(1, "Mod"))
+            .AddModule(DefModule(3, "Bare"))
+            .AddModule(DefModule(6, "Alone"))
+            .AddStructure(Struct(1, "One", {Member("a", ElementType::UInt32), Nested("s", 2)}))
+            .AddStructure(
+                Struct(2, "Two", {Member("c", ElementType::UInt8), Nested("back", 1, 0, 1)}))
+            .AddStructure(Struct(3, "Childless"))
+            .AddStructure(Struct(4, "Leaf", {Member("d", ElementType::Int8)}))
+            .AddStructure(Struct(5, "Holder", {Nested("leaf", 4), Nested("none", 3)}))
+            .AddStructure(Struct(6, "Lonely"));
+        ASSERT_TRUE(Read(builder));
+    }
+
+    void Verify(std::initializer_list<std::pair<unsigned int, char const*>> children)
+    {
+        for (auto const& child : children)
+            Child(child.first, child.second)->Verified = 1;
+    }
+
+    bool ModuleVerified()
+    {
+        std::unique_ptr<ParameterDefinitionElement> module(
+            m_table->BuildModuleElement(Hash("Mod")));
+        module->Verified = 1;
+        PList<unsigned int> visited;
+        return module->IsStructVerified(visited);
+    }
+};
+
+TEST_F(DefinitionVerificationTest, VerifiedOnlyWhenEveryChildBelowIs)
+{
+    EXPECT_FALSE(ModuleVerified());
+    Verify({{1, "a"}, {1, "s"}});
+    EXPECT_FALSE(ModuleVerified()); // "c" below "s" is not verified
+    Verify({{2, "c"}});
+    // "back" leads to One, which is being walked already: it is left alone, verified or not.
+    EXPECT_TRUE(ModuleVerified());
+    Verify({{2, "back"}});
+    EXPECT_TRUE(ModuleVerified());
+    Child(1, "a")->Verified = 0;
+    EXPECT_FALSE(ModuleVerified());
+    PList<unsigned int> visited;
+    EXPECT_TRUE(m_table->FindStructure(3)->IsVerified(visited)); // no children
+    EXPECT_EQ(visited.Count(), 1u);
+}
+
+// With nothing verified, a structure without children goes, with its module, unless a failed
+// child refers to it; a fully verified module goes whole.
+TEST_F(DefinitionVerificationTest, ClearDropsWhatIsVerifiedAllTheWayDown)
+{
+    m_table->ClearDefinitions(false);
+    for (unsigned int id : {1u, 2u, 4u, 5u}) {
+        EXPECT_NE(m_table->FindStructure(id), nullptr) << id;
+    }
+    EXPECT_NE(Child(1, "a")->Info, nullptr);
+    EXPECT_EQ(m_table->FindStructure(6), nullptr);
+    EXPECT_EQ(m_table->BuildModuleElement(Hash("Alone")), nullptr);
+    EXPECT_NE(m_table->FindModuleStructure(Hash("Bare")), nullptr);
+    Child(5, "none")->Verified = 1;
+    m_table->ClearDefinitions(false);
+    EXPECT_EQ(Child(5, "none")->Info, nullptr);
+    EXPECT_EQ(m_table->FindStructure(3), nullptr);
+    EXPECT_EQ(m_table->GetDefinitionModules()->size(), 1u);
+
+    Verify({{1, "a"}, {1, "s"}, {2, "c"}, {2, "back"}});
+    m_table->ClearDefinitions(false);
+    EXPECT_EQ(m_table->FindStructure(1), nullptr);
+    EXPECT_EQ(m_table->FindStructure(2), nullptr);
+    EXPECT_EQ(m_table->BuildModuleElement(Hash("Mod")), nullptr);
+    EXPECT_NE(m_table->FindStructure(5), nullptr);
+}
+
+// What fails in a partly verified module stays. The entry reader then finds a cleared child
+// verified without Info, to be read straight, and no member the file lacks.
+TEST_F(DefinitionVerificationTest, ClearKeepsWhatFailedInAPartlyVerifiedModule)
+{
+    Verify({{1, "a"}, {1, "s"}, {2, "back"}});
+    ParameterDefinitionStructure* two = m_table->FindStructure(2);
+    m_table->ClearDefinitions(false);
+    ASSERT_EQ(m_table->FindStructure(2), two);
+    EXPECT_EQ(Child(1, "s")->Info->Structure, two);
+    EXPECT_NE(Child(2, "c")->Info, nullptr);
+    ParameterDefinitionStructure* one = m_table->FindModuleStructure(Hash("Mod"));
+    ASSERT_EQ(one, m_table->FindStructure(1));
+    ParameterDefinitionElement const* a = one->FindChild(Hash("a"));
+    ASSERT_NE(a, nullptr);
+    EXPECT_EQ(a->Verified.load(), 1);
+    EXPECT_EQ(a->Info, nullptr);
+    EXPECT_EQ(a->GetSize(), 0u);
+    EXPECT_EQ(one->FindChild(Hash("notInFile")), nullptr);
+}
+
+TEST_F(DefinitionVerificationTest, FreeChildAndClearAllReleaseEverything)
+{
+    ParameterDefinitionStructure* one = m_table->FindStructure(1);
+    one->FreeChild(0, Child(1, "a"));
+    one->FreeChild(Hash("a"), nullptr);
+    EXPECT_NE(Child(1, "a"), nullptr);
+    one->FreeChild(Hash("a"), Child(1, "a"));
+    EXPECT_EQ(Child(1, "a"), nullptr);
+    EXPECT_EQ(one->Children.size(), 1u);
+    m_table->ClearDefinitions(true);
+    EXPECT_EQ(m_table->GetDefinitionModules(), nullptr);
+    EXPECT_EQ(m_table->GetDefinitionStructures(), nullptr);
+    EXPECT_EQ(m_table->BuildModuleElement(Hash("Mod")), nullptr);
+}
+
+// An enumeration record read behind its kind; a cut one fails its reader and holds nothing.
+TEST(ParameterDefinitionEnumTest, ReadsItsRecordBehindTheKind)
+{
+    DefinitionTableBuilder builder;
+    builder.AddEnum({9, "Mode", std::nullopt, {{1, true, "On", "lit"}, {0, false, "Off", ""}}});
+    std::vector<uint8_t> const bytes = builder.Build(1);
+    unsigned int pos = 1;
+    ParameterByteReader reader(bytes.data(), static_cast<unsigned int>(bytes.size()), pos, 1,
+                               nullptr);
+    ParameterDefinitionEnum enumeration(reader);
+    EXPECT_FALSE(reader.Failed());
+    EXPECT_EQ(pos, bytes.size());
+    EXPECT_EQ(enumeration.ID, 9u);
+    EXPECT_STREQ(enumeration.Name, "Mode");
+    EXPECT_EQ(enumeration.NameHash, Hash("Mode"));
+    ASSERT_EQ(enumeration.Values.Count(), 2u);
+    EXPECT_TRUE(enumeration.Values[0]->Flag);
+    EXPECT_STREQ(enumeration.Values[0]->Text, "lit");
+    EXPECT_EQ(enumeration.Values[1]->Value, 0u);
+    EXPECT_STREQ(enumeration.Values[1]->Name, "Off");
+
+    ParamTest::LogCapture log;
+    pos = 1;
+    ParameterByteReader shortReader(bytes.data(), 12, pos, 1, nullptr);
+    ParameterDefinitionEnum cut(shortReader);
+    EXPECT_TRUE(shortReader.Failed());
+    EXPECT_STREQ(cut.Name, "");
+    EXPECT_EQ(cut.Values.Count(), 0u);
+    EXPECT_EQ(log.Count("Failed to read 5 bytes from binary file offset 9, length 12"), 1u);
 }
 
 } // namespace
