@@ -175,7 +175,18 @@ const scenarios = {
         const other = await run(session.tool, ["client", live, "get", `${Preview}:t2tconfigdata`], 20000);
         assert.equal(other.code, 0, other.stderr);
         assert.match(other.stdout, /downscaleRatio=0\.125(;|$)/m, other.stdout);
+        // Without FILE the server gives everything it can; what it cannot is disabled and says why.
+        const bare = await session.open(await session.console(["--live", live]));
+        await chooseBranch(bare, Preview);
+        await chooseModule(bare, "t2tconfigdata");
+        assert.deepEqual(await valueRow(bare, "downscaleRatio"), {value: "0.125", source: ""});
+        assert.match(await bare.$eval("#module-source", (line) => line.textContent), /does not know which mode/);
+        for (const control of ["#save", "#show-diff"]) {
+            assert.ok(await bare.$eval(control, (button) => button.disabled), control);
+            assert.match(await bare.$eval(control, (button) => button.title), /without FILE cannot/);
+        }
         noProblems(page);
+        noProblems(bare);
     },
 
     // A gamma curve: the trigger tree's leaf opens its region, a dragged point is an edit, and
@@ -233,6 +244,11 @@ const scenarios = {
         // A nest's levels are named by their dimension, outermost first.
         const variables = [...new Set((await labels()).map((label) => label.split(" ")[0]))];
         assert.deepEqual(variables, ["drc_gain", "hdr_aec", "led_idx", "aec", "cct", "channel"]);
+        // A leaf's gamma table is a curve, though its path runs through the DRC gain level.
+        await page.click("svg.trigger-tree .leaf");
+        await page.waitForSelector("details.revealed");
+        assert.deepEqual(await page.$$eval("details.revealed svg", (svgs) => svgs.map((svg) => svg.getAttribute("class"))),
+                         ["curve"]);
         noProblems(page);
     },
 

@@ -12,9 +12,7 @@
 
 #include <gtest/gtest.h>
 
-#include "paramgen/TuningSetManager.h"
 #include "tests/common/gammatreefile.h"
-#include "tests/common/logcapture.h"
 #include "tests/common/tempfile.h"
 #include "tests/paramctl/paramctlchild.h"
 #include "tests/paramctl/runparamctl.h"
@@ -87,6 +85,22 @@ private:
     int m_port = 0;
 };
 
+/// paramctl serve on loopback, and the address a live session attaches to.
+struct Camera
+{
+    ParamctlChild server;
+    std::string live;
+    explicit Camera(std::string const& file) : server("serve --bind 127.0.0.1 " + file)
+    {
+        std::string const prefix = "listening on port ";
+        if (!server.WaitForLog(prefix))
+            return;
+        std::string const log = server.Log();
+        live =
+            "127.0.0.1:" + std::to_string(std::stoi(log.substr(log.find(prefix) + prefix.size())));
+    }
+};
+
 std::string Edit(char const* branch, char const* path, std::string const& value)
 {
     return Json{{"branch", branch},
@@ -98,6 +112,41 @@ std::string Edit(char const* branch, char const* path, std::string const& value)
 
 constexpr char PreviewHdr[] = "/api/module?branch=Default%7CSensor.0%7CUsecase.Preview%7CFeature1"
                               ".ISPHDR&instance=t2tconfigdata";
+
+/// What a console on the sample reads with FILE, and from a live server without FILE where that
+/// differs (the protocol tells no sources).
+struct SampleRead
+{
+    char const* target;
+    char const* pointer;
+    Json withFile;
+    Json withoutFile = Json(Json::value_t::discarded); ///< discarded: as withFile
+};
+
+SampleRead const SampleReads[] = {
+    {"/api/tree", "/tables/0/modes/0/children/1/children/1/children/0/path",
+     "Default|Sensor.1|Usecase.Snapshot|Scene.Night"},
+    {"/api/tree", "/tables/0/modes/0/children/0/children/0/numeric", "0.0|1.0|2.0"},
+    {"/api/tree", "/tables/0/modes/0/modeId", 0, nullptr},
+    {"/api/modules?branch=Default%7CSensor.0%7CUsecase.Preview", "/modules/0/source",
+     "Default|Sensor.0|Usecase.Preview", nullptr},
+    {"/api/modules?branch=0.0%7C1.1", "/modules/0/source", "Default", nullptr},
+    {PreviewHdr, "/source", "Default|Sensor.0|Usecase.Preview", nullptr},
+    {PreviewHdr, "/members/0/members/0/path", "module_version.major_revision"},
+    {PreviewHdr, "/members/5/value", "75"},
+    {PreviewHdr, "/trigger", nullptr},
+    {"/api/module?branch=0.0%7C1.1&instance=t2tconfigdata", "/members/5/value", "60"},
+};
+
+void ExpectSampleReads(Console& console, bool file)
+{
+    for (SampleRead const& read : SampleReads) {
+        SCOPED_TRACE(std::string(read.target) + " " + read.pointer);
+        Json const answer = console.Answer("GET", read.target);
+        EXPECT_EQ(answer.value(Json::json_pointer(read.pointer), Json()),
+                  file || read.withoutFile.is_discarded() ? read.withFile : read.withoutFile);
+    }
+}
 
 TEST(ParamctlConsoleTest, ExitsAtOnceOnWhatItCannotServe)
 {
@@ -114,6 +163,8 @@ TEST(ParamctlConsoleTest, ExitsAtOnceOnWhatItCannotServe)
         {"--web /nonexistent " + sample.file.Path(), 1, "no console page at /nonexistent"},
         // Port 1 on loopback: nothing listens there, and the attempt stays on this machine.
         {"--live 127.0.0.1:1 " + sample.file.Path(), 1, "cannot connect to 127.0.0.1:1"},
+        {"--live 127.0.0.1:1", 1, "cannot connect to 127.0.0.1:1"},
+        {"--live 127.0.0.1:1 --compare " + sample.file.Path(), 2, "--compare needs FILE"},
     };
     for (Case const& test : cases) {
         SCOPED_TRACE(test.arguments);
@@ -140,16 +191,6 @@ TEST(ParamctlConsoleTest, FileSessionAnswersEditsSavesAndCompares)
     } const cases[] = {
         {"/api/session", "/kind", "file"},
         {"/api/session", "/canSave", true},
-        {"/api/tree", "/tables/0/modes/0/children/1/children/1/children/0/path",
-         "Default|Sensor.1|Usecase.Snapshot|Scene.Night"},
-        {"/api/tree", "/tables/0/modes/0/children/0/children/0/numeric", "0.0|1.0|2.0"},
-        {"/api/modules?branch=Default%7CSensor.0%7CUsecase.Preview", "/modules/0/source",
-         "Default|Sensor.0|Usecase.Preview"},
-        {"/api/modules?branch=0.0%7C1.1", "/modules/0/source", "Default"},
-        {PreviewHdr, "/source", "Default|Sensor.0|Usecase.Preview"},
-        {PreviewHdr, "/members/0/members/0/path", "module_version.major_revision"},
-        {PreviewHdr, "/members/5/value", "75"},
-        {PreviewHdr, "/trigger", nullptr},
         {"/api/diff", "/same", true},
     };
     for (Case const& test : cases) {
@@ -157,6 +198,7 @@ TEST(ParamctlConsoleTest, FileSessionAnswersEditsSavesAndCompares)
         Json const answer = console.Answer("GET", test.target);
         EXPECT_EQ(answer.value(Json::json_pointer(test.pointer), Json()), test.expected);
     }
+    ExpectSampleReads(console, true);
 
     // An edit through the deepest branch changes the instance that supplies it, and what is
     // saved and compared is the edited state.
@@ -183,42 +225,50 @@ TEST(ParamctlConsoleTest, FileSessionAnswersEditsSavesAndCompares)
 
 TEST(ParamctlConsoleTest, TriggerTreeNodesCarryTheirControlVariables)
 {
-    // Two levels, following control variables 3 and 1, of which the file names only 3.
+    // Two levels, following control variables 3 and 1, of which the file names only 3: its
+    // names are the file's own, which a live session without FILE does not know.
     ParamTest::TempFile file(ParamTest::GammaTreeFile({{2, 3}, {3, 1}, {{3, "drc_gain"}}}));
-    Console console(file.Path());
-    ASSERT_TRUE(console.Up()) << console.Log();
-    Json const module = console.Answer("GET", "/api/module?branch=Default&instance=gamma16_bps_v2");
-    std::string const roots = "varitonal_gamma16_core.mod_gamma16_trigger_data";
-    // The core's list of roots: varitonal_gamma16_core is the module's last member.
-    std::string const root =
-        "/members/" + std::to_string(module["members"].size() - 1) + "/members/0/elements/1";
-    struct Case
-    {
-        std::string pointer;
-        Json expected;
-    } const cases[] = {
-        {"/trigger/generation", 1},
-        {"/trigger/path", roots},
-        {"/trigger/levels/0/variable", "drc_gain"},
-        {"/trigger/levels/1/control", 1},
-        {"/trigger/levels/1/variable", nullptr},
-        {root + "/kind", "trigger"},
-        {root + "/level", 0},
-        {root + "/variable", "drc_gain"},
-        {root + "/start", "10.0"},
-        {root + "/end", "20.0"},
-        {root + "/region", nullptr},
-        {root + "/members/2/elements/2/kind", "trigger"},
-        {root + "/members/2/elements/2/level", 1},
-        {root + "/members/2/elements/2/control", 1},
-        {root + "/members/2/elements/2/variable", nullptr},
-        {root + "/members/2/elements/2/region", roots + "[1].trigger[2].region"},
-    };
-    for (Case const& test : cases) {
-        SCOPED_TRACE(test.pointer);
-        EXPECT_EQ(module.value(Json::json_pointer(test.pointer), Json("absent")), test.expected);
+    for (bool const withFile : {true, false}) {
+        SCOPED_TRACE(withFile ? "with FILE" : "live, without FILE");
+        std::unique_ptr<Camera> camera(withFile ? nullptr : new Camera(file.Path()));
+        Console console(withFile ? file.Path() : "--live " + camera->live);
+        ASSERT_TRUE(console.Up()) << console.Log();
+        Json const module =
+            console.Answer("GET", "/api/module?branch=Default&instance=gamma16_bps_v2");
+        std::string const roots = "varitonal_gamma16_core.mod_gamma16_trigger_data";
+        // The core's list of roots: varitonal_gamma16_core is the module's last member.
+        std::string const root =
+            "/members/" + std::to_string(module["members"].size() - 1) + "/members/0/elements/1";
+        Json const named = withFile ? Json("drc_gain") : Json();
+        struct Case
+        {
+            std::string pointer;
+            Json expected;
+        } const cases[] = {
+            {"/trigger/generation", 1},
+            {"/trigger/path", roots},
+            {"/trigger/levels/0/variable", named},
+            {"/trigger/levels/1/control", 1},
+            {"/trigger/levels/1/variable", nullptr},
+            {root + "/kind", "trigger"},
+            {root + "/level", 0},
+            {root + "/variable", named},
+            {root + "/start", "10.0"},
+            {root + "/end", "20.0"},
+            {root + "/region", nullptr},
+            {root + "/members/2/elements/2/kind", "trigger"},
+            {root + "/members/2/elements/2/level", 1},
+            {root + "/members/2/elements/2/control", 1},
+            {root + "/members/2/elements/2/variable", nullptr},
+            {root + "/members/2/elements/2/region", roots + "[1].trigger[2].region"},
+        };
+        for (Case const& test : cases) {
+            SCOPED_TRACE(test.pointer);
+            EXPECT_EQ(module.value(Json::json_pointer(test.pointer), Json("absent")),
+                      test.expected);
+        }
+        EXPECT_EQ(console.Stop(), 0);
     }
-    EXPECT_EQ(console.Stop(), 0);
 }
 
 TEST(ParamctlConsoleTest, BadRequestsGetTheirStatusAndChangeNothing)
@@ -314,12 +364,9 @@ TEST(ParamctlConsoleTest, SilentClientsDoNotHoldUpOthers)
 TEST(ParamctlConsoleTest, LiveSessionEditsAreSeenByOtherClientsAndSaved)
 {
     Sample sample;
-    std::vector<uint8_t> bytes = ParamCtlTest::ReadBytes(sample.file.Path());
-    ParamTest::LogCapture log;
-    TuningSetManager camera("console-test");
-    ASSERT_TRUE(camera.SetKnobbyListenAddress("127.0.0.1", 0)); // loopback only
-    ASSERT_TRUE(camera.LoadBinaryParameters(bytes.data(), bytes.size())) << camera.GetErrorString();
-    std::string const live = "127.0.0.1:" + std::to_string(camera.GetKnobbyPort());
+    Camera camera(sample.file.Path());
+    std::string const live = camera.live;
+    ASSERT_FALSE(live.empty()) << camera.server.Log();
     ParamTest::TempFile saved;
     Console console("--live " + live + " --save-to " + saved.Path() + " --compare " +
                     sample.file.Path() + " " + sample.file.Path());
@@ -361,6 +408,60 @@ TEST(ParamctlConsoleTest, LiveSessionEditsAreSeenByOtherClientsAndSaved)
     EXPECT_EQ(console.Stop(), 0);
 }
 
+TEST(ParamctlConsoleTest, LiveSessionWithoutFileReadsEverythingThroughTheProtocol)
+{
+    Sample sample;
+    Camera camera(sample.file.Path());
+    ASSERT_FALSE(camera.live.empty()) << camera.server.Log();
+    Console console("--live " + camera.live);
+    ASSERT_TRUE(console.Up()) << console.Log();
+    ExpectSampleReads(console, false);
+    Json const session = console.Answer("GET", "/api/session");
+
+    struct Case
+    {
+        char const* method;
+        std::string target;
+        std::string body;
+        int status;
+        char const* pointer;
+        Json expected;
+    } const cases[] = {
+        {"GET", "/api/session", "", 200, "/files", Json::array()},
+        {"GET", "/api/modules?branch=Default%7CSensor.0%7CUsecase.Preview", "", 200, "/modules",
+         Json::parse(R"([{"instance": "versionsA_sw", "source": null, "version": null,
+                          "valueAccess": true},
+                         {"instance": "t2tconfigdata", "source": null, "version": null,
+                          "valueAccess": true}])")},
+        {"PUT", "/api/value", Edit("Default|Sensor.0", "confidenceThreshold", "44"), 200, "/value",
+         "44"},
+        {"PUT", "/api/value", Edit("Default", "confidenceThreshold", "2.5"), 400, "/error",
+         "value of t2tconfigdata.confidenceThreshold: '2.5' is not an integer (UInt32)"},
+        {"PUT", "/api/value", Edit("Default", "nothing", "1"), 404, "/error",
+         "no value nothing in t2tconfigdata"},
+        {"GET", "/api/module?branch=Default&instance=nothing", "", 404, "/error",
+         "no module nothing in mode Default"},
+        {"GET", "/api/modules?branch=Default%7CUsecase.Preview", "", 404, "/error",
+         "no mode 'Usecase.Preview' under Default in mode table 0"},
+        // What needs FILE is refused with the reason the page is given.
+        {"POST", "/api/save", "", 409, "/error", session["unavailable"]["save"]},
+        {"GET", "/api/diff", "", 409, "/error", session["unavailable"]["diff"]},
+    };
+    for (Case const& test : cases) {
+        SCOPED_TRACE(std::string(test.method) + " " + test.target + " " + test.pointer);
+        auto const [status, body] = console.Send(test.method, test.target, test.body);
+        EXPECT_EQ(status, test.status) << body;
+        EXPECT_EQ(Json::parse(body, nullptr, false).value(Json::json_pointer(test.pointer), Json()),
+                  test.expected);
+    }
+    // The edit went to the camera, where every other client sees it.
+    EXPECT_EQ(RunParamctl("client --timeout 5 " + camera.live +
+                          " get 'Default|Sensor.0:t2tconfigdata:confidenceThreshold'")
+                  .out,
+              "values: confidenceThreshold=44\n");
+    EXPECT_EQ(console.Stop(), 0);
+}
+
 TEST(ParamctlConsoleTest, LiveSessionWorksOnTheModeTableItIsAskedFor)
 {
     // Two mode tables, each with its own tracker.
@@ -375,34 +476,38 @@ TEST(ParamctlConsoleTest, LiveSessionWorksOnTheModeTableItIsAskedFor)
     description.Rewrite(std::vector<uint8_t>(text.begin(), text.end()));
     ParamTest::TempFile file;
     ASSERT_EQ(RunParamctl("pack " + description.Path() + " -o " + file.Path()).code, 0);
-    std::vector<uint8_t> bytes = ParamCtlTest::ReadBytes(file.Path());
-    ParamTest::LogCapture log;
-    TuningSetManager camera("console-tables");
-    ASSERT_TRUE(camera.SetKnobbyListenAddress("127.0.0.1", 0)); // loopback only
-    ASSERT_TRUE(camera.LoadBinaryParameters(bytes.data(), bytes.size())) << camera.GetErrorString();
-    std::string const live = "127.0.0.1:" + std::to_string(camera.GetKnobbyPort());
-    Console console("--live " + live + " " + file.Path());
-    ASSERT_TRUE(console.Up()) << console.Log();
+    // With FILE, and without it: the tables are the server's alike.
+    for (bool const withFile : {true, false}) {
+        SCOPED_TRACE(withFile ? "with FILE" : "without FILE");
+        Camera camera(file.Path());
+        ASSERT_FALSE(camera.live.empty()) << camera.server.Log();
+        Console console("--live " + camera.live + (withFile ? " " + file.Path() : ""));
+        ASSERT_TRUE(console.Up()) << console.Log();
 
-    auto operationMode = [&](char const* table) {
-        return console
-            .Answer("GET",
-                    std::string("/api/module?branch=Default&instance=t2tconfigdata&table=") + table)
-            .value(Json::json_pointer("/members/1/value"), "");
-    };
-    EXPECT_EQ(operationMode("0"), "1");
-    EXPECT_EQ(operationMode("1"), "7");
-    Json edit = Json::parse(Edit("Default", "operationMode", "9"));
-    edit["table"] = 1;
-    EXPECT_EQ(console.Answer("PUT", "/api/value", edit.dump()).value("value", ""), "9");
-    // The server works on table 0 again for every other client, and table 1 holds the edit.
-    std::string const client = "client --timeout 5 " + live + " ";
-    std::string const get = client + "get 'Default:t2tconfigdata:operationMode'";
-    EXPECT_EQ(RunParamctl(get).out, "values: operationMode=1\n");
-    ASSERT_EQ(RunParamctl(client + "index 1").code, 0);
-    EXPECT_EQ(RunParamctl(get).out, "values: operationMode=9\n");
-    ASSERT_EQ(RunParamctl(client + "index 0").code, 0);
-    EXPECT_EQ(console.Stop(), 0);
+        auto operationMode = [&](char const* table) {
+            return console
+                .Answer("GET", std::string("/api/module?branch=Default&instance=t2tconfigdata"
+                                           "&table=") +
+                                   table)
+                .value(Json::json_pointer("/members/1/value"), "");
+        };
+        EXPECT_EQ(
+            console.Answer("GET", "/api/tree").value(Json::json_pointer("/tables/1/name"), ""),
+            "front");
+        EXPECT_EQ(operationMode("0"), "1");
+        EXPECT_EQ(operationMode("1"), "7");
+        Json edit = Json::parse(Edit("Default", "operationMode", "9"));
+        edit["table"] = 1;
+        EXPECT_EQ(console.Answer("PUT", "/api/value", edit.dump()).value("value", ""), "9");
+        // The server works on table 0 again for every other client, and table 1 holds the edit.
+        std::string const client = "client --timeout 5 " + camera.live + " ";
+        std::string const get = client + "get 'Default:t2tconfigdata:operationMode'";
+        EXPECT_EQ(RunParamctl(get).out, "values: operationMode=1\n");
+        ASSERT_EQ(RunParamctl(client + "index 1").code, 0);
+        EXPECT_EQ(RunParamctl(get).out, "values: operationMode=9\n");
+        ASSERT_EQ(RunParamctl(client + "index 0").code, 0);
+        EXPECT_EQ(console.Stop(), 0);
+    }
 }
 
 } // namespace

@@ -21,7 +21,7 @@ namespace {
 constexpr char ConsoleUsage[] =
     "usage: paramctl console [--port N] [--bind ADDR] [--save-to OUT] [--compare FILE2]\n"
     "                        [--web DIR] FILE\n"
-    "       paramctl console --live HOST:PORT [options] FILE\n"
+    "       paramctl console --live HOST:PORT [options] [FILE]\n"
     "\n"
     "Serves the tuning console, a page and the JSON API it uses, on http://ADDR:N/ (127.0.0.1\n"
     "and 8080 unless told; --port 0 takes a free port) and prints one line with the address.\n"
@@ -32,6 +32,8 @@ constexpr char ConsoleUsage[] =
     "--live attaches to the live tuning server of a running camera process instead: values\n"
     "are read and changed through it, where every other client sees them, and FILE gives the\n"
     "mode tree and the layout of the values; --save-to then saves the live values.\n"
+    "Without FILE the server alone gives the mode tree and the values; such a session cannot\n"
+    "save or compare, and does not know which mode supplies a module.\n"
     "--web serves the page from DIR instead of the one installed with paramctl.\n"
     "SIGINT or SIGTERM stops the server. The API: tools/paramctl/console/API.md.\n";
 
@@ -131,16 +133,22 @@ int RunConsole(int argc, char** argv)
         std::fputs(ConsoleUsage, stdout);
         return ExitSuccess;
     }
-    if (line.Operands().size() != 1)
+    // A live session may go without FILE; everything else needs it.
+    if (line.Operands().size() > 1 || (line.Operands().empty() && !line.Has("--live")))
         return Usage("");
+    for (char const* option : {"--save-to", "--compare"}) {
+        if (line.Operands().empty() && line.Has(option))
+            return Usage(std::string(option) + " needs FILE: a live session without FILE cannot "
+                                               "save or compare");
+    }
     unsigned short port = 8080;
     std::string const portText = line.Value("--port", "8080");
     if (portText != "0" && !ParsePortNumber(portText, port))
         return Usage("--port needs a number from 0 to 65535");
     if (portText == "0")
         port = 0;
-    ConsoleOptions options{line.Operands()[0], line.Value("--live"), line.Value("--save-to"),
-                           line.Value("--compare")};
+    ConsoleOptions options{line.Operands().empty() ? "" : line.Operands()[0], line.Value("--live"),
+                           line.Value("--save-to"), line.Value("--compare")};
     if (line.Has("--live") && options.live.empty())
         return Usage("--live needs HOST:PORT");
     ConsoleAssets assets;

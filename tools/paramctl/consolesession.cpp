@@ -11,6 +11,7 @@
 #include "tools/paramctl/document/tuningdocument.h"
 #include "tools/paramctl/filesnapshot.h"
 #include "tools/paramctl/inputfile.h"
+#include "tools/paramctl/livevalues.h"
 #include "tools/paramctl/modepath.h"
 #include "tools/paramctl/printable.h"
 #include "tools/paramctl/triggertree.h"
@@ -23,6 +24,8 @@ namespace ParamCtl {
 
 namespace {
 
+namespace Wire = ParameterKnobbyPacket;
+
 // A live request waits this long for its answer.
 constexpr int LiveTimeoutMs = 5000;
 
@@ -31,22 +34,39 @@ Json NullOr(std::string const& text)
     return text.empty() ? Json(nullptr) : Json(Printable(text));
 }
 
-Json ModeNode(ModeEntry const& node, std::string const& named, std::string const& numeric)
+/// A NODE of the tree's answer, below the branch named (numeric), its children still empty.
+Json ModeJson(std::string const& step, unsigned int mode, unsigned int subMode,
+              std::string const& named, std::string const& numeric, Json modeId, Json resident)
 {
-    std::string const step = ModeStepName(node);
-    unsigned int const mode = node.mode.Parts.mode;
-    unsigned int const subMode = node.mode.Parts.subMode;
     std::string const path = named.empty() ? step : named + "|" + step;
     std::string const number = (numeric.empty() ? "" : numeric + "|") + std::to_string(mode) + "." +
                                std::to_string(subMode);
+    return {{"name", Printable(step)},
+            {"path", Printable(path)},
+            {"numeric", number},
+            {"modeId", std::move(modeId)},
+            {"resident", std::move(resident)},
+            {"children", Json::array()}};
+}
+
+Json ModeNode(ModeEntry const& node, std::string const& named, std::string const& numeric)
+{
     uint32_t const modeId = node.modeId;
     bool const resident = node.resident;
-    Json children = Json::array();
+    Json json = ModeJson(ModeStepName(node), node.mode.Parts.mode, node.mode.Parts.subMode, named,
+                         numeric, modeId, resident);
     for (ModeEntry const* child = node.firstChild; child != nullptr; child = child->nextSibling)
-        children.push_back(ModeNode(*child, path, number));
-    return {{"name", Printable(step)}, {"path", Printable(path)},
-            {"numeric", number},       {"modeId", modeId},
-            {"resident", resident},    {"children", std::move(children)}};
+        json["children"].push_back(ModeNode(*child, json["path"], json["numeric"]));
+    return json;
+}
+
+/// A live tree's node: the server tells neither Mode IDs nor which modes are resident.
+Json LiveModeJson(LiveModeNode const& node, std::string const& named, std::string const& numeric)
+{
+    Json json = ModeJson(node.step, node.mode, node.subMode, named, numeric, nullptr, nullptr);
+    for (LiveModeNode const& child : node.children)
+        json["children"].push_back(LiveModeJson(child, json["path"], json["numeric"]));
+    return json;
 }
 
 /// The elements of an array's value text, "1,2,3".
@@ -129,6 +149,34 @@ bool ValueText(Json const& value, std::string& text)
     return true;
 }
 
+/// The answer's fields for the members of instance, read into tree, with its trigger tree marked
+/// by the instance's compiled schema.
+Json ModuleBody(std::string const& instance, ValueNode const& tree, ControlNames const& names)
+{
+    Json members = Json::array();
+    for (ValueNode const& child : tree.children)
+        members.push_back(MemberJson(child, child.name));
+    TuningWriter::InstanceSchema const* schema =
+        ParamSchema::TuningSetManager::Instances().Find(instance);
+    Json trigger = schema != nullptr ? MarkTriggerTree(members, *schema->type, names) : Json();
+    return {{"instance", Printable(instance)},
+            {"trigger", std::move(trigger)},
+            {"members", std::move(members)}};
+}
+
+/// The table index of text; false for anything but a decimal number from 0 to 255.
+bool TableIndex(std::string const& text, unsigned char& index)
+{
+    char* end = nullptr;
+    unsigned long const number = std::strtoul(text.c_str(), &end, 10);
+    if (text.empty() || text[0] == '-' || *end != '\0' || number > 0xFF)
+        return false;
+    index = static_cast<unsigned char>(number);
+    return true;
+}
+
+constexpr char BadTable[] = "table needs a mode table index from 0 to 255";
+
 } // namespace
 
 ApiAnswer ApiError(int status, std::string const& reason)
@@ -143,13 +191,18 @@ bool ConsoleSession::Open(ConsoleOptions const& options, std::string& error)
         error = "not a server address (HOST:PORT): " + Printable(options.live);
         return false;
     }
+    // Without FILE everything comes from the server, which must answer now.
+    if (options.file.empty()) {
+        LiveExchange exchange;
+        return exchange.Open(m_live, 0, LiveTimeoutMs, error);
+    }
     m_loaded = std::make_unique<LoadedFile>();
     if (!OpenLoadedFile(options.file, "console", *m_loaded))
         return false; // the reason is printed
     // A live server that does not answer now is named at once, not at the page's first read.
     std::string answer;
     if (!options.live.empty() &&
-        !LiveRequest(m_live, ParameterKnobbyPacket::DeviceInfo, "", LiveTimeoutMs, answer, error))
+        !LiveRequest(m_live, Wire::DeviceInfo, "", LiveTimeoutMs, answer, error))
         return false;
     m_records = ModuleRecords(m_loaded->manager);
     // The names of the control variables are the file's own; a file that has none shows their
@@ -161,21 +214,50 @@ bool ConsoleSession::Open(ConsoleOptions const& options, std::string& error)
     return true;
 }
 
+std::string ConsoleSession::Unavailable(std::string const& feature) const
+{
+    if (m_loaded == nullptr) {
+        if (feature == "save")
+            return "a live session without FILE cannot save: the live values are saved into a "
+                   "copy of FILE";
+        if (feature == "diff")
+            return "a live session without FILE cannot compare: the live values are compared "
+                   "through a copy of FILE";
+        return "a live session without FILE does not know which mode supplies a module: the "
+               "live tuning protocol does not say";
+    }
+    if (feature == "save" && m_options.saveTo.empty())
+        return "no --save-to file was named";
+    if (feature == "diff" && m_options.compare.empty())
+        return "no --compare file was named";
+    return "";
+}
+
 ApiAnswer ConsoleSession::Session()
 {
     bool const live = !m_options.live.empty();
+    Json unavailable = Json::object();
+    for (char const* feature : {"save", "diff", "source"}) {
+        std::string const reason = Unavailable(feature);
+        if (!reason.empty())
+            unavailable[feature] = reason;
+    }
     return {200,
             {{"kind", live ? "live" : "file"},
-             {"files", Json::array({Printable(m_options.file)})},
+             {"files",
+              m_options.file.empty() ? Json::array() : Json::array({Printable(m_options.file)})},
              {"live", NullOr(m_options.live)},
-             {"canSave", !m_options.saveTo.empty()},
+             {"canSave", Unavailable("save").empty()},
              {"saveTo", NullOr(m_options.saveTo)},
-             {"compare", NullOr(m_options.compare)}}};
+             {"compare", NullOr(m_options.compare)},
+             {"unavailable", std::move(unavailable)}}};
 }
 
 ApiAnswer ConsoleSession::Tree()
 {
     std::lock_guard<std::mutex> hold(m_lock);
+    if (m_loaded == nullptr)
+        return LiveTree();
     ToolSetManager& manager = m_loaded->manager;
     Json tables = Json::array();
     for (unsigned int i = 0; i < manager.GetModeTableCount(); ++i) {
@@ -193,13 +275,10 @@ ApiAnswer ConsoleSession::Tree()
 bool ConsoleSession::ResolveBranch(std::string const& table, std::string const& branch,
                                    Branch& resolved, ApiAnswer& failure)
 {
-    char* end = nullptr;
-    unsigned long const index = std::strtoul(table.c_str(), &end, 10);
-    if (table.empty() || table[0] == '-' || *end != '\0' || index > 0xFF) {
-        failure = ApiError(400, "table needs a mode table index from 0 to 255");
+    if (!TableIndex(table, resolved.table)) {
+        failure = ApiError(400, BadTable);
         return false;
     }
-    resolved.table = static_cast<unsigned char>(index);
     ResolvedMode mode;
     std::string error;
     if (!ResolveModePath(m_loaded->manager, resolved.table, branch, false, mode, error)) {
@@ -227,6 +306,8 @@ std::string ConsoleSession::SourceOf(Branch const& branch, std::string const& in
 ApiAnswer ConsoleSession::Modules(std::string const& table, std::string const& branch)
 {
     std::lock_guard<std::mutex> hold(m_lock);
+    if (m_loaded == nullptr)
+        return LiveModules(table, branch);
     Branch resolved;
     ApiAnswer failure;
     if (!ResolveBranch(table, branch, resolved, failure))
@@ -270,6 +351,8 @@ ApiAnswer ConsoleSession::Module(std::string const& table, std::string const& br
                                  std::string const& instance)
 {
     std::lock_guard<std::mutex> hold(m_lock);
+    if (m_loaded == nullptr)
+        return LiveModule(table, branch, instance);
     Branch resolved;
     ApiAnswer failure;
     if (!ResolveBranch(table, branch, resolved, failure))
@@ -284,20 +367,11 @@ ApiAnswer ConsoleSession::Module(std::string const& table, std::string const& br
     tree.structure = true;
     if (!ReadTree(m_loaded->manager, resolved.table, resolved.numeric, instance, tree))
         return ApiError(404, "the values of " + instance + " cannot be read");
-    Json members = Json::array();
-    for (ValueNode const& child : tree.children)
-        members.push_back(MemberJson(child, child.name));
-    TuningWriter::InstanceSchema const* schema =
-        ParamSchema::TuningSetManager::Instances().Find(instance);
-    Json trigger =
-        schema != nullptr ? MarkTriggerTree(members, *schema->type, m_controlNames) : Json();
-    return {200,
-            {{"table", resolved.table},
-             {"branch", Printable(resolved.named)},
-             {"instance", Printable(instance)},
-             {"source", Printable(source)},
-             {"trigger", std::move(trigger)},
-             {"members", std::move(members)}}};
+    Json body = ModuleBody(instance, tree, m_controlNames);
+    body["table"] = resolved.table;
+    body["branch"] = Printable(resolved.named);
+    body["source"] = Printable(source);
+    return {200, std::move(body)};
 }
 
 ApiAnswer ConsoleSession::SetValue(std::string const& body)
@@ -323,6 +397,8 @@ ApiAnswer ConsoleSession::SetValue(std::string const& body)
     std::string const path = request["path"].get<std::string>();
 
     std::lock_guard<std::mutex> hold(m_lock);
+    if (m_loaded == nullptr)
+        return SetLiveValue(table, request["branch"].get<std::string>(), instance, path, text);
     Branch resolved;
     ApiAnswer failure;
     if (!ResolveBranch(table, request["branch"].get<std::string>(), resolved, failure))
@@ -351,7 +427,7 @@ ApiAnswer ConsoleSession::SetValue(std::string const& body)
         {
             LiveExchange exchange;
             if (!exchange.Open(m_live, resolved.table, LiveTimeoutMs, error) ||
-                !exchange.Request(ParameterKnobbyPacket::SetValues,
+                !exchange.Request(Wire::SetValues,
                                   resolved.named + ":" + instance + ":" + path + "=" + libraryText,
                                   answer, error))
                 return ApiError(502, error);
@@ -411,8 +487,7 @@ bool ConsoleSession::Pull(Branch const& branch, std::string const& instance, std
         return false;
     for (std::string const& path : paths) {
         std::string answer;
-        if (!exchange.Request(ParameterKnobbyPacket::GetValues, branch.named + ":" + path, answer,
-                              error))
+        if (!exchange.Request(Wire::GetValues, branch.named + ":" + path, answer, error))
             return false;
         std::string const below =
             path.size() > instance.size() ? path.substr(instance.size() + 1) : "";
@@ -462,8 +537,9 @@ bool ConsoleSession::TunedBytes(std::vector<unsigned char>& bytes, unsigned int&
 
 ApiAnswer ConsoleSession::Save()
 {
-    if (m_options.saveTo.empty())
-        return ApiError(409, "no --save-to file was named");
+    std::string const unavailable = Unavailable("save");
+    if (!unavailable.empty())
+        return ApiError(409, unavailable);
     std::lock_guard<std::mutex> hold(m_lock);
     std::vector<unsigned char> bytes;
     unsigned int values = 0;
@@ -478,8 +554,9 @@ ApiAnswer ConsoleSession::Save()
 
 ApiAnswer ConsoleSession::Diff(std::string const& table, std::string const* branch)
 {
-    if (m_options.compare.empty())
-        return ApiError(409, "no --compare file was named");
+    std::string const unavailable = Unavailable("diff");
+    if (!unavailable.empty())
+        return ApiError(409, unavailable);
     std::vector<unsigned char> compared;
     std::string reason;
     Json documentB;
@@ -497,16 +574,181 @@ ApiAnswer ConsoleSession::Diff(std::string const& table, std::string const* bran
     Json documentA;
     if (!ReadTuningDocument(bytes, documentA, reason))
         return ApiError(500, reason);
-    char* end = nullptr;
-    unsigned long const index = std::strtoul(table.c_str(), &end, 10);
-    if (table.empty() || table[0] == '-' || *end != '\0' || index > 0xFF)
-        return ApiError(400, "table needs a mode table index from 0 to 255");
+    unsigned char index = 0;
+    if (!TableIndex(table, index))
+        return ApiError(400, BadTable);
     Json document;
     std::string const nameA = m_options.live.empty() ? m_options.file : m_options.live;
     if (!DiffJson(SnapshotOf(documentA), SnapshotOf(documentB), nameA, m_options.compare, branch,
-                  static_cast<unsigned int>(index), document, reason))
+                  index, document, reason))
         return ApiError(404, reason);
     return {200, std::move(document)};
+}
+
+ApiAnswer ConsoleSession::LiveTree()
+{
+    LiveExchange exchange;
+    std::string error;
+    if (!exchange.Open(m_live, 0, LiveTimeoutMs, error))
+        return ApiError(502, error);
+    // The server answers a table it does not have with the one in force: its tables are those
+    // it selects.
+    unsigned int count = 1;
+    while (count <= 0xFF && exchange.Select(static_cast<unsigned char>(count), error))
+        ++count;
+    std::vector<std::string> const names = LiveTableNames(exchange.Device(), count);
+    Json tables = Json::array();
+    for (unsigned int i = 0; i < count; ++i) {
+        LiveModeNode root;
+        if (!exchange.Select(static_cast<unsigned char>(i), error) ||
+            !ReadLiveModeTree(exchange, root, error))
+            return ApiError(502, error);
+        tables.push_back({{"index", i},
+                          {"name", Printable(i < names.size() ? names[i] : "")},
+                          {"modes", Json::array({LiveModeJson(root, "", "")})}});
+    }
+    return {200, {{"tables", std::move(tables)}}};
+}
+
+bool ConsoleSession::OpenLiveBranch(std::string const& table, std::string const& branch,
+                                    LiveExchange& exchange, Branch& resolved, ApiAnswer& failure)
+{
+    if (!TableIndex(table, resolved.table)) {
+        failure = ApiError(400, BadTable);
+        return false;
+    }
+    std::string error;
+    if (!exchange.Open(m_live, 0, LiveTimeoutMs, error)) {
+        failure = ApiError(502, error);
+        return false;
+    }
+    if (!exchange.Select(resolved.table, error)) {
+        failure = ApiError(404, error);
+        return false;
+    }
+    // Each step is looked for among the children the server names for the step before it.
+    std::string reached = "Default";
+    std::string unanswered;
+    auto const descend = [&](unsigned int mode, unsigned int subMode) {
+        std::vector<LiveModeNode> children;
+        if (!LiveChildren(exchange, reached, children, unanswered))
+            return false;
+        for (LiveModeNode const& child : children) {
+            if (child.mode == mode && child.subMode == subMode) {
+                reached += "|" + child.step;
+                return true;
+            }
+        }
+        return false;
+    };
+    ResolvedMode mode;
+    std::string reason;
+    if (!ResolveModeSteps(branch, resolved.table, descend, mode, reason)) {
+        failure = unanswered.empty() ? ApiError(404, reason) : ApiError(502, unanswered);
+        return false;
+    }
+    resolved.numeric = mode.numeric;
+    resolved.named = mode.named;
+    return true;
+}
+
+ApiAnswer ConsoleSession::LiveModules(std::string const& table, std::string const& branch)
+{
+    LiveExchange exchange;
+    Branch resolved;
+    ApiAnswer failure;
+    if (!OpenLiveBranch(table, branch, exchange, resolved, failure))
+        return failure;
+    // The protocol lists no modules: each instance of the tuning set is asked for, and those
+    // the branch reads answer with their members. An instance without value access answers
+    // nothing and is not listed.
+    TuningWriter::InstanceCatalogue const& catalogue = ParamSchema::TuningSetManager::Instances();
+    Json modules = Json::array();
+    for (size_t i = 0; i < catalogue.count; ++i) {
+        std::string const instance = catalogue.instances[i].instanceName;
+        std::string answer;
+        std::string error;
+        if (!exchange.Request(Wire::Info, resolved.named + ":" + instance, answer, error))
+            return ApiError(502, error);
+        if (!answer.empty())
+            modules.push_back({{"instance", instance},
+                               {"source", nullptr},
+                               {"version", nullptr},
+                               {"valueAccess", true}});
+    }
+    return {200,
+            {{"table", resolved.table},
+             {"branch", Printable(resolved.named)},
+             {"modules", std::move(modules)}}};
+}
+
+ApiAnswer ConsoleSession::LiveModule(std::string const& table, std::string const& branch,
+                                     std::string const& instance)
+{
+    LiveExchange exchange;
+    Branch resolved;
+    ApiAnswer failure;
+    if (!OpenLiveBranch(table, branch, exchange, resolved, failure))
+        return failure;
+    LiveValueSource source(exchange, resolved.named, instance);
+    ValueNode tree;
+    tree.structure = true;
+    bool const read = ReadTree(source, "", tree);
+    if (!source.Error().empty())
+        return ApiError(502, source.Error());
+    if (!read)
+        return ApiError(404, "no module " + instance + " in mode " + resolved.named);
+    Json body = ModuleBody(instance, tree, m_controlNames);
+    body["table"] = resolved.table;
+    body["branch"] = Printable(resolved.named);
+    body["source"] = nullptr;
+    return {200, std::move(body)};
+}
+
+ApiAnswer ConsoleSession::SetLiveValue(std::string const& table, std::string const& branch,
+                                       std::string const& instance, std::string const& path,
+                                       std::string const& text)
+{
+    LiveExchange exchange;
+    Branch resolved;
+    ApiAnswer failure;
+    if (!OpenLiveBranch(table, branch, exchange, resolved, failure))
+        return failure;
+    LiveValueSource source(exchange, resolved.named, instance);
+    std::vector<MemberInfo> members;
+    std::string const variable = instance + "." + path;
+    std::string before;
+    std::string error;
+    if (!source.Describe("", false, members))
+        return source.Error().empty()
+                   ? ApiError(404, "no module " + instance + " in mode " + resolved.named)
+                   : ApiError(502, source.Error());
+    if (path.empty() || !source.Read(path, before, error))
+        return error.empty() ? ApiError(404, "no value " + path + " in " + instance)
+                             : ApiError(502, error);
+    std::string libraryText;
+    std::string reason;
+    if (!CheckedValue(source, path, text, libraryText, reason))
+        return ApiError(400, "value of " + variable + ": " + reason);
+    std::string answer;
+    if (!exchange.Request(Wire::SetValues,
+                          resolved.named + ":" + instance + ":" + path + "=" + libraryText, answer,
+                          error))
+        return ApiError(502, error);
+    if (answer.empty())
+        return ApiError(400,
+                        "the live tuning server did not set " + variable + " to '" + text + "'");
+    std::string after;
+    if (!source.Read(path, after, error))
+        return error.empty() ? ApiError(500, "the value set cannot be read back")
+                             : ApiError(502, error);
+    return {200,
+            {{"table", resolved.table},
+             {"branch", Printable(resolved.named)},
+             {"instance", Printable(instance)},
+             {"path", Printable(path)},
+             {"source", nullptr},
+             {"value", Printable(after)}}};
 }
 
 } // namespace ParamCtl

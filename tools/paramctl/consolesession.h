@@ -28,7 +28,8 @@ ApiAnswer ApiError(int status, std::string const& reason);
 /// What the console was started on.
 struct ConsoleOptions
 {
-    std::string file;    ///< FILE: the values, or in a live session the structure of the values
+    std::string file;    ///< FILE: the values, or in a live session the structure of the values;
+                         ///< empty for a live session without FILE
     std::string live;    ///< HOST:PORT of a live tuning server; empty for a file session
     std::string saveTo;  ///< --save-to; empty when not given
     std::string compare; ///< --compare; empty when not given
@@ -36,8 +37,12 @@ struct ConsoleOptions
 
 /// A file loaded once, its values changed in memory by the edits of the console's users; in a
 /// live session every read and change goes through the live tuning server, and the file only
-/// says which instances there are and how their values are laid out. Every call holds one lock:
-/// the manager is not shared between threads.
+/// says which instances there are and how their values are laid out. A live session without
+/// FILE learns all of that from the server: the mode tree from Modes, the instances a branch
+/// reads by asking Info for each instance of the tuning set, their members from Info. It cannot
+/// save or compare, and does not know which mode supplies a module. Every call holds one lock:
+/// the manager is not shared between threads, nor the live server, which serves one client at a
+/// time.
 class ConsoleSession
 {
 public:
@@ -68,6 +73,21 @@ private:
     /// The named mode of the branch that supplies instance (the deepest holding it); empty when
     /// none does.
     std::string SourceOf(Branch const& branch, std::string const& instance);
+    /// Live session without FILE: the answers, read through the live tuning server alone.
+    ApiAnswer LiveTree();
+    /// Opens exchange on table and resolves branch against the live mode tree; false with the
+    /// answer to give otherwise.
+    bool OpenLiveBranch(std::string const& table, std::string const& branch, LiveExchange& exchange,
+                        Branch& resolved, ApiAnswer& failure);
+    ApiAnswer LiveModules(std::string const& table, std::string const& branch);
+    ApiAnswer LiveModule(std::string const& table, std::string const& branch,
+                         std::string const& instance);
+    ApiAnswer SetLiveValue(std::string const& table, std::string const& branch,
+                           std::string const& instance, std::string const& path,
+                           std::string const& text);
+    /// Why feature ("save", "diff", "source") cannot work in this session; empty when it can.
+    std::string Unavailable(std::string const& feature) const;
+
     /// Live session: copies the live values of instance, read through branch, into the manager.
     bool Pull(Branch const& branch, std::string const& instance, std::string& error);
     /// Live session: copies the live values of every instance of the file into the manager.

@@ -97,7 +97,7 @@ bool LiveRequest(LiveTarget const& target, uint16_t command, std::string const& 
 LiveExchange::~LiveExchange()
 {
     std::string inForce;
-    if (!m_restore.empty())
+    if (!m_restore.empty() && m_restore != m_current)
         static_cast<void>(SelectTable(m_restore, inForce));
 }
 
@@ -130,16 +130,24 @@ bool LiveExchange::Open(LiveTarget const& target, unsigned char table, int timeo
         return false;
     }
     m_session = Wire::GetU64(hello.data() + Wire::DeviceInfoSessionOffset);
+    m_device =
+        TextOf(hello.data() + Wire::DeviceInfoHeadSize, hello.size() - Wire::DeviceInfoHeadSize);
     // An index no server has answers with the one in force.
-    std::string before;
-    std::string selected;
-    if (!SelectTable("256", before) || !SelectTable(std::to_string(table), selected)) {
+    if (!SelectTable("256", m_restore)) {
         error = "no answer from " + m_where;
         return false;
     }
-    if (selected != before)
-        m_restore = before;
-    if (selected != std::to_string(table)) {
+    m_current = m_restore;
+    return Select(table, error);
+}
+
+bool LiveExchange::Select(unsigned char table, std::string& error)
+{
+    if (!SelectTable(std::to_string(table), m_current)) {
+        error = "no answer from " + m_where;
+        return false;
+    }
+    if (m_current != std::to_string(table)) {
         error =
             "the live tuning server at " + m_where + " has no mode table " + std::to_string(table);
         return false;

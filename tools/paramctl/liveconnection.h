@@ -164,6 +164,14 @@ public:
     [[nodiscard]] bool Request(uint16_t command, std::string const& text, std::string& answer,
                                std::string& error);
 
+    /// Selects mode table `table` for the requests that follow. False with error when the
+    /// server has no such table or does not answer.
+    [[nodiscard]] bool Select(unsigned char table, std::string& error);
+
+    /// The text the server announced itself with: its name and, when it has more than one mode
+    /// table, ":" and their names joined by ",".
+    std::string const& Device() const { return m_device; }
+
 private:
     /// Asks for mode table text and gives the index the server answers with (the one in force
     /// when it has no such table).
@@ -174,7 +182,9 @@ private:
     uint64_t m_session = 0;
     uint32_t m_requestId = 0;
     int m_timeoutMs = 0;
-    std::string m_restore; ///< the table to go back to; empty when there is none to restore
+    std::string m_device;
+    std::string m_restore; ///< the table in force before the run; empty before it is known
+    std::string m_current; ///< the table selected now
 };
 
 } // namespace ParamCtl

@@ -41,8 +41,11 @@ bool Number(std::string const& text, unsigned long limit, unsigned int& value)
     return true;
 }
 
-bool ParseStep(std::string const& text, Step& step)
+} // namespace
+
+bool ParseModeStep(std::string const& text, unsigned int& mode, unsigned int& subMode)
 {
+    Step step{};
     size_t const dot = text.find('.');
     std::string const modeText = text.substr(0, dot);
     bool found = Number(modeText, ModeValueCount, step.mode);
@@ -55,24 +58,26 @@ bool ParseStep(std::string const& text, Step& step)
     }
     if (!found)
         return false;
-    if (dot == std::string::npos) {
-        // Only Default stands without a sub-mode.
-        step.subMode = 0;
+    mode = step.mode;
+    subMode = 0;
+    // Only Default stands without a sub-mode.
+    if (dot == std::string::npos)
         return step.mode == 0;
-    }
     std::string const subText = text.substr(dot + 1);
-    if (Number(subText, 0x10000, step.subMode))
+    if (Number(subText, 0x10000, subMode))
         return true;
     unsigned int const count = ModeEntry::GetSubModeNameCount(step.mode);
     for (unsigned int value = 0; value < count; ++value) {
         char const* name = ModeEntry::GetSubModeName(step.mode, value);
         if (name != nullptr && strcasecmp(name, subText.c_str()) == 0) {
-            step.subMode = value;
+            subMode = value;
             return true;
         }
     }
     return false;
 }
+
+namespace {
 
 std::string NamedStep(Step const& step)
 {
@@ -84,16 +89,43 @@ std::string NamedStep(Step const& step)
     return text + "." + (subName != nullptr ? subName : std::to_string(step.subMode));
 }
 
-ModeEntry* FindChild(ModeEntry* node, Step const& step)
-{
-    for (ModeEntry* child = node->firstChild; child != nullptr; child = child->nextSibling) {
-        if (child->mode.Parts.mode == step.mode && child->mode.Parts.subMode == step.subMode)
-            return child;
-    }
-    return nullptr;
-}
-
 } // namespace
+
+bool ResolveModeSteps(std::string const& text, unsigned char table, ModeDescent const& descend,
+                      ResolvedMode& resolved, std::string& error)
+{
+    std::vector<std::string> pieces;
+    for (size_t start = 0;;) {
+        size_t const bar = text.find('|', start);
+        pieces.push_back(text.substr(start, bar == std::string::npos ? bar : bar - start));
+        if (bar == std::string::npos)
+            break;
+        start = bar + 1;
+    }
+    resolved.named = "Default";
+    resolved.numeric = "0.0";
+    for (size_t i = 0; i < pieces.size(); ++i) {
+        Step step{};
+        bool const parsed = ParseModeStep(pieces[i], step.mode, step.subMode);
+        if (i == 0) {
+            if (parsed && step.mode == 0 && step.subMode == 0)
+                continue;
+            error = "mode path '" + Printable(text) + "' does not start at Default";
+            return false;
+        }
+        if (parsed && descend(step.mode, step.subMode)) {
+            resolved.named += "|" + NamedStep(step);
+            resolved.numeric +=
+                "|" + std::to_string(step.mode) + "." + std::to_string(step.subMode);
+            continue;
+        }
+        error = pieces[i].empty() ? "mode path '" + Printable(text) + "' has an empty step"
+                                  : "no mode '" + Printable(pieces[i]) + "' under " +
+                                        resolved.named + " in mode table " + std::to_string(table);
+        return false;
+    }
+    return true;
+}
 
 bool ResolveModePath(ParameterSetManager& manager, unsigned char table, std::string const& text,
                      bool lenient, ResolvedMode& resolved, std::string& error)
@@ -105,49 +137,28 @@ bool ResolveModePath(ParameterSetManager& manager, unsigned char table, std::str
                 std::to_string(tableCount) + ")";
         return false;
     }
-    std::vector<std::string> pieces;
-    for (size_t start = 0;;) {
-        size_t const bar = text.find('|', start);
-        pieces.push_back(text.substr(start, bar == std::string::npos ? bar : bar - start));
-        if (bar == std::string::npos)
-            break;
-        start = bar + 1;
-    }
-
     ModeEntry* node = modeTable->rootMode;
-    resolved.named = "Default";
-    resolved.numeric = "0.0";
-    for (size_t i = 0; i < pieces.size(); ++i) {
-        Step step{};
-        bool const parsed = ParseStep(pieces[i], step);
-        if (i == 0) {
-            if (parsed && step.mode == 0 && step.subMode == 0)
-                continue;
-            error = "mode path '" + Printable(text) + "' does not start at Default";
-        } else if (ModeEntry* child = parsed ? FindChild(node, step) : nullptr) {
-            node = child;
-            resolved.named += "|" + NamedStep(step);
-            resolved.numeric +=
-                "|" + std::to_string(step.mode) + "." + std::to_string(step.subMode);
-            continue;
-        } else if (pieces[i].empty()) {
-            error = "mode path '" + Printable(text) + "' has an empty step";
-        } else {
-            error = "no mode '" + Printable(pieces[i]) + "' under " + resolved.named +
-                    " in mode table " + std::to_string(table);
+    auto const descend = [&node](unsigned int mode, unsigned int subMode) {
+        for (ModeEntry* child = node->firstChild; child != nullptr; child = child->nextSibling) {
+            if (child->mode.Parts.mode == mode && child->mode.Parts.subMode == subMode) {
+                node = child;
+                return true;
+            }
         }
-        if (!lenient)
-            return false;
-        // The library reads the path its own way: unknown names count as 0, and the deepest
-        // mode of the branch that exists holds the values. The branch shown stops here.
-        if (text.find_first_not_of("0123456789.|") == std::string::npos) {
-            resolved.numeric = text;
-        } else {
-            char numeric[ModePathLength] = {};
-            manager.GetModeShorthand(text.c_str(), numeric, sizeof(numeric));
-            resolved.numeric = numeric;
-        }
-        break;
+        return false;
+    };
+    if (ResolveModeSteps(text, table, descend, resolved, error))
+        return true;
+    if (!lenient)
+        return false;
+    // The library reads the path its own way: unknown names count as 0, and the deepest mode of
+    // the branch that exists holds the values. The branch shown stops at the step refused.
+    if (text.find_first_not_of("0123456789.|") == std::string::npos) {
+        resolved.numeric = text;
+    } else {
+        char numeric[ModePathLength] = {};
+        manager.GetModeShorthand(text.c_str(), numeric, sizeof(numeric));
+        resolved.numeric = numeric;
     }
     error.clear();
     return true;

@@ -2,6 +2,7 @@
 // ResolveModePath: a mode path from the command line, checked step by step against a mode tree.
 #pragma once
 
+#include <functional>
 #include <string>
 
 class ParameterSetManager;
@@ -26,6 +27,21 @@ struct ResolvedMode
 [[nodiscard]] bool ResolveModePath(ParameterSetManager& manager, unsigned char table,
                                    std::string const& text, bool lenient, ResolvedMode& resolved,
                                    std::string& error);
+
+/// One step of a mode path, "Usecase.Preview", "2.0" or "Default", as its mode and sub-mode
+/// values (names in any case). False for a step that names no mode.
+[[nodiscard]] bool ParseModeStep(std::string const& text, unsigned int& mode,
+                                 unsigned int& subMode);
+
+/// Moves from the node reached so far to its child of mode and subMode; false when it has none.
+using ModeDescent = std::function<bool(unsigned int mode, unsigned int subMode)>;
+
+/// Resolves text strictly, as ResolveModePath does without lenient, in a tree that descend walks
+/// from Default. False with error at the first step it refuses, resolved holding the branch up
+/// to the step before it.
+[[nodiscard]] bool ResolveModeSteps(std::string const& text, unsigned char table,
+                                    ModeDescent const& descend, ResolvedMode& resolved,
+                                    std::string& error);
 
 /// The step a mode tree node stands for: "Default", "Usecase.Preview", or numbers where the
 /// mode or sub-mode has no name ("7.3").

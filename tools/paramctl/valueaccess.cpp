@@ -89,69 +89,111 @@ std::string ArrayText(ParameterModule& module, std::string const& path, unsigned
     }
 }
 
-/// Reads the members below path (empty: the module's top level) into node's children,
-/// recursing into structures and arrays of structures. Each level asks the module itself, once;
-/// an array of numbers comes whole from one read.
-bool WalkTree(ParameterModule& module, std::string const& path, ValueNode& node, unsigned int depth)
+/// A module's members, asked of the module itself: each level once, an array of numbers whole
+/// from one read.
+class ModuleSource final : public ValueSource
 {
-    PList<ParameterParserInfo> records;
-    if (depth > MaxDepth || !module.GetInfo(path.empty() ? nullptr : path.c_str(), records))
+public:
+    explicit ModuleSource(ParameterModule& module) : m_module(module) {}
+
+    bool Describe(std::string const& path, bool arrays, std::vector<MemberInfo>& members) override
+    {
+        PList<ParameterParserInfo> records;
+        if (!m_module.GetInfo(path.empty() ? nullptr : path.c_str(), records))
+            return false;
+        for (unsigned int i = 0; i < records.Count(); ++i) {
+            ParameterParserInfo const& record = records[i];
+            if (record.name == nullptr)
+                continue;
+            MemberInfo member;
+            member.name = record.name;
+            member.type = record.type != nullptr ? record.type : "";
+            member.value = record.value;
+            member.array = record.isArray;
+            member.count = record.count;
+            if (arrays && member.array && record.type != ParameterTypeNames::Structure)
+                member.value = ArrayText(
+                    m_module, path.empty() ? member.name : path + "." + member.name, member.count);
+            members.push_back(std::move(member));
+        }
+        return true;
+    }
+
+private:
+    ParameterModule& m_module;
+};
+
+/// Reads the members below path into node's children, recursing into structures and arrays of
+/// structures.
+bool WalkTree(ValueSource& source, std::string const& path, ValueNode& node, unsigned int depth)
+{
+    std::vector<MemberInfo> members;
+    if (depth > MaxDepth || !source.Describe(path, true, members))
         return false;
-    for (unsigned int i = 0; i < records.Count(); ++i) {
-        ParameterParserInfo const& record = records[i];
-        if (record.name == nullptr)
-            continue;
+    for (MemberInfo& member : members) {
         ValueNode child;
-        child.name = record.name;
-        child.type = record.type != nullptr ? record.type : "";
-        child.count = record.count;
+        child.name = member.name;
+        child.type = member.type;
+        child.count = member.count;
         std::string const memberPath = path.empty() ? child.name : path + "." + child.name;
-        if (record.type == ParameterTypeNames::Structure && record.isArray) {
+        bool const structure = member.type == ParameterTypeNames::Structure;
+        if (structure && member.array) {
             child.structure = true;
             child.list = true;
-            for (unsigned int index = 0; index < record.count; ++index) {
+            for (unsigned int index = 0; index < member.count; ++index) {
                 ValueNode element;
                 element.name = "[" + std::to_string(index) + "]";
                 element.structure = true;
-                WalkTree(module, memberPath + element.name, element, depth + 1);
+                WalkTree(source, memberPath + element.name, element, depth + 1);
                 child.children.push_back(std::move(element));
             }
-        } else if (record.type == ParameterTypeNames::Structure) {
+        } else if (structure) {
             child.structure = true;
-            WalkTree(module, memberPath, child, depth + 1);
-        } else if (record.isArray) {
-            child.array = true;
-            child.value = ArrayText(module, memberPath, record.count);
+            WalkTree(source, memberPath, child, depth + 1);
         } else {
-            child.value = record.value;
+            child.array = member.array;
+            child.value = std::move(member.value);
         }
         node.children.push_back(std::move(child));
     }
     return true;
 }
 
+/// The module the branch modePath (numeric) of mode table `table` reads for name, with a
+/// reference the caller releases; null when there is none.
+ParameterModule* FindModule(ParameterSetManager& manager, unsigned char table,
+                            std::string const& modePath, std::string const& name)
+{
+    PList<TuningMode> branch;
+    if (name.empty() || !manager.GetModeBranchFromPath(modePath.c_str(), branch) ||
+        branch.Count() == 0)
+        return nullptr;
+    std::vector<TuningMode> steps;
+    for (unsigned int i = 0; i < branch.Count(); ++i)
+        steps.push_back(branch[i]);
+    return manager.GetModuleInternal(table, name.c_str(), steps.data(),
+                                     static_cast<unsigned int>(steps.size()), nullptr, false);
+}
+
 } // namespace
+
+bool ReadTree(ValueSource& source, std::string const& path, ValueNode& node)
+{
+    return WalkTree(source, path, node, 0);
+}
 
 bool ReadTree(ParameterSetManager& manager, unsigned char table, std::string const& modePath,
               std::string const& variable, ValueNode& node)
 {
     size_t const dot = variable.find('.');
-    std::string const name = variable.substr(0, dot);
-    std::string const path = dot == std::string::npos ? "" : variable.substr(dot + 1);
-    PList<TuningMode> branch;
-    if (name.empty() || !manager.GetModeBranchFromPath(modePath.c_str(), branch) ||
-        branch.Count() == 0)
-        return false;
-    std::vector<TuningMode> steps;
-    for (unsigned int i = 0; i < branch.Count(); ++i)
-        steps.push_back(branch[i]);
     // One lookup of the module for the whole walk: the manager's value reads would find it
     // again, and parse the branch again, for every structure and every array.
-    ParameterModule* module = manager.GetModuleInternal(
-        table, name.c_str(), steps.data(), static_cast<unsigned int>(steps.size()), nullptr, false);
+    ParameterModule* module = FindModule(manager, table, modePath, variable.substr(0, dot));
     if (module == nullptr)
         return false;
-    bool const read = WalkTree(*module, path, node, 0);
+    ModuleSource source(*module);
+    bool const read =
+        ReadTree(source, dot == std::string::npos ? "" : variable.substr(dot + 1), node);
     module->Release();
     return read;
 }
@@ -191,33 +233,30 @@ bool ReadVariable(ParameterSetManager& manager, unsigned char table, std::string
     return true;
 }
 
-bool CheckedValue(ParameterSetManager& manager, unsigned char table, std::string const& mode,
-                  std::string const& variable, std::string const& name, std::string const& text,
+bool CheckedValue(ValueSource& source, std::string const& path, std::string const& text,
                   std::string& libraryText, std::string& reason)
 {
     libraryText = text;
-    size_t const dot = name.rfind('.');
-    std::string const parent =
-        dot == std::string::npos ? variable : variable + "." + name.substr(0, dot);
-    std::string leaf = name.substr(dot == std::string::npos ? 0 : dot + 1);
+    size_t const dot = path.rfind('.');
+    std::string const parent = dot == std::string::npos ? "" : path.substr(0, dot);
+    std::string leaf = path.substr(dot == std::string::npos ? 0 : dot + 1);
     bool const indexed = leaf.find('[') != std::string::npos;
     leaf = leaf.substr(0, leaf.find('['));
 
-    PList<ParameterParserInfo> records;
-    if (!manager.GetInfo(table, mode.c_str(), parent.c_str(), records))
+    std::vector<MemberInfo> members;
+    if (!source.Describe(parent, false, members))
         return true;
-    ParameterParserInfo const* member = nullptr;
-    for (unsigned int i = 0; i < records.Count(); ++i) {
-        if (records[i].name != nullptr && leaf == records[i].name)
-            member = &records[i];
+    MemberInfo const* member = nullptr;
+    for (MemberInfo const& candidate : members) {
+        if (leaf == candidate.name)
+            member = &candidate;
     }
     TuningWriter::NumberKind kind = TuningWriter::NumberKind::UInt32;
-    if (member == nullptr || member->type == nullptr ||
-        !TuningWriter::NumberKindOfTypeName(member->type, kind))
+    if (member == nullptr || !TuningWriter::NumberKindOfTypeName(member->type, kind))
         return true;
 
     std::vector<std::string> elements;
-    if (member->isArray && !indexed) {
+    if (member->array && !indexed) {
         for (size_t start = 0;;) {
             size_t const comma = text.find(',', start);
             elements.push_back(
@@ -242,6 +281,23 @@ bool CheckedValue(ParameterSetManager& manager, unsigned char table, std::string
         libraryText += (libraryText.empty() ? "" : ",") + LibraryText(kind, value);
     }
     return true;
+}
+
+bool CheckedValue(ParameterSetManager& manager, unsigned char table, std::string const& mode,
+                  std::string const& variable, std::string const& name, std::string const& text,
+                  std::string& libraryText, std::string& reason)
+{
+    size_t const dot = variable.find('.');
+    ParameterModule* module = FindModule(manager, table, mode, variable.substr(0, dot));
+    if (module == nullptr) {
+        libraryText = text;
+        return true;
+    }
+    ModuleSource source(*module);
+    std::string const below = dot == std::string::npos ? "" : variable.substr(dot + 1) + ".";
+    bool const checked = CheckedValue(source, below + name, text, libraryText, reason);
+    module->Release();
+    return checked;
 }
 
 } // namespace ParamCtl

@@ -32,6 +32,32 @@ struct ValueNode
     std::vector<ValueNode> children;
 };
 
+/// One member, one level below a path, as its module describes it.
+struct MemberInfo
+{
+    std::string name;
+    std::string type;   ///< the type name the module reports ("Float", "Structure")
+    std::string value;  ///< a value's text; an array's elements joined by "," when asked for
+    bool array = false; ///< an array: of numbers, or of structures for type "Structure"
+    unsigned int count = 0;
+};
+
+/// Where a module's members are read from: the module itself, or a live tuning server.
+class ValueSource
+{
+public:
+    virtual ~ValueSource() = default;
+
+    /// The members directly below path ("" for the module's top level), with the elements of
+    /// every array of numbers when arrays is set. False when path names nothing with members.
+    virtual bool Describe(std::string const& path, bool arrays,
+                          std::vector<MemberInfo>& members) = 0;
+};
+
+/// Reads the members below path ("" for the top level) of the module source reads into node's
+/// children, recursing into structures. False when the source cannot describe the path.
+bool ReadTree(ValueSource& source, std::string const& path, ValueNode& node);
+
 /// Reads the members below variable ("<module>" or "<module>.<path>") in the branch modePath
 /// (numeric) of mode table `table` into node's children, recursing into structures: the module
 /// is looked up once and walked. False when the branch reaches no such module or the module
@@ -47,10 +73,14 @@ void Flatten(ValueNode const& node, std::string const& prefix, Items& items);
 bool ReadVariable(ParameterSetManager& manager, unsigned char table, std::string const& mode,
                   std::string const& variable, char const* subVariables, Items& items);
 
-/// Checks the value text of member name (below variable) against the member's type, by the rule
-/// 'paramctl pack' applies, and gives the text the library is to be given. False with reason
-/// when the value does not suit it; a member that cannot be described is left to the library to
-/// refuse.
+/// Checks the value text of the member at path (below the module source reads) against the
+/// member's type, by the rule 'paramctl pack' applies, and gives the text the library is to be
+/// given. False with reason when the value does not suit it; a member that cannot be described
+/// is left to the library to refuse.
+bool CheckedValue(ValueSource& source, std::string const& path, std::string const& text,
+                  std::string& libraryText, std::string& reason);
+
+/// CheckedValue for member name below variable in mode of manager.
 bool CheckedValue(ParameterSetManager& manager, unsigned char table, std::string const& mode,
                   std::string const& variable, std::string const& name, std::string const& text,
                   std::string& libraryText, std::string& reason);

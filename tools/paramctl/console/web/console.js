@@ -37,12 +37,12 @@
                                                                ? ` (file ${state.session.files[0]})` : "")
                          : `file: ${state.session.files[0]}`;
         byId("session").textContent = what;
-        byId("save").disabled = !state.session.canSave;
-        byId("save").title = state.session.canSave ? `writes ${state.session.saveTo}`
-                                                    : "started without --save-to";
-        byId("show-diff").disabled = !state.session.compare;
-        byId("show-diff").title = state.session.compare ? `against ${state.session.compare}`
-                                                         : "started without --compare";
+        // What this session cannot do is disabled, with the server's reason as its title.
+        const unavailable = state.session.unavailable;
+        byId("save").disabled = Boolean(unavailable.save);
+        byId("save").title = unavailable.save || `writes ${state.session.saveTo}`;
+        byId("show-diff").disabled = Boolean(unavailable.diff);
+        byId("show-diff").title = unavailable.diff || `against ${state.session.compare}`;
     }
 
     // The mode tree as nested lists of buttons; the chosen branch is marked aria-current.
@@ -52,7 +52,8 @@
             const item = node("li", {}, list);
             const button = node("button", {type: "button", class: "mode", "data-table": table,
                                            "data-path": mode.path,
-                                           title: `${mode.numeric}, Mode ID ${mode.modeId}` +
+                                           title: mode.numeric +
+                                                      (mode.modeId === null ? "" : `, Mode ID ${mode.modeId}`) +
                                                       (mode.resident ? ", resident" : ""),
                                            text: mode.name}, item);
             button.addEventListener("click", () => chooseBranch(table, mode.path));
@@ -103,7 +104,8 @@
             const button = node("button", {type: "button", class: "module",
                                            "data-instance": module.instance}, item);
             node("span", {class: "name", text: module.instance}, button);
-            node("span", {class: "source", text: ` from ${module.source}`}, button);
+            if (module.source !== null)
+                node("span", {class: "source", text: ` from ${module.source}`}, button);
             if (!module.valueAccess) {
                 button.disabled = true;
                 button.title = "no values can be read for this module";
@@ -138,7 +140,8 @@
             status(`not changed: ${answer.body.error}`, true);
             return {ok: false, error: answer.body.error};
         }
-        status(`${state.instance} ${path} = ${answer.body.value} (in ${answer.body.source})`);
+        status(`${state.instance} ${path} = ${answer.body.value}` +
+               (answer.body.source === null ? "" : ` (in ${answer.body.source})`));
         return {ok: true, value: answer.body.value};
     }
 
@@ -159,7 +162,8 @@
         });
         const module = answer.body;
         byId("module-title").textContent = module.instance;
-        byId("module-source").textContent = `values from mode ${module.source}`;
+        byId("module-source").textContent = module.source === null ? state.session.unavailable.source
+                                                                   : `values from mode ${module.source}`;
         const context = {instance: module.instance, source: module.source, edit};
         Members.render(byId("members"), module.members, context);
         const pictures = byId("pictures");

@@ -83,7 +83,8 @@ const Members = (() => {
                                       (text) => sendEdit(context, member.path, text, errorBox), errorBox);
             input.id = id;
             element("span", {class: "type", text: member.type}, item);
-            element("span", {class: "source", text: `from ${context.source}`}, item);
+            element("span", {class: "source", text: context.source === null ? "" : `from ${context.source}`},
+                    item);
             item.appendChild(errorBox);
             return;
         }
@@ -148,7 +149,8 @@ const Members = (() => {
             group.appendChild(picture);
         group.appendChild(errorBox);
         const table = element("table", {class: "array"}, group);
-        element("caption", {text: `${member.name} from ${context.source}`, class: "source"}, table);
+        element("caption", {text: member.name + (context.source === null ? "" : ` from ${context.source}`),
+                            class: "source"}, table);
         let row = null;
         member.elements.forEach((value, index) => {
             if (index % TableColumns === 0) {

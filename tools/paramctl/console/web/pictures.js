@@ -214,11 +214,12 @@ const Pictures = (() => {
         return root;
     }
 
-    /// The picture for a numeric array, or null for a short one.
+    /// The picture for a numeric array, or null for a short one. A grid of gains is told by the
+    /// array's own name: a table below a trigger level on a gain (drc_gain) is no grid.
     function forArray(view, instance) {
         if (view.values.length < CurveMinimumPoints)
             return null;
-        if (/gain/i.test(view.name)) {
+        if (/gain/i.test(view.name.slice(view.name.lastIndexOf(".") + 1))) {
             const map = heatMap(view);
             if (map !== null)
                 return map;
