@@ -153,6 +153,15 @@ private:
     size_t m_dataBytes = 0;
 };
 
+/// A list of real numbers, as a member of floats is written.
+inline TuningWriter::EntryValue Reals(std::vector<double> const& values)
+{
+    std::vector<TuningWriter::EntryValue> items;
+    for (double value : values)
+        items.push_back(TuningWriter::EntryValue::Real(value));
+    return TuningWriter::EntryValue::List(std::move(items));
+}
+
 /// The registry entry of a module class and an instance of it created for entry id of file and
 /// loaded from it, as a set manager does.
 template <typename Class> struct LoadedModule

@@ -36,6 +36,7 @@ using ModuleTest::EntryValue;
 using ModuleTest::Leaves;
 using ModuleTest::ValueMaker;
 using ParamTest::ModuleFile;
+using ParamTest::Reals;
 using shapetest::shapeTestType;
 using TuningWriter::DefinitionElement;
 using TuningWriter::DefinitionStructure;
@@ -176,12 +177,11 @@ DefinitionStructure& StructureAt(std::vector<DefinitionStructure>& schema, Place
 enum class Change
 {
     None,
-    Insert,  ///< member stands at index (past the end: appended), holding value
-    Remove,  ///< member.name is not in the file
-    Retype,  ///< member.name has member.type and member.flags
-    Recount, ///< the fixed array member.name has member.maxCount elements
-    Reform,  ///< member.name has member.minCount and member.maxCount (fixed, counted, optional)
-    Move,    ///< member.name stands at index
+    Insert,   ///< member stands at index (past the end: appended), holding value
+    Remove,   ///< member.name is not in the file
+    Redefine, ///< member.name has member's counts, flags and type (unless none is given); a fixed
+              ///< array gets as many elements
+    Move,     ///< member.name stands at index
 };
 
 struct ShapeCase
@@ -243,43 +243,31 @@ void Apply(ShapeCase const& shape, std::vector<DefinitionStructure>& schema, Ent
             continue;
         }
         EntryValue& back = Field(*expectedAt[i], member.name);
-        if (shape.change == Change::Recount) {
-            Field(*writtenAt[i], member.name).items.resize(member.maxCount, EntryValue::Real(40.5));
+        EntryValue& front = Field(*writtenAt[i], member.name);
+        if (member.minCount == member.maxCount && front.kind == EntryValue::Kind::List) {
+            front.items.resize(member.maxCount, EntryValue::Real(40.5));
             for (size_t k = member.maxCount; k < back.items.size(); ++k)
                 back.items[k] = EntryValue::Real(0);
         }
         if (shape.value)
-            Field(*writtenAt[i], member.name) = back = *shape.value;
+            front = back = *shape.value;
         if (shape.expect)
             back = *shape.expect;
     }
-    switch (shape.change) {
-    case Change::Insert:
+    if (shape.change == Change::Insert) {
         elements.insert(
             elements.begin() + static_cast<long>(std::min(shape.index, elements.size())), member);
-        break;
-    case Change::Remove:
+    } else if (shape.change == Change::Remove) {
         elements.erase(found);
-        break;
-    case Change::Retype:
-        found->type = member.type;
+    } else if (shape.change == Change::Redefine) {
+        found->type = member.type != ElementType{} ? member.type : found->type;
         found->flags = member.flags;
-        break;
-    case Change::Recount:
-        found->minCount = found->maxCount = member.maxCount;
-        break;
-    case Change::Reform:
         found->minCount = member.minCount;
         found->maxCount = member.maxCount;
-        break;
-    case Change::Move: {
+    } else {
         DefinitionElement const moved = *found;
         elements.erase(found);
         elements.insert(elements.begin() + static_cast<long>(shape.index), moved);
-        break;
-    }
-    case Change::None:
-        break;
     }
 }
 
@@ -302,14 +290,6 @@ std::string NotFound(char const* reader, char const* member)
     std::snprintf(hash, sizeof(hash), "%llx",
                   static_cast<unsigned long long>(ParserCRC64::HashName(member)));
     return std::string(reader) + ": 0x" + hash + " entry not found in the binary file";
-}
-
-EntryValue Reals(std::vector<double> const& values)
-{
-    std::vector<EntryValue> items;
-    for (double value : values)
-        items.push_back(EntryValue::Real(value));
-    return EntryValue::List(std::move(items));
 }
 
 ShapeCase Missing(char const* name, char const* member, char const* reader)
@@ -368,53 +348,45 @@ std::vector<ShapeCase> ShapeCases()
         {"OrderChangedInNested", Place::Nested, Change::Move, Member("label"), none,
          "does not match expected bytes"},
         // Numbers of another type convert; counted arrays of another width come out empty.
-        {"WiderNumberInNested", Place::Nested, Change::Retype, Member("offset", ElementType::Int32),
-         changed},
-        {"NarrowerNumberInOptional", Place::Optional, Change::Retype,
+        {"WiderNumberInNested", Place::Nested, Change::Redefine,
+         Member("offset", ElementType::Int32), changed},
+        {"NarrowerNumberInOptional", Place::Optional, Change::Redefine,
          Member("id", ElementType::UInt16), changed,
          "Insufficient data to read array of symbol table entry"},
-        {"FourByteFloatIntoInteger", Place::Top, Change::Retype,
+        {"FourByteFloatIntoInteger", Place::Top, Change::Redefine,
          Member("first", ElementType::UInt32, 1, 1, TuningWriter::ElementFourByte), changed, "", 0,
          EntryValue::Real(101.75), EntryValue::UInt(101)},
-        {"OptionalFloatIntoDouble", Place::Top, Change::Retype,
+        {"OptionalFloatIntoDouble", Place::Top, Change::Redefine,
          Member("optionalValue", ElementType::Float, 0, 1), changed},
-        {"CountedFloatsIntoIntegersTruncate", Place::Top, Change::Retype,
+        {"CountedFloatsIntoIntegersTruncate", Place::Top, Change::Redefine,
          Member("values", ElementType::Float, 0, 65535), changed, "", 0, Reals({7.9, 9.99}),
          EntryValue::List({EntryValue::Int(7), EntryValue::Int(9)})},
-        {"NarrowerCountedArrayComesOutEmpty", Place::Top, Change::Retype,
+        {"NarrowerCountedArrayComesOutEmpty", Place::Top, Change::Redefine,
          Member("values", ElementType::Int16, 0, 65535), changed,
          "Insufficient data to read array from symbol table entry", 0, std::nullopt,
          EntryValue::List({})},
         // Fixed arrays of another length read the lesser count.
-        {"LongerFixedArrayAtTop", Place::Top, Change::Recount, Member("table", {}, 6, 6), changed,
+        {"LongerFixedArrayAtTop", Place::Top, Change::Redefine, Member("table", {}, 6, 6), changed,
          "expected count (4) != the binary count (6)"},
-        {"ShorterFixedArrayInCountedElement", Place::Counted, Change::Recount,
+        {"ShorterFixedArrayInCountedElement", Place::Counted, Change::Redefine,
          Member("gains", {}, 2, 2), changed},
-        {"LongerStructureArrayAtTop", Place::Top, Change::Recount, Member("fixed", {}, 3, 3),
+        {"LongerStructureArrayAtTop", Place::Top, Change::Redefine, Member("fixed", {}, 3, 3),
          changed, "expected count (2) != the binary count (3)"},
         // Fixed, counted and optional forms read each other.
-        {"FixedArrayCountedInTheFile", Place::Top, Change::Reform, Member("table", {}, 1, 8),
+        {"FixedArrayCountedInTheFile", Place::Top, Change::Redefine, Member("table", {}, 1, 8),
          changed},
-        {"FixedArrayShorterInTheFile", Place::Top, Change::Reform, Member("table", {}, 0, 8),
+        {"FixedArrayShorterInTheFile", Place::Top, Change::Redefine, Member("table", {}, 0, 8),
          changed, "expected count (4) != the binary count (2)", 0, Reals({1.5, 2.5}),
          Reals({1.5, 2.5, 0, 0})},
-        {"CountedArrayFixedInTheFile", Place::Top, Change::Reform, Member("values", {}, 2, 2),
+        {"CountedArrayFixedInTheFile", Place::Top, Change::Redefine, Member("values", {}, 2, 2),
          changed},
-        {"CountedArraySingleInTheFile", Place::Top, Change::Reform, Member("values", {}, 1, 1),
+        {"CountedArraySingleInTheFile", Place::Top, Change::Redefine, Member("values", {}, 1, 1),
          changed, "", 0, EntryValue::Int(-42), EntryValue::List({EntryValue::Int(-42)})},
-        {"StructureArrayFixedInTheFile", Place::Top, Change::Reform,
+        {"StructureArrayFixedInTheFile", Place::Top, Change::Redefine,
          Member("counted", {}, 1000, 1000), changed},
-        {"OptionalSingleInTheFile", Place::Top, Change::Reform, Member("optionalValue", {}, 1, 1),
+        {"OptionalSingleInTheFile", Place::Top, Change::Redefine, Member("optionalValue", {}, 1, 1),
          changed, "", 0, EntryValue::Real(6.25), EntryValue::List({EntryValue::Real(6.25)})},
     };
-}
-
-std::string Summary(char const* structure, ParameterSchemaDifference const& told)
-{
-    return "Structure " + std::string(structure) + " of the file differs from compiled " +
-           structure + ": " + std::to_string(told.steppedOver) + " members stepped over, " +
-           std::to_string(told.missing) + " missing, " + std::to_string(told.changed) +
-           " in another form";
 }
 
 using ShapeParam = std::tuple<ShapeCase, FileVersion>;
@@ -441,8 +413,12 @@ TEST_P(EntryReaderToleranceTest, EveryKnownValueComesBackAndTheDifferenceIsToldO
         return;
     }
     // Told once for the structure, even where the counts come out 0 (members in another order).
-    std::string const summary =
-        Summary(shape.place == Place::Top ? "shapeTestType" : "partType", shape.told);
+    std::string const structure = shape.place == Place::Top ? "shapeTestType" : "partType";
+    std::string const summary = "Structure " + structure + " of the file differs from compiled " +
+                                structure + ": " + std::to_string(shape.told.steppedOver) +
+                                " members stepped over, " + std::to_string(shape.told.missing) +
+                                " missing, " + std::to_string(shape.told.changed) +
+                                " in another form";
     EXPECT_EQ(std::count(messages.begin(), messages.end(), summary + "\n"), 1) << summary;
     EXPECT_LE(messages.size(), 6u);
 }

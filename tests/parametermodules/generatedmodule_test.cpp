@@ -31,6 +31,7 @@ using moduletest::moduleTestType;
 using moduletest::moduleTestTypeClass;
 using ParamTest::LoadedModule;
 using ParamTest::ModuleFile;
+using ParamTest::Reals;
 using TuningWriter::EntryValue;
 
 constexpr char const* InstanceName = "moduleTest";
@@ -40,14 +41,6 @@ ParamTest::ModuleSchema const Gamma{&gamma_1_6_1::varitonal_gamma16Type::Descrip
                                     "gamma_1_6_1::varitonal_gamma16Type",
                                     "gamma16_v2",
                                     {1, 6, 1}};
-
-EntryValue Reals(std::vector<double> const& values)
-{
-    std::vector<EntryValue> items;
-    for (double value : values)
-        items.push_back(EntryValue::Real(value));
-    return EntryValue::List(items);
-}
 
 EntryValue Pair(char const* first, EntryValue a, char const* second, EntryValue b)
 {
@@ -401,42 +394,43 @@ TEST_F(ValuePathTest, SetValueStoresNumbersAndListsAndRefusesTheRest)
     EXPECT_EQ(m_module->symbolTableID, id);
 }
 
+/// "name type value" of each record (a null name as "-"), with "[count]" for an array.
+std::vector<std::string> Records(PList<ParameterParserInfo> const& list)
+{
+    std::vector<std::string> texts;
+    for (unsigned int i = 0; i < list.Count(); ++i)
+        texts.push_back(std::string(list[i].name != nullptr ? list[i].name : "-") + " " +
+                        list[i].type + " " + list[i].value +
+                        (list[i].isArray ? "[" + std::to_string(list[i].count) + "]" : ""));
+    return texts;
+}
+
 TEST_F(ValuePathTest, GetInfoListsMembersOrDescribesOne)
 {
     PList<ParameterParserInfo> list;
     ASSERT_TRUE(m_module->GetInfo("shrink.", list));
-    ASSERT_EQ(list.Count(), 11u);
-    EXPECT_STREQ(list[0].name, "enable");
-    EXPECT_STREQ(list[0].type, "Boolean");
-    EXPECT_STREQ(list[0].value, "1");
-    EXPECT_STREQ(list[2].name, "landmarkPoints");
-    EXPECT_EQ(list[2].type, ParameterTypeNames::Structure);
-    EXPECT_TRUE(list[2].isArray);
-    EXPECT_EQ(list[2].count, 3u);
-    EXPECT_FALSE(list[3].isArray);
-    EXPECT_STREQ(list[4].value, "0.0500000007") << "a float shown with ten digits";
-    EXPECT_STREQ(list[10].type, "Float");
-    EXPECT_EQ(list[10].count, 10u);
-
+    EXPECT_EQ(Records(list),
+              (std::vector<std::string>{
+                  "enable Boolean 1", "faceNum UInt32 3", "landmarkPoints Structure [3]",
+                  "facePoseShrinkFactor Structure ", "factorRoundingPrecision Float 0.0500000007",
+                  "factorFilterLength UInt32 0", "minShrinkFactor Float 0.0",
+                  "roiSizeInCropWindow Boolean 0", "minROISizeToShrink Float 0.0",
+                  "faceMaskROIControl Structure ", "reservedParameters Float [10]"}));
     PList<ParameterParserInfo> top;
     ASSERT_TRUE(m_module->GetInfo("", top));
     ASSERT_EQ(top.Count(), 11u);
-    EXPECT_STREQ(top[2].value, "2");
-    EXPECT_STREQ(top[6].type, "String");
-    EXPECT_EQ(top[6].count, 3u);
+    EXPECT_EQ(Records(top)[2], "noise_threshold_g UInt32 2");
+    EXPECT_EQ(Records(top)[6], "labels String [3]");
+    EXPECT_EQ(Records(top)[9], "corners Structure [2]");
 
-    // A named member: one record without a name, or the members of an element.
+    // A named member: one record without a name, or the members of an element; both append.
     list.Clear();
     ASSERT_TRUE(m_module->GetInfo("shrink.landmarkPoints", list));
-    ASSERT_EQ(list.Count(), 1u);
-    EXPECT_EQ(list[0].name, nullptr);
-    EXPECT_EQ(list[0].count, 3u);
     ASSERT_TRUE(m_module->GetInfo("shrink.landmarkPoints[1]", list));
-    ASSERT_EQ(list.Count(), 3u);
-    EXPECT_STREQ(list[2].value, "0.25");
     ASSERT_TRUE(m_module->GetInfo("parameter_version.revision", list));
-    ASSERT_EQ(list.Count(), 4u);
-    EXPECT_STREQ(list[3].value, "rev-A");
+    EXPECT_EQ(Records(list),
+              (std::vector<std::string>{"- Structure [3]", "landmarkIndex UInt32 9",
+                                        "shrinkMarginFactor Float 0.25", "- String rev-A"}));
     // Arrays of numbers are not named here: their values come through GetValue.
     EXPECT_FALSE(m_module->GetInfo("shrink.reservedParameters", list));
     EXPECT_FALSE(m_module->GetInfo("shrink.missing", list));
