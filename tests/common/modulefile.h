@@ -34,14 +34,15 @@ struct ModuleSchema
 };
 
 /// A file of module entries of one schema, loaded in buffer mode into a symbol table that keeps
-/// its definitions (or has none, when written without them).
+/// its definitions (or has none, when written without them). The table and the records log
+/// through manager, when one is given.
 class ModuleFile
 {
 public:
     explicit ModuleFile(ModuleSchema const& schema, TuningWriter::FileVersion version = {},
-                        bool withDefinitions = true)
+                        bool withDefinitions = true, ParameterSetManager* manager = nullptr)
         : m_version(version), m_withDefinitions(withDefinitions), m_module(schema),
-          m_symbols(version)
+          m_symbols(version), m_manager(manager)
     {
         m_schema.Describe(schema.topType, *schema.type);
         m_structures = m_schema.Structures();
@@ -93,7 +94,7 @@ public:
         auto const dataTableSection = Append(sections.dataTable);
         auto const dataSection = Append(sections.data);
         VersionUnion const version(m_version.major, m_version.minor, m_version.patch);
-        m_table = std::make_unique<ParameterFileSymbolTable>(nullptr, alignment, version);
+        m_table = std::make_unique<ParameterFileSymbolTable>(m_manager, alignment, version);
         auto const length = static_cast<unsigned int>(m_buffer.size());
         return m_table->Load(m_buffer.data(), length, nullptr, nullptr, length, symbolSection,
                              dataTableSection, dataSection, definitionSection, &m_modes, true);
@@ -111,7 +112,7 @@ public:
         TuningWriter::FileVersion const& v = version != nullptr ? *version : m_module.version;
         m_records.push_back(std::make_unique<ModuleData>(
             ParserCRC64::HashName(name != nullptr ? name : m_module.instanceName), id, duplicateId,
-            VersionUnion(v.major, v.minor, v.patch), 0, &m_modes, nullptr, m_table.get()));
+            VersionUnion(v.major, v.minor, v.patch), 0, &m_modes, m_manager, m_table.get()));
         return m_records.back().get();
     }
 
@@ -145,6 +146,7 @@ private:
     TuningWriter::SchemaSet m_schema;
     std::vector<TuningWriter::DefinitionStructure> m_structures;
     TuningWriter::SymbolTableBuilder m_symbols;
+    ParameterSetManager* m_manager;
     std::unique_ptr<TuningWriter::EntryEncoder> m_encoder;
     SingleModeTable m_modes;
     std::vector<uint8_t> m_buffer;

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
-#include <ostream>
 #include <set>
 #include <string>
 #include <vector>
@@ -62,11 +61,6 @@ ManagerCase const Managers[] = {
      false},
 };
 
-void PrintTo(ManagerCase const& manager, std::ostream* out)
-{
-    *out << manager.label;
-}
-
 /// What sets a type's shape apart for the reader: the member kinds it holds at any depth, and
 /// whether it holds members known only by their hash (bit 15), members outside the file or itself.
 unsigned int Shape(ParameterTypeDescriptor const& type,
@@ -96,11 +90,6 @@ struct Representative
     ManagerCase const* manager;
     InstanceSchema const* instance;
 };
-
-void PrintTo(Representative const& item, std::ostream* out)
-{
-    *out << item.instance->instanceName;
-}
 
 /// The first instance of every shape over all catalogues.
 std::vector<Representative> Representatives()

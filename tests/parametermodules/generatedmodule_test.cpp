@@ -24,6 +24,7 @@
 #include "paramgen/moduletest.h"
 #include "tests/common/logcapture.h"
 #include "tests/common/modulefile.h"
+#include "tests/common/testsetmanager.h"
 
 namespace {
 
@@ -115,7 +116,8 @@ protected:
         return static_cast<moduleTestTypeClass*>(m_kind.module->Create(record, &m_kind));
     }
 
-    ModuleFile m_file{TestModule};
+    ParamTest::TestSetManager m_manager;
+    ModuleFile m_file{TestModule, {}, true, &m_manager};
     uint32_t m_first = 0;
     uint32_t m_second = 0;
     DefaultModule m_kind{new moduleTestTypeClass(InstanceName)};
