@@ -11,7 +11,6 @@
 #include "parameterparser/modeentry.h"
 #include "parameterparser/modeslot.h"
 #include "parameterparser/moduledata.h"
-#include "parameterparser/parameterfileloader.h"
 #include "parameterparser/parametermodetable.h"
 #include "tools/writer/modesectionbuilder.h"
 
@@ -300,25 +299,24 @@ TEST_F(ModeTreeTest, SectionOfWrongSizeMakesNoTable)
 }
 
 // A table that runs past the readable bytes keeps the entry it was reading, with the fields it
-// did not get at their defaults, and ends there. Read through the loader, which is handed fewer
-// bytes than the file holds.
+// did not get at their defaults, and ends there. The reading steps of a load are taken one by
+// one, so that the mode sections are handed fewer bytes than the file holds.
 TEST_F(ModeTreeTest, ShortReadEndsTableAfterPartialEntry)
 {
     ModeSectionBuilder builder(0, "short");
     builder.AddPath("Default|Sensor.0|Usecase.Preview");
     std::vector<uint8_t> bytes = ModeFile({builder});
-    ParameterFileLoader loader(m_manager);
     unsigned int position = 0;
     unsigned int sectionOffset = 0;
     unsigned char alignment = 1;
     auto const size = static_cast<unsigned int>(bytes.size());
-    ASSERT_TRUE(loader.ReadHeader(bytes.data(), size, position, sectionOffset, alignment));
-    ASSERT_TRUE(loader.ReadSectionInfo(bytes.data(), size, sectionOffset, alignment));
+    ASSERT_TRUE(m_manager.ReadHeader(bytes.data(), size, position, sectionOffset, alignment));
+    ASSERT_TRUE(m_manager.ReadSectionInfo(bytes.data(), size, sectionOffset, alignment));
     // The second entry's Mode ID is readable, its Mode field is not.
     unsigned int const secondEntry = m_manager.GetModeSections()[0].Offset + 128 + 24;
     unsigned int const length = secondEntry + 6;
 
-    EXPECT_TRUE(loader.ReadModeSections(bytes.data(), length, nullptr, alignment));
+    EXPECT_TRUE(m_manager.ReadModeSections(bytes.data(), length, nullptr, alignment));
     EXPECT_TRUE(m_log.HasMessage("Failed to read 8 bytes from binary file offset " +
                                  std::to_string(secondEntry + 4) + ", length " +
                                  std::to_string(length) + "\n"));
@@ -328,9 +326,9 @@ TEST_F(ModeTreeTest, ShortReadEndsTableAfterPartialEntry)
     // Slots stop where the buffer does: a section size claiming more allocates no more.
     EXPECT_EQ(m_manager.GetModeTable(0)->m_modeCount, 2u);
 
-    EXPECT_FALSE(loader.ReadModeSections(nullptr, 100, nullptr, 1));
+    EXPECT_FALSE(m_manager.ReadModeSections(nullptr, 100, nullptr, 1));
     EXPECT_STREQ(m_manager.GetErrorString(), "ReadModeSection: Failed, buffer is nullptr");
-    EXPECT_FALSE(loader.ReadModeSections(bytes.data(), 0, nullptr, 1));
+    EXPECT_FALSE(m_manager.ReadModeSections(bytes.data(), 0, nullptr, 1));
     EXPECT_STREQ(m_manager.GetErrorString(), "ReadModeSection: Failed, buffer length is 0");
     EXPECT_EQ(m_manager.GetModeTableCount(), 1u);
 }
