@@ -1,13 +1,11 @@
-"""Set managers from module lists: the emitted shape of a small list, kept as golden files, and
-the mistakes a hand-written list makes.
-
-Run with --update-golden after an intended change of the generated code, and review the diff."""
+"""Set managers from module lists: what a small list emits (the shape itself is compiled and run
+for every manager of the build), and the mistakes a hand-written list makes."""
 
 import os
 import tempfile
 import unittest
 
-from goldencase import GOLDEN, ROOT, GoldenTest, main, paramgen_cli
+from goldencase import GOLDEN, ROOT, paramgen_cli
 from paramgen.managerlist import load_manager, parse
 from paramgen.schema import SchemaError
 
@@ -19,16 +17,26 @@ def generate():
     return outputs
 
 
-class ManagerEmitTest(GoldenTest, unittest.TestCase):
-    generate = staticmethod(generate)
-    script = "test_manager.py"
-
+class ManagerEmitTest(unittest.TestCase):
     def test_every_instance_gets_its_lookup_and_registration_in_list_order(self):
         outputs = generate()
+        self.assertEqual(sorted(outputs), ["GoldenSetManager.cpp", "GoldenSetManager.h",
+                                           "GoldenSetManager.writer.cpp",
+                                           "GoldenSetManager.writer.h"])
+        for name, first, second in (("GoldenSetManager.cpp", '{"sampleA"', '{"sampleB"'),
+                                    ("GoldenSetManager.writer.cpp", '{"sampleA"', '{"sampleB"'),
+                                    ("GoldenSetManager.h", "GetModule_sampleA",
+                                     "GetModule_sampleB")):
+            with self.subTest(name):
+                self.assertLess(outputs[name].index(first), outputs[name].index(second))
         source = outputs["GoldenSetManager.cpp"]
-        self.assertLess(source.index('{"sampleA"'), source.index('{"sampleB"'))
         self.assertIn('GetModuleInternal(m_modeTableIndex, "sampleB"', source)
+        # live-tuning quiet: a worker, which the destructor stops, and a quiet log.
         self.assertIn('Traits{"GoldenSetManager", true, false}', source)
+        self.assertIn("StopKnobbyWorker();", source)
+        self.assertIn('{"sampleB", "goldensample::sampleType", '
+                      '&::goldensample::sampleType::Descriptor, {2, 1, 0u}}',
+                      outputs["GoldenSetManager.writer.cpp"])
 
 
 class ManagerListTest(unittest.TestCase):
@@ -70,4 +78,4 @@ class ManagerListTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    main(generate)
+    unittest.main()

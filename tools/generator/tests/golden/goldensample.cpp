@@ -15,31 +15,14 @@ namespace {
 ParameterMemberDescriptor const pointTypeMembers[] = {
     {"x", ParameterTypeNames::Float, 0xcfabd0bb8fce7fb8UL, offsetof(pointType, x), 0, 0, 1, 0, 0,
      ParameterMemberKind::Scalar, ParameterStorage::Float, 10, false, false, nullptr},
-    {"y", ParameterTypeNames::Float, 0xf74fba6484f5d442UL, offsetof(pointType, y), 0, 0, 1, 0, 0,
-     ParameterMemberKind::Scalar, ParameterStorage::Float, 10, false, false, nullptr},
-};
-
-ParameterMemberDescriptor const sampleType_module_versionStructMembers[] = {
-    {"major_revision", ParameterTypeNames::Int32, 0xcd66249477636693UL, offsetof(sampleType::module_versionStruct, major_revision), 0, 0, 1, 0, 0,
-     ParameterMemberKind::Scalar, ParameterStorage::Int32, 0, false, false, nullptr},
-    {"minor_revision", ParameterTypeNames::Int32, 0xc5497493137a9c25UL, offsetof(sampleType::module_versionStruct, minor_revision), 0, 0, 1, 0, 0,
-     ParameterMemberKind::Scalar, ParameterStorage::Int32, 0, false, false, nullptr},
-    {"incr_revision", ParameterTypeNames::Int32, 0xb27b8a668efb2a56UL, offsetof(sampleType::module_versionStruct, incr_revision), 0, 0, 1, 0, 0,
-     ParameterMemberKind::Scalar, ParameterStorage::Int32, 0, false, false, nullptr},
 };
 
 ParameterMemberDescriptor const sampleType_limitsStructMembers[] = {
     {"low", ParameterTypeNames::Double, 0x8a52ab0cf87a3fa8UL, offsetof(sampleType::limitsStruct, low), 0, 0, 1, 0, 0,
      ParameterMemberKind::Scalar, ParameterStorage::Double, 10, false, false, nullptr},
-    {"high", ParameterTypeNames::Double, 0xbee2a50d22ac0ec5UL, offsetof(sampleType::limitsStruct, high), 0, 0, 1, 0, 0,
-     ParameterMemberKind::Scalar, ParameterStorage::Double, 10, false, false, nullptr},
 };
 
 ParameterMemberDescriptor const sampleTypeMembers[] = {
-    {"module_version", ParameterTypeNames::Structure, 0xe11cd9f365a2599fUL, offsetof(sampleType, module_version), 0, 0, 1, 0, 0,
-     ParameterMemberKind::Structure, ParameterStorage::UInt32, 0, false, false, &::goldensample::sampleType::module_versionStruct::Descriptor},
-    {"enable", ParameterTypeNames::Boolean, 0xb3c00adf8e304e57UL, offsetof(sampleType, enable), 0, 0, 1, 0, 0,
-     ParameterMemberKind::Scalar, ParameterStorage::Int32, 0, false, false, nullptr},
     {"threshold", ParameterTypeNames::UInt32, 0xe04ba95df59bbd7cUL, offsetof(sampleType, threshold), 0, 0, 1, 0, 0,
      ParameterMemberKind::Scalar, ParameterStorage::Float, 0, false, false, nullptr},
     {"gains", ParameterTypeNames::Float, 0x958a27b90ed39c44UL, offsetof(sampleType, gains), 0, 0, 3, 0, 0,
@@ -65,7 +48,7 @@ ParameterMemberDescriptor const sampleTypeMembers[] = {
 } // namespace
 
 ParameterTypeDescriptor const pointType::Descriptor = {
-    "pointType", sizeof(pointType), 0, pointTypeMembers, 2, &pointType::LoadArray, &pointType::AllocArray, false};
+    "pointType", sizeof(pointType), 0, pointTypeMembers, 1, &pointType::LoadArray, &pointType::AllocArray, false};
 
 void pointType::Load(ParameterLoadParameters& loadParams)
 {
@@ -98,42 +81,8 @@ bool pointType::GetInfo(char const* valuePath, PList<ParameterParserInfo>& infoL
     return ParameterValuePath::GetInfo(this, Descriptor, valuePath, infoList);
 }
 
-ParameterTypeDescriptor const sampleType::module_versionStruct::Descriptor = {
-    "module_versionStruct", sizeof(sampleType::module_versionStruct), 0, sampleType_module_versionStructMembers, 3, &sampleType::module_versionStruct::LoadArray, &sampleType::module_versionStruct::AllocArray, false};
-
-void sampleType::module_versionStruct::Load(ParameterLoadParameters& loadParams)
-{
-    ParameterMemberAccess::Load(this, Descriptor, loadParams);
-}
-
-void sampleType::module_versionStruct::LoadArray(ParameterLoadParameters& loadParams, void* elements,
-    unsigned int elementCount)
-{
-    ParameterMemberAccess::LoadArray(Descriptor, loadParams, elements, elementCount);
-}
-
-void* sampleType::module_versionStruct::AllocArray(unsigned int elementCount)
-{
-    return ParameterMemberAccess::AllocArray(Descriptor, elementCount);
-}
-
-bool sampleType::module_versionStruct::GetValue(char const* valuePath, char* outText, unsigned int outSize)
-{
-    return ParameterValuePath::GetValue(this, Descriptor, valuePath, outText, outSize);
-}
-
-bool sampleType::module_versionStruct::SetValue(char const* valuePath, char const* valueText)
-{
-    return ParameterValuePath::SetValue(this, Descriptor, valuePath, valueText);
-}
-
-bool sampleType::module_versionStruct::GetInfo(char const* valuePath, PList<ParameterParserInfo>& infoList)
-{
-    return ParameterValuePath::GetInfo(this, Descriptor, valuePath, infoList);
-}
-
 ParameterTypeDescriptor const sampleType::limitsStruct::Descriptor = {
-    "limitsStruct", sizeof(sampleType::limitsStruct), 0, sampleType_limitsStructMembers, 2, &sampleType::limitsStruct::LoadArray, &sampleType::limitsStruct::AllocArray, false};
+    "limitsStruct", sizeof(sampleType::limitsStruct), 0, sampleType_limitsStructMembers, 1, &sampleType::limitsStruct::LoadArray, &sampleType::limitsStruct::AllocArray, false};
 
 void sampleType::limitsStruct::Load(ParameterLoadParameters& loadParams)
 {
@@ -167,7 +116,7 @@ bool sampleType::limitsStruct::GetInfo(char const* valuePath, PList<ParameterPar
 }
 
 ParameterTypeDescriptor const sampleType::Descriptor = {
-    "sampleType", sizeof(sampleType), sizeof(uint32_t), sampleTypeMembers, 12, &sampleType::LoadArray, &sampleType::AllocArray, true};
+    "sampleType", sizeof(sampleType), sizeof(uint32_t), sampleTypeMembers, 10, &sampleType::LoadArray, &sampleType::AllocArray, true};
 
 void sampleType::Load(ParameterLoadParameters& loadParams)
 {

@@ -27,7 +27,6 @@ enum pass_kind : unsigned int
 struct PARAMETERPARSER_API pointType
 {
     float x;
-    float y;
 
     void Load(ParameterLoadParameters& loadParams);
     static void LoadArray(ParameterLoadParameters& loadParams, void* elements, unsigned int elementCount);
@@ -41,26 +40,9 @@ struct PARAMETERPARSER_API pointType
 
 struct PARAMETERPARSER_API sampleType
 {
-    struct PARAMETERPARSER_API module_versionStruct
-    {
-        int32_t major_revision;
-        int32_t minor_revision;
-        int32_t incr_revision;
-
-        void Load(ParameterLoadParameters& loadParams);
-        static void LoadArray(ParameterLoadParameters& loadParams, void* elements, unsigned int elementCount);
-        static void* AllocArray(unsigned int elementCount);
-        bool GetValue(char const* valuePath, char* outText, unsigned int outSize);
-        bool SetValue(char const* valuePath, char const* valueText);
-        bool GetInfo(char const* valuePath, PList<ParameterParserInfo>& infoList);
-
-        static ParameterTypeDescriptor const Descriptor;
-    };
-
     struct PARAMETERPARSER_API limitsStruct
     {
         double low;
-        double high;
 
         void Load(ParameterLoadParameters& loadParams);
         static void LoadArray(ParameterLoadParameters& loadParams, void* elements, unsigned int elementCount);
@@ -73,8 +55,6 @@ struct PARAMETERPARSER_API sampleType
     };
 
     uint32_t symbolTableID; ///< bits 0-23 symbol table ID, 24-31 edits
-    module_versionStruct module_version;
-    int32_t enable;
     float threshold;
     float gains[3];
     uint32_t passesCount;
