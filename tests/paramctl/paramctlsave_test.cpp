@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Tuned values saved to a new file, by paramctl set -o and by paramctl serve --save-to: the
 // values changed are written in the file's own encoding, every other byte stays, and what the
-// file cannot hold writes nothing.
+// file cannot hold writes nothing. paramctl client against that server on loopback: its exit
+// code tells whether the request did something.
 #include <csignal>
 #include <string>
 #include <vector>
@@ -148,7 +149,7 @@ unsigned short FreeLoopbackPort()
     return port;
 }
 
-TEST(ParamctlSaveTest, ServeSavesWhatWasTunedOnSignalAndOnExit)
+TEST(ParamctlSaveTest, ServeAnswersClientsAndSavesWhatWasTunedOnSignalAndOnExit)
 {
     ParamTest::TempFile input(TrackerFile());
     ParamTest::TempFile output;
@@ -157,17 +158,29 @@ TEST(ParamctlSaveTest, ServeSavesWhatWasTunedOnSignalAndOnExit)
     ParamctlChild server("serve --bind 127.0.0.1 --port " + std::to_string(port) + " --save-to " +
                          output.Path() + " " + input.Path());
     ASSERT_TRUE(server.WaitForLog("listening")) << server.Log();
-    std::string const client = "client --timeout 5 127.0.0.1:" + std::to_string(port) +
-                               " set 'Default|Sensor.0:t2tconfigdata' ";
-
-    EXPECT_EQ(RunParamctl(client + "confidenceThreshold=42").code, 0);
+    std::string const client = "client --timeout 5 127.0.0.1:" + std::to_string(port) + " ";
+    struct Case
+    {
+        char const* request;
+        int code;
+    } const cases[] = {
+        {"get 'Default:t2tconfigdata:confidenceThreshold'", 0},
+        {"get 'Default:t2tconfigdata.nothing'", 1},
+        {"set 'Default|Sensor.0:t2tconfigdata' banana=1", 1},
+        {"info-var 'Default:t2tconfigdata'", 0},
+        {"info-var 'Default:nothing'", 1},
+        {"set 'Default|Sensor.0:t2tconfigdata' confidenceThreshold=42", 0},
+    };
+    for (Case const& test : cases)
+        EXPECT_EQ(RunParamctl(client + test.request).code, test.code) << test.request;
     kill(server.Pid(), SIGUSR1);
     EXPECT_TRUE(server.WaitForLog("saved 1 values")) << server.Log();
     EXPECT_EQ(
         ReadBack(output.Path(), "Default|Sensor.0"),
         "# mode Default|Sensor.0\noperationMode=2\ndownscaleRatio=0.25\nconfidenceThreshold=42\n");
 
-    EXPECT_EQ(RunParamctl(client + "downscaleRatio=0.75").code, 0);
+    EXPECT_EQ(RunParamctl(client + "set 'Default|Sensor.0:t2tconfigdata' downscaleRatio=0.75").code,
+              0);
     ASSERT_EQ(server.Stop(), 0);
     EXPECT_EQ(
         ReadBack(output.Path(), "Default|Sensor.0"),

@@ -8,15 +8,12 @@
 #include <fstream>
 #include <functional>
 #include <map>
-#include <regex>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "platform/vornalloc.h"
-
-#include "parameterparser/parametersetmanager.h"
+#include "parameterparser/parameterfileheader.h"
 #include "tools/generator/instancecatalogue.h"
 #include "tools/paramctl/document/schematables.h"
 #include "tools/writer/entryencoder.h"
@@ -25,12 +22,14 @@
 #include "tools/writer/tuningdescription.h"
 
 #include "paramgen/TuningSetManager.writer.h"
+#include "tests/common/definitionmember.h"
 #include "tests/common/logcapture.h"
 
 namespace {
 
 using ParamCtl::Json;
-using TuningWriter::DefinitionElement;
+using ParamTest::Member;
+using ParamTest::StructMember;
 using TuningWriter::ElementType;
 using TuningWriter::EntryValue;
 using TuningWriter::FileVersion;
@@ -38,19 +37,6 @@ using TuningWriter::FileVersion;
 constexpr FileVersion Versions[] = {{1, 0, 0}, {1, 0, 2}, {1, 1, 0}, {2, 0, 0},
                                     {3, 0, 0}, {3, 0, 1}, {3, 0, 2}, {4, 0, 0},
                                     {5, 0, 0}, {6, 0, 0}, {7, 0, 0}};
-
-DefinitionElement Member(char const* name, ElementType type, uint32_t minCount = 1,
-                         uint32_t maxCount = 1, uint32_t id = 0, uint16_t flags = 0)
-{
-    DefinitionElement element;
-    element.name = name;
-    element.type = type;
-    element.minCount = minCount;
-    element.maxCount = maxCount;
-    element.id = id;
-    element.flags = flags;
-    return element;
-}
 
 // Every member form the file format has: each number type, four-byte elements, fixed, counted
 // and optional members, texts alone, fixed and counted, and structures inline, fixed and
@@ -66,16 +52,16 @@ std::vector<TuningWriter::DefinitionStructure> EveryFormSchema()
     for (unsigned int code = 8; code <= 23; ++code)
         top.elements.push_back(Member(numbers[code - 8], static_cast<ElementType>(code)));
     top.elements.push_back(
-        Member("fourByte", ElementType::Int32, 1, 1, 0, TuningWriter::ElementFourByte));
+        Member("fourByte", ElementType::Int32, 1, 1, TuningWriter::ElementFourByte));
     top.elements.push_back(Member("fixed", ElementType::UInt16, 3, 3));
     top.elements.push_back(Member("counted", ElementType::Float, 0, 65535));
     top.elements.push_back(Member("optional", ElementType::UInt32, 0, 1));
     top.elements.push_back(Member("text", ElementType::String));
     top.elements.push_back(Member("texts", ElementType::String, 2, 2));
     top.elements.push_back(Member("textList", ElementType::String, 0, 8));
-    top.elements.push_back(Member("inner", ElementType::Structure, 1, 1, 2));
-    top.elements.push_back(Member("inners", ElementType::Structure, 2, 2, 2));
-    top.elements.push_back(Member("innerList", ElementType::Structure, 0, 4, 2));
+    top.elements.push_back(StructMember("inner", 2));
+    top.elements.push_back(StructMember("inners", 2, 2, 2));
+    top.elements.push_back(StructMember("innerList", 2, 0, 4));
     return {inner, top};
 }
 
@@ -326,19 +312,11 @@ TEST(TuningDocumentTest, EditedDocumentsPackIntoSoundFiles)
         Json document = Document(EveryFormFile({7, 0, 0}));
         edit.apply(document);
         std::vector<uint8_t> file = Packed(document);
-        unsigned int pos = 0;
-        unsigned int sectionOffset = 0;
-        unsigned int sectionCount = 0;
-        unsigned char alignment = 0;
-        VersionUnion version;
-        char* binaryTag = nullptr;
-        unsigned long flags = 0;
+        ParameterFileHeader header;
         char errorText[2048] = {};
-        EXPECT_TRUE(ParameterSetManager::ReadHeader(
-            file.data(), static_cast<unsigned int>(file.size()), pos, sectionOffset, alignment,
-            version, binaryTag, flags, sectionCount, errorText, nullptr))
+        EXPECT_TRUE(ReadFileHeader(file.data(), static_cast<unsigned int>(file.size()), header,
+                                   errorText, nullptr))
             << errorText;
-        VornFree(binaryTag, VornTagRelease);
         Json const reread = Document(file);
         EXPECT_EQ(reread["problems"], Json::array());
         EXPECT_TRUE(edit.shows(reread));
@@ -472,99 +450,68 @@ TEST(TuningDocumentTest, SchemaExportRenamesSectionTypesTheFamilyRulesName)
         << family;
 }
 
-// The keywords the document's JSON Schema uses, checked structurally: enough to hold every
-// document dump writes to its documented shape without a validator library.
-class ShapeCheck
+// The keywords of the document's JSON Schema that give its shape (types, members, items, forms),
+// checked structurally: enough to hold every document dump writes to its documented shape
+// without a validator library. Empty when value fits; else the path of the first misfit.
+std::string Misfit(Json const& root, Json const& schema, Json const& value, std::string const& path)
 {
-public:
-    explicit ShapeCheck(Json schema) : m_schema(std::move(schema)) {}
-
-    /// Empty when value fits; else the path of the first misfit.
-    std::string Misfit(Json const& value) const { return Check(m_schema, value, "$"); }
-
-private:
-    static bool HasType(Json const& value, std::string const& type)
-    {
-        if (type == "object")
-            return value.is_object();
-        if (type == "array")
-            return value.is_array();
-        if (type == "string")
-            return value.is_string();
-        if (type == "integer")
-            return value.is_number_integer();
-        if (type == "number")
-            return value.is_number();
-        return type == "boolean" && value.is_boolean();
+    if (schema.contains("$ref")) {
+        std::string const ref = schema["$ref"];
+        return Misfit(root, root["$defs"][ref.substr(ref.rfind('/') + 1)], value, path);
     }
-
-    std::string Check(Json const& schema, Json const& value, std::string const& path) const
-    {
-        if (schema.contains("$ref")) {
-            std::string const ref = schema["$ref"];
-            return Check(m_schema["$defs"][ref.substr(ref.rfind('/') + 1)], value, path);
+    if (schema.contains("anyOf")) {
+        for (Json const& option : schema["anyOf"]) {
+            if (Misfit(root, option, value, path).empty())
+                return "";
         }
-        if (schema.contains("anyOf")) {
-            for (Json const& option : schema["anyOf"]) {
-                if (Check(option, value, path).empty())
-                    return "";
-            }
-            return path + " fits none of its forms";
-        }
-        if (schema.contains("type") && !HasType(value, schema["type"]))
-            return path + " is no " + schema["type"].get<std::string>();
-        if (schema.contains("enum") &&
-            std::find(schema["enum"].begin(), schema["enum"].end(), value) == schema["enum"].end())
-            return path + " is none of its values";
-        if (schema.contains("pattern") &&
-            !std::regex_match(value.get<std::string>(),
-                              std::regex(schema["pattern"].get<std::string>())))
-            return path + " does not match its pattern";
-        for (Json const& key : schema.value("required", Json::array())) {
-            if (!value.contains(key))
-                return path + " lacks " + key.get<std::string>();
-        }
+        return path + " fits none of its forms";
+    }
+    std::string const type = schema.value("type", "");
+    bool const typed =
+        type.empty() || (type == "object" && value.is_object()) ||
+        (type == "array" && value.is_array()) || (type == "string" && value.is_string()) ||
+        (type == "integer" && value.is_number_integer()) ||
+        (type == "number" && value.is_number()) || (type == "boolean" && value.is_boolean());
+    if (!typed)
+        return path + " is no " + type;
+    if (schema.contains("enum") &&
+        std::find(schema["enum"].begin(), schema["enum"].end(), value) == schema["enum"].end())
+        return path + " is none of its values";
+    for (Json const& key : schema.value("required", Json::array())) {
+        if (!value.contains(key))
+            return path + " lacks " + key.get<std::string>();
+    }
+    std::string misfit;
+    if (value.is_object()) {
         Json const properties = schema.value("properties", Json::object());
-        if (value.is_object()) {
-            for (auto const& item : value.items()) {
-                std::string const at = path + "." + item.key();
-                std::string misfit;
-                if (properties.contains(item.key()))
-                    misfit = Check(properties[item.key()], item.value(), at);
-                else if (schema.contains("additionalProperties"))
-                    misfit = schema["additionalProperties"] == false
-                                 ? at + " is not allowed"
-                                 : Check(schema["additionalProperties"], item.value(), at);
-                if (!misfit.empty())
-                    return misfit;
-            }
+        Json const others = schema.value("additionalProperties", Json::object());
+        for (auto it = value.begin(); it != value.end() && misfit.empty(); ++it) {
+            std::string const at = path + "." + it.key();
+            if (properties.contains(it.key()))
+                misfit = Misfit(root, properties[it.key()], it.value(), at);
+            else
+                misfit =
+                    others == false ? at + " is not allowed" : Misfit(root, others, it.value(), at);
         }
-        if (value.is_array() && schema.contains("items")) {
-            for (size_t i = 0; i < value.size(); ++i) {
-                std::string const misfit =
-                    Check(schema["items"], value[i], path + "[" + std::to_string(i) + "]");
-                if (!misfit.empty())
-                    return misfit;
-            }
-        }
-        return "";
     }
-
-    Json m_schema;
-};
+    for (size_t i = 0;
+         value.is_array() && schema.contains("items") && i < value.size() && misfit.empty(); ++i)
+        misfit = Misfit(root, schema["items"], value[i], path + "[" + std::to_string(i) + "]");
+    return misfit;
+}
 
 TEST(TuningDocumentTest, DocumentsHaveTheDocumentedShape)
 {
     std::ifstream stream(PARAM_SOURCE_DIR "/tools/paramctl/tuningfile.schema.json");
-    ShapeCheck const check(Json::parse(stream));
+    Json const schema = Json::parse(stream);
     for (Shape const& shape : Shapes) {
         for (FileVersion const version : {FileVersion{3, 0, 0}, FileVersion{7, 0, 0}}) {
             SCOPED_TRACE(std::string(shape.name) + ", version " + VersionName(version));
             Json document = ThroughText(Document(shape.build(version)));
-            EXPECT_EQ(check.Misfit(document), "");
-            // The check can fail: an entry whose bytes are no hex does not fit.
-            document["symbols"].push_back({{"id", 1}, {"offset", 0}, {"size", 0}, {"hex", "x"}});
-            EXPECT_NE(check.Misfit(document), "");
+            EXPECT_EQ(Misfit(schema, schema, document, "$"), "");
+            // The check can fail: an entry whose identifier is no number does not fit.
+            document["symbols"].push_back({{"id", "one"}, {"offset", 0}, {"size", 0}});
+            EXPECT_NE(Misfit(schema, schema, document, "$"), "");
         }
     }
 }

@@ -2,14 +2,11 @@
 out by hand would, and a form that cannot be expanded is refused with its line."""
 
 import os
-import sys
 import unittest
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-
-from goldencase import ROOT, paramgen_cli  # noqa: E402
-from paramgen.schema import SchemaError  # noqa: E402
-from test_family import CATALOGUE, FamilyCase  # noqa: E402
+from goldencase import ROOT, paramgen_cli
+from paramgen.schema import SchemaError
+from test_family import CATALOGUE, FamilyCase
 
 # The shared language: systems of one to three levels over a shared last level, and the data
 # bank form whose root array keeps its irregular name.

@@ -3,18 +3,15 @@ show only their differences, and the mistakes only the generator can see are ref
 file and line to fix."""
 
 import os
-import sys
 import tempfile
 import unittest
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-
-from goldencase import ROOT, paramgen_cli  # noqa: E402
-from paramgen.catalogue import Catalogue  # noqa: E402
-from paramgen.managerlist import load_manager  # noqa: E402
-from paramgen.report import gap_lines, report_line  # noqa: E402
-from paramgen.schema import SchemaError  # noqa: E402
-from paramgen.shape import describe  # noqa: E402
+from goldencase import ROOT, paramgen_cli
+from paramgen.catalogue import Catalogue
+from paramgen.managerlist import load_manager
+from paramgen.report import gap_lines, report_line
+from paramgen.schema import SchemaError
+from paramgen.shape import describe
 
 CATALOGUE = os.path.join(ROOT, "parametermodules", "schemas")
 

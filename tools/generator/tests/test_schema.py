@@ -1,12 +1,9 @@
 """Reading schema tables: dup type numbering and the mistakes a hand-written table makes."""
 
-import os
-import sys
 import unittest
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-
-from paramgen.schema import SchemaError, parse, resolve  # noqa: E402
+import goldencase  # noqa: F401 (the generator's package on the import path)
+from paramgen.schema import SchemaError, parse, resolve
 
 
 def load(text, used=None):
@@ -28,9 +25,10 @@ def locs(namespace):
 
 
 class DupTypeTest(unittest.TestCase):
-    def test_numbered_from_eight_in_emission_order(self):
-        namespace = load("""
-namespace dups
+    def test_pointer_members_are_numbered_from_eight_in_emission_order(self):
+        cases = {
+            # An inline structure is emitted ahead of the type that holds it.
+            "inline structure first": ("""
 type leafType
   values  Float  float[]
 type outerType
@@ -38,36 +36,25 @@ type outerType
   inner   innerStruct
     items  leafType[] min 0
   names   String[]
-""")
-        # An inline structure is emitted ahead of the type that holds it.
-        self.assertEqual(locs(namespace), {
-            ("leafType", "values"): 8,
-            ("innerStruct", "items"): 9,
-            ("outerType", "label"): 10,
-            ("outerType", "names"): 11,
-        })
-
-    def test_pinned_numbers_are_kept_and_skipped(self):
-        namespace = load("""
-namespace dups
+""", {("leafType", "values"): 8, ("innerStruct", "items"): 9, ("outerType", "label"): 10,
+      ("outerType", "names"): 11}),
+            "pinned numbers kept and skipped": ("""
 type aType
   first   Float  float[]
   second  Float  float[]  dup 9
   third   String
-""")
-        self.assertEqual(locs(namespace), {("aType", "first"): 8, ("aType", "second"): 9,
-                                           ("aType", "third"): 10})
-
-    def test_non_pointer_members_take_no_number(self):
-        namespace = load("""
-namespace dups
+""", {("aType", "first"): 8, ("aType", "second"): 9, ("aType", "third"): 10}),
+            "no number for non-pointers": ("""
 type aType
   scalar   Float  float
   fixed    Float  float[4]
   optional Float  float?
   counted  Float  float[]
-""")
-        self.assertEqual(locs(namespace), {("aType", "counted"): 8})
+""", {("aType", "counted"): 8}),
+        }
+        for label, (text, expected) in cases.items():
+            with self.subTest(label):
+                self.assertEqual(locs(load("namespace dups" + text)), expected)
 
 
 class SchemaErrorTest(unittest.TestCase):

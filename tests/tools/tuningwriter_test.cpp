@@ -1,0 +1,701 @@
+// SPDX-License-Identifier: Apache-2.0
+// The file writer and its section builders read back through the library's byte reader and
+// checksum validators; the text form of a file and the number rule that pack and set share.
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/vornalloc.h"
+
+#include "parameterparser/parameterbytereader.h"
+#include "parameterparser/parameterdefinitions.h"
+#include "parameterparser/parameterfilesymboltable.h"
+#include "parameterparser/parsercrc.h"
+#include "tools/writer/definitiontablebuilder.h"
+#include "tools/writer/modesectionbuilder.h"
+#include "tools/writer/numbertext.h"
+#include "tools/writer/symboltablebuilder.h"
+#include "tools/writer/tuningdescription.h"
+#include "tools/writer/tuningfilewriter.h"
+
+#include "paramgen/TuningSetManager.writer.h"
+#include "tests/common/logcapture.h"
+#include "tests/common/tempfile.h"
+#include "tests/common/testsetmanager.h"
+
+namespace {
+
+using namespace TuningWriter;
+
+std::string Name(FileVersion version)
+{
+    return std::to_string(version.major) + "_" + std::to_string(version.minor) + "_" +
+           std::to_string(version.patch);
+}
+
+/// A counted text (count bytes, stepped at the reader's alignment); "<missing>" if not there.
+std::string ReadText(ParameterByteReader& reader, unsigned int count)
+{
+    char* text = reader.ReadCountedString(count);
+    if (text == nullptr)
+        return "<missing>";
+    std::string result(text);
+    VornFree(text, VornTagRelease);
+    return result;
+}
+
+/// count little-endian bytes taken exactly (no alignment step); 0 and a failed reader if short.
+uint64_t ReadRaw(ParameterByteReader& reader, unsigned int count)
+{
+    unsigned char const* bytes = reader.Peek(count);
+    if (!reader.SkipUnaligned(count))
+        return 0;
+    uint64_t value = 0;
+    for (unsigned int i = 0; i < count; ++i)
+        value |= static_cast<uint64_t>(bytes[i]) << (8 * i);
+    return value;
+}
+
+/// A field of width 1, 2, 4 or 8 at the reader's step; all ones when the read failed.
+uint64_t ReadField(ParameterByteReader& reader, unsigned int width)
+{
+    uint8_t u8 = 0;
+    uint16_t u16 = 0;
+    uint32_t u32 = 0;
+    uint64_t u64 = 0;
+    switch (width) {
+    case 1:
+        return reader.ReadU8(u8) ? u8 : ~0ull;
+    case 2:
+        return reader.ReadU16(u16) ? u16 : ~0ull;
+    case 4:
+        return reader.ReadU32(u32) ? u32 : ~0ull;
+    default:
+        return reader.ReadU64(u64) ? u64 : ~0ull;
+    }
+}
+
+/// The u32 at offset of data.
+uint32_t U32At(std::vector<uint8_t> const& data, unsigned int offset)
+{
+    ParameterByteReader reader(data.data(), static_cast<unsigned int>(data.size()), offset, 1,
+                               nullptr);
+    return static_cast<uint32_t>(ReadField(reader, 4));
+}
+
+bool ChecksumValid(std::vector<uint8_t> const& file, bool crc64)
+{
+    ParamTest::LogCapture quiet; // a mismatch is an expected outcome here, not noise for the log
+    auto const length = static_cast<unsigned int>(file.size());
+    return crc64 ? ParserCRC64::Validate(file.data(), length, true, nullptr)
+                 : ParserCRC32::Validate(file.data(), length, nullptr);
+}
+
+// Sections of odd sizes, so that the second placed section needs padding at alignment 8, and a
+// raw record between them that must be written as given.
+TuningFileWriter DescribeFile(FileVersion version)
+{
+    TuningFileWriter writer(version);
+    writer.SetCreatedBy("unit test").SetBinaryTag("label-1").SetHeaderFlags(0x0102030405060708);
+    writer.AddSection(SectionType::Symbol, {1, 2, 3, 4, 5});
+    writer.AddRawSectionRecord(9, 0x1234, 77);
+    writer.AddSection(SectionType::Definition, {6, 7, 8});
+    return writer;
+}
+
+struct VersionCase
+{
+    FileVersion version;
+    unsigned int headerSize;
+    unsigned char alignment;
+    bool crc64;
+};
+
+class FileLayoutTest : public testing::TestWithParam<VersionCase>
+{
+};
+
+TEST_P(FileLayoutTest, HeaderTableSectionsAndChecksumFollowTheVersion)
+{
+    VersionCase const& c = GetParam();
+    TuningFileWriter const writer = DescribeFile(c.version);
+    std::vector<uint8_t> const file = writer.Build();
+    auto const length = static_cast<unsigned int>(file.size());
+    EXPECT_EQ(writer.HeaderSize(), c.headerSize);
+
+    // Header, read field by field at alignment 1.
+    unsigned int pos = 0;
+    ParameterByteReader header(file.data(), length, pos, 1, nullptr);
+    EXPECT_EQ(ReadText(header, 28), "ZEL Varitonal Header");
+    EXPECT_EQ(ReadField(header, 4), length);
+    EXPECT_EQ(ReadField(header, 2), c.version.major);
+    EXPECT_EQ(ReadField(header, 2), c.version.minor);
+    EXPECT_EQ(ReadField(header, 4), c.version.patch);
+    if (c.headerSize >= 160) {
+        EXPECT_EQ(ReadText(header, 48), "unit test");
+        EXPECT_EQ(ReadText(header, 64), "label-1");
+    }
+    if (c.headerSize == 168) {
+        EXPECT_EQ(ReadField(header, 8), 0x0102030405060708u);
+    }
+    EXPECT_EQ(ReadField(header, 4), c.headerSize); // SectionOffset
+    EXPECT_EQ(ReadField(header, 4), 3u);           // SectionCount
+    EXPECT_EQ(pos, c.headerSize);
+
+    // Section table, directly behind, stepping at the file's alignment.
+    ParameterByteReader table(file.data(), length, pos, c.alignment, nullptr);
+    uint64_t records[3][3] = {};
+    for (auto& record : records)
+        for (uint64_t& field : record)
+            field = ReadField(table, 4);
+    EXPECT_EQ(pos, c.headerSize + 3 * (c.alignment == 8 ? 24u : 12u));
+    EXPECT_EQ(writer.SectionTableSize(), pos - c.headerSize);
+    EXPECT_EQ(records[0][0], 0u);
+    EXPECT_EQ(records[1][0], 9u);
+    EXPECT_EQ(records[1][1], 0x1234u);
+    EXPECT_EQ(records[1][2], 77u);
+    EXPECT_EQ(records[2][0], 4u);
+    // Placed sections start at the first aligned offset behind what precedes them.
+    EXPECT_EQ(records[0][1], pos);
+    EXPECT_EQ(records[2][1], records[0][1] + (c.alignment == 8 ? 8 : 5));
+    for (size_t i : {0, 2})
+        EXPECT_EQ(records[i][1], writer.SectionOffsetAt(i));
+    ASSERT_EQ(records[0][2], 5u);
+    ASSERT_EQ(records[2][2], 3u);
+    EXPECT_EQ(std::vector<uint8_t>(file.begin() + records[0][1], file.begin() + records[0][1] + 5),
+              (std::vector<uint8_t>{1, 2, 3, 4, 5}));
+    EXPECT_EQ(std::vector<uint8_t>(file.begin() + records[2][1], file.begin() + records[2][1] + 3),
+              (std::vector<uint8_t>{6, 7, 8}));
+
+    // The checksum follows the last section at once and is of the version's kind.
+    EXPECT_EQ(length, records[2][1] + 3 + (c.crc64 ? 8u : 4u));
+    EXPECT_TRUE(ChecksumValid(file, c.crc64));
+    EXPECT_FALSE(ChecksumValid(file, !c.crc64));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Versions, FileLayoutTest,
+    testing::Values(VersionCase{{1, 0, 0}, 48, 1, false}, VersionCase{{1, 0, 2}, 160, 1, false},
+                    VersionCase{{1, 1, 0}, 160, 8, false}, VersionCase{{2, 0, 0}, 160, 8, false},
+                    VersionCase{{3, 0, 0}, 168, 8, false}, VersionCase{{3, 0, 1}, 168, 1, false},
+                    VersionCase{{4, 0, 0}, 168, 1, false}, VersionCase{{6, 0, 0}, 168, 1, true},
+                    VersionCase{{7, 0, 0}, 168, 1, true}),
+    [](testing::TestParamInfo<VersionCase> const& param) { return Name(param.param.version); });
+
+// A header override changes its own field and nothing else before the checksum, and the checksum
+// is computed over the changed header, so it still validates.
+TEST(FileDamageTest, HeaderOverridesChangeOnlyTheirField)
+{
+    struct Case
+    {
+        char const* name;
+        Damage damage;
+        bool fromHeaderEnd; ///< offset counts back from the end of the header
+        unsigned int offset;
+        unsigned int width;
+        uint32_t value; ///< the u32 now in the field (tag fields: not read)
+    };
+    Damage tag, empty, size, offset, count;
+    tag.headerTag = "ZEL Varitonal Header and far too long";
+    empty.emptyHeaderTag = true;
+    size.fileSize = 12;
+    offset.sectionOffset = 3000;
+    count.sectionCount = 1;
+    Case const cases[] = {{"headerTag", tag, false, 0, 28, 0},
+                          {"emptyHeaderTag", empty, false, 0, 28, 0},
+                          {"fileSize", size, false, 28, 4, 12},
+                          {"sectionOffset", offset, true, 8, 4, 3000},
+                          {"sectionCount", count, true, 4, 4, 1}};
+    for (FileVersion version : {FileVersion{1, 0, 0}, FileVersion{2, 0, 0}, FileVersion{7, 0, 0}}) {
+        TuningFileWriter writer = DescribeFile(version);
+        std::vector<uint8_t> const sound = writer.Build();
+        size_t const checksumStart = sound.size() - writer.ChecksumSize();
+        for (Case const& c : cases) {
+            SCOPED_TRACE(Name(version) + " " + c.name);
+            std::vector<uint8_t> const damaged = writer.SetDamage(c.damage).Build();
+            ASSERT_EQ(damaged.size(), sound.size());
+            EXPECT_TRUE(ChecksumValid(damaged, UsesCrc64(version)));
+            size_t const start = c.fromHeaderEnd ? writer.HeaderSize() - c.offset : c.offset;
+            for (size_t i = 0; i < checksumStart; ++i) {
+                if (i < start || i >= start + c.width) {
+                    EXPECT_EQ(damaged[i], sound[i]) << "byte " << i;
+                }
+            }
+            auto const field = damaged.begin() + start;
+            if (c.width == 4) {
+                EXPECT_EQ(U32At(damaged, static_cast<unsigned int>(start)), c.value);
+            } else if (c.damage.emptyHeaderTag) {
+                EXPECT_TRUE(std::all_of(field, field + 28, [](uint8_t b) { return b == 0; }));
+            } else { // cut to the field, with no NUL left in it
+                EXPECT_EQ(std::string(field, field + 28), c.damage.headerTag->substr(0, 28));
+            }
+        }
+        writer.SetDamage({});
+    }
+}
+
+TEST(FileDamageTest, TailFaultsActOnTheFinishedFile)
+{
+    for (FileVersion version : {FileVersion{2, 0, 0}, FileVersion{6, 0, 0}}) {
+        SCOPED_TRACE(Name(version));
+        TuningFileWriter writer = DescribeFile(version);
+        std::vector<uint8_t> const sound = writer.Build();
+        size_t const checksumStart = sound.size() - writer.ChecksumSize();
+
+        Damage damage;
+        damage.badChecksum = true;
+        std::vector<uint8_t> const badFile = writer.SetDamage(damage).Build();
+        ASSERT_EQ(badFile.size(), sound.size());
+        EXPECT_FALSE(ChecksumValid(badFile, UsesCrc64(version)));
+        for (size_t i = 0; i < sound.size(); ++i)
+            EXPECT_EQ(badFile[i], i < checksumStart ? sound[i] : static_cast<uint8_t>(~sound[i]));
+
+        damage = {};
+        damage.truncate = 3;
+        EXPECT_EQ(writer.SetDamage(damage).Build(),
+                  std::vector<uint8_t>(sound.begin(), sound.end() - 3));
+        damage = {};
+        damage.cutAt = 40;
+        EXPECT_EQ(writer.SetDamage(damage).Build(),
+                  std::vector<uint8_t>(sound.begin(), sound.begin() + 40));
+
+        // Appended bytes leave FileSize at the sound length.
+        damage = {};
+        damage.appended = {0xAA, 0xBB};
+        std::vector<uint8_t> expected = sound;
+        expected.insert(expected.end(), {0xAA, 0xBB});
+        EXPECT_EQ(writer.SetDamage(damage).Build(), expected);
+        EXPECT_EQ(U32At(expected, 28), sound.size());
+
+        // Truncate and append together replace the tail.
+        damage.truncate = writer.ChecksumSize();
+        damage.appended = std::vector<uint8_t>(writer.ChecksumSize(), 0);
+        expected = sound;
+        std::fill(expected.begin() + checksumStart, expected.end(), 0);
+        EXPECT_EQ(writer.SetDamage(damage).Build(), expected);
+    }
+}
+
+TEST(FileWriterTest, MinimalSectionsLoadAsSoundTablesWithoutModules)
+{
+    for (FileVersion version : {FileVersion{1, 0, 2}, FileVersion{1, 1, 0}, FileVersion{3, 0, 1},
+                                FileVersion{5, 0, 0}, FileVersion{7, 0, 0}}) {
+        SCOPED_TRACE(Name(version));
+        std::vector<uint8_t> file = TuningFileWriter(version).AddMinimalSections().Build();
+        ParamTest::TestSetManager manager;
+        ASSERT_TRUE(manager.LoadBinaryParameters(file.data(), file.size()))
+            << manager.GetErrorString();
+        EXPECT_EQ(manager.GetSectionCount(), 2u);
+        EXPECT_NE(manager.GetSymbolSection().Size, 0u);
+        EXPECT_NE(manager.GetDataSection().Size, 0u);
+        ASSERT_NE(manager.GetSymbolTable(), nullptr);
+        EXPECT_EQ(manager.GetSymbolTable()->Modules().Count(), 0u);
+    }
+}
+
+TEST(FileWriterTest, WriteFileStoresWhatBuildGives)
+{
+    ParamTest::TempFile temp;
+    TuningFileWriter const writer = DescribeFile({5, 0, 0});
+    ASSERT_TRUE(writer.WriteFile(temp.Path()));
+    FILE* stream = std::fopen(temp.Path().c_str(), "rb");
+    ASSERT_NE(stream, nullptr);
+    std::vector<uint8_t> stored(4096);
+    stored.resize(std::fread(stored.data(), 1, stored.size(), stream));
+    std::fclose(stream);
+    EXPECT_EQ(stored, writer.Build());
+    EXPECT_FALSE(writer.WriteFile("/nonexistent-folder/file.bin"));
+}
+
+ModuleEntry Module(std::string name, std::vector<uint8_t> data)
+{
+    ModuleEntry entry;
+    entry.name = std::move(name);
+    entry.moduleVersion = {3, 4, 0};
+    entry.modeId = 0x01000002;
+    entry.data = std::move(data);
+    return entry;
+}
+
+// Identifiers and section sizes: modules and data share one sequence below 4.0.0; from 6.0.0 a
+// placeholder takes position 0 of both tables; a padded file's size counts 76 bytes an entry.
+TEST(SymbolTableBuilderTest, IdentifiersAndSectionSizesFollowTheVersion)
+{
+    struct Case
+    {
+        FileVersion version;
+        std::vector<uint32_t> ids; ///< of module, module, data in the order added
+        size_t symbolSize;
+        size_t dataTableSize;
+    } const cases[] = {{{1, 0, 1}, {1, 2, 3}, 192, 0},  {{1, 1, 0}, {1, 2, 3}, 228, 0},
+                       {{3, 0, 1}, {1, 2, 3}, 168, 0},  {{3, 1, 0}, {1, 2, 3}, 180, 0},
+                       {{4, 0, 0}, {1, 2, 1}, 120, 16}, {{7, 0, 0}, {1, 2, 1}, 96, 24}};
+    for (Case const& test : cases) {
+        SCOPED_TRACE(Name(test.version));
+        SymbolTableBuilder builder(test.version);
+        std::vector<uint32_t> ids;
+        ids.push_back(builder.AddModule(Module("a", {1, 2, 3})));
+        ids.push_back(builder.AddModule(Module("b", {4})));
+        ids.push_back(builder.AddData({5, 6}));
+        EXPECT_EQ(ids, test.ids);
+        SymbolTableBuilder::Sections const sections = builder.Build();
+        EXPECT_EQ(sections.symbol.size(), test.symbolSize);
+        EXPECT_EQ(sections.dataTable.size(), test.dataTableSize);
+        EXPECT_EQ(sections.symbol.size() % SymbolTableBuilder::SymbolEntrySize(test.version), 0u);
+    }
+}
+
+TEST(SymbolTableBuilderTest, PaddedEntriesStep72BytesWithTheCountedRestAtTheEnd)
+{
+    SymbolTableBuilder builder({2, 0, 0});
+    builder.AddModule(Module("first", {1, 2, 3}));
+    builder.AddModule(Module("second", {4}));
+    std::vector<uint8_t> const symbol = builder.Build().symbol;
+    ASSERT_EQ(symbol.size(), 152u);
+
+    unsigned int pos = 72;
+    ParameterByteReader reader(symbol.data(), static_cast<unsigned int>(symbol.size()), pos, 8,
+                               nullptr);
+    EXPECT_EQ(ReadField(reader, 4), 2u);
+    EXPECT_EQ(ReadText(reader, 32), "second");
+    EXPECT_EQ(ReadField(reader, 8), 0x0000000000040003ull);
+    EXPECT_EQ(ReadField(reader, 4), 0x01000002u);
+    EXPECT_EQ(ReadField(reader, 4), 8u); // the first block padded to 8 bytes
+    EXPECT_EQ(ReadField(reader, 4), 1u);
+    EXPECT_EQ(pos, 144u);
+    EXPECT_EQ(ReadRaw(reader, 8), 0u);
+}
+
+// From 6.0.0: placeholders at position 0, name hashes, and duplicates that point at the block of
+// the entry they repeat, with its identifier as their DuplicateID.
+TEST(SymbolTableBuilderTest, DuplicatesShareTheFirstBlockAndItsIdentifier)
+{
+    SymbolTableBuilder builder({7, 0, 0});
+    uint32_t const module = builder.AddModule(Module("FLIndicesType", {9, 9}));
+    uint32_t const original = builder.AddData({1, 2, 3, 4});
+    uint32_t const copy = builder.AddData({1, 2, 3, 4}, original);
+    uint32_t const later = builder.AddData({7}, copy);
+    SymbolTableBuilder::Sections const sections = builder.Build();
+    // One copy of each distinct block.
+    EXPECT_EQ(sections.data.size(), 6u);
+
+    unsigned int pos = 0;
+    ParameterByteReader symbols(sections.symbol.data(),
+                                static_cast<unsigned int>(sections.symbol.size()), pos, 1, nullptr);
+    uint64_t const fields[][2] = {// The placeholder, then the module's entry.
+                                  {8, 0},
+                                  {8, 0},
+                                  {4, NoModuleModeId},
+                                  {4, 0},
+                                  {4, 0},
+                                  {4, 0},
+                                  {8, ParserCRC64::HashName("FLIndicesType")},
+                                  {8, 0x0000000000040003ull},
+                                  {4, 0x01000002u},
+                                  {4, 0},
+                                  {4, 2},
+                                  {4, module}};
+    for (auto const& field : fields)
+        EXPECT_EQ(ReadField(symbols, static_cast<unsigned int>(field[0])), field[1]);
+
+    // | Offset | Size | DuplicateID | per data entry, after the zeroed placeholder.
+    ASSERT_EQ(sections.dataTable.size(), 48u);
+    pos = 12;
+    ParameterByteReader table(sections.dataTable.data(), 48, pos, 1, nullptr);
+    for (uint32_t id : {original, copy, later}) {
+        SCOPED_TRACE(id);
+        EXPECT_EQ(ReadField(table, 4), 2u);
+        EXPECT_EQ(ReadField(table, 4), 4u);
+        EXPECT_EQ(ReadField(table, 4), original);
+    }
+}
+
+// One expected piece of the definition section: a field at its step, raw bytes taken exactly,
+// or a u32 length at its step followed by that many bytes of text.
+struct Step
+{
+    enum Kind
+    {
+        Field,
+        Raw,
+        Counted
+    } kind;
+    unsigned int width;
+    uint64_t value;
+    char const* text;
+};
+
+Step F(unsigned int width, uint64_t value)
+{
+    return {Step::Field, width, value, nullptr};
+}
+Step R(unsigned int width, uint64_t value)
+{
+    return {Step::Raw, width, value, nullptr};
+}
+Step C(uint32_t length, char const* text)
+{
+    return {Step::Counted, 4, length, text};
+}
+
+TEST(DefinitionTableBuilderTest, EveryRecordKindReadsBackFieldByFieldAtBothAlignments)
+{
+    DefinitionTableBuilder builder;
+    EXPECT_TRUE(builder.Empty());
+    builder.AddModule({7, "modA", std::nullopt, "skipme"})
+        .AddStructure({7,
+                       "structA",
+                       0xABCDEF0123456789u,
+                       {{"first", ElementType::Float, 0, 2, 2, TuningWriter::ElementFourByte, "",
+                         std::nullopt},
+                        {"nested", ElementType::Structure, 9, 0, 5, 0, "xy", 0u},
+                        {"abcdef", ElementType::UInt8, 0, 1, 1, 0, "", 3u}}})
+        .AddOpaque({0, "zero", ""})
+        .AddOpaque({1, "one", ""})
+        .AddOpaque({2, "two", "second"})
+        .AddEnum({11, "enumA", std::nullopt, {{3, true, "v3", "t"}, {4, false, "v4", ""}}})
+        .AddRawKind({7});
+    EXPECT_FALSE(builder.Empty());
+
+    Step const expected[] = {
+        // Module: the name's length counts its NUL; the hash defaults to the name hash.
+        F(1, 4), F(4, 7), F(8, ParserCRC64::HashName("modA")), C(5, "modA"), C(6, "skipme"),
+        // Structure with its elements, none with a kind byte.
+        F(1, 5), F(4, 7), C(8, "structA"), F(8, 0xABCDEF0123456789u), F(4, 3), F(1, 16), F(4, 0),
+        C(6, "first"), F(2, TuningWriter::ElementFourByte), F(4, 2), F(4, 2), C(0, ""), F(1, 5),
+        F(4, 9), C(0, ""), F(2, 0), F(4, 0), F(4, 5), C(2, "xy"), F(1, 9), F(4, 0), C(3, "abc"),
+        F(2, 0), F(4, 1), F(4, 1), C(0, ""),
+        // Opaque records: their raw bytes are never padded.
+        F(1, 0), R(1, 0), C(4, "zero"), R(1, 0), F(1, 1), R(3, 0), C(3, "one"), R(1, 0), F(1, 2),
+        R(2, 0), C(3, "two"), C(6, "second"),
+        // Enum: ID, hash and each value with its bool are raw; the lengths step.
+        F(1, 6), R(4, 11), C(6, "enumA"), R(8, ParserCRC64::HashName("enumA")), F(4, 2), R(4, 3),
+        R(1, 1), C(3, "v3"), C(1, "t"), R(4, 4), R(1, 0), C(3, "v4"), C(0, ""),
+        // A bare kind.
+        F(1, 7)};
+
+    for (unsigned char alignment : {1, 8}) {
+        std::vector<uint8_t> const bytes = builder.Build(alignment);
+        auto const length = static_cast<unsigned int>(bytes.size());
+        unsigned int pos = 0;
+        ParameterByteReader reader(bytes.data(), length, pos, alignment, nullptr);
+        for (size_t i = 0; i < std::size(expected); ++i) {
+            Step const& step = expected[i];
+            SCOPED_TRACE("alignment " + std::to_string(alignment) + ", step " + std::to_string(i));
+            if (step.kind == Step::Raw) {
+                EXPECT_EQ(ReadRaw(reader, step.width), step.value);
+                continue;
+            }
+            EXPECT_EQ(ReadField(reader, step.width), step.value);
+            if (step.kind == Step::Counted) {
+                EXPECT_EQ(ReadText(reader, static_cast<unsigned int>(step.value)), step.text);
+            }
+        }
+        EXPECT_FALSE(reader.Failed());
+        EXPECT_EQ(reader.Position(), length);
+    }
+}
+
+TEST(ModeSectionBuilderTest, NamedPathsShareStepsAndNumberNewOnes)
+{
+    ModeSectionBuilder table(2, "front");
+    uint32_t const preview = table.AddPath("Default|Sensor.0|Usecase.Preview");
+    uint32_t const video = table.AddPath("Default|Sensor.0|Usecase.Video");
+    uint32_t const numeric = table.AddPath("0|1.0|2.2");
+
+    constexpr uint32_t Table2 = 2u << 24;
+    EXPECT_EQ(preview, Table2 | 2);
+    EXPECT_EQ(video, Table2 | 3);
+    EXPECT_EQ(numeric, video);
+    EXPECT_EQ(table.Find("Default|Sensor.0"), Table2 | 1);
+    EXPECT_EQ(table.Find("Default|Sensor.1"), InvalidModeId);
+    ASSERT_EQ(table.Entries().size(), 4u);
+    ModeEntryRecord const& root = table.Entries()[0];
+    EXPECT_EQ(root.parentId, root.modeId);
+    EXPECT_EQ(table.Entries()[3].parentId, Table2 | 1);
+    EXPECT_EQ(table.Entries()[3].subMode, 2u);
+
+    // Unknown names and a root other than the existing one are refused and add nothing.
+    EXPECT_EQ(table.AddPath("Default|Sideways.0"), InvalidModeId);
+    EXPECT_EQ(table.AddPath("Default|Usecase.Nope"), InvalidModeId);
+    EXPECT_EQ(table.AddPath("Sensor.0|Usecase.Preview"), InvalidModeId);
+    EXPECT_EQ(table.Entries().size(), 4u);
+}
+
+TEST(ModeSectionBuilderTest, LaysOutFieldsOfEachVersion)
+{
+    ModeSectionBuilder table(0, "rear");
+    table.AddEntry({0x01, 0x02, 0x0403, 0x0605, 0x0A090807, 0x0C0B0A09, 0x1});
+
+    // Alignment 1 before 1.1.0: ID, mode, parent; no name, link or flags.
+    std::vector<uint8_t> const v102 = table.Build(FileVersion{1, 0, 2});
+    EXPECT_EQ(v102, (std::vector<uint8_t>{1, 0, 0, 0, 3, 4, 5, 6, 7, 8, 9, 10, 2, 0, 0, 0}));
+    // Alignment 8 with a link from 2.0.0: every field takes 8 bytes.
+    std::vector<uint8_t> const v200 = table.Build(FileVersion{2, 0, 0});
+    ASSERT_EQ(v200.size(), 32u);
+    EXPECT_EQ(v200[24], 9);
+    EXPECT_EQ(v200[27], 12);
+    EXPECT_EQ(v200[28], 0);
+    // From 7.0.0 a 128-byte name, then 24-byte entries ending in the flags.
+    std::vector<uint8_t> const v700 = table.Build(FileVersion{7, 0, 0});
+    ASSERT_EQ(v700.size(), 128u + 24u);
+    EXPECT_EQ(std::string(reinterpret_cast<char const*>(v700.data())), "rear");
+    EXPECT_EQ(v700[128 + 20], 1);
+}
+
+constexpr char Sample[] = R"(
+version 7.0.0
+binary-tag demo-front   # trailing comment
+created-by unit test tool
+structure 2 module_versionStruct
+  member major_revision Int32
+  member minor_revision Int32
+structure 1 TopType
+  member module_version struct:2
+  member numPoints UInt32
+  member indices UInt32[300]
+  member limits Float[] four-byte
+  member label String?
+module TopType 1
+)";
+
+TEST(TuningDescriptionTest, PackedFileLoadsWithItsSchema)
+{
+    TuningDescription description;
+    ASSERT_TRUE(description.Parse(Sample)) << description.Error();
+    std::vector<uint8_t> bytes = description.MakeWriter().Build();
+    EXPECT_GE(bytes.size(), FileModeWindow);
+
+    ParamTest::TestSetManager manager;
+    ASSERT_TRUE(manager.LoadBinaryParameters(bytes.data(), bytes.size()))
+        << manager.GetErrorString();
+    EXPECT_STREQ(manager.GetBinaryTag(), "demo-front");
+
+    ParameterSetManager::SectionInfo const section = manager.GetDefinitionSection();
+    ParameterFileSymbolTable table(&manager, 1, manager.GetBinaryVersion());
+    unsigned int pos = section.Offset;
+    ASSERT_TRUE(table.ReadDefinitions(bytes.data(), static_cast<unsigned int>(bytes.size()), pos,
+                                      section.Size, true));
+    ParameterDefinitionStructure const* top =
+        table.FindModuleStructure(ParserCRC64::HashName("TopType"));
+    ASSERT_NE(top, nullptr);
+    // Load limit 4, version record 4 + 2 x 4, count 4, fixed array count 4 + 300 x 4, counted
+    // floats 8, optional string 8.
+    EXPECT_EQ(top->Size, 4u + 12u + 4u + 1204u + 8u + 8u);
+    ParameterDefinitionElement const* limits = top->FindChild(ParserCRC64::HashName("limits"));
+    ASSERT_NE(limits, nullptr);
+    EXPECT_EQ(limits->Info->Flags, ::ElementFourByte | ::ElementVariableCount);
+}
+
+// Malformed lines are refused with their number; every limit is taken at its bound and refused
+// one past it.
+TEST(TuningDescriptionTest, RefusesMalformedLinesWithTheirNumber)
+{
+    std::string const gamma = "modetable\ninstance gamma16_bps varitonal_gamma16Type mode Default\n"
+                              "  value control_variables.control_var_type ";
+    std::string tables;
+    for (unsigned int i = 0; i < 256; ++i)
+        tables += "modetable\n";
+    struct Case
+    {
+        std::string text;
+        std::string error; ///< empty when the text is taken
+    } const cases[] = {
+        {"version 7.0", "line 1: bad version '7.0'"},
+        {"version 7.0.0.1", "line 1: bad version '7.0.0.1'"},
+        {"\nmember a UInt32", "line 2: member outside a structure"},
+        {"structure 1 A\n member a Bogus", "line 2: unknown member type 'Bogus'"},
+        {"structure 1 A\n member a UInt32[0]", "line 2: bad array length in 'UInt32[0]'"},
+        {"structure 1 A\n member a struct:x", "line 2: bad structure ID in 'struct:x'"},
+        {"structure 1 A\n member a UInt32 eight-byte",
+         "line 2: unknown member option 'eight-byte'"},
+        {"module A", "line 1: cannot read 'module' with 1 argument(s)"},
+        {"flags nope", "line 1: bad flags 'nope'"},
+        {"version 7.0.1", "line 1: version 7.0.1 is above 7.0.0, the latest the loader reads"},
+        {"binary-tag " + std::string(64, 't'), ""},
+        {"binary-tag " + std::string(65, 't'),
+         "line 1: a binary tag of 65 characters does not fit its 64-byte field"},
+        {"created-by " + std::string(48, 'c'), ""},
+        {"created-by " + std::string(49, 'c'),
+         "line 1: a creator name of 49 characters does not fit its 48-byte field"},
+        {"modetable " + std::string(32, 'm') + "\nversion 6.0.0", ""},
+        {"modetable " + std::string(33, 'm') + "\nversion 6.0.0",
+         "line 1: a mode table name of 33 characters does not fit its 32-byte field"},
+        {"modetable " + std::string(128, 'm'), ""},
+        {"modetable " + std::string(129, 'm'),
+         "line 1: a mode table name of 129 characters does not fit its 128-byte field"},
+        {tables, ""},
+        {tables + "modetable", "line 257: too many mode tables"},
+        {gamma + "0,0,0,0,0", ""},
+        {gamma + "0,0,0,0,0,0", "line 3: value of 'control_variables.control_var_type': 6 "
+                                "elements where at most 5 fit"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.text.substr(0, 80));
+        TuningDescription description({&ParamSchema::TuningSetManager::Instances()});
+        EXPECT_EQ(description.Parse(c.text), c.error.empty());
+        EXPECT_EQ(description.Error(), c.error);
+    }
+}
+
+TEST(NumberTextTest, ReadsWithinRangeAndRefusesEverythingElse)
+{
+    struct Case
+    {
+        NumberKind kind;
+        char const* text;
+        bool accepted;
+        long double value;  ///< when accepted
+        char const* reason; ///< when refused
+    };
+    Case const cases[] = {
+        {NumberKind::UInt32, "0x10", true, 16, ""},
+        {NumberKind::UInt32, "010", true, 10, ""}, // decimal, not octal
+        {NumberKind::Int32, "-0x10", true, -16, ""},
+        {NumberKind::UInt8, "+255", true, 255, ""},
+        {NumberKind::UInt8, "256", false, 0, "'256' is outside UInt8 (0 to 255)"},
+        {NumberKind::Int8, "-128", true, -128, ""},
+        {NumberKind::Int8, "-129", false, 0, "'-129' is outside Int8 (-128 to 127)"},
+        {NumberKind::UInt32, "-0", true, 0, ""},
+        {NumberKind::UInt64, "18446744073709551615", true, 18446744073709551615.0L, ""},
+        {NumberKind::UInt64, "18446744073709551616", false, 0,
+         "'18446744073709551616' is outside UInt64 (0 to 18446744073709551615)"},
+        {NumberKind::Int64, "-9223372036854775808", true, -9223372036854775808.0L, ""},
+        {NumberKind::Int64, "9223372036854775808", false, 0,
+         "'9223372036854775808' is outside Int64 (-9223372036854775808 to 9223372036854775807)"},
+        {NumberKind::Int32, "1e3", false, 0, "'1e3' is not an integer (Int32)"},
+        {NumberKind::UInt32, " 5", false, 0, "' 5' is not a number (UInt32)"},
+        {NumberKind::UInt32, "", false, 0, "an empty text is no value (UInt32)"},
+        {NumberKind::Float, "0x1p3", true, 8, ""},
+        {NumberKind::Float, "3.5e38", false, 0,
+         "'3.5e38' is outside Float (-3.40282347e+38 to 3.40282347e+38)"},
+        {NumberKind::Double, "1e308", true, 1e308L, ""},
+        {NumberKind::Double, "1e309", false, 0,
+         "'1e309' is outside Double (-1.79769313e+308 to 1.79769313e+308)"},
+        {NumberKind::Double, "-inf", false, 0, "'-inf' is not a finite number (Double)"},
+    };
+    for (Case const& test : cases) {
+        SCOPED_TRACE(test.text);
+        NumberValue value;
+        std::string reason;
+        ASSERT_EQ(ParseNumber(test.kind, test.text, value, reason), test.accepted) << reason;
+        if (!test.accepted) {
+            EXPECT_EQ(reason, test.reason);
+            continue;
+        }
+        bool const real = test.kind == NumberKind::Float || test.kind == NumberKind::Double;
+        bool const isSigned = test.kind == NumberKind::Int8 || test.kind == NumberKind::Int32 ||
+                              test.kind == NumberKind::Int64;
+        if (real)
+            EXPECT_EQ(value.real, static_cast<double>(test.value));
+        else if (isSigned)
+            EXPECT_EQ(static_cast<long double>(value.integer), test.value);
+        else
+            EXPECT_EQ(static_cast<long double>(value.unsignedInteger), test.value);
+    }
+}
+
+} // namespace
