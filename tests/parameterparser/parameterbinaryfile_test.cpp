@@ -83,34 +83,24 @@ struct BufferCase
 TEST_F(ParameterBinaryFileTest, ReadsFillTheNearestBuffer)
 {
     std::pair<long, unsigned long> const starts[] = {{0, 16}, {4096, 16}, {8192, 16}};
-    auto filled = [&](std::vector<std::pair<long, unsigned long>> more) {
+    auto all = [&](std::vector<std::pair<long, unsigned long>> more) {
         more.insert(more.begin(), std::begin(starts), std::end(starts));
         return more;
     };
+    // clang-format off
     BufferCase const cases[] = {
         {"one byte", 5000, {{10, 1}}, {{10, 1024}, {0, 0}}},
         {"a whole buffer", 5000, {{10, 1024}}, {{10, 1024}, {0, 0}}},
         {"one byte more than a buffer", 5000, {{10, 1025}}, {{0, 0}}},
         {"near the end", 5000, {{-100, 16}, {-1000, 16}}, {{-1024, 1024}, {0, 0}}},
         {"small file", 200, {{-10, 10}}, {{0, -1}}},
-        {"nearest",
-         20000,
-         filled({{4100, 16}, {6000, 16}}),
-         {{0, 1024}, {6000, 1024}, {8192, 1024}}},
-        {"nearest, recently used",
-         20000,
-         filled({{8200, 16}, {7000, 16}}),
-         {{0, 1024}, {4096, 1024}, {7000, 1024}}},
-        {"tie", 20000, filled({{10, 16}, {2048, 16}}), {{2048, 1024}, {4096, 1024}, {8192, 1024}}},
-        {"tie above",
-         20000,
-         filled({{10, 16}, {6144, 16}}),
-         {{0, 1024}, {6144, 1024}, {8192, 1024}}},
-        {"far behind",
-         20000,
-         filled({{4100, 16}, {15000, 16}}),
-         {{0, 1024}, {4096, 1024}, {15000, 1024}}},
+        {"nearest", 20000, all({{4100, 16}, {6000, 16}}), {{0, 1024}, {6000, 1024}, {8192, 1024}}},
+        {"recent", 20000, all({{8200, 16}, {7000, 16}}), {{0, 1024}, {4096, 1024}, {7000, 1024}}},
+        {"tie", 20000, all({{10, 16}, {2048, 16}}), {{2048, 1024}, {4096, 1024}, {8192, 1024}}},
+        {"tie above", 20000, all({{10, 16}, {6144, 16}}), {{0, 1024}, {6144, 1024}, {8192, 1024}}},
+        {"far", 20000, all({{4100, 16}, {15000, 16}}), {{0, 1024}, {4096, 1024}, {15000, 1024}}},
     };
+    // clang-format on
     for (BufferCase const& c : cases) {
         SCOPED_TRACE(c.name);
         UseFile(c.dataSize);

@@ -182,78 +182,49 @@ HeaderCase Cut(char const* name, FileVersion version, uint32_t cutAt, unsigned i
     return {name, version, Fault::CutAt, cutAt, nullptr, ShortHeader, logged, 0};
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Faults, ReadHeaderTest,
-    ::testing::Values(
-        HeaderCase{
-            "OlderFormatWarns", {1, 0, 1}, Fault::None, 0, nullptr, OlderFormat, "", 0, 1, false},
-        HeaderCase{"V1_0_2", {1, 0, 2}, Fault::None, 0, nullptr, "", "", 0, 1, false},
-        HeaderCase{"V1_1_0", {1, 1, 0}, Fault::None, 0, nullptr, "", "", 0, 8, false},
-        HeaderCase{"V3_0_0", {3, 0, 0}, Fault::None, 0, nullptr, "", "", 0, 8},
-        HeaderCase{"V3_0_1", {3, 0, 1}, Fault::None, 0, nullptr, "", "", 0},
-        HeaderCase{"V5_9_9", {5, 9, 9}, Fault::None, 0, nullptr, "", "", 0},
-        HeaderCase{"V6_0_0", {6, 0, 0}, Fault::None, 0, nullptr, "", "", 0},
-        HeaderCase{"V7_0_0", {7, 0, 0}, Fault::None, 0, nullptr, "", "", 0},
-        // A compressed file was short on purpose: the flag lets it past the size check.
-        HeaderCase{"CompressedFlagLetsShortBufferPass",
-                   {7, 0, 0},
-                   Fault::CompressedShort,
-                   0,
-                   nullptr,
-                   "",
-                   "",
-                   0},
-        Cut("CutInTag", {7, 0, 0}, 20, 28, 4), Cut("CutInFileSize", {7, 0, 0}, 30, 28, 4),
-        Cut("CutInVersion", {7, 0, 0}, 36, 32, 8), Cut("CutInBinaryTag", {7, 0, 0}, 100, 152, 8),
-        Cut("CutInFlags", {7, 0, 0}, 156, 152, 8),
-        Cut("CutInSectionOffset", {7, 0, 0}, 162, 160, 4),
-        // The last field ends exactly at the bound: one byte short of it fails.
-        Cut("CutOneShortOfSectionCount", {7, 0, 0}, 167, 164, 4),
-        // Below 3.0.0 there is no flags word: the section offset follows the tag.
-        Cut("CutBehindTagBelow3", {2, 0, 0}, 154, 152, 4),
-        Cut("CutInOldHeader", {1, 0, 1}, 42, 40, 4),
-        HeaderCase{"EmptyTag",
-                   {7, 0, 0},
-                   Fault::EmptyTag,
-                   0,
-                   nullptr,
-                   "Failed to read binary header tag",
-                   "",
-                   0},
-        HeaderCase{"TagWithMoreCharacters",
-                   {7, 0, 0},
-                   Fault::Tag,
-                   0,
-                   "ZEL Varitonal Header2",
-                   BadTag,
-                   "",
-                   0},
-        HeaderCase{"TagOtherCase", {7, 0, 0}, Fault::Tag, 0, "ZEL VARITONAL HEADER", BadTag, "", 0},
-        // The tag is checked before the size, the version before the checksum.
-        HeaderCase{"WrongTagAndTooSmall", {7, 0, 0}, Fault::Tag, 1, "Other", BadTag, "", 0},
-        HeaderCase{"Version7_0_1", {7, 0, 1}, Fault::None, 0, nullptr, Unsupported, "", 0},
-        HeaderCase{"Version7_1_0WithBadChecksum",
-                   {7, 1, 0},
-                   Fault::Checksum,
-                   0,
-                   nullptr,
-                   Unsupported,
-                   "",
-                   0},
-        // The checksum width follows the version, and its place follows the buffer's length:
-        // bytes appended behind a sound file move it.
-        HeaderCase{"Crc32Below6", {5, 9, 9}, Fault::Checksum, 0, nullptr, BadChecksum, "", 8},
-        HeaderCase{"Crc32OldFormat", {1, 0, 1}, Fault::Checksum, 0, nullptr, BadChecksum, "", 8},
-        HeaderCase{"Crc64From6", {6, 0, 0}, Fault::Checksum, 0, nullptr, BadChecksum, "", 16},
-        HeaderCase{"BufferLongerThanFileSize",
-                   {7, 0, 0},
-                   Fault::Appended,
-                   8,
-                   nullptr,
-                   BadChecksum,
-                   "",
-                   16}),
-    [](::testing::TestParamInfo<HeaderCase> const& test) { return std::string(test.param.name); });
+// clang-format off
+std::vector<HeaderCase> const HeaderCases = {
+    {"OlderFormatWarns", {1, 0, 1}, Fault::None, 0, nullptr, OlderFormat, "", 0, 1, false},
+    {"V1_0_2", {1, 0, 2}, Fault::None, 0, nullptr, "", "", 0, 1, false},
+    {"V1_1_0", {1, 1, 0}, Fault::None, 0, nullptr, "", "", 0, 8, false},
+    {"V3_0_0", {3, 0, 0}, Fault::None, 0, nullptr, "", "", 0, 8},
+    {"V3_0_1", {3, 0, 1}, Fault::None, 0, nullptr, "", "", 0},
+    {"V5_9_9", {5, 9, 9}, Fault::None, 0, nullptr, "", "", 0},
+    {"V6_0_0", {6, 0, 0}, Fault::None, 0, nullptr, "", "", 0},
+    {"V7_0_0", {7, 0, 0}, Fault::None, 0, nullptr, "", "", 0},
+    // A compressed file was short on purpose: the flag lets it past the size check.
+    {"CompressedFlagLetsShortBufferPass", {7, 0, 0}, Fault::CompressedShort, 0, nullptr, "", "", 0},
+    Cut("CutInTag", {7, 0, 0}, 20, 28, 4),
+    Cut("CutInFileSize", {7, 0, 0}, 30, 28, 4),
+    Cut("CutInVersion", {7, 0, 0}, 36, 32, 8),
+    Cut("CutInBinaryTag", {7, 0, 0}, 100, 152, 8),
+    Cut("CutInFlags", {7, 0, 0}, 156, 152, 8),
+    Cut("CutInSectionOffset", {7, 0, 0}, 162, 160, 4),
+    // The last field ends exactly at the bound: one byte short of it fails.
+    Cut("CutOneShortOfSectionCount", {7, 0, 0}, 167, 164, 4),
+    // Below 3.0.0 there is no flags word: the section offset follows the tag.
+    Cut("CutBehindTagBelow3", {2, 0, 0}, 154, 152, 4),
+    Cut("CutInOldHeader", {1, 0, 1}, 42, 40, 4),
+    {"EmptyTag", {7, 0, 0}, Fault::EmptyTag, 0, nullptr, "Failed to read binary header tag", "", 0},
+    {"TagWithMoreCharacters", {7, 0, 0}, Fault::Tag, 0, "ZEL Varitonal Header2", BadTag, "", 0},
+    {"TagOtherCase", {7, 0, 0}, Fault::Tag, 0, "ZEL VARITONAL HEADER", BadTag, "", 0},
+    // The tag is checked before the size, the version before the checksum.
+    {"WrongTagAndTooSmall", {7, 0, 0}, Fault::Tag, 1, "Other", BadTag, "", 0},
+    {"Version7_0_1", {7, 0, 1}, Fault::None, 0, nullptr, Unsupported, "", 0},
+    {"Version7_1_0WithBadChecksum", {7, 1, 0}, Fault::Checksum, 0, nullptr, Unsupported, "", 0},
+    // The checksum width follows the version, and its place follows the buffer's length:
+    // bytes appended behind a sound file move it.
+    {"Crc32Below6", {5, 9, 9}, Fault::Checksum, 0, nullptr, BadChecksum, "", 8},
+    {"Crc32OldFormat", {1, 0, 1}, Fault::Checksum, 0, nullptr, BadChecksum, "", 8},
+    {"Crc64From6", {6, 0, 0}, Fault::Checksum, 0, nullptr, BadChecksum, "", 16},
+    {"BufferLongerThanFileSize", {7, 0, 0}, Fault::Appended, 8, nullptr, BadChecksum, "", 16},
+};
+// clang-format on
+
+INSTANTIATE_TEST_SUITE_P(Faults, ReadHeaderTest, ::testing::ValuesIn(HeaderCases),
+                         [](::testing::TestParamInfo<HeaderCase> const& test) {
+                             return std::string(test.param.name);
+                         });
 
 // FileSize at the buffer's length passes; one byte more is refused.
 TEST(ReadHeaderSizeTest, RefusesBufferSmallerThanFileSize)

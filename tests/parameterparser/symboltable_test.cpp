@@ -148,15 +148,16 @@ TEST_P(SymbolTableLayoutTest, ReadsModulesAndDataOfEveryLayout)
     EXPECT_EQ(count, test.symbolCount);
     EXPECT_EQ(table.GetDataCount(), test.dataCount);
     bool const hashed = test.version.major >= 6;
-    PList<ModuleData*> const& modules = table.Modules();
-    ASSERT_EQ(modules.Count(), 2u);
-    EXPECT_EQ(modules[0]->ID, first);
-    EXPECT_EQ(modules[1]->ID, other);
-    EXPECT_EQ(modules[0]->NameHash, hashed ? Hash("FLIndicesType") : 0ul);
-    EXPECT_EQ(modules[1]->NameHash, hashed ? Hash("aecArbitration") : 0ul);
-    EXPECT_EQ(modules[0]->Version, VersionUnion(3, 4, 0));
-    EXPECT_EQ(modules[1]->Version, VersionUnion(1, 2, 5));
-    EXPECT_EQ(modules[1]->ModeId, 3u);
+    // ID, name hash (from 6.0.0), version and Mode ID of each module record.
+    std::vector<std::tuple<uint32_t, unsigned long, uint64_t, uint32_t>> records;
+    for (unsigned int i = 0; i < table.Modules().Count(); ++i) {
+        ModuleData const* m = table.Modules()[i];
+        records.emplace_back(m->ID, m->NameHash, m->Version.Raw, m->ModeId);
+    }
+    EXPECT_EQ(records,
+              (decltype(records){
+                  {first, hashed ? Hash("FLIndicesType") : 0, VersionUnion(3, 4, 0).Raw, 0},
+                  {other, hashed ? Hash("aecArbitration") : 0, VersionUnion(1, 2, 5).Raw, 3}}));
 
     ParameterFileSymbolTableEntry entry;
     for (int pass = 0; pass < 2; ++pass) {
@@ -249,37 +250,17 @@ TEST(SymbolTableTest, TableSizeThatDoesNotFitFailsTheLoad)
     {
         FileVersion version;
         bool dataTable;
+        unsigned int size, expected; ///< sizes 4 bytes too large, as logged; 0: nearly 4 GiB
         Mode mode;
-        bool huge; ///< the size claims nearly 4 GiB rather than 4 trailing bytes
-        std::vector<std::string> messages;
     } const cases[] = {
-        {{1, 0, 1},
-         false,
-         Mode::Buffer,
-         false,
-         {"Invalid symbol table size: 260, expected: 256\n"}},
-        {{1, 1, 0},
-         false,
-         Mode::Buffer,
-         false,
-         {"Invalid symbol table size: 308, expected: 304\n"}},
-        {{3, 0, 1},
-         false,
-         Mode::Buffer,
-         false,
-         {"Invalid symbol table size: 228, expected: 224\n"}},
-        {{5, 0, 0},
-         false,
-         Mode::Buffer,
-         false,
-         {"Invalid symbol table size: 124, expected: 120\n"}},
-        {{7, 0, 0}, false, Mode::Buffer, false, {"Invalid symbol table size: 100, expected: 96\n"}},
-        {{4, 0, 0}, true, Mode::Buffer, false, {"Invalid data table size: 36, expected: 32\n"}},
-        {{6, 0, 0}, true, Mode::Buffer, false, {"Invalid data table size: 40, expected: 36\n"}},
-        {{7, 0, 0}, false, Mode::Buffer, true, {"symbol"}},
-        {{7, 0, 0}, false, Mode::File, true, {"symbol"}},
-        {{7, 0, 0}, true, Mode::Buffer, true, {"data"}},
-        {{7, 0, 0}, true, Mode::File, true, {"data"}},
+        // clang-format off
+        {{1, 0, 1}, false, 260, 256, Mode::Buffer}, {{1, 1, 0}, false, 308, 304, Mode::Buffer},
+        {{3, 0, 1}, false, 228, 224, Mode::Buffer}, {{5, 0, 0}, false, 124, 120, Mode::Buffer},
+        {{7, 0, 0}, false, 100, 96, Mode::Buffer},  {{4, 0, 0}, true, 36, 32, Mode::Buffer},
+        {{6, 0, 0}, true, 40, 36, Mode::Buffer},    {{7, 0, 0}, false, 0, 0, Mode::Buffer},
+        {{7, 0, 0}, false, 0, 0, Mode::File},       {{7, 0, 0}, true, 0, 0, Mode::Buffer},
+        {{7, 0, 0}, true, 0, 0, Mode::File},
+        // clang-format on
     };
     for (auto const& test : cases) {
         SCOPED_TRACE(VersionName(test.version) + (test.dataTable ? " data" : " symbol") +
@@ -289,14 +270,18 @@ TEST(SymbolTableTest, TableSizeThatDoesNotFitFailsTheLoad)
             builder.AddModule(Module(name, name));
             builder.AddData(Bytes(name));
         }
+        bool const huge = test.size == 0;
+        std::string const kind = test.dataTable ? "data" : "symbol";
         TableDamage damage;
         (test.dataTable ? damage.dataTableTrailingBytes : damage.symbolTrailingBytes) =
-            test.huge ? 0 : 4;
+            huge ? 0 : 4;
         builder.SetDamage(damage);
         LoadedTable loaded;
-        std::vector<std::string> expected = test.messages;
+        std::vector<std::string> expected = {"Invalid " + kind +
+                                             " table size: " + std::to_string(test.size) +
+                                             ", expected: " + std::to_string(test.expected) + "\n"};
         EXPECT_FALSE(loaded.Load(builder, test.mode, [&](ParamTest::TableFile& file) {
-            if (!test.huge)
+            if (!huge)
                 return;
             uint32_t const entrySize = test.dataTable
                                            ? SymbolTableBuilder::DataEntrySize(test.version)
@@ -304,7 +289,6 @@ TEST(SymbolTableTest, TableSizeThatDoesNotFitFailsTheLoad)
             (test.dataTable ? file.dataTable : file.symbol).Size =
                 0xFFFFFFF0U / entrySize * entrySize;
             // The data table's refusal carries the symbol section's numbers, as it always has.
-            std::string const kind = test.messages[0];
             expected = {"Failed to read " + kind +
                             " table buffer (offset: " + std::to_string(file.symbol.Offset) +
                             ", size: " + std::to_string(file.symbol.Size) + ") from binary file\n",
@@ -317,46 +301,34 @@ TEST(SymbolTableTest, TableSizeThatDoesNotFitFailsTheLoad)
 
 // ---- Duplicate groups ---------------------------------------------------------------------------
 
-class DuplicateGroupTest : public ::testing::TestWithParam<std::pair<FileVersion, unsigned int>>
-{
-};
-
 // Two entries that name one DuplicateID form a group; a third block stays alone. Files without
 // DuplicateID still share the bytes but form no group (duplicate count 1).
-TEST_P(DuplicateGroupTest, EntriesOfOneDuplicateIdFormOneGroup)
+TEST(DuplicateGroupTest, EntriesOfOneDuplicateIdFormOneGroup)
 {
-    unsigned int const groups = GetParam().second;
-    SymbolTableBuilder builder(GetParam().first);
-    uint32_t const original = builder.AddData(Bytes("equal bytes"));
-    uint32_t const copy = builder.AddData(Bytes("equal bytes"), original);
-    uint32_t const alone = builder.AddData(Bytes("other bytes"));
-    LoadedTable loaded;
-    ASSERT_TRUE(loaded.Load(builder, Mode::Buffer));
-    ParameterFileSymbolTable& table = loaded.Table();
-    EXPECT_EQ(table.GetDataDuplicateCount(), groups);
-    uint32_t const group = groups > 1 ? 1 : 0;
-    ASSERT_NE(table.GetDataLookup(), nullptr);
-    EXPECT_EQ(table.GetDataLookup()[original].Duplicate, group);
-    EXPECT_EQ(table.GetDataLookup()[copy].Duplicate, group);
-    EXPECT_EQ(table.GetDataLookup()[alone].Duplicate, 0u);
-    EXPECT_EQ(table.GetDuplicates(false, 1) != nullptr, groups > 1);
-    ParameterFileSymbolTableEntry first, second;
-    ASSERT_TRUE(table.Find(first, original, false));
-    ASSERT_TRUE(table.Find(second, copy, false));
-    EXPECT_EQ(first.Data, second.Data);
-    EXPECT_EQ(TextOf(second), "equal bytes");
+    std::pair<FileVersion, unsigned int> const cases[] = {
+        {{1, 1, 0}, 1}, {{3, 0, 1}, 1}, {{3, 1, 0}, 2}, {{4, 0, 0}, 2}, {{7, 0, 0}, 2}};
+    for (auto const& [version, groups] : cases) {
+        SCOPED_TRACE(VersionName(version));
+        SymbolTableBuilder builder(version);
+        uint32_t const original = builder.AddData(Bytes("equal bytes"));
+        uint32_t const copy = builder.AddData(Bytes("equal bytes"), original);
+        uint32_t const alone = builder.AddData(Bytes("other bytes"));
+        LoadedTable loaded;
+        ASSERT_TRUE(loaded.Load(builder, Mode::Buffer));
+        ParameterFileSymbolTable& table = loaded.Table();
+        EXPECT_EQ(table.GetDataDuplicateCount(), groups);
+        uint32_t const group = groups > 1 ? 1 : 0;
+        ASSERT_NE(table.GetDataLookup(), nullptr);
+        EXPECT_EQ(table.GetDataLookup()[original].Duplicate, group);
+        EXPECT_EQ(table.GetDataLookup()[copy].Duplicate, group);
+        EXPECT_EQ(table.GetDataLookup()[alone].Duplicate, 0u);
+        EXPECT_EQ(table.GetDuplicates(false, 1) != nullptr, groups > 1);
+        ParameterFileSymbolTableEntry first, second;
+        ASSERT_TRUE(table.Find(first, original, false) && table.Find(second, copy, false));
+        EXPECT_EQ(first.Data, second.Data);
+        EXPECT_EQ(TextOf(second), "equal bytes");
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Versions, DuplicateGroupTest,
-    ::testing::Values(std::make_pair(FileVersion{1, 1, 0}, 1u),
-                      std::make_pair(FileVersion{3, 0, 1}, 1u),
-                      std::make_pair(FileVersion{3, 1, 0}, 2u),
-                      std::make_pair(FileVersion{4, 0, 0}, 2u),
-                      std::make_pair(FileVersion{7, 0, 0}, 2u)),
-    [](::testing::TestParamInfo<std::pair<FileVersion, unsigned int>> const& test) {
-        return VersionName(test.param.first);
-    });
 
 // A DuplicateID may name the last entry; one past the table is reported and shares nothing.
 TEST(SymbolTableTest, DuplicateIdBeyondTheTableIsReportedAndNotShared)
@@ -382,55 +354,49 @@ TEST(SymbolTableTest, DuplicateIdBeyondTheTableIsReportedAndNotShared)
 
 // ---- Pointers and shared objects ----------------------------------------------------------------
 
-class PointerTest : public ::testing::TestWithParam<FileVersion>
-{
-};
-
 // A reader entry holds, one after another: a good identifier, 0, an identifier past the table,
 // and two bytes, which are too few for one more.
-TEST_P(PointerTest, ReadPointerEntryFindsTheBlockOrSaysWhyNot)
+TEST(PointerTest, ReadPointerEntryFindsTheBlockOrSaysWhyNot)
 {
-    SymbolTableBuilder builder(GetParam());
-    uint32_t const block = builder.AddData(Bytes("pointed at"));
-    TuningWriter::ByteSink pointers(TuningWriter::AlignmentFor(GetParam()));
-    for (uint32_t id : {block, 0u, 99u})
-        pointers.PutU32(id);
-    uint8_t const tail[2] = {1, 2};
-    pointers.PutUnaligned(tail, sizeof(tail));
-    ModuleEntry reader = Module("reader", "");
-    reader.data = pointers.Bytes();
-    uint32_t const readerId = builder.AddModule(reader);
+    for (FileVersion const version :
+         {FileVersion{1, 1, 0}, FileVersion{3, 1, 0}, FileVersion{5, 0, 0}, FileVersion{7, 0, 0}}) {
+        SCOPED_TRACE(VersionName(version));
+        SymbolTableBuilder builder(version);
+        uint32_t const block = builder.AddData(Bytes("pointed at"));
+        TuningWriter::ByteSink pointers(TuningWriter::AlignmentFor(version));
+        for (uint32_t id : {block, 0u, 99u})
+            pointers.PutU32(id);
+        uint8_t const tail[2] = {1, 2};
+        pointers.PutUnaligned(tail, sizeof(tail));
+        ModuleEntry reader = Module("reader", "");
+        reader.data = pointers.Bytes();
+        uint32_t const readerId = builder.AddModule(reader);
 
-    LoadedTable loaded;
-    ASSERT_TRUE(loaded.Load(builder, Mode::Buffer));
-    ParameterFileSymbolTableEntry entry, target;
-    ASSERT_TRUE(loaded.Table().Find(entry, readerId, true));
-    ASSERT_TRUE(entry.ReadPointerEntry(target));
-    EXPECT_EQ(TextOf(target), "pointed at");
+        LoadedTable loaded;
+        ASSERT_TRUE(loaded.Load(builder, Mode::Buffer));
+        ParameterFileSymbolTableEntry entry, target;
+        ASSERT_TRUE(loaded.Table().Find(entry, readerId, true));
+        ASSERT_TRUE(entry.ReadPointerEntry(target));
+        EXPECT_EQ(TextOf(target), "pointed at");
 
-    std::string const count = std::to_string(loaded.Table().GetDataCount());
-    std::string const unreadable =
-        "ReadPointerEntry: Unable to read pointer entry from Symbol table\n";
-    auto refused = [&](std::vector<std::string> const& messages) {
-        loaded.Log().Clear();
-        EXPECT_FALSE(entry.ReadPointerEntry(target));
-        EXPECT_EQ(loaded.Log().Messages(), messages);
-    };
-    refused({unreadable});
-    refused(
-        {"Find: Symbol table entry ID 99 out of range 1 - " + count + "\n",
-         "ReadPointerEntry: Unable to find pointer entry ID 99 in Symbol table" + count + "\n"});
-    refused({"Failed to read 4 bytes from binary file offset " + std::to_string(entry.Position) +
-                 ", length " + std::to_string(entry.Size) + "\n",
-             "Insufficient data to read variable from symbol table entry\n", unreadable});
+        std::string const count = std::to_string(loaded.Table().GetDataCount());
+        std::string const unreadable =
+            "ReadPointerEntry: Unable to read pointer entry from Symbol table\n";
+        auto refused = [&](std::vector<std::string> const& messages) {
+            loaded.Log().Clear();
+            EXPECT_FALSE(entry.ReadPointerEntry(target));
+            EXPECT_EQ(loaded.Log().Messages(), messages);
+        };
+        refused({unreadable});
+        refused({"Find: Symbol table entry ID 99 out of range 1 - " + count + "\n",
+                 "ReadPointerEntry: Unable to find pointer entry ID 99 in Symbol table" + count +
+                     "\n"});
+        refused({"Failed to read 4 bytes from binary file offset " +
+                     std::to_string(entry.Position) + ", length " + std::to_string(entry.Size) +
+                     "\n",
+                 "Insufficient data to read variable from symbol table entry\n", unreadable});
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Versions, PointerTest,
-                         ::testing::Values(FileVersion{1, 1, 0}, FileVersion{3, 1, 0},
-                                           FileVersion{5, 0, 0}, FileVersion{7, 0, 0}),
-                         [](::testing::TestParamInfo<FileVersion> const& test) {
-                             return VersionName(test.param);
-                         });
 
 // Two data entries with equal bytes (one group) and one block of its own.
 class SharedObjectTest : public ::testing::Test
