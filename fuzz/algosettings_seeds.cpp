@@ -2,8 +2,9 @@
 // Writes the seed corpus of the settings fuzz target: override settings files with every kind of
 // value and line the reader tells apart. The first line of each is the one the target also
 // reads back, so the first lines cover the number forms.
-#include <cstdio>
 #include <string>
+
+#include "fuzz/seedwriter.h"
 
 namespace {
 
@@ -32,37 +33,25 @@ constexpr char const* FirstLines[] = {
     "1,5", "0x1p-3",     "4294967295",  ".5",   "5.",   "1e-320", "-1e308",        "+9",
 };
 
-bool WriteSeed(std::string const& folder, unsigned int number, std::string const& text)
+bool WriteAll(std::string const& folder)
 {
-    std::string const path = folder + "/seed-" + std::to_string(number) + ".txt";
-    FILE* file = std::fopen(path.c_str(), "wb");
-    if (file == nullptr) {
-        std::perror(path.c_str());
-        return false;
+    unsigned int number = 0;
+    for (char const* first : FirstLines) {
+        if (!FuzzSeeds::Write(folder, "seed-" + std::to_string(number++) + ".txt",
+                              std::string(first) + "\n" + Body))
+            return false;
     }
-    std::fwrite(text.data(), 1, text.size(), file);
-    return std::fclose(file) == 0;
+    // A string longer than the store keeps, and a line longer than the reader's buffer, which
+    // is read in pieces.
+    std::string const longText(80, 's');
+    std::string const longLine = "long=" + std::string(300, '7') + "=x\n";
+    return FuzzSeeds::Write(folder, "seed-long.txt",
+                            longText + "\nkey=" + longText + "\n" + longLine);
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: %s FOLDER\n", argv[0]);
-        return 2;
-    }
-    std::string const folder = argv[1];
-    unsigned int number = 0;
-    for (char const* first : FirstLines) {
-        if (!WriteSeed(folder, number++, std::string(first) + "\n" + Body))
-            return 1;
-    }
-    // A string longer than the store keeps, and a line longer than the reader's buffer, which
-    // is read in pieces.
-    std::string const longText(80, 's');
-    std::string const longLine = "long=" + std::string(300, '7') + "=x\n";
-    if (!WriteSeed(folder, number++, longText + "\nkey=" + longText + "\n" + longLine))
-        return 1;
-    return 0;
+    return FuzzSeeds::Main(argc, argv, WriteAll);
 }

@@ -11,23 +11,13 @@
 #include "tools/paramctl/document/tuningdocument.h"
 #include "tools/writer/tuningdescription.h"
 
+#include "fuzz/seedwriter.h"
 #include "paramgen/ImageSensorModuleSetManager.writer.h"
 #include "paramgen/TuningSetManager.writer.h"
 #include "paramgen/bitmlSetManager.writer.h"
 #include "paramgen/fdSetManager.writer.h"
 
 namespace {
-
-bool WriteBytes(std::string const& path, void const* data, size_t size)
-{
-    FILE* file = std::fopen(path.c_str(), "wb");
-    bool written = file != nullptr && std::fwrite(data, 1, size, file) == size;
-    if (file != nullptr)
-        written = std::fclose(file) == 0 && written;
-    if (!written)
-        std::perror(path.c_str());
-    return written;
-}
 
 // The description's text with its version line replaced.
 std::string AtVersion(std::string const& text, std::string const& version)
@@ -59,20 +49,13 @@ bool WriteSeeds(std::string const& folder, std::string const& name, std::string 
         std::fprintf(stderr, "%s %s: %s\n", name.c_str(), version.c_str(), error.c_str());
         return false;
     }
-    std::string const json = document.dump();
-    std::string const stem = folder + "/" + name + "-" + version;
-    return WriteBytes(stem + ".bin", bytes.data(), bytes.size()) &&
-           WriteBytes(stem + ".json", json.data(), json.size());
+    std::string const stem = name + "-" + version;
+    return FuzzSeeds::Write(folder, stem + ".bin", bytes) &&
+           FuzzSeeds::Write(folder, stem + ".json", document.dump());
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+bool WriteAll(std::string const& folder)
 {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: %s FOLDER\n", argv[0]);
-        return 2;
-    }
     char const* const descriptions[][2] = {
         {"sample", PARAM_SOURCE_DIR "/examples/sample.tuning"},
         {"schemaexport", PARAM_SOURCE_DIR "/tests/tools/schemaexport.tuning"}};
@@ -84,12 +67,19 @@ int main(int argc, char** argv)
         text << stream.rdbuf();
         if (!stream) {
             std::perror(path);
-            return 1;
+            return false;
         }
         for (char const* version : versions) {
-            if (!WriteSeeds(argv[1], name, text.str(), version))
-                return 1;
+            if (!WriteSeeds(folder, name, text.str(), version))
+                return false;
         }
     }
-    return 0;
+    return true;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    return FuzzSeeds::Main(argc, argv, WriteAll);
 }

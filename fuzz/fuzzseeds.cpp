@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Writes the seed corpus of the tuning-file fuzz targets: writer-made files of every layout, with
 // mode trees, modules, shared data and schemas.
-#include <cstdio>
 #include <string>
 
 #include "tools/writer/definitiontablebuilder.h"
@@ -9,8 +8,13 @@
 #include "tools/writer/symboltablebuilder.h"
 #include "tools/writer/tuningfilewriter.h"
 
+#include "fuzz/seedwriter.h"
+#include "tests/common/definitionmember.h"
+
 namespace {
 
+using ParamTest::Member;
+using ParamTest::StructMember;
 using TuningWriter::DefinitionElement;
 using TuningWriter::DefinitionTableBuilder;
 using TuningWriter::ElementFourByte;
@@ -18,18 +22,6 @@ using TuningWriter::ElementType;
 using TuningWriter::FileVersion;
 using TuningWriter::SectionType;
 using TuningWriter::TuningFileWriter;
-
-DefinitionElement Member(char const* name, ElementType type, uint32_t minCount, uint32_t maxCount,
-                         uint32_t id = 0)
-{
-    DefinitionElement element;
-    element.name = name;
-    element.type = type;
-    element.id = id;
-    element.minCount = minCount;
-    element.maxCount = maxCount;
-    return element;
-}
 
 // A schema with every record kind: nested, fixed, counted and optional members, text, a
 // four-byte array, the opaque records and an enumeration.
@@ -46,14 +38,13 @@ DefinitionTableBuilder SampleDefinitions()
                        std::nullopt,
                        {Member("major_revision", ElementType::UInt32, 1, 1),
                         Member("minor_revision", ElementType::UInt32, 1, 1)}})
-        .AddStructure({1,
-                       "FLIndicesType",
-                       std::nullopt,
-                       {Member("module_version", ElementType::Structure, 1, 1, 2),
-                        Member("numPoints", ElementType::UInt32, 1, 1),
-                        Member("indices", ElementType::UInt16, 4, 4), limits,
-                        Member("name", ElementType::String, 0, 1),
-                        Member("points", ElementType::Structure, 1, 3, 2)}})
+        .AddStructure(
+            {1,
+             "FLIndicesType",
+             std::nullopt,
+             {StructMember("module_version", 2), Member("numPoints", ElementType::UInt32, 1, 1),
+              Member("indices", ElementType::UInt16, 4, 4), limits,
+              Member("name", ElementType::String, 0, 1), StructMember("points", 2, 1, 3)}})
         .AddOpaque({1, "x", ""})
         .AddEnum({3, "modeType", std::nullopt, {{0, false, "Off", ""}, {1, true, "On", "lit"}}})
         .AddOpaque({2, "ab", "cde"});
@@ -82,31 +73,29 @@ bool WriteSeed(std::string const& folder, FileVersion version, bool withDefiniti
     modes.AddTo(writer);
     if (withDefinitions)
         writer.AddSection(SectionType::Definition, SampleDefinitions().Build(writer.Alignment()));
-    std::string const path = folder + "/seed-" + std::to_string(version.major) + "." +
+    std::string const name = "seed-" + std::to_string(version.major) + "." +
                              std::to_string(version.minor) + "." + std::to_string(version.patch) +
                              (withDefinitions ? "-definitions" : "-plain") + ".bin";
-    if (writer.WriteFile(path))
-        return true;
-    std::perror(path.c_str());
-    return false;
+    return FuzzSeeds::Write(folder, name, writer.Build());
+}
+
+bool WriteAll(std::string const& folder)
+{
+    // One per layout: both alignments, both checksums, each header size.
+    FileVersion const versions[] = {{7, 0, 0}, {6, 0, 0}, {5, 0, 0}, {4, 0, 0}, {3, 0, 1},
+                                    {3, 0, 0}, {2, 0, 0}, {1, 1, 0}, {1, 0, 2}, {1, 0, 1}};
+    for (FileVersion const& version : versions) {
+        for (bool withDefinitions : {true, false}) {
+            if (!WriteSeed(folder, version, withDefinitions))
+                return false;
+        }
+    }
+    return true;
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: %s FOLDER\n", argv[0]);
-        return 2;
-    }
-    // One per layout: both alignments, both checksums, each header size.
-    FileVersion const versions[] = {{7, 0, 0}, {6, 0, 0}, {5, 0, 0}, {4, 0, 0}, {3, 0, 1},
-                                    {3, 0, 0}, {2, 0, 0}, {1, 1, 0}, {1, 0, 2}, {1, 0, 1}};
-    for (FileVersion const& version : versions) {
-        for (bool withDefinitions : {true, false}) {
-            if (!WriteSeed(argv[1], version, withDefinitions))
-                return 1;
-        }
-    }
-    return 0;
+    return FuzzSeeds::Main(argc, argv, WriteAll);
 }

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // Writes the seed corpus of the live tuning fuzz target: request streams made with the packet
 // writer, one per command family, one with heads that can never complete, each under two splits.
-#include <cstdio>
 #include <string>
 #include <vector>
 
 #include "parameterparser/livetuning/parameterknobbypacket.h"
 
 #include "fuzz/livetuninginput.h"
+#include "fuzz/seedwriter.h"
 
 namespace {
 
@@ -85,29 +85,8 @@ Bytes BadHeads()
     return stream;
 }
 
-bool WriteSeed(std::string const& folder, char const* name, uint16_t split, Bytes const& stream)
+bool WriteAll(std::string const& folder)
 {
-    std::string const path = folder + "/seed-" + name + "-" + std::to_string(split) + ".bin";
-    std::FILE* file = std::fopen(path.c_str(), "wb");
-    if (file == nullptr) {
-        std::perror(path.c_str());
-        return false;
-    }
-    unsigned char const frame[LiveTuningFuzz::FrameSize] = {static_cast<unsigned char>(split),
-                                                            static_cast<unsigned char>(split >> 8)};
-    bool const written = std::fwrite(frame, 1, sizeof(frame), file) == sizeof(frame) &&
-                         std::fwrite(stream.data(), 1, stream.size(), file) == stream.size();
-    return std::fclose(file) == 0 && written;
-}
-
-} // namespace
-
-int main(int argc, char** argv)
-{
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: %s FOLDER\n", argv[0]);
-        return 2;
-    }
     struct Seed
     {
         char const* name;
@@ -118,9 +97,22 @@ int main(int argc, char** argv)
                        {"badheads", BadHeads()}};
     for (Seed const& seed : seeds) {
         for (uint16_t split : {1, 4242}) {
-            if (!WriteSeed(argv[1], seed.name, split, seed.stream))
-                return 1;
+            // The split seed frames the stream.
+            Bytes framed = {static_cast<unsigned char>(split),
+                            static_cast<unsigned char>(split >> 8)};
+            framed.insert(framed.end(), seed.stream.begin(), seed.stream.end());
+            std::string const name =
+                std::string("seed-") + seed.name + "-" + std::to_string(split) + ".bin";
+            if (!FuzzSeeds::Write(folder, name, framed))
+                return false;
         }
     }
-    return 0;
+    return true;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    return FuzzSeeds::Main(argc, argv, WriteAll);
 }

@@ -2,7 +2,6 @@
 // Writes the seed corpus of the generated-module fuzz target: writer-made sections holding a
 // trigger tree with regions and a module with shared members, at both layouts, with and without
 // definitions.
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -13,6 +12,7 @@
 #include "tools/writer/tuningfilewriter.h"
 
 #include "fuzz/modulesinput.h"
+#include "fuzz/seedwriter.h"
 #include "paramgen/gamma_1_6_1.h"
 #include "paramgen/trackerroimixer.h"
 
@@ -114,27 +114,22 @@ std::vector<uint8_t> Seed(FileVersion version, bool withDefinitions)
     return out;
 }
 
+bool WriteAll(std::string const& folder)
+{
+    for (uint16_t major : {6, 7}) {
+        for (bool withDefinitions : {true, false}) {
+            std::string const name = "modules_v" + std::to_string(major) +
+                                     (withDefinitions ? "_defs" : "_nodefs") + ".bin";
+            if (!FuzzSeeds::Write(folder, name, Seed({major, 0, 0}, withDefinitions)))
+                return false;
+        }
+    }
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: %s CORPUS_DIR\n", argv[0]);
-        return 2;
-    }
-    int written = 0;
-    for (unsigned int major : {6u, 7u}) {
-        for (bool withDefinitions : {true, false}) {
-            std::vector<uint8_t> const seed =
-                Seed({static_cast<uint16_t>(major), 0, 0}, withDefinitions);
-            std::string const path = std::string(argv[1]) + "/modules_v" + std::to_string(major) +
-                                     (withDefinitions ? "_defs" : "_nodefs") + ".bin";
-            std::FILE* file = std::fopen(path.c_str(), "wb");
-            if (file == nullptr)
-                return 1;
-            written += std::fwrite(seed.data(), 1, seed.size(), file) == seed.size() ? 1 : 0;
-            std::fclose(file);
-        }
-    }
-    return written == 4 ? 0 : 1;
+    return FuzzSeeds::Main(argc, argv, WriteAll);
 }

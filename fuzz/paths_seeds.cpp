@@ -14,39 +14,29 @@
 
 #include "fuzz/fuzzsupport.h"
 #include "fuzz/pathsinput.h"
+#include "fuzz/seedwriter.h"
 
 namespace {
 
-bool WriteSeed(std::string const& folder, unsigned int number, std::string const& modePath,
-               std::string const& variable, std::string const& value)
+unsigned int g_number = 0;
+
+// The fields of one input: a mode path, a variable, no sub-variables and a value.
+bool WriteSeed(std::string const& folder, std::string const& modePath, std::string const& variable,
+               std::string const& value)
 {
-    std::string const path = folder + "/seed-" + std::to_string(number);
-    FILE* file = std::fopen(path.c_str(), "wb");
-    if (file == nullptr) {
-        std::perror(path.c_str());
-        return false;
-    }
-    std::fprintf(file, "%s\n%s\n\n%s", modePath.c_str(), variable.c_str(), value.c_str());
-    return std::fclose(file) == 0;
+    return FuzzSeeds::Write(folder, "seed-" + std::to_string(g_number++),
+                            modePath + "\n" + variable + "\n\n" + value);
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+bool WriteAll(std::string const& folder)
 {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: %s FOLDER\n", argv[0]);
-        return 2;
-    }
     FuzzSupport::SilenceLog();
     PathsFuzz::LoadedManager manager;
     ParameterModeTable const* table = manager.GetModeTable(0);
     if (!manager.Loaded() || table == nullptr || table->rootMode == nullptr) {
-        std::fprintf(stderr, "%s: the description did not load\n", argv[0]);
-        return 1;
+        std::fprintf(stderr, "paths seeds: the description did not load\n");
+        return false;
     }
-    std::string const folder = argv[1];
-    unsigned int number = 0;
 
     // Every node, depth first: its numeric path with a member read through it, and its named
     // path.
@@ -58,9 +48,9 @@ int main(int argc, char** argv)
         node->GetModePath(numeric, sizeof(numeric));
         char named[256] = {};
         ParameterSetManager::GetKnobbyModesString(numeric, named, sizeof(named));
-        if (!WriteSeed(folder, number++, numeric, "t2tconfigdata.operationMode", "3") ||
-            !WriteSeed(folder, number++, named, "t2tconfigdata", "0.75"))
-            return 1;
+        if (!WriteSeed(folder, numeric, "t2tconfigdata.operationMode", "3") ||
+            !WriteSeed(folder, named, "t2tconfigdata", "0.75"))
+            return false;
         for (ModeEntry* child = node->firstChild; child != nullptr && depth < 64;
              child = child->nextSibling)
             stack[depth++] = child;
@@ -84,13 +74,20 @@ int main(int argc, char** argv)
                     std::string const variable = base + "." + member.name;
                     if (std::strcmp(member.type, "Structure") == 0 && !member.isArray)
                         structures.push_back(variable);
-                    else if (!WriteSeed(folder, number++, modePath,
+                    else if (!WriteSeed(folder, modePath,
                                         member.isArray ? variable + "[1]" : variable, "5,-6.5,7e2"))
-                        return 1;
+                        return false;
                 }
             }
             break;
         }
     }
-    return 0;
+    return true;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    return FuzzSeeds::Main(argc, argv, WriteAll);
 }
