@@ -24,6 +24,7 @@
 #include "tools/writer/bytesink.h"
 #include "tools/writer/definitiontablebuilder.h"
 
+#include "tests/common/definitionmember.h"
 #include "tests/common/formatfiles.h"
 #include "tests/common/logcapture.h"
 #include "tests/common/tempfile.h"
@@ -31,6 +32,8 @@
 
 namespace {
 
+using ParamTest::Member;
+using ParamTest::StructMember;
 using TuningWriter::DefinitionElement;
 using TuningWriter::DefinitionTableBuilder;
 using TuningWriter::ElementType;
@@ -507,26 +510,6 @@ TEST_F(SharedObjectTest, ConcurrentPublishKeepsTheLosersCopyPrivate)
 
 // ---- Definition records -------------------------------------------------------------------------
 
-DefinitionElement Member(std::string name, ElementType type, uint32_t minCount = 1,
-                         uint32_t maxCount = 1, uint16_t flags = 0)
-{
-    DefinitionElement element;
-    element.name = std::move(name);
-    element.type = type;
-    element.minCount = minCount;
-    element.maxCount = maxCount;
-    element.flags = flags;
-    return element;
-}
-
-DefinitionElement Nested(std::string name, uint32_t id, uint32_t minCount = 1,
-                         uint32_t maxCount = 1)
-{
-    DefinitionElement element = Member(std::move(name), ElementType::Structure, minCount, maxCount);
-    element.id = id;
-    return element;
-}
-
 TuningWriter::DefinitionStructure Struct(uint32_t id, std::string name,
                                          std::vector<DefinitionElement> elements = {})
 {
@@ -644,13 +627,13 @@ TEST_F(DefinitionTableTest, NestedStructuresAreSizedFirstWhateverTheirOrder)
     DefinitionTableBuilder builder;
     builder
         .AddStructure(Struct(1, "Outer",
-                             {Nested("one", 2), Nested("three", 2, 3, 3), Nested("empty", 3),
-                              Nested("optional", 2, 0, 1), Nested("missing", 99),
-                              Member("last", ElementType::UInt8)}))
+                             {StructMember("one", 2), StructMember("three", 2, 3, 3),
+                              StructMember("empty", 3), StructMember("optional", 2, 0, 1),
+                              StructMember("missing", 99), Member("last", ElementType::UInt8)}))
         .AddStructure(
             Struct(2, "Inner", {Member("a", ElementType::UInt16), Member("b", ElementType::Int8)}))
         .AddStructure(Struct(3, "Empty"))
-        .AddStructure(Struct(4, "Self", {Member("v", ElementType::UInt32), Nested("me", 4)}));
+        .AddStructure(Struct(4, "Self", {Member("v", ElementType::UInt32), StructMember("me", 4)}));
     ASSERT_TRUE(Read(builder));
     EXPECT_EQ(m_table->FindStructure(2)->Size, 4u + 2 + 1);
     EXPECT_EQ(m_table->FindStructure(3)->Size, 4u); // its length word only
@@ -689,7 +672,7 @@ TEST_F(DefinitionTableTest, LayoutFollowsTheFileVersion)
     DefinitionTableBuilder builder;
     builder
         .AddStructure(Struct(1, "Outer",
-                             {Nested("inner", 2), Member("values", ElementType::UInt16, 3, 3),
+                             {StructMember("inner", 2), Member("values", ElementType::UInt16, 3, 3),
                               Member("last", ElementType::UInt8)}))
         .AddStructure(
             Struct(2, "Inner",
@@ -703,9 +686,9 @@ TEST_F(DefinitionTableTest, LayoutFollowsTheFileVersion)
     }
 
     DefinitionTableBuilder wide;
-    wide
-        .AddStructure(Struct(
-            1, "Outer", {Nested("blocks", 2, 65535, 65535), Member("after", ElementType::UInt8)}))
+    wide.AddStructure(
+            Struct(1, "Outer",
+                   {StructMember("blocks", 2, 65535, 65535), Member("after", ElementType::UInt8)}))
         .AddStructure(Struct(2, "Block", {Member("wide", ElementType::UInt64, 65535, 65535)}));
     ASSERT_TRUE(Read(wide));
     EXPECT_EQ(m_table->FindStructure(2)->Size, 4u + 4 + 8u * 65535);
@@ -721,7 +704,7 @@ TEST_F(DefinitionTableTest, ChainDeeperThanAThreadStackIsSizedAndWalked)
     DefinitionTableBuilder builder;
     for (uint32_t id = 1; id < Depth; ++id)
         builder.AddStructure(
-            Struct(id, "S", {Nested("inner", id + 1), Member("tail", ElementType::UInt8)}));
+            Struct(id, "S", {StructMember("inner", id + 1), Member("tail", ElementType::UInt8)}));
     builder.AddStructure(Struct(Depth, "S", {Member("tail", ElementType::UInt8)}));
     ASSERT_TRUE(Read(builder));
     // 4 bytes of load limit and a byte per level, the innermost level included.
@@ -886,12 +869,13 @@ protected:
         builder.AddModule(DefModule(1, "Mod"))
             .AddModule(DefModule(3, "Bare"))
             .AddModule(DefModule(6, "Alone"))
-            .AddStructure(Struct(1, "One", {Member("a", ElementType::UInt32), Nested("s", 2)}))
             .AddStructure(
-                Struct(2, "Two", {Member("c", ElementType::UInt8), Nested("back", 1, 0, 1)}))
+                Struct(1, "One", {Member("a", ElementType::UInt32), StructMember("s", 2)}))
+            .AddStructure(
+                Struct(2, "Two", {Member("c", ElementType::UInt8), StructMember("back", 1, 0, 1)}))
             .AddStructure(Struct(3, "Childless"))
             .AddStructure(Struct(4, "Leaf", {Member("d", ElementType::Int8)}))
-            .AddStructure(Struct(5, "Holder", {Nested("leaf", 4), Nested("none", 3)}))
+            .AddStructure(Struct(5, "Holder", {StructMember("leaf", 4), StructMember("none", 3)}))
             .AddStructure(Struct(6, "Lonely"));
         ASSERT_TRUE(Read(builder));
     }
