@@ -663,15 +663,17 @@ ApiAnswer ConsoleSession::LiveModules(std::string const& table, std::string cons
     // the branch reads answer with their members. An instance without value access answers
     // nothing and is not listed.
     TuningWriter::InstanceCatalogue const& catalogue = ParamSchema::TuningSetManager::Instances();
+    std::vector<std::string> questions;
+    for (size_t i = 0; i < catalogue.count; ++i)
+        questions.push_back(resolved.named + ":" + catalogue.instances[i].instanceName);
+    std::vector<std::string> answers;
+    std::string error;
+    if (!exchange.RequestEach(Wire::Info, questions, answers, error))
+        return ApiError(502, error);
     Json modules = Json::array();
     for (size_t i = 0; i < catalogue.count; ++i) {
-        std::string const instance = catalogue.instances[i].instanceName;
-        std::string answer;
-        std::string error;
-        if (!exchange.Request(Wire::Info, resolved.named + ":" + instance, answer, error))
-            return ApiError(502, error);
-        if (!answer.empty())
-            modules.push_back({{"instance", instance},
+        if (!answers[i].empty())
+            modules.push_back({{"instance", catalogue.instances[i].instanceName},
                                {"source", nullptr},
                                {"version", nullptr},
                                {"valueAccess", true}});

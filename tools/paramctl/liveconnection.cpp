@@ -158,16 +158,41 @@ bool LiveExchange::Select(unsigned char table, std::string& error)
 bool LiveExchange::Request(uint16_t command, std::string const& text, std::string& answer,
                            std::string& error)
 {
-    Bytes const response =
-        m_connection.Send(MakeRequest(command, m_session, ++m_requestId, TextPayload(text)))
-            ? m_connection.Receive(m_timeoutMs)
-            : Bytes();
-    if (response.size() < Wire::RequestHeadSize) {
-        error = "no answer from " + m_where;
+    std::vector<std::string> answers;
+    if (!RequestEach(command, {text}, answers, error))
         return false;
+    answer = answers.front();
+    return true;
+}
+
+bool LiveExchange::RequestEach(uint16_t command, std::vector<std::string> const& texts,
+                               std::vector<std::string>& answers, std::string& error)
+{
+    // The requests go out a window ahead of the answers: the server answers them one at a time
+    // and in order, and a long run of small requests would otherwise cost a round trip each.
+    // The window stays far below the packets the server queues for one client.
+    constexpr size_t Window = 32;
+    answers.clear();
+    size_t sent = 0;
+    uint32_t const firstId = m_requestId + 1;
+    while (answers.size() < texts.size()) {
+        for (; sent < texts.size() && sent - answers.size() < Window; ++sent) {
+            if (!m_connection.Send(
+                    MakeRequest(command, m_session, ++m_requestId, TextPayload(texts[sent])))) {
+                error = "no answer from " + m_where;
+                return false;
+            }
+        }
+        Bytes const response = m_connection.Receive(m_timeoutMs);
+        if (response.size() < Wire::RequestHeadSize ||
+            Wire::GetU32(response.data() + Wire::RequestIdOffset) !=
+                firstId + static_cast<uint32_t>(answers.size())) {
+            error = "no answer from " + m_where;
+            return false;
+        }
+        answers.push_back(TextOf(response.data() + Wire::RequestHeadSize,
+                                 response.size() - Wire::RequestHeadSize));
     }
-    answer =
-        TextOf(response.data() + Wire::RequestHeadSize, response.size() - Wire::RequestHeadSize);
     return true;
 }
 

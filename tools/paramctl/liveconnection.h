@@ -11,6 +11,8 @@
 #include <vector>
 
 #include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -55,6 +57,9 @@ public:
                 continue;
             }
             if (connect(candidate, entry->ai_addr, entry->ai_addrlen) == 0) {
+                // Requests are small and go out back to back: each is sent at once.
+                int const on = 1;
+                setsockopt(candidate, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
                 m_socket = candidate;
                 break;
             }
@@ -163,6 +168,11 @@ public:
     /// error when none comes.
     [[nodiscard]] bool Request(uint16_t command, std::string const& text, std::string& answer,
                                std::string& error);
+
+    /// Sends command once for each of texts and gives the answers' texts in the same order.
+    /// False with error when one does not come.
+    [[nodiscard]] bool RequestEach(uint16_t command, std::vector<std::string> const& texts,
+                                   std::vector<std::string>& answers, std::string& error);
 
     /// Selects mode table `table` for the requests that follow. False with error when the
     /// server has no such table or does not answer.

@@ -36,6 +36,13 @@ bool AllDigits(std::string const& text)
     return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
 }
 
+/// The value of a one-item answer, "name=value": everything behind the first "=".
+std::string ItemValue(std::string const& answer)
+{
+    size_t const equals = answer.find('=');
+    return equals == std::string::npos ? "" : answer.substr(equals + 1);
+}
+
 bool ReadLevel(LiveExchange& exchange, std::string const& branch, LiveModeNode& node,
                unsigned int depth, std::string& error)
 {
@@ -108,13 +115,21 @@ bool LiveValueSource::Describe(std::string const& path, bool arrays,
     members = InfoMembers(answer);
     if (members.empty())
         return false;
+    // The arrays of numbers of this level, each read whole, in one run of requests.
+    std::vector<MemberInfo*> read;
+    std::vector<std::string> questions;
     for (MemberInfo& member : members) {
         if (!arrays || !member.array || member.type == ParameterTypeNames::Structure)
             continue;
-        std::string const memberPath = path.empty() ? member.name : path + "." + member.name;
-        if (!Read(memberPath, member.value, m_error) && !m_error.empty())
-            return false;
+        read.push_back(&member);
+        questions.push_back(m_branch + ":" +
+                            Variable(path.empty() ? member.name : path + "." + member.name));
     }
+    std::vector<std::string> answers;
+    if (!m_exchange.RequestEach(Wire::GetValues, questions, answers, m_error))
+        return false;
+    for (size_t i = 0; i < read.size(); ++i)
+        read[i]->value = ItemValue(answers[i]);
     return true;
 }
 
@@ -123,13 +138,9 @@ bool LiveValueSource::Read(std::string const& path, std::string& text, std::stri
     std::string answer;
     if (!m_exchange.Request(Wire::GetValues, m_branch + ":" + Variable(path), answer, error))
         return false;
-    // One item, "name=value": the value is everything behind the first "=".
-    size_t const equals = answer.find('=');
     error.clear();
-    if (equals == std::string::npos)
-        return false;
-    text = answer.substr(equals + 1);
-    return true;
+    text = ItemValue(answer);
+    return answer.find('=') != std::string::npos;
 }
 
 bool LiveChildren(LiveExchange& exchange, std::string const& branch,
