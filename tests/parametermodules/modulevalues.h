@@ -115,6 +115,8 @@ inline void CollectLeaves(void* object, ParameterTypeDescriptor const& type,
         return;
     for (unsigned int i = 0; i < records.Count(); ++i) {
         ParameterParserInfo const& record = records[i];
+        if (record.name == nullptr)
+            continue;
         std::string const member = path.empty() ? record.name : path + "." + record.name;
         if (record.type == ParameterTypeNames::Structure && !record.isArray) {
             CollectLeaves(object, type, member, leaves);
