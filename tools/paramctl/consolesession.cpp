@@ -164,6 +164,23 @@ Json ModuleBody(std::string const& instance, ValueNode const& tree, ControlNames
             {"members", std::move(members)}};
 }
 
+/// One module of a branch's list: where its values come from and its version are null when the
+/// session has no file to tell them.
+Json ModuleRow(std::string const& instance, Json source, Json version, bool valueAccess)
+{
+    return {{"instance", instance},
+            {"source", std::move(source)},
+            {"version", std::move(version)},
+            {"valueAccess", valueAccess}};
+}
+
+/// The answer listing the modules of a branch.
+ApiAnswer ModulesAnswer(unsigned char table, std::string const& branch, Json modules)
+{
+    return {200,
+            {{"table", table}, {"branch", Printable(branch)}, {"modules", std::move(modules)}}};
+}
+
 /// The table index of text; false for anything but a decimal number from 0 to 255.
 bool TableIndex(std::string const& text, unsigned char& index)
 {
@@ -336,15 +353,11 @@ ApiAnswer ConsoleSession::Modules(std::string const& table, std::string const& b
         PList<ParameterParserInfo> members;
         bool const access =
             manager.GetInfo(resolved.table, resolved.numeric.c_str(), record.name.c_str(), members);
-        modules.push_back({{"instance", Printable(record.name)},
-                           {"source", Printable(NamedModePath(record.modePath))},
-                           {"version", VersionText(record.version)},
-                           {"valueAccess", access}});
+        modules.push_back(ModuleRow(Printable(record.name),
+                                    Printable(NamedModePath(record.modePath)),
+                                    VersionText(record.version), access));
     }
-    return {200,
-            {{"table", resolved.table},
-             {"branch", Printable(resolved.named)},
-             {"modules", std::move(modules)}}};
+    return ModulesAnswer(resolved.table, resolved.named, std::move(modules));
 }
 
 ApiAnswer ConsoleSession::Module(std::string const& table, std::string const& branch,
@@ -673,15 +686,10 @@ ApiAnswer ConsoleSession::LiveModules(std::string const& table, std::string cons
     Json modules = Json::array();
     for (size_t i = 0; i < catalogue.count; ++i) {
         if (!answers[i].empty())
-            modules.push_back({{"instance", catalogue.instances[i].instanceName},
-                               {"source", nullptr},
-                               {"version", nullptr},
-                               {"valueAccess", true}});
+            modules.push_back(
+                ModuleRow(catalogue.instances[i].instanceName, nullptr, nullptr, true));
     }
-    return {200,
-            {{"table", resolved.table},
-             {"branch", Printable(resolved.named)},
-             {"modules", std::move(modules)}}};
+    return ModulesAnswer(resolved.table, resolved.named, std::move(modules));
 }
 
 ApiAnswer ConsoleSession::LiveModule(std::string const& table, std::string const& branch,
