@@ -38,12 +38,13 @@ class LookupTest : public testing::Test
 protected:
     /// Loads file into a manager that registers the lookup kinds: in file mode from a temporary
     /// file, otherwise from memory.
-    void Load(LookupFile const& file, bool fileMode = true)
+    void Load(LookupFile const& file, bool fileMode = true, unsigned int limit = ActiveLimit)
     {
         m_bytes = file.Build();
         TestSetManager::Options options;
         options.registerModules = true;
         options.fileModeAllowed = fileMode;
+        options.maxActiveModes = limit;
         m_manager = std::make_unique<TestSetManager>(options);
         m_file = std::make_unique<TempFile>(m_bytes);
         ASSERT_TRUE(m_manager->LoadBinaryParameters(m_file->Path().c_str()));
@@ -495,37 +496,42 @@ struct RowFile
 
 TEST_F(LookupTest, OldestUnheldModeIsUnloadedPastTheLimit)
 {
-    RowFile rows;
-    Load(rows.file);
-    ASSERT_EQ(m_manager->MaxActiveModes(), ActiveLimit);
-    std::vector<ParameterModule*> seen;
-    for (unsigned int k = 0; k <= ActiveLimit; ++k) {
-        ParameterModule* module = Get('A', Row(k));
-        EXPECT_EQ(Revision(module), "f" + std::to_string(k));
-        seen.push_back(module);
-        module->Release();
-        // Up to the limit every visited mode stays listed and loaded.
-        if (k < ActiveLimit) {
-            EXPECT_TRUE(Node(rows.rows[0])->loaded && ActiveModes().Count() == k + 1) << k;
+    // A manager's limit below five still lists five modes.
+    for (auto const& limits : {std::make_pair(ActiveLimit, ActiveLimit), std::make_pair(1u, 5u)}) {
+        unsigned int const listed = limits.second;
+        SCOPED_TRACE(listed);
+        RowFile rows;
+        Load(rows.file, true, limits.first);
+        ASSERT_EQ(m_manager->MaxActiveModes(), limits.first);
+        std::vector<ParameterModule*> seen;
+        for (unsigned int k = 0; k <= listed; ++k) {
+            ParameterModule* module = Get('A', Row(k));
+            EXPECT_EQ(Revision(module), "f" + std::to_string(k));
+            seen.push_back(module);
+            module->Release();
+            // Up to the limit every visited mode stays listed and loaded.
+            if (k < listed) {
+                EXPECT_TRUE(Node(rows.rows[0])->loaded && ActiveModes().Count() == k + 1) << k;
+            }
         }
-    }
-    // One past the limit pushed the first mode out: its node and its values are gone.
-    EXPECT_EQ(ActiveModes().Count(), ActiveLimit);
-    EXPECT_EQ(ActiveModes()[0], Node(rows.rows[ActiveLimit]));
-    EXPECT_EQ(ActiveModes().Find(Node(rows.rows[0])), -1);
-    EXPECT_FALSE(Node(rows.rows[0])->loaded || seen[0]->loaded);
-    EXPECT_EQ(Revision(seen[0]), nullptr);
-    EXPECT_TRUE(seen[1]->loaded);
-    EXPECT_TRUE(
-        m_log.HasMessage("Unloading modules (GetModule:Unknown:0.0|2.0|3.17): 0.0|2.0|3.0\n"));
+        // One past the limit pushed the first mode out: its node and its values are gone.
+        EXPECT_EQ(ActiveModes().Count(), listed);
+        EXPECT_EQ(ActiveModes()[0], Node(rows.rows[listed]));
+        EXPECT_EQ(ActiveModes().Find(Node(rows.rows[0])), -1);
+        EXPECT_FALSE(Node(rows.rows[0])->loaded || seen[0]->loaded);
+        EXPECT_EQ(Revision(seen[0]), nullptr);
+        EXPECT_TRUE(seen[1]->loaded);
+        EXPECT_TRUE(m_log.HasMessage("Unloading modules (GetModule:Unknown:0.0|2.0|3." +
+                                     std::to_string(listed) + "): 0.0|2.0|3.0\n"));
 
-    // Asked for again it is read from the file again, and the next oldest goes.
-    ParameterModule* again = Get('A', Row(0));
-    ASSERT_EQ(again, seen[0]);
-    EXPECT_STREQ(Revision(again), "f0");
-    again->Release();
-    EXPECT_FALSE(seen[1]->loaded);
-    EXPECT_EQ(ActiveModes().Count(), ActiveLimit);
+        // Asked for again it is read from the file again, and the next oldest goes.
+        ParameterModule* again = Get('A', Row(0));
+        ASSERT_EQ(again, seen[0]);
+        EXPECT_STREQ(Revision(again), "f0");
+        again->Release();
+        EXPECT_FALSE(seen[1]->loaded);
+        EXPECT_EQ(ActiveModes().Count(), listed);
+    }
 }
 
 TEST_F(LookupTest, HeldAndResidentModesStayLoaded)

@@ -578,6 +578,9 @@ TEST_F(ModePathsTest, RefusedStepsAndTableIndexAreReported)
     char cut[8] = "";
     m_manager.GetPathFromModeBranch(full.data(), 4, cut, sizeof(cut));
     EXPECT_STREQ(cut, "0.0|1.2");
+    char single[8] = "";
+    m_manager.GetPathFromModeBranch(full.data(), 1, single, sizeof(single));
+    EXPECT_STREQ(single, "0.0");
     std::vector<TuningMode> invalid = Branch({{0, 0}, {1, 1}, {9, 0}, {2, 0}});
     char stopped[64] = "";
     m_manager.GetPathFromModeBranch(invalid.data(), 4, stopped, sizeof(stopped));
