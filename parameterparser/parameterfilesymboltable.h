@@ -264,6 +264,18 @@ private:
     /// temporary copy; messageSection gives the numbers of the copy's failure message.
     bool ReadTableSection(unsigned char* buffer, unsigned int length, SectionInfo const& section,
                           SectionInfo const& messageSection, unsigned int count, bool isSymbol);
+    /// Counts the entries of both tables from their section sizes; a size that is no multiple of
+    /// its entry size fails with its message. A data table of a version without one is ignored.
+    bool CountEntries(SectionInfo const& symbol, SectionInfo const& dataTable);
+    /// Allocates the entry and lookup arrays of both sides (the data side names the symbol
+    /// side's without a data table); false after its message when memory runs out.
+    bool AllocateTables();
+    /// Reads the definition section in place or, in file mode, from a copy; false after its
+    /// message.
+    bool ReadDefinitionSection(unsigned char* buffer, unsigned int length,
+                               SectionInfo const& definitions, bool keep);
+    /// Moves the module records of the symbol entries into Modules().
+    void TakeModules(ParameterFileSymbolTableEntry* entries, unsigned int count);
     /// Validates a shared-object call and gives its group; 0 when the block is not shared or the
     /// call does not fit (then invalid is set).
     unsigned int GroupOf(bool isModule, unsigned int id, bool& invalid) const;

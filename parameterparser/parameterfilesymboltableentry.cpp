@@ -50,6 +50,72 @@ void ParameterFileSymbolTableEntry::Init(ParameterFileSymbolTable* table)
     Position = 0;
 }
 
+namespace {
+
+// What an entry's bytes say beyond the fields the entry keeps itself.
+struct DecodedFields
+{
+    uint64_t nameHash = 0;
+    uint64_t rawVersion = 0;
+    uint32_t modeId = ParameterFileSymbolTable::NoModuleModeId;
+    uint32_t offset = 0;
+};
+
+// In file mode an entry's bytes come from the file into a block of its own, decoded from 0. A
+// data entry takes fewer bytes than a symbol entry; reading only its own size keeps the last
+// entry of a table at the end of the file within the file. Null when the read fails.
+unsigned char* ReadEntryFromFile(ParameterFileSymbolTable const& table, ParameterBinaryFile* file,
+                                 unsigned int pos, bool isSymbol, unsigned int& entrySize)
+{
+    ParameterFileLayout const& layout = table.GetLayout();
+    entrySize = isSymbol || !table.HasDataTable() ? layout.symbolEntrySize : layout.dataEntrySize;
+    unsigned int tableOffset = table.GetSymbolOffset();
+    if (!isSymbol && table.GetDataTableOffset() != 0)
+        tableOffset = table.GetDataTableOffset();
+    auto* bytes = static_cast<unsigned char*>(VornCalloc(entrySize, VornTagAllocData));
+    if (bytes == nullptr || !file->Read(bytes, tableOffset, pos, entrySize, 1)) {
+        VornFree(bytes, VornTagRelease);
+        return nullptr;
+    }
+    return bytes;
+}
+
+// Reads the fields of one entry in the layout's order into entry and fields; false when the
+// bytes run out (the reader has logged it).
+bool DecodeEntry(ParameterByteReader& reader, ParameterFileLayout const& layout, bool isSymbol,
+                 unsigned int id, ParameterFileSymbolTableEntry& entry, DecodedFields& fields)
+{
+    entry.ID = id;
+    if (!layout.positionalIds) {
+        uint32_t stored = 0;
+        if (reader.ReadU32(stored))
+            entry.ID = stored;
+    }
+    if (isSymbol) {
+        if (layout.positionalIds)
+            (void)reader.ReadU64(fields.nameHash);
+        else
+            (void)reader.Skip(ParameterFileLayout::SymbolNameLength);
+        (void)reader.ReadU64(fields.rawVersion);
+        if (layout.symbolSpareBytes)
+            (void)reader.SkipUnaligned(ParameterFileLayout::OldSymbolSpareBytes);
+        (void)reader.ReadU32(fields.modeId);
+    }
+    uint32_t size = 0;
+    (void)reader.ReadU32(fields.offset);
+    (void)reader.ReadU32(size);
+    entry.Size = size;
+    entry.DuplicateID = entry.ID;
+    if (layout.hasDuplicateId) {
+        uint32_t duplicate = 0;
+        if (reader.ReadU32(duplicate))
+            entry.DuplicateID = duplicate;
+    }
+    return !reader.Failed();
+}
+
+} // namespace
+
 // The file object alone decides file mode; the name travels with it for the callers' messages.
 bool ParameterFileSymbolTableEntry::Load(unsigned char* buffer, char const* /*fileName*/,
                                          ParameterBinaryFile* file, unsigned int length,
@@ -58,78 +124,32 @@ bool ParameterFileSymbolTableEntry::Load(unsigned char* buffer, char const* /*fi
 {
     if (Table == nullptr)
         return false;
-    ParameterSetManager* manager = Table->GetSetManager();
     IParameterLoggingAPI* log = Table->Logger();
     ParameterFileLayout const& layout = Table->GetLayout();
-    unsigned char const alignment = layout.alignment;
-    bool const positional = layout.positionalIds;
-    bool const hasDuplicateId = layout.hasDuplicateId;
 
-    // In file mode the entry's bytes come from the file into a temporary block, decoded from 0.
     unsigned char* bytes = buffer;
     unsigned int byteLength = length;
     unsigned int cursor = pos;
     unsigned char* temporary = nullptr;
     bool const fromFile = file != nullptr;
     if (fromFile) {
-        // A data entry takes fewer bytes than a symbol entry; reading only its own size keeps
-        // the last entry of a table at the end of the file within the file.
-        unsigned int const entrySize =
-            isSymbol || !Table->HasDataTable() ? layout.symbolEntrySize : layout.dataEntrySize;
-        unsigned int tableOffset = Table->GetSymbolOffset();
-        if (!isSymbol && Table->GetDataTableOffset() != 0)
-            tableOffset = Table->GetDataTableOffset();
-        temporary = static_cast<unsigned char*>(VornCalloc(entrySize, VornTagAllocData));
-        unsigned int filePos = pos;
-        if (temporary == nullptr || !file->Read(temporary, tableOffset, filePos, entrySize, 1)) {
-            VornFree(temporary, VornTagRelease);
+        temporary = ReadEntryFromFile(*Table, file, pos, isSymbol, byteLength);
+        if (temporary == nullptr)
             return false;
-        }
         bytes = temporary;
-        byteLength = entrySize;
         cursor = 0;
     }
     unsigned int const start = cursor;
-
-    ParameterByteReader reader(bytes, byteLength, cursor, alignment, log);
-    ID = id;
-    if (!positional) {
-        uint32_t stored = 0;
-        if (reader.ReadU32(stored))
-            ID = stored;
-    }
-    uint64_t nameHash = 0;
-    uint64_t rawVersion = 0;
-    uint32_t modeId = ParameterFileSymbolTable::NoModuleModeId;
-    if (isSymbol) {
-        if (positional)
-            (void)reader.ReadU64(nameHash);
-        else
-            (void)reader.Skip(ParameterFileLayout::SymbolNameLength);
-        (void)reader.ReadU64(rawVersion);
-        if (layout.symbolSpareBytes)
-            (void)reader.SkipUnaligned(ParameterFileLayout::OldSymbolSpareBytes);
-        (void)reader.ReadU32(modeId);
-    }
-    uint32_t offset = 0;
-    uint32_t size = 0;
-    (void)reader.ReadU32(offset);
-    (void)reader.ReadU32(size);
-    Size = size;
-    DuplicateID = ID;
-    if (hasDuplicateId) {
-        uint32_t duplicate = 0;
-        if (reader.ReadU32(duplicate))
-            DuplicateID = duplicate;
-    }
-    bool ok = !reader.Failed();
+    ParameterByteReader reader(bytes, byteLength, cursor, layout.alignment, log);
+    DecodedFields fields;
+    bool const ok = DecodeEntry(reader, layout, isSymbol, id, *this, fields);
     pos += cursor - start;
     VornFree(temporary, VornTagRelease);
     if (!ok)
         return false;
 
     unsigned int const count = isSymbol ? Table->GetSymbolCount() : Table->GetDataCount();
-    if (hasDuplicateId && DuplicateID > count)
+    if (layout.hasDuplicateId && DuplicateID > count)
         ParameterLogging::Write(log, ParameterLogging::LogError,
                                 isSymbol ? "Invalid DuplicateID value %u, should be less than "
                                            "module table count: %u\n"
@@ -141,34 +161,40 @@ bool ParameterFileSymbolTableEntry::Load(unsigned char* buffer, char const* /*fi
     // buffer: Data points there without another check.
     unsigned int const dataSize = Table->GetDataSize();
     unsigned long long const dataEnd = static_cast<unsigned long long>(dataOffset) + dataSize;
-    if (offset > dataSize || size > dataSize - offset ||
+    if (fields.offset > dataSize || Size > dataSize - fields.offset ||
         (!fromFile && dataEnd > Table->GetFileLength())) {
         ParameterLogging::Write(log, ParameterLogging::LogError,
                                 "Failed to read %lld bytes from binary file offset %d, length %d\n",
-                                static_cast<long long>(size), static_cast<int>(offset),
+                                static_cast<long long>(Size), static_cast<int>(fields.offset),
                                 static_cast<int>(dataSize));
         return false;
     }
 
-    if (isSymbol && modeId != ParameterFileSymbolTable::NoModuleModeId) {
-        Module = new (std::nothrow)
-            ModuleData(positional ? nameHash : 0, ID, DuplicateID, VersionUnion(rawVersion), modeId,
-                       modeTable, manager, Table);
+    if (isSymbol && fields.modeId != ParameterFileSymbolTable::NoModuleModeId) {
+        Module =
+            new (std::nothrow) ModuleData(layout.positionalIds ? fields.nameHash : 0, ID,
+                                          DuplicateID, VersionUnion(fields.rawVersion),
+                                          fields.modeId, modeTable, Table->GetSetManager(), Table);
         if (Module == nullptr)
             return false;
     }
-
     if (!fromFile) {
-        Data = bytes + dataOffset + offset;
+        Data = bytes + dataOffset + fields.offset;
         OwnsData = false;
         return true;
     }
+    return ReadDataFromFile(file, dataOffset, fields.offset);
+}
+
+bool ParameterFileSymbolTableEntry::ReadDataFromFile(ParameterBinaryFile* file,
+                                                     unsigned int dataOffset, unsigned int offset)
+{
     OwnsData = true;
-    if (size == 0)
+    if (Size == 0)
         return true;
-    Data = static_cast<unsigned char*>(VornCalloc(size, VornTagAllocData));
+    Data = static_cast<unsigned char*>(VornCalloc(Size, VornTagAllocData));
     unsigned int dataPos = offset;
-    if (Data == nullptr || !file->Read(Data, dataOffset, dataPos, size, 1)) {
+    if (Data == nullptr || !file->Read(Data, dataOffset, dataPos, Size, 1)) {
         VornFree(Data, VornTagRelease);
         Data = nullptr;
         return false;

@@ -127,4 +127,8 @@ public:
     uint32_t Position = 0; ///< read cursor in Data
     uint32_t Size = 0;
     ModuleData* Module = nullptr; ///< owned; set for a symbol entry with a real Mode ID
+
+private:
+    /// File mode: reads the entry's Size bytes at offset of the data section into an owned Data.
+    bool ReadDataFromFile(ParameterBinaryFile* file, unsigned int dataOffset, unsigned int offset);
 };
