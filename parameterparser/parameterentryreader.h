@@ -124,9 +124,24 @@ inline unsigned int ReadLength(ParameterFileSymbolTableEntry const& entry, unsig
     return entry.Size < limit ? entry.Size : limit;
 }
 
+/// Reads a u32 count at the entry's cursor within limit; a short read logs and gives 0 and false.
+bool ReadCount(ParameterFileSymbolTableEntry& entry, unsigned int limit, uint32_t& value);
+
 inline bool HasFlag(ParameterDefinitionElementInfo const& info, uint16_t flag)
 {
     return (info.Flags & flag) != 0;
+}
+
+/// A structure element or an element for a whole module, with its structure still there.
+inline bool HasLiveStructure(ParameterDefinitionElement const* element)
+{
+    return element != nullptr && element->Info != nullptr && element->Info->Structure != nullptr;
+}
+
+/// An element of one of the string types.
+inline bool IsText(ParameterDefinitionElementInfo const& info)
+{
+    return info.Type > TypeUIntLike2;
 }
 
 template <typename T>
@@ -145,6 +160,47 @@ template <typename T> bool ExactOptional(ParameterDefinitionElementInfo const& i
 template <typename T> bool ExactVariable(ParameterDefinitionElementInfo const& info, unsigned int)
 {
     return HasFlag(info, ElementVariableCount) && ParameterReadDetail::IsDirect<T>(info);
+}
+
+// The exact forms of structure and string fields, as ExactForm predicates.
+inline bool ExactStructureFixedArray(ParameterDefinitionElementInfo const& info, unsigned int count)
+{
+    return (count == 1 || HasFlag(info, ElementFixedCount)) && info.Count == count &&
+           !HasFlag(info, ElementVariableCount) && info.Type == TypeStructure;
+}
+
+inline bool ExactStructureArray(ParameterDefinitionElementInfo const& info, unsigned int)
+{
+    return HasFlag(info, ElementVariableCount) && info.Type == TypeStructure;
+}
+
+inline bool ExactOptionalStructure(ParameterDefinitionElementInfo const& info, unsigned int)
+{
+    return !HasFlag(info, ElementFixedCount) && HasFlag(info, ElementVariableCount) &&
+           info.Count == 1 && info.Type == TypeStructure;
+}
+
+inline bool ExactString(ParameterDefinitionElementInfo const& info, unsigned int)
+{
+    return !HasFlag(info, ElementFixedCount) && !HasFlag(info, ElementVariableCount) &&
+           IsText(info);
+}
+
+inline bool ExactStringFixedArray(ParameterDefinitionElementInfo const& info, unsigned int count)
+{
+    return (count == 1 || HasFlag(info, ElementFixedCount)) && info.Count == count &&
+           !HasFlag(info, ElementVariableCount) && IsText(info);
+}
+
+inline bool ExactStringArray(ParameterDefinitionElementInfo const& info, unsigned int)
+{
+    return HasFlag(info, ElementVariableCount) && IsText(info);
+}
+
+inline bool ExactOptionalString(ParameterDefinitionElementInfo const& info, unsigned int)
+{
+    return !HasFlag(info, ElementFixedCount) && HasFlag(info, ElementVariableCount) &&
+           info.Count == 1 && IsText(info);
 }
 
 /// Whether the file's element has exactly the form in which the reader of member expects it (the

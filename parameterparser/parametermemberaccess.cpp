@@ -3,6 +3,7 @@
 #include "parameterparser/parametermemberaccess.h"
 
 #include <cstring>
+#include <type_traits>
 
 #include "platform/vornalloc.h"
 
@@ -66,38 +67,9 @@ void ReadNumbers(ParameterFileSymbolTableEntry& entry, void* object,
 void ReadNumberMember(ParameterFileSymbolTableEntry& entry, void* object,
                       ParameterMemberDescriptor const& member, ParameterLoadParameters& local)
 {
-    switch (member.storage) {
-    case ParameterStorage::Int8:
-        ReadNumbers<signed char>(entry, object, member, local);
-        break;
-    case ParameterStorage::UInt8:
-        ReadNumbers<unsigned char>(entry, object, member, local);
-        break;
-    case ParameterStorage::Int16:
-        ReadNumbers<short>(entry, object, member, local);
-        break;
-    case ParameterStorage::UInt16:
-        ReadNumbers<unsigned short>(entry, object, member, local);
-        break;
-    case ParameterStorage::Int32:
-        ReadNumbers<int>(entry, object, member, local);
-        break;
-    case ParameterStorage::UInt32:
-        ReadNumbers<unsigned int>(entry, object, member, local);
-        break;
-    case ParameterStorage::Int64:
-        ReadNumbers<long>(entry, object, member, local);
-        break;
-    case ParameterStorage::UInt64:
-        ReadNumbers<unsigned long>(entry, object, member, local);
-        break;
-    case ParameterStorage::Float:
-        ReadNumbers<float>(entry, object, member, local);
-        break;
-    case ParameterStorage::Double:
-        ReadNumbers<double>(entry, object, member, local);
-        break;
-    }
+    VisitStorage(member.storage, [&](auto* type) {
+        ReadNumbers<std::remove_pointer_t<decltype(type)>>(entry, object, member, local);
+    });
 }
 
 void ReadMember(ParameterFileSymbolTableEntry& entry, void* object,

@@ -44,6 +44,36 @@ enum class ParameterStorage : uint8_t
     Double,
 };
 
+/// Calls visit with a null pointer of the C++ number type that storage stands for and returns
+/// its result; the one place that maps a storage to its type.
+template <typename Visit> auto VisitStorage(ParameterStorage storage, Visit visit)
+{
+    switch (storage) {
+    case ParameterStorage::Int8:
+        return visit(static_cast<signed char*>(nullptr));
+    case ParameterStorage::UInt8:
+        return visit(static_cast<unsigned char*>(nullptr));
+    case ParameterStorage::Int16:
+        return visit(static_cast<short*>(nullptr));
+    case ParameterStorage::UInt16:
+        return visit(static_cast<unsigned short*>(nullptr));
+    case ParameterStorage::Int32:
+        return visit(static_cast<int*>(nullptr));
+    case ParameterStorage::UInt32:
+        return visit(static_cast<unsigned int*>(nullptr));
+    case ParameterStorage::Int64:
+        return visit(static_cast<long*>(nullptr));
+    case ParameterStorage::UInt64:
+        return visit(static_cast<unsigned long*>(nullptr));
+    case ParameterStorage::Float:
+        return visit(static_cast<float*>(nullptr));
+    case ParameterStorage::Double:
+        break;
+    }
+    // Double, and the only way out for a value outside the enumeration.
+    return visit(static_cast<double*>(nullptr));
+}
+
 /// One member of a generated type, in schema order. Offsets are offsetof values in the type.
 struct ParameterMemberDescriptor
 {

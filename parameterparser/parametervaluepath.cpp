@@ -113,65 +113,16 @@ template <typename T> void Store(unsigned char* place, double number)
 
 double NumberAt(unsigned char const* place, ParameterStorage storage)
 {
-    switch (storage) {
-    case ParameterStorage::Int8:
-        return Load<signed char>(place);
-    case ParameterStorage::UInt8:
-        return Load<unsigned char>(place);
-    case ParameterStorage::Int16:
-        return Load<short>(place);
-    case ParameterStorage::UInt16:
-        return Load<unsigned short>(place);
-    case ParameterStorage::Int32:
-        return Load<int>(place);
-    case ParameterStorage::UInt32:
-        return Load<unsigned int>(place);
-    case ParameterStorage::Int64:
-        return Load<long>(place);
-    case ParameterStorage::UInt64:
-        return Load<unsigned long>(place);
-    case ParameterStorage::Float:
-        return Load<float>(place);
-    case ParameterStorage::Double:
-        return Load<double>(place);
-    }
-    return 0.0;
+    return VisitStorage(storage, [place](auto* type) {
+        return Load<std::remove_pointer_t<decltype(type)>>(place);
+    });
 }
 
 void StoreNumber(unsigned char* place, ParameterStorage storage, double number)
 {
-    switch (storage) {
-    case ParameterStorage::Int8:
-        Store<signed char>(place, number);
-        break;
-    case ParameterStorage::UInt8:
-        Store<unsigned char>(place, number);
-        break;
-    case ParameterStorage::Int16:
-        Store<short>(place, number);
-        break;
-    case ParameterStorage::UInt16:
-        Store<unsigned short>(place, number);
-        break;
-    case ParameterStorage::Int32:
-        Store<int>(place, number);
-        break;
-    case ParameterStorage::UInt32:
-        Store<unsigned int>(place, number);
-        break;
-    case ParameterStorage::Int64:
-        Store<long>(place, number);
-        break;
-    case ParameterStorage::UInt64:
-        Store<unsigned long>(place, number);
-        break;
-    case ParameterStorage::Float:
-        Store<float>(place, number);
-        break;
-    case ParameterStorage::Double:
-        Store<double>(place, number);
-        break;
-    }
+    VisitStorage(storage, [place, number](auto* type) {
+        Store<std::remove_pointer_t<decltype(type)>>(place, number);
+    });
 }
 
 /// Where a member's elements stand and how many there are now.
