@@ -19,3 +19,22 @@ struct PARAMETERPARSER_API ModeSlot
 #pragma pack(pop)
 
 static_assert(sizeof(ModeSlot) == 9, "mode slots are packed to a 9-byte stride");
+
+/// A Mode ID names a slot: the mode table's index in its top byte, the slot's index in the table
+/// in the low 24 bits.
+namespace ModeId {
+
+constexpr unsigned int TableIndexShift = 24;
+constexpr uint32_t SlotIndexMask = 0x00FFFFFF;
+
+constexpr unsigned int TableIndex(uint32_t modeId)
+{
+    return modeId >> TableIndexShift;
+}
+
+constexpr unsigned int SlotIndex(uint32_t modeId)
+{
+    return modeId & SlotIndexMask;
+}
+
+} // namespace ModeId

@@ -15,8 +15,6 @@
 namespace {
 
 constexpr unsigned int ModePathLength = 128;
-constexpr unsigned int ModeTableIndexShift = 24;
-constexpr uint32_t ModeSlotIndexMask = 0x00FFFFFF;
 
 } // namespace
 
@@ -69,12 +67,12 @@ ModuleData::~ModuleData()
 
 unsigned int ModuleData::GetModeTableIndex() const
 {
-    return ModeId >> ModeTableIndexShift;
+    return ::ModeId::TableIndex(ModeId);
 }
 
 unsigned int ModuleData::GetModeIDValue() const
 {
-    return ModeId & ModeSlotIndexMask;
+    return ::ModeId::SlotIndex(ModeId);
 }
 
 ParameterModeTable* ModuleData::GetModeTable() const

@@ -22,24 +22,12 @@
 namespace {
 
 // A Mode ID holds the table index in its top byte and the slot index below it.
-constexpr unsigned int ModeTableIndexShift = 24;
-constexpr unsigned int ModeSlotIndexMask = 0x00FFFFFF;
 // Link ID of an entry that has no link.
 constexpr uint32_t NoLink = 0xFFFFFFFF;
 // Flag bit of an entry whose node may not be unloaded.
 constexpr uint32_t ResidentFlag = 0x1;
 // Modes below this value (Default, Sensor) are always loaded and resident.
 constexpr unsigned int FirstUnloadableMode = 2;
-
-unsigned int TableIndexOf(uint32_t modeId)
-{
-    return modeId >> ModeTableIndexShift;
-}
-
-unsigned int SlotIndexOf(uint32_t modeId)
-{
-    return modeId & ModeSlotIndexMask;
-}
 
 // One mode entry as read from a section.
 struct ModeRecord
@@ -84,7 +72,7 @@ bool CheckModeRecord(ParameterSetManager& manager, ParameterModeTable const& tab
                      unsigned int tableIndex, ModeRecord const& record)
 {
     bool const hasLink = record.linkId != NoLink;
-    if (TableIndexOf(record.modeId) != tableIndex) {
+    if (ModeId::TableIndex(record.modeId) != tableIndex) {
         ParameterLogging::Write(
             &manager, ParameterLogging::LogError,
             "ReadModeSection: Mode Table Index in Mode ID (%u) does not match expected (%u)\n",
@@ -92,7 +80,7 @@ bool CheckModeRecord(ParameterSetManager& manager, ParameterModeTable const& tab
         manager.SetError("ReadModeSection: Index from Mode ID does not match expected");
         return false;
     }
-    if (TableIndexOf(record.parentId) != tableIndex) {
+    if (ModeId::TableIndex(record.parentId) != tableIndex) {
         ParameterLogging::Write(&manager, ParameterLogging::LogError,
                                 "ReadModeSection: Mode Table Index != Parent Table Index,Mode ID "
                                 "(%u), Parent ID (%u)\n",
@@ -100,7 +88,7 @@ bool CheckModeRecord(ParameterSetManager& manager, ParameterModeTable const& tab
         manager.SetError("ReadModeSection: Mode Table Index != Parent Table Index");
         return false;
     }
-    if (hasLink && TableIndexOf(record.linkId) != tableIndex) {
+    if (hasLink && ModeId::TableIndex(record.linkId) != tableIndex) {
         ParameterLogging::Write(
             &manager, ParameterLogging::LogError,
             "ReadModeSection: Mode Table Index != Link Table Index, Mode ID (%u), Link ID (%u)\n",
@@ -109,11 +97,11 @@ bool CheckModeRecord(ParameterSetManager& manager, ParameterModeTable const& tab
         return false;
     }
     char const* refusal = nullptr;
-    if (SlotIndexOf(record.modeId) >= table.m_modeCount)
+    if (ModeId::SlotIndex(record.modeId) >= table.m_modeCount)
         refusal = "ReadModeSection: Mode ID exceeds mode count";
-    else if (SlotIndexOf(record.parentId) >= table.m_modeCount)
+    else if (ModeId::SlotIndex(record.parentId) >= table.m_modeCount)
         refusal = "ReadModeSection: Parent Mode ID exceeds mode count";
-    else if (hasLink && SlotIndexOf(record.linkId) >= table.m_modeCount)
+    else if (hasLink && ModeId::SlotIndex(record.linkId) >= table.m_modeCount)
         refusal = "ReadModeSection: Link Mode ID exceeds mode count";
     if (refusal != nullptr) {
         manager.SetError(refusal);
@@ -130,9 +118,11 @@ bool ReadModeEntry(ParameterSetManager& manager, ParameterModeTable& table, unsi
     if (!CheckModeRecord(manager, table, tableIndex, record))
         return false;
     bool const isRootEntry = record.parentId == record.modeId;
-    ModeEntry* parentNode = isRootEntry ? nullptr : table.modes[SlotIndexOf(record.parentId)].mode;
-    ModeEntry** link =
-        record.linkId != NoLink ? SlotLink(&table.modes[SlotIndexOf(record.linkId)]) : nullptr;
+    ModeEntry* parentNode =
+        isRootEntry ? nullptr : table.modes[ModeId::SlotIndex(record.parentId)].mode;
+    ModeEntry** link = record.linkId != NoLink
+                           ? SlotLink(&table.modes[ModeId::SlotIndex(record.linkId)])
+                           : nullptr;
 
     // An entry that repeats its parent's mode and sub-mode differs only in pipeline: it shares
     // the parent's node and so the parent's modules, and keeps only its own slot.
@@ -150,7 +140,7 @@ bool ReadModeEntry(ParameterSetManager& manager, ParameterModeTable& table, unsi
         node->Initialize(record.modeId, record.mode, link);
     }
 
-    ModeSlot& slot = table.modes[SlotIndexOf(record.modeId)];
+    ModeSlot& slot = table.modes[ModeId::SlotIndex(record.modeId)];
     slot.mode = node;
     slot.pipeline = static_cast<uint8_t>(record.mode.Parts.pipeline & 0xFF);
 
@@ -425,8 +415,8 @@ bool ParameterFileLoader::ReadModeSection(unsigned int section, unsigned char* b
     for (unsigned int entry = 0; entry < count; ++entry) {
         ParameterByteReader entryReader(source.bytes, source.length, layout.alignment, &m,
                                         entriesStart + entry * entrySize);
-        ModeRecord record = {tableIndex << ModeTableIndexShift, ModeUnion(),
-                             tableIndex << ModeTableIndexShift, NoLink, 0};
+        ModeRecord record = {tableIndex << ModeId::TableIndexShift, ModeUnion(),
+                             tableIndex << ModeId::TableIndexShift, NoLink, 0};
         ReadModeRecord(entryReader, layout, record);
         if (!ReadModeEntry(m, *table, tableIndex, record, file != nullptr))
             result = false;

@@ -16,8 +16,6 @@
 namespace {
 
 // A Mode ID holds the table index in its top byte and the slot index below it.
-constexpr unsigned int ModeTableIndexShift = 24;
-constexpr unsigned int ModeSlotIndexMask = 0x00FFFFFF;
 constexpr unsigned int MaxModeValue = ModeEffect;
 // Most active branches that GetActiveModes reports.
 constexpr unsigned int MaxReportedActiveModes = 5;
@@ -27,16 +25,6 @@ constexpr unsigned int PathItemLength = 10;
 constexpr unsigned int StepTextLength = 12;
 constexpr unsigned int ShorthandItemLength = 256;
 constexpr unsigned int KnobbyItemLength = 512;
-
-unsigned int TableIndexOf(uint32_t modeId)
-{
-    return modeId >> ModeTableIndexShift;
-}
-
-unsigned int SlotIndexOf(uint32_t modeId)
-{
-    return modeId & ModeSlotIndexMask;
-}
 
 bool NamesMatch(char const* name, size_t nameLength, char const* candidate)
 {
@@ -130,8 +118,8 @@ ModeSlot* ParameterSetManager::GetModeEntry(unsigned int modeId)
     if (m_mainSetManager != nullptr)
         return MainManager()->GetModeEntry(modeId);
 
-    unsigned int const tableIndex = TableIndexOf(modeId);
-    unsigned int const slotIndex = SlotIndexOf(modeId);
+    unsigned int const tableIndex = ModeId::TableIndex(modeId);
+    unsigned int const slotIndex = ModeId::SlotIndex(modeId);
     if (tableIndex >= m_modeTables.Count()) {
         ParameterLogging::Write(
             this, ParameterLogging::LogError,
