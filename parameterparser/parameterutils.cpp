@@ -36,6 +36,71 @@ void ShiftInLeadingOne(char* text, unsigned int start, unsigned int end)
     text[start] = '1';
 }
 
+// One digit at the current power: the quotient truncated, then the rest by a fused multiply-add.
+// Rounding in the quotient can overshoot by one, which would leave a negative rest; step back a
+// digit when it does.
+double NextDigit(double rest, double place)
+{
+    double digit = std::trunc(rest / place);
+    if (digit > 9.0)
+        digit = 9.0;
+    if (digit < 0.0)
+        digit = 0.0;
+    if (digit > 0.0 && std::fma(-digit, place, rest) < 0.0)
+        digit -= 1.0;
+    return digit;
+}
+
+// Writes the digit of value at power to text[pos], takes it off value and moves power down.
+void PutDigit(char* text, unsigned int& pos, double& value, double& power)
+{
+    double const digit = NextDigit(value, power);
+    value = std::fma(-digit, power, value);
+    text[pos++] = static_cast<char>('0' + static_cast<int>(digit));
+    power /= 10.0;
+}
+
+// Rounds the digits text[digitStart..pos) up by one in the last place, carrying over nines and
+// across the point at pointPos. When every digit was a nine a leading '1' moves in front; without
+// room for it (length) the last character gives way. True when that lost a digit.
+bool RoundUp(char* text, unsigned int digitStart, unsigned int& pos, unsigned int& pointPos,
+             unsigned int length)
+{
+    unsigned int i = pos;
+    while (i > digitStart) {
+        --i;
+        if (text[i] == '.')
+            continue;
+        if (text[i] != '9') {
+            ++text[i];
+            return false;
+        }
+        text[i] = '0';
+    }
+    ++pointPos;
+    if (pos + 1 < length) {
+        ShiftInLeadingOne(text, digitStart, pos);
+        ++pos;
+        return false;
+    }
+    ShiftInLeadingOne(text, digitStart, pos - 1);
+    return true;
+}
+
+// Drops trailing zeros of the fraction behind the point at pointPos, keeping one digit; a bare
+// point without room for that digit says nothing and goes too.
+void TrimFraction(char* text, unsigned int& pos, unsigned int pointPos, unsigned int length)
+{
+    while (pos > pointPos + 1 && text[pos - 1] == '0')
+        --pos;
+    if (pos == pointPos + 1) {
+        if (pos + 1 < length)
+            text[pos++] = '0';
+        else
+            pos = pointPos;
+    }
+}
+
 } // namespace
 
 char* ParameterUtils::ReadString(unsigned char* buffer, unsigned int length, unsigned int& pos,
@@ -266,26 +331,8 @@ unsigned int ParameterUtils::DoubleToString(double value, char* text, unsigned i
         return pos;
     }
 
-    // One digit at the current power: the quotient truncated, then the rest by a fused
-    // multiply-add. Rounding in the quotient can overshoot by one, which would leave a negative
-    // rest; step back a digit when it does.
-    auto nextDigit = [](double rest, double place) {
-        double digit = std::trunc(rest / place);
-        if (digit > 9.0)
-            digit = 9.0;
-        if (digit < 0.0)
-            digit = 0.0;
-        if (digit > 0.0 && std::fma(-digit, place, rest) < 0.0)
-            digit -= 1.0;
-        return digit;
-    };
-
-    for (unsigned int i = 0; i < integerDigits; ++i) {
-        double const digit = nextDigit(value, power);
-        value = std::fma(-digit, power, value);
-        text[pos++] = static_cast<char>('0' + static_cast<int>(digit));
-        power /= 10.0;
-    }
+    for (unsigned int i = 0; i < integerDigits; ++i)
+        PutDigit(text, pos, value, power);
 
     // A point needs room behind it for one digit and the terminator.
     unsigned int pointPos = 0;
@@ -293,57 +340,16 @@ unsigned int ParameterUtils::DoubleToString(double value, char* text, unsigned i
     if (point) {
         pointPos = pos;
         text[pos++] = '.';
-        unsigned int fraction = 0;
-        while (fraction < precision && value != 0.0 && pos + 1 < length) {
-            double const digit = nextDigit(value, power);
-            value = std::fma(-digit, power, value);
-            text[pos++] = static_cast<char>('0' + static_cast<int>(digit));
-            power /= 10.0;
-            ++fraction;
-        }
+        for (unsigned int fraction = 0; fraction < precision && value != 0.0 && pos + 1 < length;
+             ++fraction)
+            PutDigit(text, pos, value, power);
     }
-
+    // Round half up.
     bool lostDigits = false;
-    if (point && value != 0.0 && nextDigit(value, power) >= 5.0) {
-        // Round half up, carrying over nines and across the point.
-        unsigned int i = pos;
-        bool carry = true;
-        while (carry && i > digitStart) {
-            --i;
-            if (text[i] == '.')
-                continue;
-            if (text[i] == '9') {
-                text[i] = '0';
-            } else {
-                ++text[i];
-                carry = false;
-            }
-        }
-        if (carry) {
-            // Every digit was a nine: a leading '1' moves in front. Without room for it the last
-            // character gives way, which loses a digit.
-            if (pos + 1 < length) {
-                ShiftInLeadingOne(text, digitStart, pos);
-                ++pos;
-                ++pointPos;
-            } else {
-                ShiftInLeadingOne(text, digitStart, pos - 1);
-                ++pointPos;
-                lostDigits = true;
-            }
-        }
-    }
-
-    if (point && pointPos < pos) {
-        while (pos > pointPos + 1 && text[pos - 1] == '0')
-            --pos;
-        if (pos == pointPos + 1) {
-            if (pos + 1 < length)
-                text[pos++] = '0';
-            else
-                pos = pointPos; // a bare point says nothing: drop it
-        }
-    }
+    if (point && value != 0.0 && NextDigit(value, power) >= 5.0)
+        lostDigits = RoundUp(text, digitStart, pos, pointPos, length);
+    if (point && pointPos < pos)
+        TrimFraction(text, pos, pointPos, length);
 
     text[pos] = '\0';
     ok = !lostDigits && value <= 1.0;
