@@ -3,13 +3,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <string>
 #include <vector>
-
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <benchmark/benchmark.h>
 
@@ -20,6 +15,7 @@
 
 #include "paramgen/TuningSetManager.h"
 #include "paramgen/TuningSetManager.writer.h"
+#include "tests/common/loopbackclient.h"
 #include "tests/common/trackerdescription.h"
 
 namespace {
@@ -42,13 +38,7 @@ Bytes TrackerFileBytes()
 
 Bytes MakeRequest(uint16_t command, char const* text, uint64_t session = 0)
 {
-    Bytes packet(Wire::RequestHeadSize + 256);
-    size_t const length = text != nullptr ? std::char_traits<char>::length(text) + 1 : 0;
-    unsigned int const size =
-        Wire::WriteRequest(packet.data(), static_cast<unsigned int>(packet.size()), command,
-                           session, 1, text, static_cast<unsigned int>(length));
-    packet.resize(size);
-    return packet;
+    return ParamTest::Request(command, text != nullptr ? text : "", 1, session);
 }
 
 void DropLine(uint32_t, char, uint32_t, char const*, void*)
@@ -67,78 +57,43 @@ public:
         // Loopback only: the figures need no other interface.
         m_ready = m_manager.SetKnobbyListenAddress("127.0.0.1", 0) && !m_file.empty() &&
                   m_manager.LoadBinaryParameters(m_file.data(), m_file.size()) &&
-                  m_manager.GetKnobbyPort() != 0;
-        m_socket = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(m_manager.GetKnobbyPort());
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        int const noDelay = 1;
-        setsockopt(m_socket, IPPROTO_TCP, TCP_NODELAY, &noDelay, sizeof(noDelay));
-        m_ready = m_ready &&
-                  connect(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
+                  m_manager.GetKnobbyPort() != 0 && m_client.Connect(m_manager.GetKnobbyPort());
         // The session ID that the Modes command checks comes with Device Info.
         m_ready = m_ready && Send(MakeRequest(Wire::DeviceInfo, nullptr)) && Receive() &&
-                  m_body.size() >= Wire::DeviceInfoHeadSize - 6;
+                  m_response.size() >= Wire::DeviceInfoHeadSize;
         if (m_ready)
-            m_session = Wire::GetU64(m_body.data() + Wire::DeviceInfoSessionOffset - 6);
+            m_session = Wire::GetU64(m_response.data() + Wire::DeviceInfoSessionOffset);
     }
-
-    uint64_t SessionId() const { return m_session; }
-    ~Session()
-    {
-        close(m_socket);
-        Vorn::Log::SetSink(nullptr, nullptr);
-    }
+    ~Session() { Vorn::Log::SetSink(nullptr, nullptr); }
 
     Session(Session const&) = delete;
     Session& operator=(Session const&) = delete;
 
     bool Ready() const { return m_ready; }
-
-    bool Send(Bytes const& packet)
-    {
-        return send(m_socket, packet.data(), packet.size(), MSG_NOSIGNAL) ==
-               static_cast<ssize_t>(packet.size());
-    }
+    uint64_t SessionId() const { return m_session; }
+    bool Send(Bytes const& packet) { return m_client.Send(packet); }
 
     /// True when request is answered with a text: a value read that finds nothing answers
     /// with the 18-byte head and an empty text, which would make the figures meaningless.
     bool AnswersWithText(Bytes const& request)
     {
-        return Send(request) && Receive() && m_body.size() > Wire::RequestHeadSize - 6 + 1;
+        return Send(request) && Receive() && m_response.size() > Wire::RequestHeadSize + 1;
     }
 
-    // Reads one response by its length field.
+    /// Reads one response by its length field.
     bool Receive()
     {
-        uint8_t head[6];
-        if (!ReadExactly(head, sizeof(head)))
-            return false;
-        size_t const length = Wire::GetU16(head + Wire::LengthOffset);
-        m_body.resize(length > 6 ? length - 6 : 0);
-        return m_body.empty() || ReadExactly(m_body.data(), m_body.size());
+        m_response = m_client.ReadPacket();
+        return !m_response.empty();
     }
 
 private:
-    bool ReadExactly(uint8_t* data, size_t count)
-    {
-        size_t done = 0;
-        while (done < count) {
-            ssize_t const got = recv(m_socket, data + done, count - done, 0);
-            if (got <= 0)
-                return false;
-            done += static_cast<size_t>(got);
-        }
-        return true;
-    }
-
     Bytes m_file;
     TuningSetManager m_manager{"bench"};
-    int m_socket = -1;
+    ParamTest::LoopbackClient m_client;
     bool m_ready = false;
     uint64_t m_session = 0;
-    Bytes m_body;
+    Bytes m_response;
 };
 
 // One request, one response: what a tuning tool waits for on each click.

@@ -15,12 +15,6 @@
 #include <thread>
 #include <vector>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include "platform/vornlog.h"
 
 #include "parameterparser/livetuning/parameterknobbypacket.h"
@@ -29,6 +23,7 @@
 #include "paramgen/TuningSetManager.h"
 #include "paramgen/TuningSetManager.writer.h"
 #include "paramgen/vornt2tconfig.h"
+#include "tests/common/loopbackclient.h"
 #include "tests/common/trackerdescription.h"
 
 namespace {
@@ -63,75 +58,25 @@ std::string ProcessFigures()
 
 Bytes MakeRequest(uint16_t command, std::string const& text, uint32_t requestId)
 {
-    Bytes packet(Wire::RequestHeadSize + text.size() + 1);
-    unsigned int const length = Wire::WriteRequest(
-        packet.data(), static_cast<unsigned int>(packet.size()), command, 0, requestId,
-        text.c_str(), text.empty() ? 0 : static_cast<unsigned int>(text.size() + 1));
-    packet.resize(length);
-    return packet;
+    return ParamTest::Request(command, text, requestId);
 }
 
 // One loopback connection with bounded waits.
-class Client
+class Client : public ParamTest::LoopbackClient
 {
 public:
-    explicit Client(unsigned short port)
-    {
-        m_socket = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        m_connected =
-            connect(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
-    }
-    ~Client() { close(m_socket); }
-
-    Client(Client const&) = delete;
-    Client& operator=(Client const&) = delete;
+    explicit Client(unsigned short port) : m_connected(Connect(port)) {}
 
     bool Connected() const { return m_connected; }
-
-    bool Send(uint8_t const* data, size_t size)
-    {
-        return send(m_socket, data, size, MSG_NOSIGNAL) == static_cast<ssize_t>(size);
-    }
-    bool Send(Bytes const& bytes) { return Send(bytes.data(), bytes.size()); }
 
     // The next response by its length field; empty when none came by deadline.
     Bytes Receive(Clock::time_point deadline)
     {
-        Bytes head = Read(6, deadline);
-        if (head.size() < 6)
-            return {};
-        size_t const length = Wire::GetU16(head.data() + Wire::LengthOffset);
-        if (length <= 6)
-            return head;
-        Bytes const rest = Read(length - 6, deadline);
-        head.insert(head.end(), rest.begin(), rest.end());
-        return head.size() == length ? head : Bytes();
+        return ReadPacket(std::chrono::duration_cast<Milliseconds>(deadline - Clock::now()));
     }
 
 private:
-    Bytes Read(size_t count, Clock::time_point deadline)
-    {
-        Bytes bytes;
-        uint8_t chunk[4096];
-        while (bytes.size() < count && Clock::now() < deadline) {
-            pollfd entry = {m_socket, POLLIN, 0};
-            if (poll(&entry, 1, 50) <= 0)
-                continue;
-            ssize_t const got =
-                recv(m_socket, chunk, std::min(sizeof(chunk), count - bytes.size()), 0);
-            if (got <= 0)
-                break;
-            bytes.insert(bytes.end(), chunk, chunk + got);
-        }
-        return bytes;
-    }
-
-    int m_socket = -1;
-    bool m_connected = false;
+    bool m_connected;
 };
 
 struct Figures
@@ -234,7 +179,7 @@ void SlowClient(unsigned short port, std::atomic<bool> const& stop, Figures& fig
             MakeRequest(Wire::GetValues, std::string(Preview) + ":t2tconfigdata.operationMode", 1);
         bool sent = client.Connected();
         for (size_t i = 0; i < request.size() && sent && !stop; ++i) {
-            sent = client.Send(&request[i], 1);
+            sent = client.Send(Bytes{request[i]});
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
         if (sent && !stop && client.Receive(Clock::now() + std::chrono::seconds(30)).size() > 0)
@@ -252,7 +197,7 @@ void AbandoningClient(unsigned short port, std::atomic<bool> const& stop, Figure
             Client client(port);
             if (!silent) {
                 Bytes const request = MakeRequest(Wire::Info, std::string(Preview) + ":x", 1);
-                (void)client.Send(request.data(), request.size() / 2);
+                (void)client.Send(Bytes(request.begin(), request.begin() + request.size() / 2));
             } else {
                 std::this_thread::sleep_for(std::chrono::seconds(IdleTimeoutSeconds + 1));
             }
