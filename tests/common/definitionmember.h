@@ -9,8 +9,9 @@
 
 namespace ParamTest {
 
-/// A member of type with minCount to maxCount elements.
-inline TuningWriter::DefinitionElement Member(std::string name, TuningWriter::ElementType type,
+/// A member of type with minCount to maxCount elements; a schema change that only names a
+/// member leaves the type at its first value.
+inline TuningWriter::DefinitionElement Member(std::string name, TuningWriter::ElementType type = {},
                                               uint32_t minCount = 1, uint32_t maxCount = 1,
                                               uint16_t flags = 0)
 {

@@ -26,6 +26,7 @@
 #include "parameterparser/parameterschemadifference.h"
 
 #include "paramgen/shapetest.h"
+#include "tests/common/definitionmember.h"
 #include "tests/common/logcapture.h"
 #include "tests/common/modulefile.h"
 #include "tests/parametermodules/modulevalues.h"
@@ -35,6 +36,7 @@ namespace {
 using ModuleTest::EntryValue;
 using ModuleTest::Leaves;
 using ModuleTest::ValueMaker;
+using ParamTest::Member;
 using ParamTest::ModuleFile;
 using ParamTest::Reals;
 using shapetest::shapeTestType;
@@ -269,18 +271,6 @@ void Apply(ShapeCase const& shape, std::vector<DefinitionStructure>& schema, Ent
         elements.erase(found);
         elements.insert(elements.begin() + static_cast<long>(shape.index), moved);
     }
-}
-
-DefinitionElement Member(std::string name, ElementType type = {}, uint32_t minCount = 1,
-                         uint32_t maxCount = 1, uint16_t flags = 0)
-{
-    DefinitionElement element;
-    element.name = std::move(name);
-    element.type = type;
-    element.minCount = minCount;
-    element.maxCount = maxCount;
-    element.flags = flags;
-    return element;
 }
 
 /// "<reader>: 0x<hash> entry not found in the binary file": what a missing member logs.
