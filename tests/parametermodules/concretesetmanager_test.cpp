@@ -11,6 +11,7 @@
 
 #include "parameterparser/defaultmodule.h"
 #include "parameterparser/modeentry.h"
+#include "parameterparser/moduledata.h"
 #include "parameterparser/parametermodetable.h"
 #include "parameterparser/parametermodule.h"
 #include "parameterparser/parameterparserinfo.h"
@@ -153,9 +154,12 @@ TEST(ConcreteSetManagerTest, RefusedOperationsReportAndClearingKeepsTheFactories
     ASSERT_NE(kind, nullptr);
     ASSERT_NE(kind->first, nullptr);
     ParameterModule* factory = kind->module;
+    unsigned int const id = kind->first->module->data->ID;
+    ASSERT_NE(kind->Find(id), nullptr);
     derived->SaveAndClearModules();
     EXPECT_EQ(kind->first, nullptr);
     EXPECT_EQ(kind->last, nullptr);
+    EXPECT_EQ(kind->Find(id), nullptr); // nor found by its ID any more
     EXPECT_EQ(kind->module, factory);
 }
 
