@@ -148,7 +148,7 @@ TEST(ParameterBinaryFileNameTest, BadNamesLeaveFileClosed)
 
 // A read that ends at the end of the file is served; one byte further is refused, as is a null
 // value. A read of nothing only tells whether the file is still unchanged (a null value is still
-// logged); the allocating form refuses a count of 0.
+// logged); the allocating form refuses a count of 0. An empty file serves no read at all.
 TEST_F(ParameterBinaryFileTest, RefusesReadsOutsideTheFile)
 {
     UseFile(100);
@@ -169,6 +169,15 @@ TEST_F(ParameterBinaryFileTest, RefusesReadsOutsideTheFile)
                   "ParameterBinaryFile::Read called with null value\n",
                   "ParameterBinaryFile::Read called with null value\n",
                   "ParameterBinaryFile::Read called with 0 count\n"}));
+
+    // An empty file opens, and no read of it is served, not even of its first byte.
+    ParamTest::TempFile const empty(std::vector<uint8_t>{});
+    ParameterBinaryFile nothing(empty.Path().c_str(), nullptr);
+    m_log.Clear();
+    pos = 0;
+    EXPECT_FALSE(nothing.Read(value.data(), 0, pos, 1, 1));
+    EXPECT_EQ(m_log.Messages(), (std::vector<std::string>{
+                                    "ParameterBinaryFile::Read called with a zero length file\n"}));
 }
 
 TEST_F(ParameterBinaryFileTest, ReferencesOpenAndCloseTheFile)
