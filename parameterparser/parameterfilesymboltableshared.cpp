@@ -147,6 +147,23 @@ DupObjInfo* ParameterFileSymbolTable::GetDupObjectInternal(bool isModule, unsign
     return search();
 }
 
+namespace {
+
+// Makes object the published object of record, counts the caller's reference on it, and finds
+// the record by the object's address from now on.
+DupObjInfo* Publish(DupObjInfo& record, void* object, unsigned int elementCount,
+                    uintptr_t elementType, std::unordered_map<void*, DupObjInfo*>& objects)
+{
+    record.Object = object;
+    record.Count = elementCount;
+    record.ElementType = elementType;
+    record.RefCount.fetch_add(1);
+    objects[object] = &record;
+    return &record;
+}
+
+} // namespace
+
 DupObjInfo* ParameterFileSymbolTable::SetDupObject(bool isModule, unsigned int id, void* object,
                                                    int loc, unsigned int elementCount,
                                                    uintptr_t elementType)
@@ -175,12 +192,7 @@ DupObjInfo* ParameterFileSymbolTable::SetDupObject(bool isModule, unsigned int i
                                     "ignored\n",
                                     info->RefCount.load(), static_cast<int>(id),
                                     static_cast<int>(group), side, loc);
-        info->Object = object;
-        info->Count = elementCount;
-        info->ElementType = elementType;
-        info->RefCount.fetch_add(1);
-        m_objects[object] = info;
-        return info;
+        return Publish(*info, object, elementCount, elementType, m_objects);
     }
 
     info = new (std::nothrow) DupObjInfo(loc);
@@ -194,12 +206,7 @@ DupObjInfo* ParameterFileSymbolTable::SetDupObject(bool isModule, unsigned int i
         delete info;
         return nullptr;
     }
-    info->Object = object;
-    info->Count = elementCount;
-    info->ElementType = elementType;
-    info->RefCount.store(1);
-    m_objects[object] = info;
-    return info;
+    return Publish(*info, object, elementCount, elementType, m_objects);
 }
 
 bool ParameterFileSymbolTable::ReleaseDupObject(void* object, unsigned int* sharedCount)
