@@ -24,7 +24,6 @@ namespace ParamTest {
 namespace {
 
 constexpr uint16_t ISPHDR = 1;
-constexpr uint16_t ADRC = 2;
 /// The shipped managers' limit of listed modes that no client holds.
 constexpr unsigned int ActiveLimit = 17;
 
@@ -112,6 +111,12 @@ std::vector<RuleCase> RuleCases()
     std::vector<TuningMode> offTree = Branch({{ModeUsecase, 0}, {ModeScene, 3}, {ModeEffect, 1}});
     std::vector<TuningMode> notDefault = Branch({{ModeUsecase, 0}, {ModeFeature1, ISPHDR}});
     notDefault[0] = TuningMode{ModeSensor, 2, 0};
+    // A run of one mode names nested nodes in either order; one longer than the tree's chain
+    // leaves the tree.
+    std::vector<TuningMode> run = Branch({{ModeUsecase, 0}, {ModeFeature1, 2}, {ModeFeature1, 1}});
+    std::vector<TuningMode> longRun = run;
+    longRun[3].subMode = 5;
+    // clang-format off
     return {
         {"OnlyInChildMode", 'C', Branch({{ModeUsecase, 0}}), -1, "previewC",
          "GetModule versionsC_sw module not found in default scenario (0.0), mode path: 0.0|2.0\n"},
@@ -121,68 +126,42 @@ std::vector<RuleCase> RuleCases()
         {"StepZeroNotDefault", 'A', notDefault, -1, "isphdr",
          "GetModule(versionsA_sw) called with first mode != Default, might not return module data "
          "from the desired mode path: 1.2|2.0|3.1\n"},
-        {"RunInFileOrder", 'A',
-         Branch({{ModeUsecase, 0}, {ModeFeature1, ISPHDR}, {ModeFeature1, ADRC}}), -1, "adrc",
-         nullptr},
-        {"RunInOtherOrder", 'A',
-         Branch({{ModeUsecase, 0}, {ModeFeature1, ADRC}, {ModeFeature1, ISPHDR}}), -1, "adrc",
-         nullptr},
-        {"RunLongerThanTree", 'A',
-         Branch({{ModeUsecase, 0}, {ModeFeature1, ADRC}, {ModeFeature1, 5}}), -1, "preview",
-         nullptr},
+        {"RunInOtherOrder", 'A', run, -1, "adrc", nullptr},
+        {"RunLongerThanTree", 'A', longRun, -1, "preview", nullptr},
         {"NullBranch", 'A', {}, 0, "root", nullptr},
-        {"NullBranchWithCount",
-         'A',
-         {},
-         3,
-         "root",
+        {"NullBranchWithCount", 'A', {}, 3, "root",
          "GetModule(versionsA_sw) called with modeBranch == null and modeCount = 3, will return "
          "default mode module data\n"},
-        {"NullBranchChildModule",
-         'C',
-         {},
-         0,
-         nullptr,
+        {"NullBranchChildModule", 'C', {}, 0, nullptr,
          "GetModule versionsC_sw module not found in default scenario (0.0), mode path: \n"},
-        {"InvalidModeValueEndsWalk", 'A',
-         Branch({{ModeUsecase, 0}, {9, 0}, {ModeFeature1, ISPHDR}}), -1, "preview",
-         "GetModule Error: Invalid Mode value (9) found in modeBranch[2]. Expected range: 0 to "
-         "6\n"},
-        {"DefaultBelowRootEndsWalk", 'A', Branch({{ModeUsecase, 0}, {ModeDefault, 0}}), -1,
-         "preview",
-         "GetModule Error: Default mode found in modeBranch at an index > 0 (2). Index 0 must be "
-         "Default, but only index 0 may be Default\n"},
+        {"InvalidModeValueEndsWalk", 'A', Branch({{ModeUsecase, 0}, {9, 0}, {ModeFeature1, 1}}), -1,
+         "preview", "GetModule Error: Invalid Mode value (9) found in modeBranch[2]. Expected "
+         "range: 0 to 6\n"},
     };
+    // clang-format on
 }
 
-class LookupRulesTest : public LookupTest, public testing::WithParamInterface<bool>
+TEST_F(LookupTest, DeepestNodeOfTheBranchWins)
 {
-};
-
-TEST_P(LookupRulesTest, DeepestNodeOfTheBranchWins)
-{
-    Load(RuleFile(), GetParam());
-    for (RuleCase const& test : RuleCases()) {
-        SCOPED_TRACE(test.name);
-        m_log.Clear();
-        bool const null = test.nullCount >= 0;
-        ParameterModule* found = m_manager->GetModuleInternal(
-            0, LookupModule(test.letter), null ? nullptr : test.branch.data(),
-            null ? test.nullCount : static_cast<unsigned int>(test.branch.size()), nullptr, false);
-        EXPECT_STREQ(Revision(found), test.expected);
-        if (found != nullptr)
-            found->Release();
-        std::vector<std::string> const expected = test.message != nullptr
-                                                      ? std::vector<std::string>{test.message}
-                                                      : std::vector<std::string>{};
-        EXPECT_EQ(MessagesStartingWith("GetModule"), expected);
+    for (bool const fileMode : {true, false}) {
+        Load(RuleFile(), fileMode);
+        for (RuleCase const& test : RuleCases()) {
+            SCOPED_TRACE(std::string(test.name) + (fileMode ? " in file mode" : ""));
+            m_log.Clear();
+            bool const null = test.nullCount >= 0;
+            ParameterModule* found = m_manager->GetModuleInternal(
+                0, LookupModule(test.letter), null ? nullptr : test.branch.data(),
+                null ? test.nullCount : static_cast<unsigned int>(test.branch.size()), nullptr,
+                false);
+            EXPECT_STREQ(Revision(found), test.expected);
+            if (found != nullptr)
+                found->Release();
+            EXPECT_EQ(MessagesStartingWith("GetModule"),
+                      test.message != nullptr ? std::vector<std::string>{test.message}
+                                              : std::vector<std::string>{});
+        }
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(BothModes, LookupRulesTest, testing::Bool(),
-                         [](testing::TestParamInfo<bool> const& param) {
-                             return param.param ? "FileMode" : "BufferMode";
-                         });
 
 TEST_F(LookupTest, LinkedModeServesTheModulesOfItsTarget)
 {
@@ -482,14 +461,18 @@ struct RowFile
     uint32_t video = file.Table().AddChild(root, ModeUsecase, 2, 0, TuningWriter::ModeFlagResident);
     std::vector<uint32_t> rows;
 
-    explicit RowFile(unsigned int count = ActiveLimit + 1)
+    /// With shareEvery, Preview holds B "previewB" and every shareEvery-th row shares it.
+    explicit RowFile(unsigned int count = ActiveLimit + 1, unsigned int shareEvery = 0)
     {
         file.AddModule('B', root, "root");
         file.AddModule('D', sensor, "sensor");
         file.AddModule('A', video, "video");
+        uint32_t const previewB = shareEvery != 0 ? file.AddModule('B', preview, "previewB") : 0;
         for (unsigned int k = 0; k < count; ++k) {
             rows.push_back(file.Table().AddChild(preview, ModeFeature1, static_cast<uint16_t>(k)));
             file.AddModule('A', rows.back(), "f" + std::to_string(k));
+            if (shareEvery != 0 && k % shareEvery == 0)
+                file.AddModule('B', rows.back(), "previewB", previewB);
         }
     }
 };
@@ -606,10 +589,10 @@ TEST_F(LookupTest, UnloadModeDropsTheLastModeOfTheBranch)
     EXPECT_TRUE(m_manager->UnloadMode(0, changed.data(), changedCount));
     EXPECT_STREQ(Revision(other), "f2");
     char value[32] = {};
-    ASSERT_TRUE(m_manager->GetValue(0, changed.data(), changedCount,
-                                    "versionsA_sw.module_version.minor_revision", nullptr, value,
-                                    sizeof(value)));
-    EXPECT_STREQ(value, "minor_revision=3");
+    // A path of one character behind the module name counts as none.
+    ASSERT_TRUE(m_manager->GetValue(0, changed.data(), changedCount, "versionsA_sw.m",
+                                    "module_version.minor_revision", value, sizeof(value)));
+    EXPECT_STREQ(value, "module_version.minor_revision=3");
     std::vector<TuningMode> const root = Branch({});
     EXPECT_TRUE(m_manager->UnloadMode(0, root.data(), 1));
     EXPECT_STREQ(Revision(Get('B', root)), "root");
@@ -684,32 +667,18 @@ TEST(DefaultModuleTest, RemovingKeepsTheChainSound)
 // Several threads ask for and give back modules of more modes than the active list holds, so
 // that loads and evictions overlap, while another changes values through mode paths the way live
 // tuning does.
-TEST(LookupStressTest, ThreadsAskAndReleaseAcrossEvictions)
+TEST_F(LookupTest, ThreadsAskAndReleaseAcrossEvictions)
 {
     constexpr unsigned int ModeCount = 30;
     constexpr unsigned int ThreadCount = 8;
     constexpr unsigned int Rounds = 150;
     // The value changes go to the A module of every ChangeStep-th row.
     constexpr unsigned int ChangeStep = 5;
-    // Preview holds B; Feature1.0 to Feature1.29 below it each hold A, and every third shares
-    // Preview's B, so that loads of the rows also touch a module another mode owns.
-    LookupFile file;
-    file.Path("Default");
-    uint32_t const preview = file.Path("Default|Usecase.Preview");
-    uint32_t const previewB = file.AddModule('B', preview, "previewB");
-    std::vector<uint32_t> rows;
-    for (unsigned int k = 0; k < ModeCount; ++k) {
-        rows.push_back(file.Table().AddChild(preview, ModeFeature1, static_cast<uint16_t>(k)));
-        file.AddModule('A', rows.back(), "f" + std::to_string(k));
-        if (k % 3 == 0)
-            file.AddModule('B', rows.back(), "previewB", previewB);
-    }
-    TempFile onDisk(file.Build());
-    LogCapture log;
-    TestSetManager::Options options;
-    options.registerModules = true;
-    TestSetManager manager(options);
-    ASSERT_TRUE(manager.LoadBinaryParameters(onDisk.Path().c_str()));
+    // Every third row shares Preview's B, so that loads of the rows also touch a module another
+    // mode owns.
+    RowFile rows(ModeCount, 3);
+    Load(rows.file);
+    TestSetManager& manager = *m_manager;
 
     std::atomic<unsigned int> wrongValues{0};
     auto const worker = [&](unsigned int thread) {
@@ -763,9 +732,9 @@ TEST(LookupStressTest, ThreadsAskAndReleaseAcrossEvictions)
         thread.join();
 
     EXPECT_EQ(wrongValues.load(), 0u);
-    EXPECT_FALSE(log.Contains("Attempt to"));
-    EXPECT_FALSE(log.Contains("Unloading referenced module"));
-    EXPECT_GT(log.Count("Unloading modules"), 0u) << "the run must evict modes";
+    EXPECT_FALSE(m_log.Contains("Attempt to"));
+    EXPECT_FALSE(m_log.Contains("Unloading referenced module"));
+    EXPECT_GT(m_log.Count("Unloading modules"), 0u) << "the run must evict modes";
     // A mode another thread held at the last eviction stays listed past the limit; the next
     // visit, with nothing else held, brings the list back to it.
     std::vector<TuningMode> const last = Row(0);
@@ -774,12 +743,12 @@ TEST(LookupStressTest, ThreadsAskAndReleaseAcrossEvictions)
     ASSERT_NE(visit, nullptr);
     visit->Release();
     EXPECT_LE(manager.GetModeTable(0)->activeModes.Count(), ActiveLimit);
-    EXPECT_FALSE(NodeOf(manager, preview)->IsActive());
+    EXPECT_FALSE(Node(rows.preview)->IsActive());
     unsigned int loaded = 0;
     unsigned int const changesPerRow = Rounds / (ModeCount / ChangeStep);
     for (unsigned int k = 0; k < ModeCount; ++k) {
         SCOPED_TRACE("row " + std::to_string(k));
-        ModeEntry* node = NodeOf(manager, rows[k]);
+        ModeEntry* node = Node(rows.rows[k]);
         if (k % ChangeStep != 0) {
             EXPECT_FALSE(node->IsActive() || node->resident);
             loaded += node->loaded ? 1 : 0;

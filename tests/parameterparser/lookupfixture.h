@@ -55,12 +55,14 @@ inline char const* Revision(ParameterModule const* module)
 }
 
 /// A tuning file of version 7.0.0 with mode tables built from named paths and modules of the
-/// lookup kinds A to D placed in their nodes, with a definition table for every kind used.
+/// lookup kinds A to D placed in their nodes, with a definition table for every kind used. The
+/// first mode table is named tableName; NewTable starts the next one.
 class LookupFile
 {
 public:
-    LookupFile() : m_symbols(m_version)
+    explicit LookupFile(std::string const& tableName = "") : m_symbols(m_version)
     {
+        NewTable(tableName);
         m_schema.Describe("versionsA_1_0_0::varitonal_versionsA10Type",
                           versionsA_1_0_0::varitonal_versionsA10Type::Descriptor);
         m_schema.Describe("versionsB_1_0_0::varitonal_versionsB10Type",
@@ -73,11 +75,16 @@ public:
                                                                  m_symbols);
     }
 
-    /// The builder of the mode table, for raw children (links, flags, pipelines).
-    TuningWriter::ModeSectionBuilder& Table() { return m_table; }
+    /// The builder of the current mode table, for raw children (links, flags, pipelines).
+    TuningWriter::ModeSectionBuilder& Table() { return m_tables.back(); }
+    void NewTable(std::string const& name)
+    {
+        m_tables.emplace_back(static_cast<uint8_t>(m_tables.size()), name);
+    }
 
-    /// Makes sure a named path exists ("Default|Usecase.Preview"); its last node's Mode ID.
-    uint32_t Path(std::string const& namedPath) { return m_table.AddPath(namedPath); }
+    /// Makes sure a named path exists ("Default|Usecase.Preview") in the current table; its last
+    /// node's Mode ID.
+    uint32_t Path(std::string const& namedPath) { return Table().AddPath(namedPath); }
 
     /// Places module kind letter in the node of modeId, its revision and reserve texts holding
     /// tag. duplicateOf, if not 0, makes it share the instance of that earlier entry. Returns the
@@ -103,10 +110,13 @@ public:
         return m_symbols.AddModule(std::move(entry));
     }
 
-    /// The whole file, padded so that a file-mode load can read its first window.
-    std::vector<uint8_t> Build() const
+    /// The whole file, padded so that a file-mode load can read its first window, with the
+    /// binary tag and damage given.
+    std::vector<uint8_t> Build(std::string const& binaryTag = "sample",
+                               TuningWriter::Damage const& damage = {}) const
     {
         TuningWriter::TuningFileWriter writer(m_version);
+        writer.SetBinaryTag(binaryTag).SetDamage(damage);
         TuningWriter::DefinitionTableBuilder definitions;
         for (auto const& used : m_used)
             definitions.AddModule(m_schema.Module(used.first, used.second));
@@ -114,7 +124,8 @@ public:
         writer.AddSection(TuningWriter::SectionType::Definition,
                           definitions.Build(writer.Alignment()));
         m_symbols.AddTo(writer);
-        m_table.AddTo(writer);
+        for (TuningWriter::ModeSectionBuilder const& table : m_tables)
+            table.AddTo(writer);
         writer.SetMinimumFileSize(TuningWriter::FileModeWindow + 512);
         return writer.Build();
     }
@@ -124,7 +135,7 @@ private:
     TuningWriter::SchemaSet m_schema;
     TuningWriter::SymbolTableBuilder m_symbols;
     std::unique_ptr<TuningWriter::EntryEncoder> m_encoder;
-    TuningWriter::ModeSectionBuilder m_table{0, ""};
+    std::vector<TuningWriter::ModeSectionBuilder> m_tables;
     std::map<std::string, std::string> m_used;
 };
 

@@ -54,12 +54,45 @@ ModeEntry* SlotNode(TestSetManager& manager, unsigned int table, unsigned int sl
                                                                  : nullptr;
 }
 
-std::vector<ModeEntry*> Children(ModeEntry* node)
+std::string PathOf(ModeEntry* node)
 {
-    std::vector<ModeEntry*> children;
+    char path[128] = {};
+    node->GetModePath(path, sizeof(path));
+    return path;
+}
+
+/// The slots of a table as "<path>[ p<mode's pipeline>/<slot's>][ r][ l][ -><link target>]",
+/// "-" for an empty slot, joined by ", ": the path shows the parent chain the load made, r and l
+/// a resident and a loaded node.
+std::string Slots(TestSetManager& manager, unsigned int table = 0)
+{
+    ParameterModeTable* modeTable = manager.GetModeTable(table);
+    std::string text;
+    for (unsigned int i = 0; modeTable != nullptr && i < modeTable->m_modeCount; ++i) {
+        ModeEntry* node = modeTable->modes[i].mode;
+        text += i != 0 ? ", " : "";
+        if (node == nullptr) {
+            text += "-";
+            continue;
+        }
+        text += PathOf(node);
+        if (node->mode.Parts.pipeline != 0 || modeTable->modes[i].pipeline != 0)
+            text += " p" + std::to_string(node->mode.Parts.pipeline) + "/" +
+                    std::to_string(modeTable->modes[i].pipeline);
+        text += std::string(node->resident ? " r" : "") + (node->loaded ? " l" : "");
+        if (node->ResolveLink() != node)
+            text += " ->" + PathOf(node->ResolveLink());
+    }
+    return text;
+}
+
+/// The paths of a node's children, in order, joined by ",".
+std::string Children(ModeEntry* node)
+{
+    std::string text;
     for (ModeEntry* child = node->firstChild; child != nullptr; child = child->nextSibling)
-        children.push_back(child);
-    return children;
+        text += (text.empty() ? "" : ",") + PathOf(child);
+    return text;
 }
 
 std::vector<TuningMode> Branch(std::initializer_list<std::pair<uint32_t, uint16_t>> steps)
@@ -68,11 +101,6 @@ std::vector<TuningMode> Branch(std::initializer_list<std::pair<uint32_t, uint16_
     for (auto const& step : steps)
         branch.push_back(TuningMode{step.first, step.second, 0});
     return branch;
-}
-
-template <typename Case> std::string CaseName(::testing::TestParamInfo<Case> const& test)
-{
-    return test.param.name;
 }
 
 // Default|Sensor.0|Usecase.Preview and Usecase.Video (linked to Preview, resident), with a
@@ -96,76 +124,49 @@ protected:
 
 // ---- Reading mode sections ---------------------------------------------------------------------
 
-struct VersionCase
+// Root and Sensor nodes are always resident, a Usecase node only by its flag; a buffer load reads
+// every node. Table names, links and flags come with the versions that have them.
+TEST_F(ModeTreeTest, ReadsTreeOfEveryFormat)
 {
-    char const* name;
-    FileVersion version;
-    char const* tableName; ///< null where the format has no name field
-    bool hasLink;
-    bool hasFlags;
-};
-
-class ModeSectionFormatTest : public ModeTreeTest, public ::testing::WithParamInterface<VersionCase>
-{
-};
-
-TEST_P(ModeSectionFormatTest, ReadsTreeOfEveryFormat)
-{
-    VersionCase const& test = GetParam();
-    ASSERT_TRUE(Load(m_manager, ModeFile({SampleTable()}, test.version)));
-    ASSERT_EQ(m_manager.GetModeTableCount(), 1u);
-    ParameterModeTable* table = m_manager.GetModeTable(0);
-    if (test.tableName == nullptr)
-        EXPECT_EQ(table->name, nullptr);
-    else
-        EXPECT_STREQ(table->name, test.tableName);
-    ASSERT_EQ(table->m_modeCount, 5u);
-
-    ModeEntry* root = table->rootMode;
-    ASSERT_EQ(root, SlotNode(m_manager, 0, 0));
-    ModeEntry* sensor = SlotNode(m_manager, 0, 1);
-    ModeEntry* preview = SlotNode(m_manager, 0, 2);
-    ModeEntry* video = SlotNode(m_manager, 0, 3);
-    ModeEntry* adrc = SlotNode(m_manager, 0, 4);
-    EXPECT_EQ(Children(root), std::vector<ModeEntry*>{sensor});
-    EXPECT_EQ(Children(sensor), (std::vector<ModeEntry*>{preview, video}));
-    EXPECT_EQ(Children(preview), std::vector<ModeEntry*>{adrc});
-    EXPECT_EQ(adrc->parent, preview);
-    EXPECT_EQ(video->modeId, 3u);
-    EXPECT_EQ(video->mode.Parts.mode, 2u);
-    EXPECT_EQ(video->mode.Parts.subMode, 2u);
-    EXPECT_EQ(adrc->mode.Parts.pipeline, 0x1FFu);
-    EXPECT_EQ(table->modes[4].pipeline, 0xFF);
-    EXPECT_EQ(table->modes[2].pipeline, 0);
-    // Root and Sensor nodes are always resident; a Usecase node only by its flag.
-    EXPECT_TRUE(root->loaded && root->resident && sensor->resident);
-    EXPECT_EQ(video->resident, test.hasFlags);
-    EXPECT_FALSE(preview->resident);
-    EXPECT_TRUE(preview->loaded) << "a buffer load reads every node";
-    EXPECT_EQ(video->ResolveLink(), test.hasLink ? preview : video);
+    struct Case
+    {
+        FileVersion version;
+        char const* tableName; ///< null where the format has no name field
+        char const* video;     ///< Usecase.Video's slot
+    } const cases[] = {
+        {{1, 0, 2}, nullptr, "0.0|1.0|2.2 l"},
+        {{1, 1, 0}, nullptr, "0.0|1.0|2.2 l"},
+        {{2, 0, 0}, nullptr, "0.0|1.0|2.2 l ->0.0|1.0|2.0"},
+        {{3, 0, 1}, nullptr, "0.0|1.0|2.2 l ->0.0|1.0|2.0"},
+        {{5, 0, 0}, "rear", "0.0|1.0|2.2 r l ->0.0|1.0|2.0"},
+        {{7, 0, 0}, "rear", "0.0|1.0|2.2 r l ->0.0|1.0|2.0"},
+    };
+    for (Case const& test : cases) {
+        SCOPED_TRACE(test.video);
+        SCOPED_TRACE(test.version.major);
+        TestSetManager manager;
+        ASSERT_TRUE(Load(manager, ModeFile({SampleTable()}, test.version)));
+        ASSERT_EQ(manager.GetModeTableCount(), 1u);
+        ParameterModeTable* table = manager.GetModeTable(0);
+        EXPECT_STREQ(table->name != nullptr ? table->name : "null",
+                     test.tableName != nullptr ? test.tableName : "null");
+        EXPECT_EQ(Slots(manager), "0.0 r l, 0.0|1.0 r l, 0.0|1.0|2.0 l, " +
+                                      std::string(test.video) + ", 0.0|1.0|2.0|3.2 p511/255 l");
+        EXPECT_EQ(table->rootMode, SlotNode(manager, 0, 0));
+        EXPECT_EQ(Children(SlotNode(manager, 0, 1)), "0.0|1.0|2.0,0.0|1.0|2.2");
+        EXPECT_EQ(SlotNode(manager, 0, 3)->modeId, 3u);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Versions, ModeSectionFormatTest,
-                         ::testing::Values(VersionCase{"V1_0_2", {1, 0, 2}, nullptr, false, false},
-                                           VersionCase{"V1_1_0", {1, 1, 0}, nullptr, false, false},
-                                           VersionCase{"V2_0_0", {2, 0, 0}, nullptr, true, false},
-                                           VersionCase{"V3_0_1", {3, 0, 1}, nullptr, true, false},
-                                           VersionCase{"V5_0_0", {5, 0, 0}, "rear", true, true},
-                                           VersionCase{"V7_0_0", {7, 0, 0}, "rear", true, true}),
-                         CaseName<VersionCase>);
 
 TEST_F(ModeTreeTest, FileWithoutModeSectionsGetsDefaultTable)
 {
     ASSERT_TRUE(Load(m_manager, ModeFile({})));
     EXPECT_TRUE(m_log.HasMessage("ReadModeSection: No mode tables in binary, creating default\n"));
     ASSERT_EQ(m_manager.GetModeTableCount(), 1u);
-    ParameterModeTable* table = m_manager.GetModeTable(0);
-    ASSERT_EQ(table->m_modeCount, 1u);
-    ModeEntry* root = table->modes[0].mode;
-    ASSERT_EQ(table->rootMode, root);
-    EXPECT_EQ(table->name, nullptr);
-    EXPECT_EQ(root->mode.Raw, 0u);
-    EXPECT_TRUE(root->loaded && root->resident && root->firstChild == nullptr);
+    EXPECT_EQ(Slots(m_manager), "0.0 r l");
+    EXPECT_EQ(m_manager.GetModeTable(0)->rootMode, SlotNode(m_manager, 0, 0));
+    EXPECT_EQ(m_manager.GetModeTable(0)->name, nullptr);
+    EXPECT_EQ(Children(SlotNode(m_manager, 0, 0)), "");
 }
 
 TEST_F(ModeTreeTest, PipelineVariantSharesParentAndOrphanStaysOutOfTree)
@@ -175,11 +176,10 @@ TEST_F(ModeTreeTest, PipelineVariantSharesParentAndOrphanStaysOutOfTree)
     // A child of the variant entry hangs below the shared node.
     builder.AddChild(builder.AddChild(sensor, 1, 0, 3), 2, 1);
     ASSERT_TRUE(Load(m_manager, ModeFile({builder})));
-    ModeEntry* sensorNode = SlotNode(m_manager, 0, 1);
-    EXPECT_EQ(SlotNode(m_manager, 0, 2), sensorNode);
-    EXPECT_EQ(m_manager.GetModeTable(0)->modes[2].pipeline, 3);
-    EXPECT_EQ(Children(SlotNode(m_manager, 0, 0)), std::vector<ModeEntry*>{sensorNode});
-    EXPECT_EQ(Children(sensorNode), std::vector<ModeEntry*>{SlotNode(m_manager, 0, 3)});
+    EXPECT_EQ(SlotNode(m_manager, 0, 2), SlotNode(m_manager, 0, 1));
+    EXPECT_EQ(Slots(m_manager), "0.0 r l, 0.0|1.0 r l, 0.0|1.0 p0/3 r l, 0.0|1.0|2.1 l");
+    EXPECT_EQ(Children(SlotNode(m_manager, 0, 0)), "0.0|1.0");
+    EXPECT_EQ(Children(SlotNode(m_manager, 0, 1)), "0.0|1.0|2.1");
 
     // A child listed before its parent keeps no parent and is never reached.
     ModeSectionBuilder early;
@@ -188,75 +188,53 @@ TEST_F(ModeTreeTest, PipelineVariantSharesParentAndOrphanStaysOutOfTree)
         .AddEntry({2, 0, 1, 0, 0, NoLink, 0});
     TestSetManager manager;
     ASSERT_TRUE(Load(manager, ModeFile({early})));
-    EXPECT_EQ(SlotNode(manager, 0, 1)->parent, nullptr);
-    EXPECT_EQ(Children(SlotNode(manager, 0, 2)), std::vector<ModeEntry*>{});
+    EXPECT_EQ(Slots(manager), "0.0 r l, 2.0 l, 0.0|1.0 r l");
+    EXPECT_EQ(Children(SlotNode(manager, 0, 2)), "");
     EXPECT_EQ(manager.GetModeEntry(0, "0.0|1.0|2.0"), nullptr);
-    EXPECT_EQ(manager.GetModeEntry(0, "0.0|1.0"), SlotNode(manager, 0, 2));
 }
 
-struct EntryCheckCase
+// A damaged entry, appended as slot 3 of a table of four, is refused with the error and the
+// entries before it kept. The slot checks are at the bound: slot 4 of a table of four.
+TEST_F(ModeTreeTest, RefusesDamagedEntryAndKeepsOthers)
 {
-    char const* name;
-    ModeEntryRecord entry; ///< appended as slot 3 of a table of four slots
-    char const* logged;    ///< "" when the check logs nothing but the error
-    char const* error;
-};
-
-class ModeEntryCheckTest : public ModeTreeTest, public ::testing::WithParamInterface<EntryCheckCase>
-{
-};
-
-TEST_P(ModeEntryCheckTest, RefusesEntryAndKeepsOthers)
-{
-    EntryCheckCase const& test = GetParam();
-    ModeSectionBuilder builder;
-    builder.AddPath("Default|Sensor.0|Usecase.Preview");
-    builder.AddEntry(test.entry);
-
-    EXPECT_FALSE(Load(m_manager, ModeFile({builder})));
-    EXPECT_STREQ(m_manager.GetErrorString(), test.error);
-    if (test.logged[0] != '\0') {
-        EXPECT_TRUE(m_log.HasMessage(test.logged));
+    struct Case
+    {
+        ModeEntryRecord entry;
+        char const* logged; ///< "" when the check logs nothing but the error
+        char const* error;
+    } const cases[] = {
+        {{Table1 | 3, 2, 2, 1, 0, NoLink, 0},
+         "ReadModeSection: Mode Table Index in Mode ID (16777219) does not match expected (0)\n",
+         "ReadModeSection: Index from Mode ID does not match expected"},
+        {{3, Table1 | 2, 2, 1, 0, NoLink, 0},
+         "ReadModeSection: Mode Table Index != Parent Table Index,Mode ID (3), Parent ID "
+         "(16777218)\n",
+         "ReadModeSection: Mode Table Index != Parent Table Index"},
+        {{3, 1, 2, 1, 0, Table1 | 2, 0},
+         "ReadModeSection: Mode Table Index != Link Table Index, Mode ID (3), Link ID "
+         "(16777218)\n",
+         "ReadModeSection: Mode Table Index != Link Table Index"},
+        {{4, 1, 2, 1, 0, NoLink, 0}, "", "ReadModeSection: Mode ID exceeds mode count"},
+        {{3, 4, 2, 1, 0, NoLink, 0}, "", "ReadModeSection: Parent Mode ID exceeds mode count"},
+        {{3, 1, 2, 1, 0, 4, 0}, "", "ReadModeSection: Link Mode ID exceeds mode count"},
+    };
+    for (Case const& test : cases) {
+        SCOPED_TRACE(test.error);
+        m_log.Clear();
+        ModeSectionBuilder builder;
+        builder.AddPath("Default|Sensor.0|Usecase.Preview");
+        builder.AddEntry(test.entry);
+        TestSetManager manager;
+        EXPECT_FALSE(Load(manager, ModeFile({builder})));
+        EXPECT_STREQ(manager.GetErrorString(), test.error);
+        if (test.logged[0] != '\0') {
+            EXPECT_TRUE(m_log.HasMessage(test.logged));
+        }
+        // Two lines for a check with its own message, else the error alone.
+        EXPECT_EQ(m_log.Count("ReadModeSection"), test.logged[0] != '\0' ? 2u : 1u);
+        EXPECT_EQ(Slots(manager), "0.0 r l, 0.0|1.0 r l, 0.0|1.0|2.0 l, -");
     }
-    // Two lines for a check with its own message, else the error alone.
-    EXPECT_EQ(m_log.Count("ReadModeSection"), test.logged[0] != '\0' ? 2u : 1u);
-    ASSERT_EQ(m_manager.GetModeTableCount(), 1u);
-    EXPECT_EQ(SlotNode(m_manager, 0, 3), nullptr);
-    EXPECT_NE(m_manager.GetModeEntry(0, "0.0|1.0|2.0"), nullptr);
 }
-
-// The slot checks are at the bound: slot 4 of a table of four.
-INSTANTIATE_TEST_SUITE_P(
-    Checks, ModeEntryCheckTest,
-    ::testing::Values(
-        EntryCheckCase{"ModeIdTable",
-                       {Table1 | 3, 2, 2, 1, 0, NoLink, 0},
-                       "ReadModeSection: Mode Table Index in Mode ID (16777219) does not match "
-                       "expected (0)\n",
-                       "ReadModeSection: Index from Mode ID does not match expected"},
-        EntryCheckCase{"ParentTable",
-                       {3, Table1 | 2, 2, 1, 0, NoLink, 0},
-                       "ReadModeSection: Mode Table Index != Parent Table Index,Mode ID (3), "
-                       "Parent ID (16777218)\n",
-                       "ReadModeSection: Mode Table Index != Parent Table Index"},
-        EntryCheckCase{"LinkTable",
-                       {3, 1, 2, 1, 0, Table1 | 2, 0},
-                       "ReadModeSection: Mode Table Index != Link Table Index, Mode ID (3), Link "
-                       "ID (16777218)\n",
-                       "ReadModeSection: Mode Table Index != Link Table Index"},
-        EntryCheckCase{"ModeIdSlot",
-                       {4, 1, 2, 1, 0, NoLink, 0},
-                       "",
-                       "ReadModeSection: Mode ID exceeds mode count"},
-        EntryCheckCase{"ParentSlot",
-                       {3, 4, 2, 1, 0, NoLink, 0},
-                       "",
-                       "ReadModeSection: Parent Mode ID exceeds mode count"},
-        EntryCheckCase{"LinkSlot",
-                       {3, 1, 2, 1, 0, 4, 0},
-                       "",
-                       "ReadModeSection: Link Mode ID exceeds mode count"}),
-    CaseName<EntryCheckCase>);
 
 // The result is that of the last table read: an error in an earlier table does not show.
 TEST_F(ModeTreeTest, LastTableDecidesResult)
@@ -320,11 +298,11 @@ TEST_F(ModeTreeTest, ShortReadEndsTableAfterPartialEntry)
     EXPECT_TRUE(m_log.HasMessage("Failed to read 8 bytes from binary file offset " +
                                  std::to_string(secondEntry + 4) + ", length " +
                                  std::to_string(length) + "\n"));
-    // Mode 0.0 below the root slot: the entry shares the root's node.
+    // Mode 0.0 below the root slot: the entry shares the root's node. Slots stop where the
+    // buffer does: a section size claiming more allocates no more.
     EXPECT_EQ(SlotNode(m_manager, 0, 1), SlotNode(m_manager, 0, 0));
-    EXPECT_EQ(m_manager.GetModeTable(0)->rootMode->firstChild, nullptr);
-    // Slots stop where the buffer does: a section size claiming more allocates no more.
-    EXPECT_EQ(m_manager.GetModeTable(0)->m_modeCount, 2u);
+    EXPECT_EQ(Slots(m_manager), "0.0 r l, 0.0 r l");
+    EXPECT_EQ(Children(SlotNode(m_manager, 0, 0)), "");
 
     EXPECT_FALSE(m_manager.ReadModeSections(nullptr, 100, nullptr, 1));
     EXPECT_STREQ(m_manager.GetErrorString(), "ReadModeSection: Failed, buffer is nullptr");
@@ -333,16 +311,15 @@ TEST_F(ModeTreeTest, ShortReadEndsTableAfterPartialEntry)
     EXPECT_EQ(m_manager.GetModeTableCount(), 1u);
 }
 
+// Root and Sensor nodes are read at once, the others when a lookup asks for them.
 TEST_F(ModeTreeTest, FileModeReadsSectionsFromTheFile)
 {
     ParamTest::TempFile file(ModeFile({SampleTable()}, {}, 4000));
     ASSERT_TRUE(m_manager.LoadBinaryParameters(file.Path().c_str()));
     ASSERT_TRUE(m_manager.IsFileMode());
     EXPECT_STREQ(m_manager.GetModeTable(0)->name, "rear");
-    // Root and Sensor nodes are read at once, the others when a lookup asks for them.
-    EXPECT_TRUE(SlotNode(m_manager, 0, 0)->loaded && SlotNode(m_manager, 0, 1)->loaded);
-    EXPECT_FALSE(SlotNode(m_manager, 0, 2)->loaded);
-    EXPECT_FALSE(SlotNode(m_manager, 0, 4)->loaded);
+    EXPECT_EQ(Slots(m_manager), "0.0 r l, 0.0|1.0 r l, 0.0|1.0|2.0, 0.0|1.0|2.2 r ->0.0|1.0|2.0, "
+                                "0.0|1.0|2.0|3.2 p511/255");
 
     TuningWriter::TuningFileWriter writer;
     writer.AddRawSectionRecord(0, 0, 0).AddRawSectionRecord(1, 0, 0);
@@ -363,8 +340,7 @@ TEST_F(ModeTreeTest, TablesAreFoundByNameIndexAndModeId)
     PList<char const*> names;
     ASSERT_TRUE(m_manager.GetModeTableNames(names));
     ASSERT_EQ(names.Count(), 2u);
-    EXPECT_STREQ(names[0], "front");
-    EXPECT_STREQ(names[1], "rear");
+    EXPECT_EQ(std::string(names[0]) + "," + names[1], "front,rear");
 
     // A Mode ID's table and slot are checked at their bounds.
     ModeSlot* slot = m_manager.GetModeEntry(Table1 | 4);
@@ -391,27 +367,33 @@ TEST_F(ModeTreeTest, TablesAreFoundByNameIndexAndModeId)
     EXPECT_EQ(derived.GetModeTableCount(), 0u);
     EXPECT_EQ(derived.GetModeEntry(Table1 | 2), m_manager.GetModeEntry(Table1 | 2));
     EXPECT_EQ(derived.GetModeEntry(1, "0.0|1.0|2.0"), SlotNode(m_manager, 1, 2));
-    PList<char const*> derivedNames;
-    ASSERT_TRUE(derived.GetModeTableNames(derivedNames));
-    EXPECT_EQ(derivedNames.Count(), 2u);
+    names.Clear();
+    ASSERT_TRUE(derived.GetModeTableNames(names));
+    EXPECT_EQ(names.Count(), 2u);
 
     m_manager.FreeBinaryParameters();
     EXPECT_EQ(m_manager.GetModeTableCount(), 0u);
-    PList<char const*> none;
-    EXPECT_FALSE(m_manager.GetModeTableNames(none));
-    EXPECT_EQ(none.Count(), 0u);
+    names.Clear();
+    EXPECT_FALSE(m_manager.GetModeTableNames(names));
+    EXPECT_EQ(names.Count(), 0u);
 
     // A file of 7.0.0 or later is searched for a table name without a load.
     ParamTest::TempFile multi(bytes);
     ParamTest::TempFile older(ModeFile({SampleTable(0, "front")}, {6, 0, 0}));
     std::string const missing = multi.Path() + ".missing";
-    for (char const* name : {"front", "rear"})
-        EXPECT_TRUE(ParameterSetManager::ModeTableEntryExists(multi.Path().c_str(), name));
-    for (char const* name : {"rea", "side"})
-        EXPECT_FALSE(ParameterSetManager::ModeTableEntryExists(multi.Path().c_str(), name));
-    for (char const* path :
-         {older.Path().c_str(), static_cast<char const*>(nullptr), missing.c_str()})
-        EXPECT_FALSE(ParameterSetManager::ModeTableEntryExists(path, "front"));
+    struct Case
+    {
+        char const* path;
+        char const* name;
+        bool exists;
+    } const cases[] = {
+        {multi.Path().c_str(), "front", true},  {multi.Path().c_str(), "rear", true},
+        {multi.Path().c_str(), "rea", false},   {multi.Path().c_str(), "side", false},
+        {older.Path().c_str(), "front", false}, {nullptr, "front", false},
+        {missing.c_str(), "front", false}};
+    for (Case const& test : cases)
+        EXPECT_EQ(ParameterSetManager::ModeTableEntryExists(test.path, test.name), test.exists)
+            << test.name;
 }
 
 TEST_F(ModeTreeTest, ModuleDataFindsItsMode)
@@ -495,14 +477,13 @@ TEST_F(ModePathsTest, WalksBranchesIncludingRunsInEitherOrder)
 {
     ModeEntry* adrcBelowIsphdr = Node("0.0|1.0|2.0|3.1|3.2");
     ASSERT_NE(adrcBelowIsphdr, nullptr);
-    EXPECT_EQ(adrcBelowIsphdr->parent->mode.Parts.subMode, 1u);
+    EXPECT_EQ(PathOf(adrcBelowIsphdr), "0.0|1.0|2.0|3.1|3.2");
     // The run names the same two nodes whichever order the client states them in.
     EXPECT_EQ(Walk(Branch({{0, 0}, {1, 0}, {2, 0}, {3, 2}, {3, 1}})), adrcBelowIsphdr);
     // A single Feature1.2 step is ADRC directly below Preview, a different node.
     ModeEntry* adrc = Walk(Branch({{0, 0}, {1, 0}, {2, 0}, {3, 2}}));
     ASSERT_NE(adrc, nullptr);
-    EXPECT_NE(adrc, adrcBelowIsphdr);
-    EXPECT_EQ(adrc->parent, Node("0.0|1.0|2.0"));
+    EXPECT_EQ(PathOf(adrc), "0.0|1.0|2.0|3.2");
     // A run longer than any chain of its mode finds nothing.
     EXPECT_EQ(Walk(Branch({{0, 0}, {1, 0}, {2, 0}, {3, 1}, {3, 2}, {3, 3}})), nullptr);
     ModeEntry* night = Node("0.0|1.0|2.0|3.2|4.3|5.5");
@@ -528,31 +509,22 @@ TEST_F(ModePathsTest, WalksBranchesIncludingRunsInEitherOrder)
     EXPECT_EQ(video->FindMode(&Branch({{3, 1}})[0]), Node("0.0|1.0|2.0|3.1"));
 
     // A node's own path, cut to the buffer, and its ancestry.
-    char path[128] = {};
-    night->GetModePath(path, sizeof(path));
-    EXPECT_STREQ(path, "0.0|1.0|2.0|3.2|4.3|5.5");
     char cut[10] = {};
     night->GetModePath(cut, sizeof(cut));
     EXPECT_STREQ(cut, "0.0|1.0|2");
     EXPECT_TRUE(night->IsParent(m_table->rootMode));
-    EXPECT_FALSE(night->IsParent(night));
-    EXPECT_FALSE(m_table->rootMode->IsParent(night));
+    EXPECT_FALSE(night->IsParent(night) || m_table->rootMode->IsParent(night));
     EXPECT_FALSE(night->IsParent(nullptr));
 }
 
 TEST_F(ModePathsTest, RefusedStepsAndTableIndexAreReported)
 {
-    // Mode value 6 is the last valid one; Default only at index 0.
-    std::vector<TuningMode> branch = Branch({{0, 0}, {2, 0}, {0, 0}, {6, 1}, {7, 0}});
-    for (unsigned int index : {0u, 1u, 3u})
-        EXPECT_TRUE(m_manager.ValidateMode("Caller", branch.data(), index)) << index;
+    // Mode value 6 is the last valid one, and a step of it that is not in the tree ends the walk
+    // with nothing; Default is valid only at index 0, where any step stands for the root.
+    EXPECT_EQ(Walk(Branch({{0, 0}, {1, 0}, {6, 1}})), nullptr);
     EXPECT_STREQ(m_manager.GetErrorString(), "");
-    EXPECT_FALSE(m_manager.ValidateMode("Caller", branch.data(), 2));
-    EXPECT_STREQ(m_manager.GetErrorString(),
-                 "Caller Error: Default mode found in modeBranch at an index > 0 (2). Index 0 "
-                 "must be Default, but only index 0 may be Default");
-    EXPECT_FALSE(m_manager.ValidateMode("Caller", branch.data(), 4));
-    EXPECT_TRUE(m_log.HasMessage("Caller Error: Invalid Mode value (7) found in modeBranch[4]. "
+    EXPECT_FALSE(m_manager.ValidateMode("Caller", Branch({{0, 0}, {7, 0}}).data(), 1));
+    EXPECT_TRUE(m_log.HasMessage("Caller Error: Invalid Mode value (7) found in modeBranch[1]. "
                                  "Expected range: 0 to 6\n"));
 
     // Table index 1 is the first past the one table.
@@ -570,95 +542,128 @@ TEST_F(ModePathsTest, RefusedStepsAndTableIndexAreReported)
                  "GetModeEntry Error: Invalid Mode value (7) found in modeBranch[2]. Expected "
                  "range: 0 to 6");
 
-    // A branch written as a path stops at the first refused step.
-    std::vector<TuningMode> full = Branch({{0, 0}, {1, 2}, {2, 0}, {3, 65535}});
-    char text[64] = "x|";
-    m_manager.GetPathFromModeBranch(full.data(), 4, text, sizeof(text));
-    EXPECT_STREQ(text, "x|0.0|1.2|2.0|3.65535");
-    char cut[8] = "";
-    m_manager.GetPathFromModeBranch(full.data(), 4, cut, sizeof(cut));
-    EXPECT_STREQ(cut, "0.0|1.2");
-    char single[8] = "";
-    m_manager.GetPathFromModeBranch(full.data(), 1, single, sizeof(single));
-    EXPECT_STREQ(single, "0.0");
-    std::vector<TuningMode> invalid = Branch({{0, 0}, {1, 1}, {9, 0}, {2, 0}});
-    char stopped[64] = "";
-    m_manager.GetPathFromModeBranch(invalid.data(), 4, stopped, sizeof(stopped));
-    EXPECT_STREQ(stopped, "0.0|1.1");
+    // A branch written as a path stops at the first refused step; each text is cut at its
+    // buffer's length, and nothing is written for no branch or no step.
+    std::vector<TuningMode> const full = Branch({{0, 0}, {1, 2}, {2, 0}, {3, 65535}});
+    std::vector<TuningMode> const invalid = Branch({{0, 0}, {1, 1}, {9, 0}, {2, 0}});
+    struct Case
+    {
+        TuningMode const* branch;
+        unsigned int count;
+        unsigned int length;
+        char const* expected; ///< from a buffer that held "x|"
+    } const cases[] = {
+        {full.data(), 4, 64, "x|0.0|1.2|2.0|3.65535"},
+        {full.data(), 4, 8, "x|0.0|1"},
+        {full.data(), 1, 8, "x|0.0"},
+        {invalid.data(), 4, 64, "x|0.0|1.1"},
+        {nullptr, 4, 8, "x|"},
+        {full.data(), 0, 8, "x|"},
+    };
+    for (Case const& test : cases) {
+        char text[64] = "x|";
+        m_manager.GetPathFromModeBranch(test.branch, test.count, text, test.length);
+        EXPECT_STREQ(text, test.expected);
+    }
     EXPECT_STREQ(m_manager.GetErrorString(),
                  "GetPathFromModeBranch Error: Invalid Mode value (9) found in modeBranch[2]. "
                  "Expected range: 0 to 6");
-    char untouched[8] = "keep";
-    m_manager.GetPathFromModeBranch(nullptr, 4, untouched, sizeof(untouched));
-    m_manager.GetPathFromModeBranch(full.data(), 0, untouched, sizeof(untouched));
-    EXPECT_STREQ(untouched, "keep");
 }
 
-struct BranchFromPathCase
+// Mode and sub-mode numbers from names, named paths to mode paths (shorthand), mode paths to
+// named paths, and mode paths to branches. Each text is cut at length and terminated inside it;
+// the byte behind length stays untouched ("Z" where nothing may be written).
+TEST(ModeTextTest, ConvertsNamesAndPaths)
 {
-    char const* name;
-    char const* path;
-    bool result;
-    std::vector<TuningMode> steps;
-};
-
-class BranchFromPathTest : public ::testing::TestWithParam<BranchFromPathCase>
-{
-};
-
-TEST_P(BranchFromPathTest, ParsesSteps)
-{
-    BranchFromPathCase const& test = GetParam();
-    PList<TuningMode> branch;
-    EXPECT_EQ(TestSetManager().GetModeBranchFromPath(test.path, branch), test.result);
-    ASSERT_EQ(branch.Count(), test.steps.size());
-    for (unsigned int i = 0; i < branch.Count(); ++i) {
-        EXPECT_EQ(branch[i].mode, test.steps[i].mode) << "step " << i;
-        EXPECT_EQ(branch[i].subMode, test.steps[i].subMode) << "step " << i;
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Paths, BranchFromPathTest,
-    ::testing::Values(
-        BranchFromPathCase{"Full", "0.0|1.2|2.0|3.2", true,
-                           Branch({{0, 0}, {1, 2}, {2, 0}, {3, 2}})},
-        BranchFromPathCase{"Null", nullptr, false, {}}, BranchFromPathCase{"Empty", "", false, {}},
-        BranchFromPathCase{"LetterKeepsEarlierSteps", "0.0|a.1", false, Branch({{0, 0}})},
-        BranchFromPathCase{"SecondDot", "0.0|1.2.3", false, Branch({{0, 0}})},
-        BranchFromPathCase{"NoDotSkipsFirstDigit", "12", true, Branch({{0, 2}})},
-        BranchFromPathCase{"SingleDigit", "5", true, Branch({{0, 0}})},
-        BranchFromPathCase{"LeadingDot", ".3", true, Branch({{0, 3}})},
-        BranchFromPathCase{"EmptyItemEnds", "0.0||2.0", true, Branch({{0, 0}})},
-        BranchFromPathCase{"NineCharacters", "0.0|3.0000001|2.0", true,
-                           Branch({{0, 0}, {3, 1}, {2, 0}})},
-        // Ten characters: the item is cut to nine, its tenth is taken as the separator and the
-        // real separator then reads as an empty item.
-        BranchFromPathCase{"TenCharacters", "0.0|3.00000012|2.0", true, Branch({{0, 0}, {3, 1}})}),
-    CaseName<BranchFromPathCase>);
-
-TEST(ModeNamesTest, ModeAndSubModeIndexFromNames)
-{
+    enum Kind
+    {
+        ModeNumber,
+        SubModeNumber,
+        Shorthand,
+        Named,
+        BranchOf,
+    };
     struct Case
     {
-        unsigned short mode; ///< 99: the name is a mode name
-        char const* name;
-        unsigned short expected;
+        Kind kind;
+        char const* input;
+        unsigned int number;  ///< the mode of a sub-mode name, or the text's length
+        char const* expected; ///< a number in decimal; a branch as "m.s|m.s", "!" when refused
     } const cases[] = {
-        {99, "usecase", 2},    {99, "EFFECT", 6},
-        {99, "Feature2", 4},   {99, "Use", 0},
-        {99, "Usecases", 0},   {99, nullptr, 0},
-        {2, "7", 7},           {2, "300", 300},
-        {2, "idealraw", 6},    {2, "IdealRawReprocess", 7},
-        {4, "viullmctf2", 24}, {5, "AICam", 21},
-        {6, "whiteboard", 11}, {2, "Previe", 0},
-        {1, "Preview", 0},     {3, nullptr, 0},
+        {ModeNumber, "usecase", 0, "2"},
+        {ModeNumber, "EFFECT", 0, "6"},
+        {ModeNumber, "Feature2", 0, "4"},
+        {ModeNumber, "Use", 0, "0"},
+        {ModeNumber, "Usecases", 0, "0"},
+        {ModeNumber, nullptr, 0, "0"},
+        {SubModeNumber, "7", 2, "7"},
+        {SubModeNumber, "300", 2, "300"},
+        {SubModeNumber, "idealraw", 2, "6"},
+        {SubModeNumber, "IdealRawReprocess", 2, "7"},
+        {SubModeNumber, "viullmctf2", 4, "24"},
+        {SubModeNumber, "AICam", 5, "21"},
+        {SubModeNumber, "whiteboard", 6, "11"},
+        {SubModeNumber, "Previe", 2, "0"},
+        {SubModeNumber, "Preview", 1, "0"},
+        {SubModeNumber, nullptr, 3, "0"},
+        {Shorthand, "Default|Sensor.2|Usecase.Preview", 64, "0|1.2|2.0"},
+        {Shorthand, "default|feature1.adrc|Scene.9", 64, "0|3.2|5.9"},
+        {Shorthand, "Sideways.Up|Effect.Mono", 64, "0.0|6.1"},
+        {Shorthand, "Default|Sensor.2|Usecase.Preview", 6, "0|1.2"},
+        {Shorthand, "", 8, ""},
+        {Shorthand, "Default", 0, "Z"},
+        {Named, "0.0|1.2|2.0|3.2", 128, "Default|Sensor.2|Usecase.Preview|Feature1.ADRC"},
+        {Named, "0.0|3.8", 128, "Default|Feature1.8"},
+        {Named, "0.5", 128, "Default"},
+        {Named, "", 128, "Default"},
+        {Named, nullptr, 128, "Default"},
+        {Named, "0.0;0.0|2.1|4.24", 128, "Default;Default|Usecase.Snapshot|Feature2.ViULLMCTF2"},
+        {Named, "0.0|9.1|6.11", 128, "Default|.1|Effect.Whiteboard"},
+        {Named, "0.0|1.2|2.0", 12, "Default|Sen"},
+        {BranchOf, "0.0|1.2|2.0|3.2", 0, "0.0|1.2|2.0|3.2"},
+        {BranchOf, nullptr, 0, "!"},
+        {BranchOf, "", 0, "!"},
+        {BranchOf, "0.0|a.1", 0, "!0.0"}, // a letter keeps the steps before it
+        {BranchOf, "0.0|1.2.3", 0, "!0.0"},
+        {BranchOf, "12", 0, "0.2"}, // no dot: the first digit is skipped
+        {BranchOf, "5", 0, "0.0"},
+        {BranchOf, ".3", 0, "0.3"},
+        {BranchOf, "0.0||2.0", 0, "0.0"}, // an empty item ends the path
+        {BranchOf, "0.0|3.0000001|2.0", 0, "0.0|3.1|2.0"},
+        // Ten characters: the item is cut to nine, its tenth is taken as the separator and the
+        // real separator then reads as an empty item.
+        {BranchOf, "0.0|3.00000012|2.0", 0, "0.0|3.1"},
     };
     for (Case const& test : cases) {
-        SCOPED_TRACE(test.name != nullptr ? test.name : "null");
-        EXPECT_EQ(test.mode == 99 ? ParameterSetManager::GetModeIndex(test.name)
-                                  : ParameterSetManager::GetSubModeIndex(test.mode, test.name),
-                  test.expected);
+        SCOPED_TRACE(test.input != nullptr ? test.input : "null");
+        std::string result;
+        std::vector<char> text(test.number + 2, 'Z');
+        text.back() = '\0';
+        PList<TuningMode> branch;
+        switch (test.kind) {
+        case ModeNumber:
+            result = std::to_string(ParameterSetManager::GetModeIndex(test.input));
+            break;
+        case SubModeNumber:
+            result = std::to_string(ParameterSetManager::GetSubModeIndex(
+                static_cast<unsigned short>(test.number), test.input));
+            break;
+        case Shorthand:
+            TestSetManager().GetModeShorthand(test.input, text.data(), test.number);
+            result = text.data();
+            break;
+        case Named:
+            ParameterSetManager::GetKnobbyModesString(test.input, text.data(), test.number);
+            result = text.data();
+            break;
+        case BranchOf:
+            result = TestSetManager().GetModeBranchFromPath(test.input, branch) ? "" : "!";
+            for (unsigned int i = 0; i < branch.Count(); ++i)
+                result += (i != 0 ? "|" : "") + std::to_string(branch[i].mode) + "." +
+                          std::to_string(branch[i].subMode);
+            break;
+        }
+        EXPECT_EQ(result, test.expected);
     }
     // Feature1 has eight sub-mode names: 7 is the last named one.
     ModeEntry node(false, false);
@@ -669,53 +674,6 @@ TEST(ModeNamesTest, ModeAndSubModeIndexFromNames)
     node.Initialize(1, 1, 0, nullptr);
     EXPECT_EQ(node.GetSubModeName(), nullptr);
 }
-
-struct TextCase
-{
-    char const* name;
-    bool shorthand; ///< named path to mode path; otherwise mode paths to named paths
-    char const* input;
-    unsigned int length;
-    char const* expected; ///< "Z" where nothing may be written
-};
-
-class ModePathTextTest : public ::testing::TestWithParam<TextCase>
-{
-};
-
-// Each text is cut at length and terminated inside it; the byte behind length stays untouched.
-TEST_P(ModePathTextTest, ConvertsWithinLength)
-{
-    TextCase const& test = GetParam();
-    std::vector<char> result(test.length + 2, 'Z');
-    result.back() = '\0';
-    if (test.shorthand)
-        TestSetManager().GetModeShorthand(test.input, result.data(), test.length);
-    else
-        ParameterSetManager::GetKnobbyModesString(test.input, result.data(), test.length);
-    EXPECT_STREQ(result.data(), test.expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Texts, ModePathTextTest,
-    ::testing::Values(
-        TextCase{"Shorthand", true, "Default|Sensor.2|Usecase.Preview", 64, "0|1.2|2.0"},
-        TextCase{"ShorthandCaseAndNumbers", true, "default|feature1.adrc|Scene.9", 64, "0|3.2|5.9"},
-        TextCase{"ShorthandUnknownNames", true, "Sideways.Up|Effect.Mono", 64, "0.0|6.1"},
-        TextCase{"ShorthandCut", true, "Default|Sensor.2|Usecase.Preview", 6, "0|1.2"},
-        TextCase{"ShorthandEmpty", true, "", 8, ""},
-        TextCase{"ShorthandZeroLength", true, "Default", 0, "Z"},
-        TextCase{"Named", false, "0.0|1.2|2.0|3.2", 128,
-                 "Default|Sensor.2|Usecase.Preview|Feature1.ADRC"},
-        TextCase{"NamedUnnamedSubMode", false, "0.0|3.8", 128, "Default|Feature1.8"},
-        TextCase{"NamedDefaultSubMode", false, "0.5", 128, "Default"},
-        TextCase{"NamedEmpty", false, "", 128, "Default"},
-        TextCase{"NamedNull", false, nullptr, 128, "Default"},
-        TextCase{"NamedSeveralPaths", false, "0.0;0.0|2.1|4.24", 128,
-                 "Default;Default|Usecase.Snapshot|Feature2.ViULLMCTF2"},
-        TextCase{"NamedModeOutOfRange", false, "0.0|9.1|6.11", 128, "Default|.1|Effect.Whiteboard"},
-        TextCase{"NamedCut", false, "0.0|1.2|2.0", 12, "Default|Sen"}),
-    CaseName<TextCase>);
 
 TEST_F(ModePathsTest, ChildModesNameTheNodesOwnChildren)
 {
@@ -745,31 +703,17 @@ TEST_F(ModePathsTest, ChildModesNameTheNodesOwnChildren)
     EXPECT_EQ(m_log.Count("Failed to write 1 bytes to binary offset 9, length 9"), 2u);
 }
 
+// The deepest active branches, at most five: an ancestor after its descendant is dropped, a
+// descendant replaces its ancestor. A listed node that is inactive ends the resident nodes that
+// count: a resident one before it counts, one behind it does not.
 TEST_F(ModePathsTest, ActiveModesShowDeepestActiveBranches)
 {
     EXPECT_EQ(ActiveModes(), "Default");
-    // An ancestor after its descendant is dropped; a descendant replaces its ancestor.
     EXPECT_EQ(ActiveModes({"0.0|1.0|2.0", "0.0|1.0", "0.0|1.2|2.1", "0.0|1.0|2.0|3.2|4.3|5.5"}),
               "Default|Sensor.0|Usecase.Preview|Feature1.ADRC|Feature2.HDR10|Scene.Night;"
               "Default|Sensor.2|Usecase.Snapshot");
-}
-
-TEST_F(ModePathsTest, ActiveModesSkipResidentNodesAfterInactiveOne)
-{
-    // zsl is listed but inactive: sensor (resident) before it counts, sensor2 behind it does not,
-    // and neither does a resident video.
-    ActiveModes({"0.0|1.0"});
-    m_table->activeModes.Add(Node("0.0|1.2|2.3"));
-    ModeEntry* video = Node("0.0|1.0|2.2");
-    video->resident = true;
-    EXPECT_EQ(ActiveModes({"0.0|1.2", "0.0|1.0|2.2"}), "Default|Sensor.0");
-    video->resident = false;
-    EXPECT_EQ(ActiveModes(), "Default|Sensor.0|Usecase.Video");
-}
-
-TEST_F(ModePathsTest, ActiveModesReportAtMostFive)
-{
     // Six active branches: the sixth is left out.
+    m_table->activeModes.Clear();
     EXPECT_EQ(ActiveModes({"0.0|1.0|2.0|3.1", "0.0|1.0|2.0|3.2|4.3", "0.0|1.0|2.2", "0.0|1.2|2.1",
                            "0.0|1.2|2.3", "0.0|1.0|2.0|3.1|3.2"}),
               "Default|Sensor.0|Usecase.Preview|Feature1.ISPHDR;"
@@ -781,6 +725,16 @@ TEST_F(ModePathsTest, ActiveModesReportAtMostFive)
     m_manager.GetActiveModes(0, nullptr, sizeof(result));
     m_manager.GetActiveModes(0, result, 0);
     EXPECT_STREQ(result, "keep");
+
+    Node("0.0|1.2|2.3")->modules.clear();
+    m_table->activeModes.Clear();
+    ActiveModes({"0.0|1.0"});
+    m_table->activeModes.Add(Node("0.0|1.2|2.3"));
+    ModeEntry* video = Node("0.0|1.0|2.2");
+    video->resident = true;
+    EXPECT_EQ(ActiveModes({"0.0|1.2", "0.0|1.0|2.2"}), "Default|Sensor.0");
+    video->resident = false;
+    EXPECT_EQ(ActiveModes(), "Default|Sensor.0|Usecase.Video");
 }
 
 } // namespace
