@@ -51,8 +51,8 @@ inline void BoundedCall(std::function<void()> const& call,
     thread.join();
 }
 
-/// A store with fixed answers, standing in for a set manager. Each call that names a mode is
-/// recorded as one line, its arguments joined by "|"; access is locked for the command thread.
+/// A store with fixed answers, standing in for a set manager. The last call that named a mode is
+/// kept as one line, its arguments joined by "|"; access is locked for the command thread.
 class FakeDataAPI : public IParameterDataAPI
 {
 public:
@@ -92,9 +92,8 @@ public:
     bool SetValue(unsigned char, char const* modePath, char const* variable, char const* name,
                   char const* value) override
     {
+        Record("set|" + std::string(modePath) + "|" + variable + "|" + name + "=" + value);
         std::lock_guard<std::mutex> lock(m_mutex);
-        m_calls.push_back("set|" + std::string(modePath) + "|" + variable + "|" + name + "=" +
-                          value);
         if (name[0] != 'f')
             values[std::string(variable) + "/" + name] =
                 name[0] == 'q' ? "" : std::string(name) + "=" + value;
@@ -104,8 +103,7 @@ public:
     bool GetInfo(unsigned char, char const* modePath, char const* variable,
                  PList<ParameterParserInfo>& info) override
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_calls.push_back("info|" + std::string(modePath) + "|" + (variable ? variable : "-"));
+        Record("info|" + std::string(modePath) + "|" + (variable ? variable : "-"));
         for (ParameterParserInfo const& record : records)
             info.Add(record);
         return infoSucceeds;
@@ -114,8 +112,7 @@ public:
     unsigned int GetChildModes(unsigned char, char const* modePath, unsigned char* result,
                                unsigned int length) override
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_calls.push_back("children|" + std::string(modePath));
+        Record("children|" + std::string(modePath));
         size_t const count = std::min<size_t>(childModes.size() + 1, length);
         std::memcpy(result, childModes.c_str(), count);
         return static_cast<unsigned int>(count);
@@ -124,7 +121,7 @@ public:
     std::string LastCall()
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        return m_calls.empty() ? std::string() : m_calls.back();
+        return m_lastCall;
     }
 
     // Set before the worker starts.
@@ -141,11 +138,11 @@ private:
     void Record(std::string call)
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        m_calls.push_back(std::move(call));
+        m_lastCall = std::move(call);
     }
 
     std::mutex m_mutex;
-    std::vector<std::string> m_calls;
+    std::string m_lastCall;
 };
 
 } // namespace ParamTest

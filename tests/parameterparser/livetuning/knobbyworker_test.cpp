@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tests of the live tuning commands and the host's values over loopback, against a store with
-// fixed answers.
+// Tests of the live tuning commands and the host's values over loopback,
+// against a store with fixed answers.
 #include <chrono>
 #include <cstring>
 #include <ctime>
@@ -22,13 +22,10 @@
 namespace {
 
 namespace Wire = ParameterKnobbyPacket;
-using ParamTest::Bytes;
-using ParamTest::FakeDataAPI;
-using ParamTest::LoopbackClient;
-using ParamTest::Request;
-using ParamTest::TextAt;
+using namespace ParamTest;
 
-// A worker on loopback and a client on it. No Stop: the destructor stops a running worker.
+// A worker on loopback and a client on it. No Stop: the destructor stops a
+// running worker.
 class KnobbyWorkerTest : public ::testing::Test
 {
 protected:
@@ -48,10 +45,10 @@ protected:
     // The worker logs a command's line after queueing its response: wait for it.
     bool Logged(std::string const& line)
     {
-        return ParamTest::WaitFor([&] { return m_log.HasMessage(line); });
+        return WaitFor([&] { return m_log.HasMessage(line); });
     }
 
-    ParamTest::LogCapture m_log;
+    LogCapture m_log;
     FakeDataAPI m_store;
     ParameterKnobbyWorker m_worker{&m_store};
     LoopbackClient m_client;
@@ -64,7 +61,8 @@ struct CommandCase
     Bytes request;
     size_t textAt;
     std::string text;      ///< "<session>": the session ID as "0x%016lx"
-    size_t trailing;       ///< zero bytes behind the text: its terminator, and ten more for Modes
+    size_t trailing;       ///< zero bytes behind the text: its terminator, and ten more
+                           ///< for Modes
     std::string call;      ///< the store's last call
     std::string line = {}; ///< a line the command logs; empty for none checked
 };
@@ -73,8 +71,8 @@ class KnobbyCommandTest : public KnobbyWorkerTest, public ::testing::WithParamIn
 {
 };
 
-// Each response echoes the request's command and ID, counts the whole packet in its length
-// field and carries the text the store's answer makes.
+// Each response echoes the request's command and ID, counts the whole packet in
+// its length field and carries the text the store's answer makes.
 TEST_P(KnobbyCommandTest, AnswersWithTheStoresText)
 {
     CommandCase const& test = GetParam();
@@ -97,44 +95,20 @@ TEST_P(KnobbyCommandTest, AnswersWithTheStoresText)
     EXPECT_TRUE(test.line.empty() || Logged(test.line)) << test.line;
 }
 
-void Tables(FakeDataAPI& store)
-{
-    store.tables = {"rear", "front"};
-}
-void Unnamed(FakeDataAPI& store)
-{
-    store.identifier.clear();
-}
 void Records(FakeDataAPI& store)
 {
     store.records = {ParameterParserInfo("gain", "Float", "1.5"),
                      ParameterParserInfo("table", "UInt32", true, false, 4),
                      ParameterParserInfo("nested", "Structure")};
 }
-void NamelessRecord(FakeDataAPI& store)
-{
-    store.records = {ParameterParserInfo("", "UInt32", "2")};
-}
-void InfoFails(FakeDataAPI& store)
-{
-    store.infoSucceeds = false;
-}
 void Values(FakeDataAPI& store)
 {
     store.values = {{"module.gain/-", "gain=1.5"}, {"module/a,b", "a=1;b=2"}};
 }
 
-// The largest texts that still go out: the packet's 65534 bytes less the head and terminator.
+// The largest texts that still go out: the packet's 65534 bytes less the head
+// and terminator.
 std::string const Largest(65513, 'n');
-void LargestName(FakeDataAPI& store)
-{
-    store.records = {ParameterParserInfo(Largest.c_str(), "T")};
-}
-void LargestValue(FakeDataAPI& store)
-{
-    store.values = {{"module.big/-", Largest + "xy"}};
-}
-
 constexpr char Described[] = "gain=1.5,Float;table,UInt32,4;nested,Structure";
 std::string const Block = "Default:module.block:";
 
@@ -142,9 +116,15 @@ INSTANTIATE_TEST_SUITE_P(
     Commands, KnobbyCommandTest,
     ::testing::Values(
         CommandCase{"DeviceInfo", nullptr, Request(Wire::DeviceInfo), 16, "FakeStore", 1, "",
-                    "Knobby queued command: Info(0), Version: 2.0, Name: FakeStore\n"},
-        CommandCase{"DeviceInfoTables", Tables, Request(0), 16, "FakeStore:rear,front", 1, ""},
-        CommandCase{"DeviceInfoUnnamed", Unnamed, Request(0), 16, "<session>", 1, ""},
+                    "Knobby queued command: Info(0), Version: 2.0, "
+                    "Name: FakeStore\n"},
+        CommandCase{"DeviceInfoTables",
+                    [](FakeDataAPI& s) {
+                        s.tables = {"rear", "front"};
+                    },
+                    Request(0), 16, "FakeStore:rear,front", 1, ""},
+        CommandCase{"DeviceInfoUnnamed", [](FakeDataAPI& s) { s.identifier.clear(); }, Request(0),
+                    16, "<session>", 1, ""},
         CommandCase{"ActiveModes", nullptr, Request(1), 14, "Default|Sensor.0#0", 1, ""},
         CommandCase{"NoControlValues", nullptr, Request(2), 14, "", 1, ""},
         CommandCase{"Modes", nullptr, Request(Wire::Modes, "Default|Sensor.0"), 18,
@@ -155,61 +135,73 @@ INSTANTIATE_TEST_SUITE_P(
                         "\n"},
         CommandCase{"InfoOfAModule", Records, Request(Wire::Info, "Default"), 18, Described, 1,
                     "info|short(Default)|-"},
-        CommandCase{"InfoNamesANamelessRecord", NamelessRecord,
+        CommandCase{"InfoNamesANamelessRecord",
+                    [](FakeDataAPI& s) { s.records = {ParameterParserInfo("", "UInt32", "2")}; },
                     Request(Wire::Info, "Default:module.mode"), 18, "mode=2,UInt32", 1,
                     "info|short(Default)|module.mode"},
-        CommandCase{"InfoFails", InfoFails, Request(Wire::Info, "Default:module"), 18, "", 1,
-                    "info|short(Default)|module"},
+        CommandCase{"InfoFails", [](FakeDataAPI& s) { s.infoSucceeds = false; },
+                    Request(Wire::Info, "Default:module"), 18, "", 1, "info|short(Default)|module"},
         CommandCase{"GetValues", Values, Request(Wire::GetValues, "Default:module.gain"), 18,
                     "gain=1.5", 1, "get|short(Default)|module.gain/-|0",
-                    "Knobby queued command: GetValues(5), ID: 7, Payload: gain=1.5\n"},
+                    "Knobby queued command: GetValues(5), ID: 7, "
+                    "Payload: gain=1.5\n"},
         CommandCase{"GetSubValues", Values, Request(Wire::GetValues, "Default:module:a,b"), 18,
                     "a=1;b=2", 1, "get|short(Default)|module/a,b|0"},
         CommandCase{"GetValuesModesOnly", Values, Request(Wire::GetValues, "Default"), 18, "", 1,
                     ""},
-        // The answer holds the read-back of the items that worked; the last item decides the
-        // verdict, and an item without a value is skipped.
+        // The answer holds the read-back of the items that worked;
+        // the last item decides the verdict, and an item without a
+        // value is skipped.
         CommandCase{"SetValues", nullptr, Request(Wire::SetValues, Block + "f=1;b=2"), 18, "b=2", 1,
                     "get|short(Default)|module.block/b|0",
-                    "Knobby command succeeded: SetValues(6), ID: 7, Payload: b=2\n"},
+                    "Knobby command succeeded: SetValues(6), ID: 7, "
+                    "Payload: b=2\n"},
         CommandCase{"SetValuesLastFails", nullptr, Request(Wire::SetValues, Block + "b=3;c=;f=5"),
                     18, "b=3", 1, "set|short(Default)|module.block|f=5",
-                    "Knobby command failed: SetValues(6), ID: 7, Payload: b=3\n"},
+                    "Knobby command failed: SetValues(6), ID: 7, "
+                    "Payload: b=3\n"},
         CommandCase{"SetValuesSkipsAnEmptyValue", nullptr,
                     Request(Wire::SetValues, Block + "b=4;c="), 18, "b=4", 1,
                     "get|short(Default)|module.block/b|0",
-                    "Knobby command succeeded: SetValues(6), ID: 7, Payload: b=4\n"},
+                    "Knobby command succeeded: SetValues(6), ID: 7, "
+                    "Payload: b=4\n"},
         CommandCase{"SetValuesEmptyReadBack", nullptr,
                     Request(Wire::SetValues, Block + "q=1;b=5;q=2"), 18, ";b=5;", 1,
                     "get|short(Default)|module.block/q|0", ""},
         CommandCase{"SetValuesModesOnly", nullptr, Request(Wire::SetValues, "Default"), 18, "", 1,
-                    "", "Knobby command failed: SetValues(6), ID: 7, Payload: \n"},
-        CommandCase{"InfoOfTheLargestPacket", LargestName, Request(Wire::Info, "Default:module"),
-                    18, Largest + ",T", 1, "info|short(Default)|module"},
-        CommandCase{"GetValuesOfTheLargestPacket", LargestValue,
+                    "",
+                    "Knobby command failed: SetValues(6), ID: 7, "
+                    "Payload: \n"},
+        CommandCase{"InfoOfTheLargestPacket",
+                    [](FakeDataAPI& s) { s.records = {ParameterParserInfo(Largest.c_str(), "T")}; },
+                    Request(Wire::Info, "Default:module"), 18, Largest + ",T", 1,
+                    "info|short(Default)|module"},
+        CommandCase{"GetValuesOfTheLargestPacket",
+                    [](FakeDataAPI& s) { s.values = {{"module.big/-", Largest + "xy"}}; },
                     Request(Wire::GetValues, "Default:module.big"), 18, Largest + "xy", 1,
                     "get|short(Default)|module.big/-|0"},
         CommandCase{"SetValuesWithoutItems", nullptr, Request(Wire::SetValues, "Default:module"),
                     18, "", 1, "", "Knobby SetValues failed: Failed to read mode\n"}),
     [](::testing::TestParamInfo<CommandCase> const& test) { return test.param.name; });
 
-// One byte more makes a packet of 65535 bytes, which the transport refuses: the client gets no
-// answer, and the log says what was cut and dropped.
+// One byte more makes a packet of 65535 bytes, which the transport refuses: the
+// client gets no answer, and the log says what was cut and dropped.
 TEST_F(KnobbyWorkerTest, TextsPastTheLargestPacketAreNotSent)
 {
     std::string const name = Largest + "nn";
     m_store.records = {ParameterParserInfo(name.c_str(), "T")};
     m_store.values = {{"module.big/-", name + "xyz"}};
     StartWorker();
-    ASSERT_TRUE(m_client.Send(Request(Wire::Info, "Default:module")));
-    ASSERT_TRUE(m_client.Send(Request(Wire::GetValues, "Default:module.big")));
+    ASSERT_TRUE(m_client.Send(Join(Request(Wire::Info, "Default:module"),
+                                   Request(Wire::GetValues, "Default:module.big"))));
     EXPECT_TRUE(m_client.Silent());
     EXPECT_TRUE(m_log.HasMessage("Failed to write 1 bytes to binary offset 65534, length 65534\n"));
-    EXPECT_TRUE(ParamTest::WaitFor(
-        [&] { return m_log.Count("Knobby write insufficient buffer size 0\n") == 2; }));
+    EXPECT_TRUE(
+        WaitFor([&] { return m_log.Count("Knobby write insufficient buffer size 0\n") == 2; }));
 }
 
-// The session ID is drawn afresh at each start and names no address; only Modes compares it.
+// The session ID is drawn afresh at each start and names no address; only Modes
+// compares it.
 TEST_F(KnobbyWorkerTest, SessionIdIsDrawnAtEachStartAndComparedByModes)
 {
     StartWorker();
@@ -228,8 +220,8 @@ TEST_F(KnobbyWorkerTest, SessionIdIsDrawnAtEachStartAndComparedByModes)
     EXPECT_NE(m_worker.GetSessionId(), first);
 }
 
-// The index stays for later commands; a text that is no index below the table count leaves it,
-// and a negative one selects the first table.
+// The index stays for later commands; a text that is no index below the table
+// count leaves it, and a negative one selects the first table.
 TEST_F(KnobbyWorkerTest, ModeIndexSelectsAnExistingTableOnly)
 {
     m_store.tables = {"rear", "front"};
@@ -237,17 +229,15 @@ TEST_F(KnobbyWorkerTest, ModeIndexSelectsAnExistingTableOnly)
     std::pair<char const*, char const*> const cases[] = {
         {"1", "1"}, {"2", "1"}, {"abc", "1"}, {"-1", "0"}, {"1", "1"}};
     for (auto const& [text, index] : cases) {
-        Bytes const response = Ask(Request(Wire::ModeIndex, text));
-        EXPECT_EQ(TextAt(response, 14), index) << text;
-        EXPECT_EQ(response.size(), 16u);
-        EXPECT_EQ(Wire::GetU64(response.data() + 6), m_worker.GetSessionId());
+        EXPECT_EQ(TextAt(Ask(Request(Wire::ModeIndex, text)), 14), index) << text;
     }
     EXPECT_EQ(TextAt(Ask(Request(Wire::ActiveModes)), 14), "Default|Sensor.0#1");
 }
 
-// The child list and its terminator fill the 16384-byte buffer from 18, and the response counts
-// ten bytes more: a list of 16355 bytes is refused by the head writer, which leaves the head
-// zero, and the buffer goes out all the same; one byte less is answered in full.
+// The child list and its terminator fill the 16384-byte buffer from 18, and the
+// response counts ten bytes more: a list of 16355 bytes is refused by the head
+// writer, which leaves the head zero, and the buffer goes out all the same; one
+// byte less is answered in full.
 TEST_F(KnobbyWorkerTest, ModesListAtTheBufferEndIsSentWithoutAHead)
 {
     for (size_t const length : {16354u, 16355u}) {
@@ -256,15 +246,16 @@ TEST_F(KnobbyWorkerTest, ModesListAtTheBufferEndIsSentWithoutAHead)
         ASSERT_TRUE(m_client.Send(Request(Wire::Modes, "Default")));
         Bytes const response = m_client.ReadBytes(length + 29, std::chrono::seconds(5));
         ASSERT_EQ(response.size(), length + 29) << length;
-        bool const refused = length == 16355;
-        EXPECT_EQ(Wire::GetU16(response.data() + Wire::LengthOffset), refused ? 0 : length + 29);
+        EXPECT_EQ(Wire::GetU16(response.data() + Wire::LengthOffset),
+                  length == 16355 ? 0 : length + 29);
         EXPECT_EQ(TextAt(response, 18), m_store.childModes);
         m_client.Close();
         m_worker.Stop();
     }
 }
 
-// Requests below their command's smallest size are dropped unanswered; at that size they run.
+// Requests below their command's smallest size are dropped unanswered; at that
+// size they run.
 TEST(KnobbyExecuteTest, RequestsBelowTheirMinimumAreDropped)
 {
     std::tuple<Bytes, unsigned int, bool> const cases[] = {
@@ -274,7 +265,7 @@ TEST(KnobbyExecuteTest, RequestsBelowTheirMinimumAreDropped)
         {Request(Wire::ModeIndex, "1"), 14, false}, {Request(Wire::ModeIndex, "1"), 15, true},
     };
     for (auto const& [packet, size, runs] : cases) {
-        ParamTest::LogCapture log;
+        LogCapture log;
         FakeDataAPI store;
         ParameterKnobbyWorker(&store).Execute(packet.data(), size);
         EXPECT_EQ(log.Contains("Knobby queued "), runs) << size;
@@ -283,34 +274,29 @@ TEST(KnobbyExecuteTest, RequestsBelowTheirMinimumAreDropped)
     }
 }
 
-// Answers custom commands with a fixed answer, and trigger notices for two instances at once;
-// keeps what it was given.
+// Answers custom commands with a fixed answer, and trigger notices for two
+// instances at once; keeps what it was given.
 class Handler : public KnobbyHandler
 {
 public:
-    Handler(ParameterKnobbyWorker& worker, Bytes answer)
+    Handler(ParameterKnobbyWorker& worker, Bytes answer = {})
         : m_worker(worker), m_answer(std::move(answer))
     {
     }
 
     unsigned short Custom(unsigned char const* payload, unsigned int length, unsigned short room,
-                          unsigned char* answer, unsigned short& answerLength) override
+                          unsigned char* out, unsigned short& outLength) override
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_given = std::string(payload, payload + length) + "|" + std::to_string(room);
-        std::copy(m_answer.begin(), m_answer.end(), answer);
-        answerLength = static_cast<unsigned short>(m_answer.size());
+        Keep(std::string(payload, payload + length) + "|" + std::to_string(room));
+        std::copy(m_answer.begin(), m_answer.end(), out);
+        outLength = static_cast<unsigned short>(m_answer.size());
         return 0x0203;
     }
 
     void TriggerNotice(char const* modePath, char const* module, unsigned long hash,
                        char const* pipeline) override
     {
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            m_given =
-                std::string(modePath) + "|" + module + "|" + pipeline + "|" + std::to_string(hash);
-        }
+        Keep(std::string(modePath) + "|" + module + "|" + pipeline + "|" + std::to_string(hash));
         ParameterCTValue const second[] = {{7, 0.5}, {8, -2.0}};
         ParameterCTValue const first[] = {{1, 42.0}};
         m_worker.SetTriggerValues(modePath, module, pipeline, "ife1", second, 2);
@@ -324,14 +310,21 @@ public:
     }
 
 private:
+    void Keep(std::string text)
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_given = std::move(text);
+    }
+
     ParameterKnobbyWorker& m_worker;
     Bytes const m_answer;
     std::mutex m_mutex;
     std::string m_given;
 };
 
-// The handler's result and answer go back behind the echoed head; the log shows at most 127
-// characters of a printable answer, or 63 bytes of any other in hexadecimal.
+// The handler's result and answer go back behind the echoed head; the log shows
+// at most 127 characters of a printable answer, or 63 bytes of any other in
+// hexadecimal.
 TEST_F(KnobbyWorkerTest, CustomGoesToTheHandlerOrAnswersZero)
 {
     StartWorker();
@@ -362,37 +355,36 @@ TEST_F(KnobbyWorkerTest, CustomGoesToTheHandlerOrAnswersZero)
     }
 }
 
-// Spends processor time until clock(), which counts this process's alone, has moved past the
-// time a trigger request waits.
-void SpendTriggerTicks()
+// A trigger request is answered in the round after the next request, once
+// clock(), which counts this process's processor time alone, has moved past the
+// time it waits: spend that time, then send a request and read its answer.
+Bytes NextTriggerAnswer(LoopbackClient& client)
 {
     clock_t const start = clock();
     auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     for (volatile double sink = 0; clock() - start <= ParameterKnobbyWorker::TriggerResponseTicks &&
                                    std::chrono::steady_clock::now() < end;)
         sink = sink + 1.0;
+    EXPECT_TRUE(client.Send(Request(Wire::ActiveModes)));
+    EXPECT_EQ(TextAt(client.ReadPacket(), 14), "Default|Sensor.0#0");
+    return client.ReadPacket();
 }
 
-// A request is answered on a later round, once clock() has moved past the threshold; it counts
-// this process's processor time only, so the test spends some.
 TEST_F(KnobbyWorkerTest, TriggerRequestIsAnsweredLaterWithInstancesInCallOrder)
 {
-    Handler handler(m_worker, {});
+    Handler handler(m_worker);
     m_worker.SetHandler(&handler);
     StartWorker();
     ASSERT_TRUE(m_client.Send(Request(Wire::TriggerValues, "0.0|1.2:abf40_ife:3")));
-    ASSERT_TRUE(ParamTest::WaitFor([&] { return !handler.Given().empty(); }));
+    ASSERT_TRUE(WaitFor([&] { return !handler.Given().empty(); }));
     EXPECT_EQ(handler.Given(),
               "0.0|1.2|abf40_ife|3|" + std::to_string(ParserCRC64::HashName("abf40_ife")));
     EXPECT_TRUE(m_worker.TriggerRequestExists("0.0|1.2", "abf40_ife", "3"));
     EXPECT_FALSE(m_worker.SetTriggerValues("0.0|1.2", "abf40_ife", "4", "x", nullptr, 0));
     EXPECT_TRUE(m_client.Silent());
-    SpendTriggerTicks();
-    // The due answer leaves in the round after the next request.
-    ASSERT_TRUE(m_client.Send(Request(Wire::ActiveModes)));
-    ASSERT_EQ(TextAt(m_client.ReadPacket(), 14), "Default|Sensor.0#0");
-    Bytes const trigger = m_client.ReadPacket();
-    // Head and text, then per instance its name, ":", a 2-byte count and 12-byte values.
+    Bytes const trigger = NextTriggerAnswer(m_client);
+    // Head and text, then per instance its name, ":", a 2-byte count and 12-byte
+    // values.
     Bytes expected = Request(Wire::TriggerValues, "0.0|1.2:abf40_ife:3#");
     expected.pop_back();
     auto const add = [&expected](std::string const& name, std::vector<ParameterCTValue> values) {
@@ -416,24 +408,21 @@ TEST_F(KnobbyWorkerTest, TriggerRequestIsAnsweredLaterWithInstancesInCallOrder)
     m_worker.SetHandler(nullptr);
     // A request of two fields has an empty pipeline.
     ASSERT_TRUE(m_client.Send(Request(Wire::TriggerValues, "0.0:module")));
-    ASSERT_TRUE(
-        ParamTest::WaitFor([&] { return m_worker.TriggerRequestExists("0.0", "module", ""); }));
+    ASSERT_TRUE(WaitFor([&] { return m_worker.TriggerRequestExists("0.0", "module", ""); }));
     EXPECT_FALSE(m_worker.TriggerRequestExists("0.0", "module", "0"));
     // An instance whose record does not fit the packet ends the list.
     std::string const huge(65535, 'i');
     ASSERT_TRUE(m_worker.SetTriggerValues("0.0", "module", "", huge.c_str(), nullptr, 0));
     ASSERT_TRUE(m_worker.SetTriggerValues("0.0", "module", "", "ife2", nullptr, 0));
-    SpendTriggerTicks();
-    ASSERT_TRUE(m_client.Send(Request(Wire::ActiveModes)));
-    m_client.ReadPacket();
-    EXPECT_EQ(TextAt(m_client.ReadPacket(), 14), "0.0:module:#");
-    EXPECT_TRUE(m_log.HasMessage(
-        "Knobby Trigger Values(7) command, insufficient space to write trigger values\n"));
+    EXPECT_EQ(TextAt(NextTriggerAnswer(m_client), 14), "0.0:module:#");
+    EXPECT_TRUE(m_log.HasMessage("Knobby Trigger Values(7) command, insufficient "
+                                 "space to write trigger values\n"));
 }
 
-// Values stay sorted by identifier and replace in place; a list replaces them all in its own
-// order. Each long value prints as 111 characters: with their separators 36 of them take 4031 of
-// the 4082 bytes of text, the 37th (46) would pass the end, and a short value behind it fits.
+// Values stay sorted by identifier and replace in place; a list replaces them
+// all in its own order. Each long value prints as 111 characters: with their
+// separators 36 of them take 4031 of the 4082 bytes of text, the 37th (46)
+// would pass the end, and a short value behind it fits.
 TEST_F(KnobbyWorkerTest, ControlValuesReadBackSortedAndLeaveOutWhatDoesNotFit)
 {
     StartWorker();
@@ -458,35 +447,30 @@ TEST_F(KnobbyWorkerTest, ControlValuesReadBackSortedAndLeaveOutWhatDoesNotFit)
     EXPECT_EQ(text.substr(text.size() - 12), ",47=7.000000");
 }
 
-// While paused the worker leaves the store alone; requests wait and are answered on the same
+// A pause waits for the command that runs to end; while paused the worker
+// leaves the store alone, and requests wait to be answered on the same
 // connection once the last pause is resumed.
-TEST_F(KnobbyWorkerTest, PausedWorkerAnswersOnTheSameConnectionWhenResumed)
-{
-    StartWorker();
-    m_worker.Pause();
-    m_worker.Pause();
-    ASSERT_TRUE(m_client.Send(Request(Wire::GetValues, "Default:module.gain", 61)));
-    EXPECT_TRUE(m_client.Silent());
-    m_worker.Resume();
-    EXPECT_TRUE(m_client.Silent());
-    EXPECT_EQ(m_store.LastCall(), "");
-    m_worker.Resume();
-    EXPECT_EQ(Wire::GetU32(m_client.ReadPacket().data() + 14), 61u);
-}
-
-// A pause waits for the command that runs to end.
-TEST_F(KnobbyWorkerTest, PauseWaitsForTheRunningCommand)
+TEST_F(KnobbyWorkerTest, PauseWaitsForTheRunningCommandAndHoldsTheNextUntilResumed)
 {
     m_store.getDelay = std::chrono::milliseconds(300);
     StartWorker();
     ASSERT_TRUE(m_client.Send(Request(Wire::GetValues, "Default:module.gain", 62)));
-    ASSERT_TRUE(ParamTest::WaitFor([&] { return !m_store.LastCall().empty(); }));
+    ASSERT_TRUE(WaitFor([&] { return !m_store.LastCall().empty(); }));
     m_worker.Pause();
     EXPECT_TRUE(m_log.Contains("Knobby queued command: GetValues(5), ID: 62"));
+    EXPECT_EQ(Wire::GetU32(m_client.ReadPacket().data() + 14), 62u);
+    m_worker.Pause();
+    ASSERT_TRUE(m_client.Send(Request(Wire::GetValues, "Default:module.other", 61)));
+    EXPECT_TRUE(m_client.Silent());
     m_worker.Resume();
+    EXPECT_TRUE(m_client.Silent());
+    EXPECT_EQ(m_store.LastCall(), "get|short(Default)|module.gain/-|0");
+    m_worker.Resume();
+    EXPECT_EQ(Wire::GetU32(m_client.ReadPacket().data() + 14), 61u);
 }
 
-// The answer to a client that left before it was ready is dropped, not sent to the next one.
+// The answer to a client that left before it was ready is dropped, not sent to
+// the next one.
 TEST_F(KnobbyWorkerTest, AnswerForAClientThatLeftReachesNoOther)
 {
     StartWorker();
@@ -495,16 +479,17 @@ TEST_F(KnobbyWorkerTest, AnswerForAClientThatLeftReachesNoOther)
     m_client.Close();
     LoopbackClient next;
     ASSERT_TRUE(next.Connect(m_worker.GetPort()));
-    ASSERT_TRUE(ParamTest::WaitFor([&] { return m_log.Count("Knobby accepted data") == 2; }));
+    ASSERT_TRUE(WaitFor([&] { return m_log.Count("Knobby accepted data") == 2; }));
     m_worker.Resume();
     ASSERT_TRUE(next.Send(Request(Wire::GetValues, "Default:module.gain", 72)));
     EXPECT_EQ(Wire::GetU32(next.ReadPacket().data() + 14), 72u);
     EXPECT_EQ(m_log.Count("Knobby write dropped for a closed connection\n"), 1u);
 }
 
-// A Stop ends within a bound whatever the client does: none, one that sends nothing, one that
-// sent part of a packet, or one that asks for answers and never reads them, which fills the
-// socket's buffers until a send gives up. The client sees its end and the port is closed.
+// A Stop ends within a bound whatever the client does: none, one that sends
+// nothing, one that sent part of a packet, or one that asks for answers and
+// never reads them, which fills the socket's buffers until a send gives up. The
+// client sees its end and the port is closed.
 TEST_F(KnobbyWorkerTest, StopEndsPromptlyWhateverTheClientDoes)
 {
     m_store.values["module.big/-"] = std::string(60000, 'x');
@@ -518,9 +503,8 @@ TEST_F(KnobbyWorkerTest, StopEndsPromptlyWhateverTheClientDoes)
         ASSERT_TRUE(client != 2 || peer.Send(Bytes(9, 0x4E)));
         for (uint32_t i = 0; client == 3 && i < 300; ++i)
             ASSERT_TRUE(peer.Send(Request(Wire::GetValues, "Default:module.big", i)));
-        ASSERT_TRUE(client != 3 ||
-                    ParamTest::WaitFor([&] { return m_log.Contains("send failed"); }));
-        ParamTest::BoundedCall([&] { m_worker.Stop(); }, std::chrono::seconds(8));
+        ASSERT_TRUE(client != 3 || WaitFor([&] { return m_log.Contains("send failed"); }));
+        BoundedCall([&] { m_worker.Stop(); }, std::chrono::seconds(8));
         EXPECT_EQ(m_worker.GetPort(), 0) << client;
         EXPECT_TRUE(client != 1 || peer.SeesEnd());
         EXPECT_FALSE(LoopbackClient().Connect(port)) << client;
