@@ -1,6 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// ROIPriority: tuned curves, scoring in image and crop coordinates, dominant hysteresis.
+// ROIPriority: tuned curves, scoring in image and crop coordinates, dominant hysteresis, and the
+// face shaping: landmark and pose factors, the temporal filter, small faces, masks, the face
+// limit and bad input.
 #include <cmath>
+#include <string>
+#include <tuple>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -8,23 +13,25 @@
 
 namespace {
 
-using RoiTest::CountLogged;
-using RoiTest::Face;
-using RoiTest::Frame;
+using namespace RoiTest;
 
 class ROIPriorityTest : public ::testing::Test
 {
 protected:
     void SetUp() override
     {
-        RoiTest::LoggedLines().clear();
-        ASSERT_TRUE(m_priority.SetLogFunction("FaceROI", RoiTest::RecordLine));
+        LoggedLines().clear();
+        ASSERT_TRUE(m_priority.SetLogFunction("FaceROI", RecordLine));
         ASSERT_TRUE(m_priority.SetImageResolution(1000.0F, 1000.0F));
         m_tuning->dominantScoreEnhancement = 0.1F;
         m_tuning->partialFaceThresh = 0.5F;
+        Tune();
         ASSERT_TRUE(m_priority.SetTuningData(m_tuning.Get()));
-        RoiTest::LoggedLines().clear();
+        LoggedLines().clear();
     }
+
+    /// Tuning a derived fixture adds before it is set.
+    virtual void Tune() {}
 
     /// A square face centred in the 1000 x 1000 image: its plain score is side / 1000.
     static StatsROIData Centred(int id, unsigned int side)
@@ -32,7 +39,7 @@ protected:
         return Face(id, 500 - side / 2, 500 - side / 2, side, side);
     }
 
-    RoiTest::Tuning m_tuning;
+    Tuning m_tuning;
     ROIPriority m_priority;
 };
 
@@ -40,7 +47,7 @@ TEST_F(ROIPriorityTest, TriggeredValueHoldsInBandsAndInterpolatesBetween)
 {
     struct Case
     {
-        std::vector<RoiTest::Band> bands;
+        std::vector<Band> bands;
         float value;
         float expected;
     };
@@ -61,7 +68,7 @@ TEST_F(ROIPriorityTest, TriggeredValueHoldsInBandsAndInterpolatesBetween)
         EXPECT_FLOAT_EQ(m_priority.GetTriggeredValue(&curve, c.value, -1.0F), c.expected)
             << c.value;
     }
-    EXPECT_TRUE(RoiTest::LoggedLines().empty());
+    EXPECT_TRUE(LoggedLines().empty());
     statsroipriority::modFaceRoiTriggerDataType empty = {};
     EXPECT_EQ(m_priority.GetTriggeredValue(&empty, 3.0F, 0.25F), 0.25F);
     EXPECT_EQ(m_priority.GetTriggeredValue(nullptr, 3.0F, -1.0F), -1.0F);
@@ -146,7 +153,7 @@ TEST_F(ROIPriorityTest, AECFaceROIMeasuresInsideTheCropWindow)
     EXPECT_NEAR(roi.normalizedSize, 0.1F, 1e-6F);
     // Crop coordinates: the size ratio over the full diagonal, distance 0.6 from the window's
     // centre, and the size normalised by the window.
-    ASSERT_TRUE(m_priority.SetLogFunction("AECFaceROI", RoiTest::RecordLine));
+    ASSERT_TRUE(m_priority.SetLogFunction("AECFaceROI", RecordLine));
     EXPECT_NEAR(m_priority.ROIDominantScore(roi), 0.04F, 1e-6F);
     EXPECT_NEAR(roi.normalizedSize, 0.2F, 1e-6F);
     EXPECT_EQ(CountLogged(32, "AECFaceROI: FOVLength: 1414.213623, ROISize: 0.100000, centerX: "
@@ -204,7 +211,6 @@ TEST_F(ROIPriorityTest, FrameEntryKeepsStateOnNullInputAndTracksTheReference)
     unsigned int count = 0;
     m_priority.GetProcessedROI(rois, count);
     ASSERT_EQ(count, 2U);
-    EXPECT_EQ(rois, m_priority.GetROIs());
     EXPECT_EQ(rois[1].roiID, 9U);
     EXPECT_NEAR(rois[1].normalizedSize, 0.3F, 1e-6F);
 
@@ -215,6 +221,281 @@ TEST_F(ROIPriorityTest, FrameEntryKeepsStateOnNullInputAndTracksTheReference)
     EXPECT_FALSE(m_priority.IsDominantIDChange());
     EXPECT_EQ(m_priority.GetROI(1).roiID, 0U);
     EXPECT_NEAR(m_priority.GetScore(1), 0.33F, 1e-5F);
+}
+
+StatsROIData Posed(StatsROIData face, float yaw, float roll = 0.0F)
+{
+    face.poseValid = 1;
+    face.yaw = yaw;
+    face.roll = roll;
+    return face;
+}
+
+StatsROIData Masked(StatsROIData face, StatsROIRectangle mask)
+{
+    face.maskValid = 1;
+    face.maskROI = mask;
+    return face;
+}
+
+class FaceROIShapingTest : public ROIPriorityTest
+{
+protected:
+    void Tune() override
+    {
+        m_tuning->partialFaceThresh = 1.0F;
+        auto& shrink = m_tuning.Shrink();
+        shrink.enable = 1;
+        shrink.faceNum = 16;
+        shrink.factorRoundingPrecision = 0.25F;
+        shrink.factorFilterLength = 1;
+        shrink.minShrinkFactor = 0.25F;
+        shrink.faceMaskROIControl.maskROISizeFactor = 1.0F;
+        shrink.faceMaskROIControl.minROISizeToRemoveMask[0] = 0.2F;
+        shrink.faceMaskROIControl.minROISizeToRemoveMask[1] = 0.3F;
+        // Any yaw shrinks by 0.75 unless a test tunes the curve otherwise.
+        m_tuning.SetCurve(Pose().yawShrinkFactor, {{0, 90, 0.75F}});
+    }
+
+    statsroipriority::FaceROIShrinkType::facePoseShrinkFactorStruct& Pose()
+    {
+        return m_tuning.Shrink().facePoseShrinkFactor;
+    }
+
+    /// Shapes one face directly, outside a frame.
+    Rect ShapeOne(StatsROIData const& face, uint32_t* maskRemoved = nullptr)
+    {
+        ROIData roi = Box(static_cast<float>(face.left), static_cast<float>(face.top),
+                          static_cast<float>(face.width), static_cast<float>(face.height),
+                          static_cast<uint32_t>(face.roiID));
+        m_priority.AdjustOneFaceROI(roi, face);
+        if (maskRemoved != nullptr)
+            *maskRemoved = roi.maskRemoved;
+        return RectOf(roi);
+    }
+
+    /// Runs one frame and returns the processed ROIs.
+    std::vector<ROIData> RunFrame(std::vector<StatsROIData> const& faces)
+    {
+        StatsROIInformation const information = Frame(faces);
+        EXPECT_TRUE(m_priority.UpdateROIData(&information, 0));
+        return std::vector<ROIData>(m_priority.GetROIs(), m_priority.GetROIs() + m_priority.Size());
+    }
+};
+
+TEST_F(FaceROIShapingTest, LandmarksAndPoseShrinkTheBox)
+{
+    m_tuning.SetLandmarks({{0, 0.5F}, {1, 0.5F}, {2, 0.5F}, {3, 0.5F}});
+    m_tuning.SetCurve(Pose().yawShrinkFactor, {{0, 90, 0.5F}});
+    // Box (100, 100, 200, 200): points 50 in from the left and top and 50 in from the last pixel
+    // on the right and bottom leave margins of 25 at factor 0.5: factor 0.75.
+    std::tuple<std::vector<StatsROIPoint>, bool, Rect> const cases[] = {
+        {{{150, 150}, {249, 150}, {150, 249}, {249, 249}}, false, {125, 125, 150, 150}},
+        {{{150, 150}, {249, 150}, {150, 249}}, false, {100, 100, 200, 200}}, // too few
+        {{{150, 150}, {249, 150}, {150, 249}, {0, 249}}, false, {100, 100, 200, 200}},
+        {{{150, 150}, {249, 0}, {150, 249}, {249, 249}}, false, {100, 100, 200, 200}},
+        {{{150, 150}, {1000, 150}, {150, 249}, {249, 249}}, false, {100, 100, 200, 200}},
+        {{{150, 150}, {150, 1000}, {150, 249}, {249, 249}}, false, {100, 100, 200, 200}},
+        // Right of the box: no margin on that side, so only the vertical factor shrinks.
+        {{{150, 150}, {350, 150}, {150, 249}, {249, 249}}, false, {100, 125, 200, 150}},
+        {{{150, 150}, {249, 150}, {150, 249}}, true, {150, 150, 100, 100}}, // pose alone
+        // 0.75 * 0.5 quantised down to the step of 0.25.
+        {{{150, 150}, {249, 150}, {150, 249}, {249, 249}}, true, {175, 175, 50, 50}},
+    };
+    for (auto const& [points, posed, expected] : cases) {
+        StatsROIData face = Face(1, 100, 100, 200, 200);
+        face.landmarkCount = static_cast<uint32_t>(points.size());
+        std::copy(points.begin(), points.end(), face.landmarks);
+        EXPECT_EQ(ShapeOne(posed ? Posed(face, 0.0F) : face), expected) << points[1].x;
+    }
+    EXPECT_EQ(CountLogged(32, "FaceROI: faceID 1 face landmark shrinkFactor (0.750, "
+                              "0.750)."),
+              2U);
+    // The shaping steps log as the function they were cut from; untuned curves say so.
+    for (LoggedLine const& line : LoggedLines())
+        EXPECT_EQ(line.function, line.text == "FaceROI: zero tuning entry" ? "GetTriggeredValue"
+                                                                           : "AdjustOneFaceROI")
+            << line.text;
+}
+
+TEST_F(FaceROIShapingTest, PoseAnglesAreFoldedIntoAQuadrant)
+{
+    // Roll keeps its sign; yaw and pitch are taken absolute.
+    m_tuning.SetCurve(Pose().rollShrinkFactor,
+                      {{-90, -10, 0.5F}, {10, 10, 0.75F}, {50, 90, 0.25F}});
+    m_tuning.SetCurve(Pose().yawShrinkFactor, {{0, 40, 0.5F}, {45, 90, 1.0F}});
+    std::tuple<float, float, Rect> const cases[] = {
+        {100.0F, 60.0F, {125, 125, 150, 150}},  // 10: 0.75
+        {-100.0F, 60.0F, {150, 150, 100, 100}}, // -10: 0.5
+        {190.5F, 60.0F, {125, 125, 150, 150}},  // 190 folds to 10
+        {55.0F, 60.0F, {175, 175, 50, 50}},     // 0.25
+        {10.0F, -120.0F, {175, 175, 50, 50}},   // |-120| folds to 30: 0.75 * 0.5, quantised
+    };
+    for (auto const& [roll, yaw, expected] : cases)
+        EXPECT_EQ(ShapeOne(Posed(Face(1, 100, 100, 200, 200), yaw, roll)), expected) << roll;
+    EXPECT_EQ(CountLogged(32, "FaceROI: faceID 1 roll angle -10.0 factor 0.5, yaw angle "
+                              "60.0 factor 1.0, pitch angle 0.0 factor 1.0."),
+              1U);
+}
+
+TEST_F(FaceROIShapingTest, TemporalFilterIsASlidingMinimumPerFace)
+{
+    auto& shrink = m_tuning.Shrink();
+    shrink.factorFilterLength = 3;
+    shrink.factorRoundingPrecision = 1.0F / 1024.0F;
+    m_tuning.SetCurve(Pose().yawShrinkFactor, {{0, 90, 0.8F}});
+    StatsROIData const face = Face(5, 100, 100, 200, 200);
+    Rect const shrunk = {120, 120, 160, 160};
+    Rect const whole = {100, 100, 200, 200};
+    // Factors 0.8, 1.0, 1.0, 1.0: the window of three keeps 0.8 for three frames, then lets go.
+    std::tuple<bool, Rect, size_t> const steps[] = {
+        {true, shrunk, 1}, {false, shrunk, 2}, {false, shrunk, 3}, {false, whole, 3}};
+    for (auto const& [posed, expected, length] : steps) {
+        EXPECT_EQ(RectOf(RunFrame({posed ? Posed(face, 0.0F) : face})[0]), expected) << length;
+        auto const& history = m_priority.GetShrinkFactors().at(5);
+        EXPECT_EQ(history.widthFactors.size(), length);
+        EXPECT_EQ(history.heightFactors.size(), length);
+    }
+    // A face missing for one frame loses its filter and starts afresh.
+    RunFrame({Posed(face, 0.0F)});
+    RunFrame({Face(6, 500, 500, 100, 100)});
+    EXPECT_EQ(m_priority.GetShrinkFactors().count(5), 0U);
+    EXPECT_EQ(RectOf(RunFrame({face})[0]), whole);
+    // Length 0 keeps no history: the factors pass unchanged.
+    shrink.factorFilterLength = 0;
+    EXPECT_EQ(RectOf(RunFrame({Posed(face, 0.0F)})[0]), shrunk);
+    EXPECT_EQ(RectOf(RunFrame({face})[0]), whole);
+}
+
+TEST_F(FaceROIShapingTest, SmallFacesAreSpared)
+{
+    auto& shrink = m_tuning.Shrink();
+    shrink.minROISizeToShrink = 0.1F;
+    // Without a crop window the whole image is the window: nothing is zoomed.
+    shrink.roiSizeInCropWindow = 1;
+    EXPECT_EQ(ShapeOne(Posed(Face(2, 100, 100, 70, 70), 0.0F)), (Rect{100, 100, 70, 70}));
+    ASSERT_TRUE(m_priority.SetCropWindow(0.0F, 0.0F, 500.0F, 500.0F));
+    // Factor 0.75: below 0.1 no shrink, above 0.1 / 0.75 full, a straight line between; measured
+    // in a 500-pixel crop window a face is twice as large.
+    std::tuple<unsigned int, int, Rect> const cases[] = {
+        {100, 0, {100, 100, 100, 100}}, {120, 0, {109, 109, 102, 102}},
+        {133, 0, {116, 116, 100, 100}}, {200, 0, {125, 125, 150, 150}},
+        {70, 1, {109, 109, 53, 53}},
+    };
+    for (auto const& [side, inCrop, expected] : cases) {
+        shrink.roiSizeInCropWindow = inCrop;
+        EXPECT_EQ(ShapeOne(Posed(Face(2, 100, 100, side, side), 0.0F)), expected) << side;
+    }
+    EXPECT_EQ(CountLogged(32, "FaceROI: faceID 2 handling small ROI normROISize (0.1200 "
+                              "0.1200) thres start 0.1000 end 0.1333."),
+              2U);
+}
+
+TEST_F(FaceROIShapingTest, MaskIsCutWithHysteresisKeepingTheLargestStrip)
+{
+    auto& mask = m_tuning.Shrink().faceMaskROIControl;
+    mask.enableMaskROIAdjustment = 1;
+    // No pose: the size is the box's share of the image. The mask covers the box from y 300
+    // down: removal starts above 0.3 and goes on down to 0.2.
+    std::tuple<unsigned int, uint32_t, Rect> const steps[] = {
+        {300, 0, {100, 100, 300, 300}}, {350, 1, {100, 100, 350, 200}},
+        {200, 1, {100, 100, 200, 200}}, {199, 0, {100, 100, 199, 199}},
+        {250, 0, {100, 100, 250, 250}},
+    };
+    for (auto const& [side, removed, expected] : steps) {
+        ROIData const roi = RunFrame({Masked(Face(4, 100, 100, side, side), {100, 300, side, 400}),
+                                      Face(8, 900, 900, 10, 10)})[0];
+        EXPECT_EQ(roi.maskRemoved, removed) << side;
+        EXPECT_EQ(RectOf(roi), expected) << side;
+    }
+    EXPECT_EQ(CountLogged(32, "FaceROI: faceID 4 inputROI (100.0,100.0,350.0,350.0) "
+                              "maskROI (100.0,300.0,350.0,400.0) outROI (100.0  100.0 "
+                              "350.0 200.0)."),
+              1U);
+    // An invalid mask is never cut.
+    EXPECT_EQ(RunFrame({Face(4, 100, 100, 400, 400)})[0].maskRemoved, 0U);
+
+    // Box (100, 100, 400, 400): the strip kept beside the (scaled) mask; on a tie the right one,
+    // tested first, stays; mask edges stop at the image; a mask over the box leaves nothing.
+    std::tuple<float, StatsROIRectangle, Rect> const strips[] = {
+        {1.0F, {100, 100, 100, 400}, {200, 100, 300, 400}},
+        {1.0F, {400, 100, 100, 400}, {100, 100, 300, 400}},
+        {1.0F, {100, 300, 400, 200}, {100, 100, 400, 200}},
+        {1.0F, {100, 100, 400, 150}, {100, 250, 400, 250}},
+        {0.5F, {100, 100, 200, 400}, {250, 100, 250, 400}},
+        {1.0F, {250, 100, 100, 400}, {350, 100, 150, 400}},
+        {1.0F, {300, 100, 900, 400}, {100, 100, 200, 400}},
+        {1.0F, {0, 0, 600, 600}, {0, 0, 0, 0}},
+    };
+    for (auto const& [factor, maskROI, expected] : strips) {
+        mask.maskROISizeFactor = factor;
+        uint32_t removed = 0;
+        EXPECT_EQ(ShapeOne(Masked(Face(3, 100, 100, 400, 400), maskROI), &removed), expected);
+        EXPECT_EQ(removed, 1U);
+    }
+}
+
+TEST_F(FaceROIShapingTest, FaceLimitShapesTheDominantFaceFirst)
+{
+    m_tuning.Shrink().faceNum = 1;
+    StatsROIData const a = Posed(Face(7, 100, 100, 200, 200), 0);
+    StatsROIData const b = Posed(Face(3, 600, 600, 300, 300), 0);
+    std::vector<ROIData> const rois = RunFrame({a, b});
+    EXPECT_EQ(RectOf(rois[0]), (Rect{100, 100, 200, 200}));
+    EXPECT_EQ(RectOf(rois[1]), (Rect{638, 638, 225, 225}));
+    EXPECT_EQ(m_priority.GetShrinkFactors().count(3), 1U);
+    EXPECT_EQ(m_priority.GetShrinkFactors().size(), 1U);
+
+    // With no dominant face the walk starts at the first ROI.
+    m_priority.Clear();
+    StatsROIInformation const information = Frame({a, b});
+    ROIData direct[MaxROICount];
+    ASSERT_TRUE(m_priority.ConvertToROIData(&information, direct, 0, 1.0F));
+    m_priority.ShrinkFaceROI(direct, 2, &information);
+    EXPECT_EQ(RectOf(direct[0]), (Rect{125, 125, 150, 150}));
+    EXPECT_EQ(RectOf(direct[1]), (Rect{600, 600, 300, 300}));
+}
+
+TEST_F(FaceROIShapingTest, BadInputNeverShapesOrCrashes)
+{
+    auto& shrink = m_tuning.Shrink();
+    StatsROIData const face = Posed(Face(1, 100, 100, 200, 200), 0);
+    Rect const whole = {100, 100, 200, 200};
+    // Shaping off, no faces to shape, or no tuning: every history goes, boxes stay.
+    for (int variant = 0; variant < 4; ++variant) {
+        shrink.faceNum = 16;
+        shrink.enable = 1;
+        ASSERT_EQ(RunFrame({face}).size(), 1U);
+        ASSERT_EQ(m_priority.GetShrinkFactors().size(), 1U);
+        shrink.faceNum = variant == 0 ? 0 : 16;
+        shrink.enable = variant == 1 ? 0 : 1;
+        ASSERT_TRUE(m_priority.SetTuningData(variant == 2 ? nullptr : m_tuning.Get()));
+        if (variant == 3)
+            m_priority.ShrinkFaceROI(nullptr, 1, nullptr);
+        else
+            EXPECT_EQ(RectOf(RunFrame({face})[0]), whole) << variant;
+        EXPECT_TRUE(m_priority.GetShrinkFactors().empty()) << variant;
+        ASSERT_TRUE(m_priority.SetTuningData(m_tuning.Get()));
+    }
+
+    // A landmark index past the record's points (12 and on, whatever the count says) and a
+    // margin outside [0, 1] are ignored: three usable landmarks are too few. Behind the points
+    // lie the count and the carried value, which would read as a usable point (200, 150).
+    m_tuning.SetLandmarks(
+        {{40, 0.5F}, {1, 0.5F}, {2, 0.5F}, {11, 0.5F}, {12, 0.5F}, {3, 1.5F}, {4, -0.1F}});
+    StatsROIData wild = Face(1, 100, 100, 200, 200);
+    wild.landmarkCount = 200;
+    wild.carriedValue = 150;
+    for (StatsROIPoint& point : wild.landmarks)
+        point = {150, 150};
+    EXPECT_EQ(ShapeOne(wild), whole);
+    // A rounding step of 0 leaves the factor unquantised instead of dividing by zero.
+    shrink.factorRoundingPrecision = 0.0F;
+    m_tuning.SetCurve(Pose().yawShrinkFactor, {{0, 90, 0.8F}});
+    EXPECT_EQ(ShapeOne(face), (Rect{120, 120, 160, 160}));
+    // The final rounding keeps the box inside the image.
+    EXPECT_EQ(ShapeOne(Face(1, 900, 950, 200, 200)), (Rect{900, 950, 100, 50}));
+    EXPECT_EQ(ShapeOne(Face(1, 1200, 1100, 50, 50)), (Rect{1000, 1000, 0, 0}));
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 // The settings front before and at the store's creation. Built as a program of its own: the store
 // is created once per process, so only a process that never touched it sees it uninitialised.
 #include <cstdio>
-#include <string>
 
 #include <gtest/gtest.h>
 
@@ -15,17 +14,6 @@
 
 namespace {
 
-size_t CountLinesEndingWith(ParamTest::LogCapture const& capture, std::string const& text)
-{
-    size_t count = 0;
-    for (ParamTest::LogLine const& line : capture.Lines()) {
-        if (line.text.size() >= text.size() &&
-            line.text.compare(line.text.size() - text.size(), text.size(), text) == 0)
-            ++count;
-    }
-    return count;
-}
-
 TEST(AlgoSettingsFreshProcessTest, StoresAreRefusedUntilGetInstanceCreatesTheStore)
 {
     Vorn::OverrideSettingsPath = "/nonexistent-algosettings-folder";
@@ -36,7 +24,7 @@ TEST(AlgoSettingsFreshProcessTest, StoresAreRefusedUntilGetInstanceCreatesTheSto
     EXPECT_EQ(front.Set({{"early", 1}}), AlgoSettingNotInitialized);
     EXPECT_EQ(front.StoreValue("early", AlgoSettingInteger, 1), AlgoSettingNotInitialized);
     EXPECT_EQ(front.Set({}), AlgoSettingNotInitialized);
-    EXPECT_EQ(CountLinesEndingWith(capture, ": Algo Setting not initialized!"), 3u);
+    EXPECT_EQ(capture.Count(": Algo Setting not initialized!"), 3u);
 
     capture.Clear();
     StatsAlgoSettings* const instance = StatsAlgoSettings::GetInstance();
@@ -44,15 +32,15 @@ TEST(AlgoSettingsFreshProcessTest, StoresAreRefusedUntilGetInstanceCreatesTheSto
     char created[64];
     std::snprintf(created, sizeof(created), ": Algo setting instance:%p created",
                   static_cast<void*>(instance));
-    EXPECT_EQ(CountLinesEndingWith(capture, created), 1u);
-    EXPECT_EQ(CountLinesEndingWith(capture, ": couldn't find 3A algo override setting file"), 1u);
+    EXPECT_EQ(capture.Count(created), 1u);
+    EXPECT_EQ(capture.Count(": couldn't find 3A algo override setting file"), 1u);
 
     // Later calls and the exported entry points return the same object without a second
     // creation.
     EXPECT_EQ(StatsAlgoSettings::GetInstance(), instance);
     EXPECT_EQ(GetAlgoSettings(), instance);
     EXPECT_EQ(StatsAlgoSettingsEntry(), instance);
-    EXPECT_EQ(CountLinesEndingWith(capture, created), 1u);
+    EXPECT_EQ(capture.Count(created), 1u);
 
     EXPECT_EQ(front.Set({}), AlgoSettingDone);
     EXPECT_EQ(front.Set({{"early", 1}}), AlgoSettingDone);
