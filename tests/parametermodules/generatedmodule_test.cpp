@@ -20,8 +20,8 @@
 #include "parameterparser/parametervaluepath.h"
 
 #include "paramgen/clonetest_1_0_1.h"
-#include "paramgen/gamma_1_6_1.h"
 #include "paramgen/moduletest.h"
+#include "tests/common/definitionmember.h"
 #include "tests/common/logcapture.h"
 #include "tests/common/modulefile.h"
 #include "tests/common/testsetmanager.h"
@@ -33,15 +33,19 @@ using moduletest::moduleTestTypeClass;
 using ParamTest::LoadedModule;
 using ParamTest::ModuleFile;
 using ParamTest::Reals;
+using TuningWriter::ElementType;
 using TuningWriter::EntryValue;
 
 constexpr char const* InstanceName = "moduleTest";
 ParamTest::ModuleSchema const TestModule{
     &moduleTestType::Descriptor, "moduletest::moduleTestType", InstanceName, {2, 3, 1}};
-ParamTest::ModuleSchema const Gamma{&gamma_1_6_1::varitonal_gamma16Type::Descriptor,
-                                    "gamma_1_6_1::varitonal_gamma16Type",
-                                    "gamma16_v2",
-                                    {1, 6, 1}};
+ParamTest::ModuleSchema const Tree{&clonetest_1_0_1::varitonal_clonetest10Type::Descriptor,
+                                   "clonetest_1_0_1::varitonal_clonetest10Type",
+                                   "clonetest10_v2",
+                                   {1, 0, 1}};
+using TreeType = clonetest_1_0_1::varitonal_clonetest10Type;
+using TreeClass = clonetest_1_0_1::varitonal_clonetest10TypeClass;
+using TreeNode = clonetest_1_0_1::triggerType;
 
 EntryValue Pair(char const* first, EntryValue a, char const* second, EntryValue b)
 {
@@ -123,8 +127,10 @@ protected:
     DefaultModule m_kind{new moduleTestTypeClass(InstanceName)};
 };
 
-// A load counts itself and keeps the ID; the unload gives every allocation back.
-TEST_F(ModuleTest, LoadKeepsItsIdAndUnloadFreesAll)
+// A load counts itself and keeps the ID; a second load of a loaded module changes nothing. Each
+// edit counts and steps the ID's top byte, which wraps to 1, not 0. The unload gives every
+// allocation back, and the module reloads by the ID's low 24 bits.
+TEST_F(ModuleTest, LoadEditAndUnload)
 {
     moduleTestTypeClass* module = Create(m_file.Record(m_first));
     ASSERT_NE(module, nullptr);
@@ -138,19 +144,26 @@ TEST_F(ModuleTest, LoadKeepsItsIdAndUnloadFreesAll)
     EXPECT_EQ(module->modified, 2u);
     EXPECT_EQ(module->symbolTableID, m_first);
     EXPECT_EQ(log.Messages(), std::vector<std::string>());
-    // A second load of a loaded module changes nothing.
     module->shrink.faceNum = 42;
     EXPECT_TRUE(module->LoadModule(&m_file.Table()));
     EXPECT_EQ(module->modified, 2u);
     EXPECT_EQ(module->shrink.faceNum, 42u);
 
+    for (int edit = 1; edit <= 254; ++edit)
+        ASSERT_TRUE(module->SetValue("shrink.faceNum", "5"));
+    EXPECT_EQ(module->symbolTableID, 0xFE000000u | m_first);
+    ASSERT_TRUE(module->SetValue("shrink.faceNum", "6"));
+    EXPECT_EQ(module->symbolTableID, 0xFF000000u | m_first) << "255th edit";
+    ASSERT_TRUE(module->SetValue("shrink.faceNum", "7"));
+    EXPECT_EQ(module->symbolTableID, 0x01000000u | m_first) << "256th edit wraps to 1, not 0";
+    EXPECT_EQ(module->modified, 2u + 256u);
+
     module->UnloadModule();
     EXPECT_FALSE(module->loaded);
-    EXPECT_EQ(module->shrink.landmarkPoints, nullptr);
     EXPECT_EQ(module->labels, nullptr);
-    EXPECT_EQ(module->parameter_version.revision, nullptr);
-    EXPECT_EQ(module->note, nullptr);
     EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before);
+    EXPECT_TRUE(module->LoadModule(&m_file.Table())) << "found by the low 24 bits";
+    EXPECT_EQ(module->shrink.faceNum, 3u);
 }
 
 TEST_F(ModuleTest, CreateRefusesAnotherVersionOrName)
@@ -189,8 +202,8 @@ TEST_F(ModuleTest, CreateRefusesAnotherVersionOrName)
 }
 
 // A record with a duplicate ID gets the instance of that ID; the chain finds instances by ID and
-// still takes new ones after losing its tail.
-TEST_F(ModuleTest, RegistryChainSharesDuplicatesAndSurvivesRemovingItsTail)
+// still takes new ones after losing its tail, its head or every link.
+TEST_F(ModuleTest, RegistryChainSharesDuplicatesAndSurvivesRemovingItsLinks)
 {
     moduleTestTypeClass* a = Create(m_file.Record(m_first));
     ASSERT_NE(a, nullptr);
@@ -208,6 +221,20 @@ TEST_F(ModuleTest, RegistryChainSharesDuplicatesAndSurvivesRemovingItsTail)
     ASSERT_NE(c, nullptr);
     EXPECT_EQ(m_kind.first->module, a);
     EXPECT_EQ(m_kind.last->module, c);
+    // An instance without a record (as a factory is) makes a lookup walk the chain in order.
+    moduleTestTypeClass* spare = new moduleTestTypeClass("spare");
+    m_kind.AddModule(spare);
+    EXPECT_EQ(m_kind.Find(m_second), c);
+    // Removing the head and then every other link leaves a chain that takes new instances.
+    for (moduleTestTypeClass* instance : {a, c, spare}) {
+        m_kind.RemoveModule(instance);
+        delete instance;
+    }
+    EXPECT_EQ(m_kind.last, nullptr);
+    EXPECT_EQ(m_kind.Find(m_first), nullptr);
+    moduleTestTypeClass* d = Create(m_file.Record(m_first));
+    EXPECT_EQ(m_kind.first->module, d);
+    EXPECT_EQ(m_kind.last->module, d);
 }
 
 TEST_F(ModuleTest, MissingSymbolIdLeavesZerosAndUnloaded)
@@ -228,27 +255,6 @@ TEST_F(ModuleTest, MissingSymbolIdLeavesZerosAndUnloaded)
     EXPECT_EQ(std::memcmp(static_cast<moduleTestType*>(module), &zero, sizeof(zero)), 0);
 }
 
-TEST_F(ModuleTest, EditGenerationWrapsToOneAndTheModuleStillReloads)
-{
-    moduleTestTypeClass* module = Create(m_file.Record(m_first));
-    ASSERT_TRUE(module->LoadModule(&m_file.Table()));
-    for (int edit = 1; edit <= 254; ++edit)
-        ASSERT_TRUE(module->SetValue("shrink.faceNum", "5"));
-    EXPECT_EQ(module->symbolTableID, 0xFE000000u | m_first);
-    ASSERT_TRUE(module->SetValue("shrink.faceNum", "6"));
-    EXPECT_EQ(module->symbolTableID, 0xFF000000u | m_first) << "255th edit";
-    ASSERT_TRUE(module->SetValue("shrink.faceNum", "7"));
-    EXPECT_EQ(module->symbolTableID, 0x01000000u | m_first) << "256th edit wraps to 1, not 0";
-    EXPECT_EQ(module->modified, 1u + 256u);
-    // A failed edit counts nothing.
-    EXPECT_FALSE(module->SetValue("shrink.nothing", "1"));
-    EXPECT_EQ(module->modified, 257u);
-
-    module->UnloadModule();
-    EXPECT_TRUE(module->LoadModule(&m_file.Table())) << "found by the low 24 bits";
-    EXPECT_EQ(module->shrink.faceNum, 3u);
-}
-
 // ---- Value paths ---------------------------------------------------------------------------
 
 class ValuePathTest : public ModuleTest
@@ -262,20 +268,32 @@ protected:
         ASSERT_TRUE(m_module->LoadModule(&m_file.Table()));
     }
 
-    std::string Get(char const* path, bool expected = true, unsigned int size = 256)
+    /// What GetValue leaves in a buffer of size, or "<false>" when it fails and leaves the buffer
+    /// alone; a byte written past size shows as "<overrun>".
+    std::string Get(char const* path, unsigned int size = 256)
     {
-        std::string out(size, '#');
-        EXPECT_EQ(m_module->GetValue(path, out.data(), size), expected) << path;
+        std::string out(size + 1, '#');
+        bool const read = m_module->GetValue(path, out.data(), size);
+        if (out[size] != '#')
+            return "<overrun>";
+        if (!read)
+            return out == std::string(size + 1, '#') ? "<false>" : "<false, written>";
         return out.c_str();
     }
 
     moduleTestTypeClass* m_module = nullptr;
 };
 
+// Text is cut to the buffer, terminator included, and an empty buffer is never written.
 TEST_F(ValuePathTest, GetValueByPath)
 {
     std::string const reserved = "0.0,1.0,2.0,3.5,4.0,5.0,6.0,7.0,8.0,9.0";
-    std::pair<char const*, std::string> const cases[] = {
+    struct Case
+    {
+        char const* path;
+        std::string text;
+        unsigned int size = 256;
+    } const cases[] = {
         {"shrink.reservedParameters[3]", "3.5"},
         // An index at the last element reads it; one past reads the whole array.
         {"shrink.reservedParameters[9]", "9.0"},
@@ -299,101 +317,74 @@ TEST_F(ValuePathTest, GetValueByPath)
         {"levels", "1,7"},
         {"parameter_version.revision", "rev-A"},
         {"note", "spare"},
+        {"shrink.reservedParameters", "0.0,1.0", 8},
+        {"shrink.reservedParameters", "0.0,1.", 7},
+        {"parameter_version.revision", "rev-A", 6},
+        {"parameter_version.revision", "rev-", 5},
     };
-    for (auto const& [path, text] : cases)
-        EXPECT_EQ(Get(path), text) << path;
-    // An element one past the last of an array of structures, and paths to no value, give false
-    // and leave the buffer alone.
+    for (Case const& item : cases)
+        EXPECT_EQ(Get(item.path, item.size), item.text) << item.path << " " << item.size;
+    // An element one past the last of an array of structures, and paths to no value.
     for (char const* path :
          {"shrink.landmarkPoints", "shrink.landmarkPoints[3].landmarkIndex", "shrink.missing",
           "Shrink.enable", "", "shrink", "shrink.facePoseShrinkFactor", "corners", "corners[2].x"})
-        EXPECT_EQ(Get(path, false), std::string(256, '#').c_str()) << path;
+        EXPECT_EQ(Get(path), "<false>") << path;
+    for (char const* path :
+         {"shrink.reservedParameters[10]", "labels", "parameter_version.revision", "shrink.enable"})
+        EXPECT_EQ(Get(path, 0), "<false>") << path;
 }
 
-// Text is cut to the buffer, terminator included: a buffer that just holds it, one byte less,
-// and an empty buffer, which is never written.
-TEST_F(ValuePathTest, TextIsCutToTheBuffer)
-{
-    struct Case
-    {
-        char const* path;
-        unsigned int size;
-        char const* text;
-    };
-    Case const cases[] = {
-        {"shrink.reservedParameters", 8, "0.0,1.0"},
-        {"shrink.reservedParameters", 7, "0.0,1."},
-        {"parameter_version.revision", 6, "rev-A"},
-        {"parameter_version.revision", 5, "rev-"},
-    };
-    for (Case const& item : cases)
-        EXPECT_EQ(Get(item.path, true, item.size), item.text) << item.path << " " << item.size;
-    for (char const* path : {"shrink.reservedParameters[10]", "labels",
-                             "parameter_version.revision", "shrink.enable"}) {
-        char guard = '#';
-        EXPECT_FALSE(m_module->GetValue(path, &guard, 0)) << path;
-        EXPECT_EQ(guard, '#') << path;
-    }
-}
-
-// Each change is read back by path; every one counts as an edit. Refusals change nothing.
+// Each change is read back by path and counts as an edit; a refusal changes and counts nothing.
 TEST_F(ValuePathTest, SetValueStoresNumbersAndListsAndRefusesTheRest)
 {
     struct Case
     {
         char const* path;
         char const* value;
+        bool stored;
         char const* readPath;
         char const* text;
-    };
-    Case const cases[] = {
+    } const cases[] = {
         // A list stores from the first element on and skips what is no number; "" is no change.
-        {"shrink.reservedParameters", "10,x,12", "shrink.reservedParameters",
+        {"shrink.reservedParameters", "10,x,12", true, "shrink.reservedParameters",
          "10.0,1.0,12.0,3.5,4.0,5.0,6.0,7.0,8.0,9.0"},
-        {"shrink.reservedParameters", "", "shrink.reservedParameters[0]", "10.0"},
+        {"shrink.reservedParameters", "", true, "shrink.reservedParameters[0]", "10.0"},
         // An index at the last element sets it; one past stores a list from the first.
-        {"shrink.reservedParameters[9]", "19", "shrink.reservedParameters[9]", "19.0"},
-        {"shrink.reservedParameters[10]", "20", "shrink.reservedParameters[0]", "20.0"},
+        {"shrink.reservedParameters[9]", "19", true, "shrink.reservedParameters[9]", "19.0"},
+        {"shrink.reservedParameters[10]", "20", true, "shrink.reservedParameters[0]", "20.0"},
         // A list longer than the array stops at its end; a counted array never grows.
-        {"table", "1,2,3,4,5", "table", "1,2,3"},
-        {"table[2]", "33", "table", "1,2,33"},
-        {"table[3]", "7", "table", "7,2,33"},
-        {"shrink.faceMaskROIControl.minROISizeToRemoveMask[1]", "0.5",
+        {"table", "1,2,3,4,5", true, "table", "1,2,3"},
+        {"table[2]", "33", true, "table", "1,2,33"},
+        {"table[3]", "7", true, "table", "7,2,33"},
+        {"shrink.faceMaskROIControl.minROISizeToRemoveMask[1]", "0.5", true,
          "shrink.faceMaskROIControl.minROISizeToRemoveMask", "8.0,0.5"},
         // A float held under an integer name keeps its fraction but shows without it.
-        {"noise_threshold_g", "2.25", "noise_threshold_g", "2"},
+        {"noise_threshold_g", "2.25", true, "noise_threshold_g", "2"},
         // Integer storage saturates.
-        {"shrink.faceNum", "-5", "shrink.faceNum", "0"},
-        {"levels[0]", "2", "levels", "2,7"},
-        {"shrink.landmarkPoints[2].shrinkMarginFactor", "0.75",
+        {"shrink.faceNum", "-5", true, "shrink.faceNum", "0"},
+        {"levels[0]", "2", true, "levels", "2,7"},
+        {"shrink.landmarkPoints[2].shrinkMarginFactor", "0.75", true,
          "shrink.landmarkPoints[2].shrinkMarginFactor", "0.75"},
+        // Texts belong to their load; an element one past the last of structures is no value.
+        {"levels[1]", "many", false, "levels", "2,7"},
+        {"parameter_version.revision", "rev-B", false, "parameter_version.revision", "rev-A"},
+        {"labels[0]", "x", false, "labels[0]", "near"},
+        {"note", "other", false, "note", "spare"},
+        {"corners", "1", false, "corners[0].x", "-4"},
+        {"shrink.landmarkPoints", "1", false, "shrink.landmarkPoints[0].landmarkIndex", "4"},
+        {"shrink.landmarkPoints[3].landmarkIndex", "1", false, "shrink.faceNum", "0"},
+        {"corners[2].x", "1", false, "corners[1].x", "11"},
+        {"shrink.nothing", "1", false, "shrink.faceNum", "0"},
     };
+    uint32_t edits = 1;
     for (Case const& item : cases) {
-        EXPECT_TRUE(m_module->SetValue(item.path, item.value)) << item.path;
+        EXPECT_EQ(m_module->SetValue(item.path, item.value), item.stored) << item.path;
         EXPECT_EQ(Get(item.readPath), item.text) << item.path;
+        edits += item.stored ? 1 : 0;
     }
     EXPECT_FLOAT_EQ(m_module->noise_threshold_g, 2.25f);
-    uint32_t const edits = 1u + std::size(cases);
     EXPECT_EQ(m_module->modified, edits);
-
-    uint32_t const id = m_module->symbolTableID;
-    char const* const refused[][2] = {
-        {"levels[1]", "many"},
-        {"parameter_version.revision", "rev-B"},
-        {"labels[0]", "x"},
-        {"note", "other"},
-        {"corners", "1"},
-        {"shrink.landmarkPoints", "1"},
-        {"shrink.landmarkPoints[3].landmarkIndex", "1"},
-        {"corners[2].x", "1"},
-        {"shrink.nothing", "1"},
-    };
-    for (auto const& item : refused)
-        EXPECT_FALSE(m_module->SetValue(item[0], item[1])) << item[0];
-    EXPECT_STREQ(m_module->parameter_version.revision, "rev-A");
-    EXPECT_EQ(Get("levels"), "2,7");
-    EXPECT_EQ(m_module->modified, edits);
-    EXPECT_EQ(m_module->symbolTableID, id);
+    EXPECT_EQ(m_module->symbolTableID, ((edits - 1) << 24) | m_first);
 }
 
 /// "name type value" of each record (a null name as "-"), with "[count]" for an array.
@@ -407,36 +398,33 @@ std::vector<std::string> Records(PList<ParameterParserInfo> const& list)
     return texts;
 }
 
+// A structure lists its members; a named member gives one record without a name, an element the
+// members of that element; every call appends. Arrays of numbers are not named: their values
+// come through GetValue.
 TEST_F(ValuePathTest, GetInfoListsMembersOrDescribesOne)
 {
     PList<ParameterParserInfo> list;
     ASSERT_TRUE(m_module->GetInfo("shrink.", list));
-    EXPECT_EQ(Records(list),
-              (std::vector<std::string>{
-                  "enable Boolean 1", "faceNum UInt32 3", "landmarkPoints Structure [3]",
-                  "facePoseShrinkFactor Structure ", "factorRoundingPrecision Float 0.0500000007",
-                  "factorFilterLength UInt32 0", "minShrinkFactor Float 0.0",
-                  "roiSizeInCropWindow Boolean 0", "minROISizeToShrink Float 0.0",
-                  "faceMaskROIControl Structure ", "reservedParameters Float [10]"}));
+    ASSERT_TRUE(m_module->GetInfo("shrink.landmarkPoints", list));
+    ASSERT_TRUE(m_module->GetInfo("shrink.landmarkPoints[1]", list));
+    ASSERT_TRUE(m_module->GetInfo("parameter_version.revision", list));
+    EXPECT_FALSE(m_module->GetInfo("shrink.reservedParameters", list));
+    EXPECT_FALSE(m_module->GetInfo("shrink.missing", list));
+    EXPECT_EQ(
+        Records(list),
+        (std::vector<std::string>{
+            "enable Boolean 1", "faceNum UInt32 3", "landmarkPoints Structure [3]",
+            "facePoseShrinkFactor Structure ", "factorRoundingPrecision Float 0.0500000007",
+            "factorFilterLength UInt32 0", "minShrinkFactor Float 0.0",
+            "roiSizeInCropWindow Boolean 0", "minROISizeToShrink Float 0.0",
+            "faceMaskROIControl Structure ", "reservedParameters Float [10]", "- Structure [3]",
+            "landmarkIndex UInt32 9", "shrinkMarginFactor Float 0.25", "- String rev-A"}));
     PList<ParameterParserInfo> top;
     ASSERT_TRUE(m_module->GetInfo("", top));
     ASSERT_EQ(top.Count(), 11u);
     EXPECT_EQ(Records(top)[2], "noise_threshold_g UInt32 2");
     EXPECT_EQ(Records(top)[6], "labels String [3]");
     EXPECT_EQ(Records(top)[9], "corners Structure [2]");
-
-    // A named member: one record without a name, or the members of an element; both append.
-    list.Clear();
-    ASSERT_TRUE(m_module->GetInfo("shrink.landmarkPoints", list));
-    ASSERT_TRUE(m_module->GetInfo("shrink.landmarkPoints[1]", list));
-    ASSERT_TRUE(m_module->GetInfo("parameter_version.revision", list));
-    EXPECT_EQ(Records(list),
-              (std::vector<std::string>{"- Structure [3]", "landmarkIndex UInt32 9",
-                                        "shrinkMarginFactor Float 0.25", "- String rev-A"}));
-    // Arrays of numbers are not named here: their values come through GetValue.
-    EXPECT_FALSE(m_module->GetInfo("shrink.reservedParameters", list));
-    EXPECT_FALSE(m_module->GetInfo("shrink.missing", list));
-    EXPECT_EQ(list.Count(), 4u);
 }
 
 // ---- Shared arrays -------------------------------------------------------------------------
@@ -453,12 +441,25 @@ EntryValue Items(char kind, unsigned int n)
     return EntryValue::List(items);
 }
 
+using Array = std::pair<void const*, unsigned int>;
+
+/// The array the member at path holds in module, and its count.
+Array ArrayAt(moduleTestType const& module, std::string const& path)
+{
+    if (path == "table")
+        return {module.table, module.tableCount};
+    if (path == "labels")
+        return {module.labels, module.labelsCount};
+    if (path == "shrink.landmarkPoints")
+        return {module.shrink.landmarkPoints, module.shrink.landmarkPointsCount};
+    return {module.parameter_version.revision, 1};
+}
+
 // Two holders of one block, declaring the same count or another one: the first loads it, the
 // second takes the same array (cut to what it holds) and the registry counts both; the array goes
 // with the last, whichever that is.
 TEST(ModuleSharingTest, SharedArrayIsLoadedOnceAndFreedWithItsLastHolder)
 {
-    using Array = std::pair<void const*, unsigned int>;
     struct Case
     {
         char const* path; ///< the member, one step or two
@@ -466,34 +467,14 @@ TEST(ModuleSharingTest, SharedArrayIsLoadedOnceAndFreedWithItsLastHolder)
         unsigned int first;
         unsigned int second;
         bool secondUnloadsLast;
-        std::function<Array(moduleTestType const&)> array;
-    };
-    Case const cases[] = {
-        {"table", 'n', 3, 3, false,
-         [](auto& m) {
-             return Array{m.table, m.tableCount};
-         }},
-        {"table", 'n', 3, 5, false,
-         [](auto& m) {
-             return Array{m.table, m.tableCount};
-         }},
-        {"labels", 't', 2, 6, false,
-         [](auto& m) {
-             return Array{m.labels, m.labelsCount};
-         }},
-        {"shrink.landmarkPoints", 'l', 3, 4, false,
-         [](auto& m) {
-             return Array{m.shrink.landmarkPoints, m.shrink.landmarkPointsCount};
-         }},
-        {"parameter_version.revision", 's', 1, 1, false,
-         [](auto& m) {
-             return Array{m.parameter_version.revision, 1};
-         }},
+    } const cases[] = {
+        {"table", 'n', 3, 3, false},
+        {"table", 'n', 3, 5, false},
+        {"labels", 't', 2, 6, false},
+        {"shrink.landmarkPoints", 'l', 3, 4, false},
+        {"parameter_version.revision", 's', 1, 1, false},
         // A holder with fewer elements keeps its count; going last, it still frees them all.
-        {"labels", 't', 3, 1, true,
-         [](auto& m) {
-             return Array{m.labels, m.labelsCount};
-         }},
+        {"labels", 't', 3, 1, true},
     };
     for (Case const& c : cases) {
         std::string const path = c.path;
@@ -526,10 +507,10 @@ TEST(ModuleSharingTest, SharedArrayIsLoadedOnceAndFreedWithItsLastHolder)
             LoadedModule<moduleTestTypeClass> a(file, firstId, InstanceName);
             LoadedModule<moduleTestTypeClass> b(file, secondId, InstanceName);
             ASSERT_TRUE(a.loadResult && b.loadResult);
-            Array const shared = c.array(*a.module);
-            EXPECT_EQ(c.array(*b.module).first, shared.first) << "one array for both holders";
+            Array const shared = ArrayAt(*a.module, path);
+            EXPECT_EQ(ArrayAt(*b.module, path).first, shared.first) << "one array for both";
             EXPECT_EQ(shared.second, c.first);
-            EXPECT_EQ(c.array(*b.module).second, std::min(c.first, c.second));
+            EXPECT_EQ(ArrayAt(*b.module, path).second, std::min(c.first, c.second));
             std::string const cut =
                 "holds " + std::to_string(c.first) + " elements, not " + std::to_string(c.second);
             EXPECT_EQ(log.Contains(cut), c.second > c.first);
@@ -538,7 +519,7 @@ TEST(ModuleSharingTest, SharedArrayIsLoadedOnceAndFreedWithItsLastHolder)
             char out[256];
             std::string last = path;
             if (c.kind != 's')
-                last += "[" + std::to_string(c.array(*b.module).second - 1) + "]" +
+                last += "[" + std::to_string(ArrayAt(*b.module, path).second - 1) + "]" +
                         (c.kind == 'l' ? ".landmarkIndex" : "");
             EXPECT_TRUE(b.module->GetValue(last.c_str(), out, sizeof(out))) << last;
             DupObjInfo* info = file.Table().FindDupObject(const_cast<void*>(shared.first));
@@ -547,9 +528,9 @@ TEST(ModuleSharingTest, SharedArrayIsLoadedOnceAndFreedWithItsLastHolder)
             moduleTestTypeClass* earlier = c.secondUnloadsLast ? a.module : b.module;
             moduleTestTypeClass* later = c.secondUnloadsLast ? b.module : a.module;
             earlier->UnloadModule();
-            EXPECT_EQ(c.array(*earlier).first, nullptr);
+            EXPECT_EQ(ArrayAt(*earlier, path).first, nullptr);
             EXPECT_EQ(info->RefCount.load(), 1u);
-            EXPECT_EQ(c.array(*later).first, shared.first) << "kept for its other holder";
+            EXPECT_EQ(ArrayAt(*later, path).first, shared.first) << "kept for its other holder";
             later->UnloadModule();
             EXPECT_EQ(file.Table().FindDupObject(const_cast<void*>(shared.first)), nullptr);
         }
@@ -577,52 +558,92 @@ EntryValue Leaf(double start, double base)
     return Node(start, EntryValue::List({})).Set("region", EntryValue::List({region}));
 }
 
-/// A gamma module whose control variables name two levels (4 then 9) over the given roots.
-EntryValue GammaValue(EntryValue roots)
+/// A tree module whose control variables name two levels (4 then 9) over the given roots.
+EntryValue TreeValue(EntryValue roots)
 {
     return EntryValue::Struct(
         {{"control_variables",
           EntryValue::Struct({{"control_var_type",
                                EntryValue::List({EntryValue::UInt(4), EntryValue::UInt(9)})}})},
-         {"varitonal_gamma16_core",
-          EntryValue::Struct({{"mod_gamma16_trigger_data", std::move(roots)}})}});
+         {"varitonal_clonetest10_core",
+          EntryValue::Struct({{"mod_clonetest10_trigger_data", std::move(roots)}})}});
 }
 
 // After a load each node knows its level and the control variable of that level; a third level
-// of nodes lies past the list and keeps what it was loaded with (zeros).
-TEST(TriggerTreeTest, NodesTakeTheirLevelAndControlVariable)
+// of nodes lies past the list and keeps what it was loaded with (zeros). The file's nodes hold a
+// member the compiled ones lack: it is stepped over, and the hidden members the load fills in are
+// no difference of the file's. A copy owns every node and region array, and editing it leaves the
+// module alone.
+TEST(TriggerTreeTest, NodesTakeTheirLevelAndACopyOwnsThem)
 {
-    ModuleFile file(Gamma);
-    EntryValue const third = EntryValue::List({Node(100, EntryValue::List({}))});
-    uint32_t const id = file.AddModule(
-        GammaValue(EntryValue::List({Node(0, EntryValue::List({Node(10, third), Leaf(20, 0.75)})),
-                                     Node(1, EntryValue::List({}))})));
-    ASSERT_TRUE(file.Build());
-    LoadedModule<gamma_1_6_1::varitonal_gamma16TypeClass> loaded(file, id, "gamma16_v2");
-    ASSERT_TRUE(loaded.loadResult);
+    size_t const before = Vorn::Testing::AllocatedBytes();
+    {
+        ModuleFile file(Tree);
+        for (TuningWriter::DefinitionStructure& structure : file.FileSchema()) {
+            if (structure.name == "triggerType")
+                structure.elements.push_back(ParamTest::Member("spare", ElementType::UInt32));
+        }
+        EntryValue const third = EntryValue::List({Node(100, EntryValue::List({}))});
+        uint32_t const id = file.AddModule(TreeValue(
+            EntryValue::List({Node(0, EntryValue::List({Node(10, third), Leaf(20, 0.75)})),
+                              Node(1, EntryValue::List({}))})));
+        ASSERT_TRUE(file.Build());
+        ParamTest::LogCapture log;
+        LoadedModule<TreeClass> loaded(file, id, Tree.instanceName);
+        ASSERT_TRUE(loaded.loadResult);
+        EXPECT_EQ(log.Count("Structure triggerType of the file differs from compiled triggerType: "
+                            "1 members stepped over, 0 missing, 0 in another form"),
+                  1u);
 
-    auto const& core = loaded.module->varitonal_gamma16_core;
-    ASSERT_EQ(core.mod_gamma16_trigger_dataCount, 2u);
-    for (unsigned int i = 0; i < 2; ++i) {
-        EXPECT_EQ(core.mod_gamma16_trigger_data[i].level, 0u);
-        EXPECT_EQ(core.mod_gamma16_trigger_data[i].type, 4u);
+        auto const& core = loaded.module->varitonal_clonetest10_core;
+        ASSERT_EQ(core.mod_clonetest10_trigger_dataCount, 2u);
+        for (unsigned int i = 0; i < 2; ++i) {
+            EXPECT_EQ(core.mod_clonetest10_trigger_data[i].level, 0u);
+            EXPECT_EQ(core.mod_clonetest10_trigger_data[i].type, 4u);
+        }
+        TreeNode const& first = core.mod_clonetest10_trigger_data[0];
+        ASSERT_EQ(first.triggerCount, 2u);
+        EXPECT_EQ(first.trigger[1].level, 1u);
+        EXPECT_EQ(first.trigger[1].type, 9u);
+        ASSERT_EQ(first.trigger[0].triggerCount, 1u);
+        EXPECT_EQ(first.trigger[0].trigger[0].level, 0u);
+        EXPECT_EQ(first.trigger[0].trigger[0].type, 0u);
+        EXPECT_FLOAT_EQ(first.trigger[0].trigger[0].start, 100.0f);
+        // The hidden members are not on a value path; six steps reach a leaf's table, where an
+        // "Int32" held as float shows without its fraction.
+        char out[64];
+        std::string const root = "varitonal_clonetest10_core.mod_clonetest10_trigger_data[0].";
+        EXPECT_FALSE(loaded.module->GetValue((root + "level").c_str(), out, sizeof(out)));
+        PList<ParameterParserInfo> members;
+        ASSERT_TRUE(loaded.module->GetInfo(root.c_str(), members));
+        EXPECT_EQ(Records(members),
+                  (std::vector<std::string>{"start Float 0.0", "end Float 1.0",
+                                            "trigger Structure [2]", "region Structure [0]"}));
+        ASSERT_TRUE(loaded.module->GetValue(
+            (root + "trigger[1].region[0].channel_r_tab.channel_r[64]").c_str(), out, sizeof(out)));
+        EXPECT_STREQ(out, "1024");
+
+        TreeType* copy = static_cast<TreeType const&>(*loaded.module).Clone();
+        ASSERT_NE(copy, nullptr);
+        auto const& copiedRoots = copy->varitonal_clonetest10_core;
+        ASSERT_EQ(copiedRoots.mod_clonetest10_trigger_dataCount, 2u);
+        EXPECT_NE(copiedRoots.mod_clonetest10_trigger_data, core.mod_clonetest10_trigger_data);
+        TreeNode const& node = copiedRoots.mod_clonetest10_trigger_data[0];
+        ASSERT_EQ(node.triggerCount, 2u);
+        EXPECT_NE(node.trigger, first.trigger);
+        ASSERT_EQ(node.trigger[1].regionCount, 1u);
+        EXPECT_NE(node.trigger[1].region, first.trigger[1].region);
+        EXPECT_EQ(node.trigger[1].level, 1u);
+        // A node without children or regions has null arrays in the copy too.
+        TreeNode const& bare = copiedRoots.mod_clonetest10_trigger_data[1];
+        EXPECT_EQ(bare.triggerCount, 0u);
+        EXPECT_EQ(bare.trigger, nullptr);
+        EXPECT_EQ(bare.region, nullptr);
+        node.trigger[1].region[0].channel_r_tab.channel_r[64] = 5.0f;
+        EXPECT_FLOAT_EQ(first.trigger[1].region[0].channel_r_tab.channel_r[64], 1024.75f);
+        ParameterClone::Destroy(copy, TreeType::Descriptor);
     }
-    gamma_1_6_1::triggerType const& first = core.mod_gamma16_trigger_data[0];
-    ASSERT_EQ(first.triggerCount, 2u);
-    EXPECT_EQ(first.trigger[1].level, 1u);
-    EXPECT_EQ(first.trigger[1].type, 9u);
-    ASSERT_EQ(first.trigger[0].triggerCount, 1u);
-    EXPECT_EQ(first.trigger[0].trigger[0].level, 0u);
-    EXPECT_EQ(first.trigger[0].trigger[0].type, 0u);
-    EXPECT_FLOAT_EQ(first.trigger[0].trigger[0].start, 100.0f);
-    // The hidden members are not on a value path; six steps reach a leaf's table, where an
-    // "Int32" held as float shows without its fraction.
-    char out[64];
-    std::string const root = "varitonal_gamma16_core.mod_gamma16_trigger_data[0].";
-    EXPECT_FALSE(loaded.module->GetValue((root + "level").c_str(), out, sizeof(out)));
-    ASSERT_TRUE(loaded.module->GetValue(
-        (root + "trigger[1].region[0].channel_r_tab.channel_r[64]").c_str(), out, sizeof(out)));
-    EXPECT_STREQ(out, "1024");
+    EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before);
 }
 
 // A list that points at data entry id (holding count elements) instead of a block of its own.
@@ -658,25 +679,25 @@ TEST(TriggerTreeTest, PointerBackIntoTheTreeIsCutAndLeftEmpty)
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
         // The identifiers are fixed by the layout: a file of the same shape tells the root's.
-        ModuleFile probe(Gamma);
+        ModuleFile probe(Tree);
         EntryValue roots = c.roots(PointerTo(0, 0));
         roots.blockName = "roots";
-        probe.AddModule(GammaValue(roots));
+        probe.AddModule(TreeValue(roots));
         uint32_t const rootId = probe.BlockId("roots");
         ASSERT_NE(rootId, 0u);
 
         size_t const before = Vorn::Testing::AllocatedBytes();
         {
-            ModuleFile file(Gamma);
-            uint32_t const id = file.AddModule(GammaValue(c.roots(PointerTo(rootId, 2))));
+            ModuleFile file(Tree);
+            uint32_t const id = file.AddModule(TreeValue(c.roots(PointerTo(rootId, 2))));
             ASSERT_TRUE(file.Build());
             ParamTest::LogCapture log;
-            LoadedModule<gamma_1_6_1::varitonal_gamma16TypeClass> loaded(file, id, "gamma16_v2");
+            LoadedModule<TreeClass> loaded(file, id, Tree.instanceName);
             ASSERT_TRUE(loaded.loadResult);
-            auto const& core = loaded.module->varitonal_gamma16_core;
-            ASSERT_EQ(core.mod_gamma16_trigger_dataID, rootId) << "same layout as the probe";
-            ASSERT_EQ(core.mod_gamma16_trigger_dataCount, 2u);
-            gamma_1_6_1::triggerType const* cut = &core.mod_gamma16_trigger_data[0];
+            auto const& core = loaded.module->varitonal_clonetest10_core;
+            ASSERT_EQ(core.mod_clonetest10_trigger_dataID, rootId) << "same layout as the probe";
+            ASSERT_EQ(core.mod_clonetest10_trigger_dataCount, 2u);
+            TreeNode const* cut = &core.mod_clonetest10_trigger_data[0];
             for (unsigned int level = 0; level < c.cutLevel; ++level) {
                 ASSERT_EQ(cut->triggerCount, 1u);
                 cut = &cut->trigger[0];
@@ -684,7 +705,7 @@ TEST(TriggerTreeTest, PointerBackIntoTheTreeIsCutAndLeftEmpty)
             EXPECT_EQ(cut->triggerCount, 0u);
             EXPECT_EQ(cut->trigger, nullptr);
             EXPECT_FLOAT_EQ(cut->start, c.cutLevel == 0 ? 0.0f : 10.0f);
-            EXPECT_FLOAT_EQ(core.mod_gamma16_trigger_data[1].start, 1.0f);
+            EXPECT_FLOAT_EQ(core.mod_clonetest10_trigger_data[1].start, 1.0f);
             EXPECT_EQ(log.Count("data entry " + std::to_string(rootId) +
                                 " points back into itself, left empty"),
                       1u)
@@ -692,52 +713,6 @@ TEST(TriggerTreeTest, PointerBackIntoTheTreeIsCutAndLeftEmpty)
         }
         EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before);
     }
-}
-
-TEST(TriggerTreeTest, CopyOwnsEveryNodeAndRegionArray)
-{
-    size_t const before = Vorn::Testing::AllocatedBytes();
-    {
-        ModuleFile file({&clonetest_1_0_1::varitonal_clonetest10Type::Descriptor,
-                         "clonetest_1_0_1::varitonal_clonetest10Type",
-                         "clonetest10_v2",
-                         {1, 0, 1}});
-        uint32_t const id = file.AddModule(EntryValue::Struct(
-            {{"varitonal_clonetest10_core",
-              EntryValue::Struct(
-                  {{"mod_clonetest10_trigger_data",
-                    EntryValue::List({Node(0, EntryValue::List({Leaf(10, 0.25), Leaf(20, 0.75)})),
-                                      Node(1, EntryValue::List({}))})}})}}));
-        ASSERT_TRUE(file.Build());
-        LoadedModule<clonetest_1_0_1::varitonal_clonetest10TypeClass> loaded(file, id,
-                                                                             "clonetest10_v2");
-        ASSERT_TRUE(loaded.loadResult);
-        auto const& module =
-            static_cast<clonetest_1_0_1::varitonal_clonetest10Type&>(*loaded.module);
-        auto const& roots = module.varitonal_clonetest10_core;
-        clonetest_1_0_1::varitonal_clonetest10Type* copy = module.Clone();
-        ASSERT_NE(copy, nullptr);
-        auto const& copiedRoots = copy->varitonal_clonetest10_core;
-        ASSERT_EQ(copiedRoots.mod_clonetest10_trigger_dataCount, 2u);
-        EXPECT_NE(copiedRoots.mod_clonetest10_trigger_data, roots.mod_clonetest10_trigger_data);
-        clonetest_1_0_1::triggerType const& node = copiedRoots.mod_clonetest10_trigger_data[0];
-        clonetest_1_0_1::triggerType const& original = roots.mod_clonetest10_trigger_data[0];
-        ASSERT_EQ(node.triggerCount, 2u);
-        EXPECT_NE(node.trigger, original.trigger);
-        ASSERT_EQ(node.trigger[1].regionCount, 1u);
-        EXPECT_NE(node.trigger[1].region, original.trigger[1].region);
-        EXPECT_FLOAT_EQ(node.trigger[1].start, 20.0f);
-        // A node without children or regions has null arrays in the copy too.
-        clonetest_1_0_1::triggerType const& bare = copiedRoots.mod_clonetest10_trigger_data[1];
-        EXPECT_EQ(bare.triggerCount, 0u);
-        EXPECT_EQ(bare.trigger, nullptr);
-        EXPECT_EQ(bare.region, nullptr);
-        // Editing the copy leaves the module alone.
-        node.trigger[1].region[0].channel_r_tab.channel_r[64] = 5.0f;
-        EXPECT_FLOAT_EQ(original.trigger[1].region[0].channel_r_tab.channel_r[64], 1024.75f);
-        ParameterClone::Destroy(copy, clonetest_1_0_1::varitonal_clonetest10Type::Descriptor);
-    }
-    EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before);
 }
 
 } // namespace

@@ -9,12 +9,9 @@
 #include <utility>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 #include "parameterparser/parametermemberaccess.h"
 #include "parameterparser/parameterparserinfo.h"
 #include "parameterparser/parametervaluepath.h"
-#include "parameterparser/parsercrc.h"
 #include "tools/writer/entryencoder.h"
 
 namespace ModuleTest {
@@ -24,22 +21,16 @@ using TuningWriter::EntryValue;
 /// Values for every member a type descriptor lists, each number distinct, so that a member read
 /// from a neighbour's place shows. Counted arrays get two elements; a type that holds itself is
 /// cut off below its third level, so trees end in leaves.
-///
-/// A written schema names a member known only by its hash by the name chosen for it, so a reader
-/// that matches hashes does not find it there: with namedOnly such members are left out (zeros).
 class ValueMaker
 {
 public:
-    explicit ValueMaker(bool namedOnly = false) : m_namedOnly(namedOnly) {}
-
     EntryValue Make(ParameterTypeDescriptor const& type)
     {
         std::vector<std::pair<std::string, EntryValue>> fields;
         m_open.push_back(&type);
         for (uint32_t i = 0; i < type.memberCount; ++i) {
             ParameterMemberDescriptor const& member = type.members[i];
-            bool const hashOnly = ParserCRC64::HashName(member.name) != member.nameHash;
-            if (!member.hidden && !(m_namedOnly && hashOnly))
+            if (!member.hidden)
                 fields.emplace_back(member.name, Member(member));
         }
         m_open.pop_back();
@@ -98,7 +89,6 @@ private:
         }
     }
 
-    bool m_namedOnly;
     int64_t m_seed = 0;
     std::vector<ParameterTypeDescriptor const*> m_open;
 };
@@ -138,23 +128,6 @@ inline Leaves ReadLeaves(void* object, ParameterTypeDescriptor const& type)
     Leaves leaves;
     CollectLeaves(object, type, "", leaves);
     return leaves;
-}
-
-/// Fails with (at most ten of) the paths whose values differ.
-inline void ExpectSameLeaves(Leaves const& actual, Leaves const& expected)
-{
-    Leaves all = actual;
-    all.insert(expected.begin(), expected.end());
-    int shown = 0;
-    for (auto const& [path, text] : all) {
-        auto const got = actual.find(path);
-        auto const want = expected.find(path);
-        if (got != actual.end() && want != expected.end() && got->second == want->second)
-            continue;
-        if (shown++ < 10)
-            ADD_FAILURE() << path << ": " << (got != actual.end() ? got->second : "<none>")
-                          << " instead of " << (want != expected.end() ? want->second : "<none>");
-    }
 }
 
 } // namespace ModuleTest
