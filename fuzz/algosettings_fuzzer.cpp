@@ -45,13 +45,7 @@ bool MakeFolder(char const* parent)
     return true;
 }
 
-void Require(bool holds, char const* what, std::string const& text)
-{
-    if (holds)
-        return;
-    std::fprintf(stderr, "settings store: %s (text \"%s\")\n", what, text.c_str());
-    std::abort();
-}
+using FuzzSupport::Require;
 
 bool SameValue(AlgoSettingValue const& left, AlgoSettingValue const& right)
 {
@@ -174,7 +168,6 @@ void CheckRanks(StatsAlgoSettings& settings, std::string const& key, AlgoSetting
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    FuzzSupport::SilenceLog();
     if (!MakeFolder("/dev/shm") && !MakeFolder("/tmp")) {
         std::perror("mkdtemp");
         std::abort();

@@ -31,12 +31,6 @@ void RestampChecksum(std::vector<unsigned char>& file)
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    FuzzSupport::SilenceLog();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {
     std::vector<unsigned char> file(data, data + size);

@@ -18,13 +18,7 @@ namespace {
 
 constexpr unsigned int MaxSplits = 3;
 
-void Require(bool holds, char const* what)
-{
-    if (holds)
-        return;
-    std::fprintf(stderr, "checksum forms disagree: %s\n", what);
-    std::abort();
-}
+using FuzzSupport::Require;
 
 // Ends of the pieces of length bytes, ascending and ending at length: each split is a fraction
 // of the length, so a mutation of the data keeps the pieces' shape. Pieces may be empty, so a
@@ -128,12 +122,6 @@ void CheckValidate(unsigned char const* data, unsigned int length, unsigned int 
 }
 
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    FuzzSupport::SilenceLog();
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* bytes, size_t size)
 {

@@ -26,9 +26,7 @@ namespace {
 class StreamTransport final : public ParameterKnobbyComBase
 {
 public:
-    explicit StreamTransport(IParameterLoggingAPI* logger) : ParameterKnobbyComBase(logger, true)
-    {
-    }
+    explicit StreamTransport(IParameterLoggingAPI* logger) : ParameterKnobbyComBase(logger, true) {}
 
     /// The next input: a new client's stream, with nothing of the last one left buffered.
     void Reset(uint8_t const* data, size_t size, uint32_t seed)
@@ -98,7 +96,6 @@ extern "C" char const* __asan_default_options()
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    FuzzSupport::SilenceLog();
     TuningWriter::TuningDescription description({&ParamSchema::TuningSetManager::Instances()});
     static std::vector<uint8_t> file = description.Parse(ParamTest::TrackerDescription)
                                            ? description.MakeWriter().Build()

@@ -46,12 +46,6 @@ void Exercise(ParameterSetManager& manager, ParameterFileSymbolTable& table, uin
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    FuzzSupport::SilenceLog();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {
     if (size < ModulesFuzz::FrameSize || size > 0x100000)

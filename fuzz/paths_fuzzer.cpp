@@ -27,13 +27,7 @@ constexpr unsigned int ShortSize = 12;
 
 std::unique_ptr<PathsFuzz::LoadedManager> g_manager;
 
-void Require(bool holds, char const* what, std::string const& text)
-{
-    if (holds)
-        return;
-    std::fprintf(stderr, "paths: %s (\"%s\")\n", what, text.c_str());
-    std::abort();
-}
+using FuzzSupport::Require;
 
 bool SameSteps(PList<TuningMode> const& left, PList<TuningMode> const& right, unsigned int count)
 {
@@ -155,7 +149,6 @@ void CheckValuePaths(ParameterSetManager& manager, std::string const& modePath,
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    FuzzSupport::SilenceLog();
     g_manager = std::make_unique<PathsFuzz::LoadedManager>();
     if (!g_manager->Loaded()) {
         std::fprintf(stderr, "paths: the description did not load\n");

@@ -10,12 +10,6 @@
 
 #include "fuzz/fuzzsupport.h"
 
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    FuzzSupport::SilenceLog();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {
     std::vector<unsigned char> file(data, data + size);

@@ -3,6 +3,8 @@
 // checksum validators; the text form of a file and the number rule that pack and set share.
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -76,14 +78,6 @@ uint64_t ReadField(ParameterByteReader& reader, unsigned int width)
     default:
         return reader.ReadU64(u64) ? u64 : ~0ull;
     }
-}
-
-/// The u32 at offset of data.
-uint32_t U32At(std::vector<uint8_t> const& data, unsigned int offset)
-{
-    ParameterByteReader reader(data.data(), static_cast<unsigned int>(data.size()), offset, 1,
-                               nullptr);
-    return static_cast<uint32_t>(ReadField(reader, 4));
 }
 
 bool ChecksumValid(std::vector<uint8_t> const& file, bool crc64)
@@ -185,114 +179,96 @@ INSTANTIATE_TEST_SUITE_P(
                     VersionCase{{7, 0, 0}, 168, 1, true}),
     [](testing::TestParamInfo<VersionCase> const& param) { return Name(param.param.version); });
 
-// A header override changes its own field and nothing else before the checksum, and the checksum
-// is computed over the changed header, so it still validates.
-TEST(FileDamageTest, HeaderOverridesChangeOnlyTheirField)
+void PutU32(std::vector<uint8_t>& bytes, size_t at, uint32_t value)
 {
+    for (unsigned int i = 0; i < 4; ++i)
+        bytes[at + i] = static_cast<uint8_t>(value >> (8 * i));
+}
+
+// Each damage changes what it names and nothing else. A header override changes its own field,
+// and the checksum is computed over the changed header, so it still validates; the tail faults
+// act on the finished file.
+TEST(FileDamageTest, EachDamageChangesOnlyWhatItNames)
+{
+    using Bytes = std::vector<uint8_t>;
+    enum Checksum
+    {
+        Restamped,
+        Broken,
+        Unchecked
+    };
     struct Case
     {
         char const* name;
-        Damage damage;
-        bool fromHeaderEnd; ///< offset counts back from the end of the header
-        unsigned int offset;
-        unsigned int width;
-        uint32_t value; ///< the u32 now in the field (tag fields: not read)
+        std::function<void(Damage&)> damage;
+        /// The sound file as the damage must leave it, given the header and checksum sizes.
+        std::function<void(Bytes&, size_t header, size_t checksum)> expect;
+        Checksum checksum;
+    } const cases[] = {
+        // A tag too long is cut to its field, with no NUL left in it.
+        {"headerTag", [](Damage& d) { d.headerTag = "ZEL Varitonal Header and far too long"; },
+         [](Bytes& b, size_t, size_t) {
+             std::memcpy(b.data(), "ZEL Varitonal Header and far", 28);
+         },
+         Restamped},
+        {"emptyHeaderTag", [](Damage& d) { d.emptyHeaderTag = true; },
+         [](Bytes& b, size_t, size_t) { std::fill_n(b.begin(), 28, 0); }, Restamped},
+        {"fileSize", [](Damage& d) { d.fileSize = 12; },
+         [](Bytes& b, size_t, size_t) { PutU32(b, 28, 12); }, Restamped},
+        {"sectionOffset", [](Damage& d) { d.sectionOffset = 3000; },
+         [](Bytes& b, size_t header, size_t) { PutU32(b, header - 8, 3000); }, Restamped},
+        {"sectionCount", [](Damage& d) { d.sectionCount = 1; },
+         [](Bytes& b, size_t header, size_t) { PutU32(b, header - 4, 1); }, Restamped},
+        {"badChecksum", [](Damage& d) { d.badChecksum = true; },
+         [](Bytes& b, size_t, size_t checksum) {
+             std::transform(b.end() - checksum, b.end(), b.end() - checksum,
+                            [](uint8_t byte) { return static_cast<uint8_t>(~byte); });
+         },
+         Broken},
+        {"truncate", [](Damage& d) { d.truncate = 3; },
+         [](Bytes& b, size_t, size_t) { b.resize(b.size() - 3); }, Unchecked},
+        {"cutAt", [](Damage& d) { d.cutAt = 40; }, [](Bytes& b, size_t, size_t) { b.resize(40); },
+         Unchecked},
+        // Appended bytes leave FileSize at the sound length.
+        {"appended",
+         [](Damage& d) {
+             d.appended = {0xAA, 0xBB};
+         },
+         [](Bytes& b, size_t, size_t) {
+             b.insert(b.end(), {0xAA, 0xBB});
+         },
+         Unchecked},
+        // Truncate and append together replace the tail.
+        {"truncate and append",
+         [](Damage& d) {
+             d.truncate = 8;
+             d.appended = Bytes(8, 0);
+         },
+         [](Bytes& b, size_t, size_t) { std::fill(b.end() - 8, b.end(), 0); }, Unchecked},
     };
-    Damage tag, empty, size, offset, count;
-    tag.headerTag = "ZEL Varitonal Header and far too long";
-    empty.emptyHeaderTag = true;
-    size.fileSize = 12;
-    offset.sectionOffset = 3000;
-    count.sectionCount = 1;
-    Case const cases[] = {{"headerTag", tag, false, 0, 28, 0},
-                          {"emptyHeaderTag", empty, false, 0, 28, 0},
-                          {"fileSize", size, false, 28, 4, 12},
-                          {"sectionOffset", offset, true, 8, 4, 3000},
-                          {"sectionCount", count, true, 4, 4, 1}};
     for (FileVersion version : {FileVersion{1, 0, 0}, FileVersion{2, 0, 0}, FileVersion{7, 0, 0}}) {
         TuningFileWriter writer = DescribeFile(version);
-        std::vector<uint8_t> const sound = writer.Build();
+        Bytes const sound = writer.Build();
         size_t const checksumStart = sound.size() - writer.ChecksumSize();
         for (Case const& c : cases) {
             SCOPED_TRACE(Name(version) + " " + c.name);
-            std::vector<uint8_t> const damaged = writer.SetDamage(c.damage).Build();
-            ASSERT_EQ(damaged.size(), sound.size());
-            EXPECT_TRUE(ChecksumValid(damaged, UsesCrc64(version)));
-            size_t const start = c.fromHeaderEnd ? writer.HeaderSize() - c.offset : c.offset;
-            for (size_t i = 0; i < checksumStart; ++i) {
-                if (i < start || i >= start + c.width) {
-                    EXPECT_EQ(damaged[i], sound[i]) << "byte " << i;
-                }
+            Damage damage;
+            c.damage(damage);
+            Bytes const damaged = writer.SetDamage(damage).Build();
+            Bytes expected = sound;
+            c.expect(expected, writer.HeaderSize(), writer.ChecksumSize());
+            if (c.checksum == Restamped) {
+                ASSERT_EQ(damaged.size(), sound.size());
+                EXPECT_EQ(Bytes(damaged.begin(), damaged.begin() + checksumStart),
+                          Bytes(expected.begin(), expected.begin() + checksumStart));
+            } else {
+                EXPECT_EQ(damaged, expected);
             }
-            auto const field = damaged.begin() + start;
-            if (c.width == 4) {
-                EXPECT_EQ(U32At(damaged, static_cast<unsigned int>(start)), c.value);
-            } else if (c.damage.emptyHeaderTag) {
-                EXPECT_TRUE(std::all_of(field, field + 28, [](uint8_t b) { return b == 0; }));
-            } else { // cut to the field, with no NUL left in it
-                EXPECT_EQ(std::string(field, field + 28), c.damage.headerTag->substr(0, 28));
+            if (c.checksum != Unchecked) {
+                EXPECT_EQ(ChecksumValid(damaged, UsesCrc64(version)), c.checksum == Restamped);
             }
         }
         writer.SetDamage({});
-    }
-}
-
-TEST(FileDamageTest, TailFaultsActOnTheFinishedFile)
-{
-    for (FileVersion version : {FileVersion{2, 0, 0}, FileVersion{6, 0, 0}}) {
-        SCOPED_TRACE(Name(version));
-        TuningFileWriter writer = DescribeFile(version);
-        std::vector<uint8_t> const sound = writer.Build();
-        size_t const checksumStart = sound.size() - writer.ChecksumSize();
-
-        Damage damage;
-        damage.badChecksum = true;
-        std::vector<uint8_t> const badFile = writer.SetDamage(damage).Build();
-        ASSERT_EQ(badFile.size(), sound.size());
-        EXPECT_FALSE(ChecksumValid(badFile, UsesCrc64(version)));
-        for (size_t i = 0; i < sound.size(); ++i)
-            EXPECT_EQ(badFile[i], i < checksumStart ? sound[i] : static_cast<uint8_t>(~sound[i]));
-
-        damage = {};
-        damage.truncate = 3;
-        EXPECT_EQ(writer.SetDamage(damage).Build(),
-                  std::vector<uint8_t>(sound.begin(), sound.end() - 3));
-        damage = {};
-        damage.cutAt = 40;
-        EXPECT_EQ(writer.SetDamage(damage).Build(),
-                  std::vector<uint8_t>(sound.begin(), sound.begin() + 40));
-
-        // Appended bytes leave FileSize at the sound length.
-        damage = {};
-        damage.appended = {0xAA, 0xBB};
-        std::vector<uint8_t> expected = sound;
-        expected.insert(expected.end(), {0xAA, 0xBB});
-        EXPECT_EQ(writer.SetDamage(damage).Build(), expected);
-        EXPECT_EQ(U32At(expected, 28), sound.size());
-
-        // Truncate and append together replace the tail.
-        damage.truncate = writer.ChecksumSize();
-        damage.appended = std::vector<uint8_t>(writer.ChecksumSize(), 0);
-        expected = sound;
-        std::fill(expected.begin() + checksumStart, expected.end(), 0);
-        EXPECT_EQ(writer.SetDamage(damage).Build(), expected);
-    }
-}
-
-TEST(FileWriterTest, MinimalSectionsLoadAsSoundTablesWithoutModules)
-{
-    for (FileVersion version : {FileVersion{1, 0, 2}, FileVersion{1, 1, 0}, FileVersion{3, 0, 1},
-                                FileVersion{5, 0, 0}, FileVersion{7, 0, 0}}) {
-        SCOPED_TRACE(Name(version));
-        std::vector<uint8_t> file = TuningFileWriter(version).AddMinimalSections().Build();
-        ParamTest::TestSetManager manager;
-        ASSERT_TRUE(manager.LoadBinaryParameters(file.data(), file.size()))
-            << manager.GetErrorString();
-        EXPECT_EQ(manager.GetSectionCount(), 2u);
-        EXPECT_NE(manager.GetSymbolSection().Size, 0u);
-        EXPECT_NE(manager.GetDataSection().Size, 0u);
-        ASSERT_NE(manager.GetSymbolTable(), nullptr);
-        EXPECT_EQ(manager.GetSymbolTable()->Modules().Count(), 0u);
     }
 }
 

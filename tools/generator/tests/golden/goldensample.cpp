@@ -17,11 +17,6 @@ ParameterMemberDescriptor const pointTypeMembers[] = {
      ParameterMemberKind::Scalar, ParameterStorage::Float, 10, false, false, nullptr},
 };
 
-ParameterMemberDescriptor const sampleType_limitsStructMembers[] = {
-    {"low", ParameterTypeNames::Double, 0x8a52ab0cf87a3fa8UL, offsetof(sampleType::limitsStruct, low), 0, 0, 1, 0, 0,
-     ParameterMemberKind::Scalar, ParameterStorage::Double, 10, false, false, nullptr},
-};
-
 ParameterMemberDescriptor const sampleTypeMembers[] = {
     {"threshold", ParameterTypeNames::UInt32, 0xe04ba95df59bbd7cUL, offsetof(sampleType, threshold), 0, 0, 1, 0, 0,
      ParameterMemberKind::Scalar, ParameterStorage::Float, 0, false, false, nullptr},
@@ -40,7 +35,7 @@ ParameterMemberDescriptor const sampleTypeMembers[] = {
     {"default", ParameterTypeNames::UInt8, 0x9567c48eab4c56cfUL, offsetof(sampleType, default_), 0, 0, 1, 0, 0,
      ParameterMemberKind::Scalar, ParameterStorage::UInt8, 0, false, false, nullptr},
     {"limits", ParameterTypeNames::Structure, 0x8e591c0c483d1e1bUL, offsetof(sampleType, limits), 0, 0, 1, 0, 0,
-     ParameterMemberKind::Structure, ParameterStorage::UInt32, 0, false, false, &::goldensample::sampleType::limitsStruct::Descriptor},
+     ParameterMemberKind::Structure, ParameterStorage::UInt32, 0, false, false, &::goldensample::pointType::Descriptor},
     {"unnamed_832c67f0", ParameterTypeNames::Int32, 0x832c67f0d28e401dUL, offsetof(sampleType, unnamed_832c67f0), 0, 0, 1, 0, 0,
      ParameterMemberKind::Scalar, ParameterStorage::Int32, 0, false, false, nullptr},
 };
@@ -77,40 +72,6 @@ bool pointType::SetValue(char const* valuePath, char const* valueText)
 }
 
 bool pointType::GetInfo(char const* valuePath, PList<ParameterParserInfo>& infoList)
-{
-    return ParameterValuePath::GetInfo(this, Descriptor, valuePath, infoList);
-}
-
-ParameterTypeDescriptor const sampleType::limitsStruct::Descriptor = {
-    "limitsStruct", sizeof(sampleType::limitsStruct), 0, sampleType_limitsStructMembers, 1, &sampleType::limitsStruct::LoadArray, &sampleType::limitsStruct::AllocArray, false};
-
-void sampleType::limitsStruct::Load(ParameterLoadParameters& loadParams)
-{
-    ParameterMemberAccess::Load(this, Descriptor, loadParams);
-}
-
-void sampleType::limitsStruct::LoadArray(ParameterLoadParameters& loadParams, void* elements,
-    unsigned int elementCount)
-{
-    ParameterMemberAccess::LoadArray(Descriptor, loadParams, elements, elementCount);
-}
-
-void* sampleType::limitsStruct::AllocArray(unsigned int elementCount)
-{
-    return ParameterMemberAccess::AllocArray(Descriptor, elementCount);
-}
-
-bool sampleType::limitsStruct::GetValue(char const* valuePath, char* outText, unsigned int outSize)
-{
-    return ParameterValuePath::GetValue(this, Descriptor, valuePath, outText, outSize);
-}
-
-bool sampleType::limitsStruct::SetValue(char const* valuePath, char const* valueText)
-{
-    return ParameterValuePath::SetValue(this, Descriptor, valuePath, valueText);
-}
-
-bool sampleType::limitsStruct::GetInfo(char const* valuePath, PList<ParameterParserInfo>& infoList)
 {
     return ParameterValuePath::GetInfo(this, Descriptor, valuePath, infoList);
 }

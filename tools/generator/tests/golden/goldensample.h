@@ -40,20 +40,6 @@ struct PARAMETERPARSER_API pointType
 
 struct PARAMETERPARSER_API sampleType
 {
-    struct PARAMETERPARSER_API limitsStruct
-    {
-        double low;
-
-        void Load(ParameterLoadParameters& loadParams);
-        static void LoadArray(ParameterLoadParameters& loadParams, void* elements, unsigned int elementCount);
-        static void* AllocArray(unsigned int elementCount);
-        bool GetValue(char const* valuePath, char* outText, unsigned int outSize);
-        bool SetValue(char const* valuePath, char const* valueText);
-        bool GetInfo(char const* valuePath, PList<ParameterParserInfo>& infoList);
-
-        static ParameterTypeDescriptor const Descriptor;
-    };
-
     uint32_t symbolTableID; ///< bits 0-23 symbol table ID, 24-31 edits
     float threshold;
     float gains[3];
@@ -71,7 +57,7 @@ struct PARAMETERPARSER_API sampleType
     uint32_t labelCount;
     uint32_t labelID;
     uint8_t default_;
-    limitsStruct limits;
+    ::goldensample::pointType limits;
     int32_t unnamed_832c67f0;
 
     void Load(ParameterLoadParameters& loadParams);

@@ -1,0 +1,337 @@
+// SPDX-License-Identifier: Apache-2.0
+// paramctl on writer-made files: verify on files whose schema differs from the build's in one way
+// each (the report names what a load matches, zeroes, steps over and converts, and what the module
+// class refuses), diff on descriptions that differ in one way each, and the output on hostile and
+// damaged files (every --json parses, no text from a file reaches the terminal raw).
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tools/paramctl/printable.h"
+#include "tools/writer/tuningfilewriter.h"
+
+#include "tests/common/tempfile.h"
+#include "tests/paramctl/runparamctl.h"
+#include "tests/paramctl/trackerfile.h"
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using nlohmann::json;
+using ParamCtlTest::DefinitionStructure;
+using ParamCtlTest::ElementNamed;
+using ParamCtlTest::EntryValue;
+using ParamCtlTest::Output;
+using ParamCtlTest::RunParamctl;
+using ParamCtlTest::StructureNamed;
+using ParamCtlTest::TrackerFile;
+using ParamCtlTest::TrackerOptions;
+using TuningWriter::DefinitionElement;
+using TuningWriter::ElementType;
+
+/// The bytes of a packed tuning description.
+std::vector<uint8_t> Packed(std::string const& text)
+{
+    ParamTest::TempFile description(std::vector<uint8_t>(text.begin(), text.end()));
+    ParamTest::TempFile file;
+    EXPECT_EQ(RunParamctl("pack " + description.Path() + " -o " + file.Path()).code, 0) << text;
+    return ParamCtlTest::ReadBytes(file.Path());
+}
+
+struct VerifyCase
+{
+    char const* name;
+    TrackerOptions options;
+    json members;        ///< the t2tconfigdata module's "members" report
+    char const* refused; ///< what the module class's refusal says; "" when both are created
+};
+
+TEST(ParamctlVerifyTest, ReportsHowTheBuildReadsEachMemberAndInstance)
+{
+    DefinitionElement added;
+    added.name = "addedGain";
+    added.type = ElementType::Float;
+    EntryValue const addedValue = EntryValue::Real(3.5);
+    std::vector<VerifyCase> const cases = {
+        {"same schema", {}, {{"matched", 9}}, ""},
+        {"member the build does not know, ahead of the others",
+         {[&](std::vector<DefinitionStructure>& s) {
+              auto& elements = StructureNamed(s, "T2TCtrlType").elements;
+              elements.insert(elements.begin(), added);
+          },
+          {1, 0, 0},
+          &addedValue,
+          "addedGain"},
+         {{"matched", 9}, {"extra", {"addedGain"}}},
+         ""},
+        {"member the file lacks, nested",
+         {[](std::vector<DefinitionStructure>& s) {
+             auto& elements = StructureNamed(s, "module_versionStruct").elements;
+             elements.erase(std::remove_if(elements.begin(), elements.end(),
+                                           [](DefinitionElement const& e) {
+                                               return e.name == "minor_revision";
+                                           }),
+                            elements.end());
+         }},
+         {{"matched", 8}, {"missing", {"module_version.minor_revision"}}},
+         ""},
+        {"narrower number type and a fixed array",
+         {[](std::vector<DefinitionStructure>& s) {
+             DefinitionStructure& top = StructureNamed(s, "T2TCtrlType");
+             ElementNamed(top, "operationMode").type = ElementType::UInt16;
+             DefinitionElement& threshold = ElementNamed(top, "confidenceThreshold");
+             threshold.minCount = threshold.maxCount = 2;
+         }},
+         {{"matched", 7},
+          {"converted",
+           {{{"member", "operationMode"}, {"file", "UInt16"}, {"build", "UInt32"}},
+            {{"member", "confidenceThreshold"}, {"file", "UInt32[2]"}, {"build", "UInt32"}}}}},
+         ""},
+        {"module of another version",
+         {{}, {1, 2, 0}},
+         {{"matched", 9}},
+         "file version 1.2.0, build version 1.0.0"},
+    };
+    for (VerifyCase const& test : cases) {
+        SCOPED_TRACE(test.name);
+        ParamTest::TempFile file(TrackerFile(test.options));
+        Output const output = RunParamctl("verify --json " + file.Path());
+        json const report = json::parse(output.out, nullptr, false);
+        ASSERT_TRUE(report.is_object()) << output.out;
+        json expected = {{"matched", 0},
+                         {"missing", json::array()},
+                         {"extra", json::array()},
+                         {"converted", json::array()}};
+        expected.update(test.members);
+        json const& module = report["modules"][0];
+        EXPECT_EQ(module["name"], "t2tconfigdata");
+        EXPECT_EQ(module["members"], expected);
+        EXPECT_EQ(module["schema"], test.members.size() == 1 ? "matches" : "differs");
+        bool const refused = *test.refused != '\0';
+        for (json const& instance : module["instances"]) {
+            EXPECT_EQ(instance["created"], !refused);
+            EXPECT_EQ(instance.value("refused", ""), test.refused);
+        }
+        EXPECT_EQ(output.code, test.members.size() == 1 && !refused ? 0 : 1);
+        EXPECT_TRUE(report["checksum"]["valid"]);
+        EXPECT_TRUE(report["structure"]["valid"]);
+    }
+}
+
+// A file whose checksum no longer fits its bytes is still checked through: the report shows the
+// damage and everything behind it.
+TEST(ParamctlVerifyTest, ChecksumDamageHidesNothingElse)
+{
+    std::vector<uint8_t> bytes = TrackerFile();
+    bytes.back() ^= 0xFF;
+    ParamTest::TempFile file(bytes);
+    Output const output = RunParamctl("verify " + file.Path());
+    EXPECT_EQ(output.code, 1);
+    for (char const* line : {"Checksum:   invalid (CRC-64): stored 0x", "Structure:  sound\n",
+                             "schema matches the build's, 9 members matched", "Findings:   1\n"}) {
+        EXPECT_NE(output.out.find(line), std::string::npos) << line << "\n" << output.out;
+    }
+    ParamTest::TempFile text(std::vector<uint8_t>{'n', 'o', 't', '\n'});
+    EXPECT_EQ(RunParamctl("verify " + text.Path()).code, 2);
+}
+
+// The bundled sample written in the oldest version and on both sides of 6.0.0: from 6.0.0 on its
+// modules are found and match; below, entries carry no name hash, and the report says why no
+// module is created. diff reads each version.
+TEST(ParamctlVerifyTest, WriterFilesOfEachVersionAreJudged)
+{
+    std::vector<uint8_t> const sample =
+        ParamCtlTest::ReadBytes(PARAM_SOURCE_DIR "/examples/sample.tuning");
+    for (char const* version : {"1.0.0", "3.0.1", "5.0.0", "6.0.0"}) {
+        SCOPED_TRACE(version);
+        std::string described(sample.begin(), sample.end());
+        described.replace(described.find("version 7.0.0"), 13, std::string("version ") + version);
+        ParamTest::TempFile const file(Packed(described));
+        Output const verify = RunParamctl("verify " + file.Path());
+        bool const hashed = version[0] == '6';
+        EXPECT_EQ(verify.code, hashed ? 0 : 1) << verify.out;
+        EXPECT_EQ(verify.out.find("Module t2tconfigdata: its entries have no name hash") ==
+                      std::string::npos,
+                  hashed)
+            << verify.out;
+        EXPECT_EQ(RunParamctl("diff " + file.Path() + " " + file.Path()).code, 0);
+    }
+}
+
+constexpr char DiffBase[] = R"(version 7.0.0
+binary-tag diff-a
+modetable rear
+  path Default|Sensor.0|Usecase.Preview
+instance t2tconfigdata T2TCtrlType mode Default
+  value confidenceThreshold 60
+instance t2tconfigdata T2TCtrlType mode Default|Sensor.0
+  value confidenceThreshold 75
+)";
+
+std::string Replaced(std::string text, std::string const& from, std::string const& to)
+{
+    return text.replace(text.find(from), from.size(), to);
+}
+
+// Header, mode tree, instances, and values read through a mode branch, where each file may take
+// a value from another mode.
+TEST(ParamctlDiffTest, ShowsEachDifferenceWhereItStands)
+{
+    std::string const withoutSensor = Replaced(DiffBase,
+                                               "instance t2tconfigdata T2TCtrlType mode "
+                                               "Default|Sensor.0\n  value confidenceThreshold 75\n",
+                                               "");
+    struct Case
+    {
+        char const* name;
+        std::string b; ///< the second file's description; the first is DiffBase
+        char const* options;
+        int code;
+        char const* output;
+    };
+    std::vector<Case> const cases = {
+        {"same", DiffBase, "", 0, ""},
+        {"header", Replaced(DiffBase, "diff-a", "diff-b"), "", 1,
+         "header binaryTag: diff-a -> diff-b\n"},
+        {"mode tree",
+         Replaced(DiffBase, "Usecase.Preview", "Usecase.Preview resident\n  path Default|Sensor.1"),
+         "", 1,
+         "mode table 0: Default|Sensor.0|Usecase.Preview: not resident -> resident\n"
+         "mode table 0: Default|Sensor.1: only in B\n"},
+        {"instance", withoutSensor, "", 1,
+         "t2tconfigdata in Default|Sensor.0 (table 0): only in A\n"},
+        {"through a branch: each file's deepest mode", withoutSensor,
+         "--mode 'Default|Sensor.0|Usecase.Preview'", 1,
+         "t2tconfigdata (from Default|Sensor.0 in A, Default in B): confidenceThreshold: 75 -> "
+         "60\n"},
+        {"through a branch: the same values", withoutSensor, "--mode Default", 0, ""},
+        {"branch not in a file", DiffBase, "--mode 'Default|Sensor.3'", 2, ""},
+    };
+    ParamTest::TempFile const a(Packed(DiffBase));
+    for (Case const& test : cases) {
+        SCOPED_TRACE(test.name);
+        ParamTest::TempFile const b(Packed(test.b));
+        std::string const files = std::string(test.options) + " " + a.Path() + " " + b.Path();
+        Output const diff = RunParamctl("diff " + files);
+        EXPECT_EQ(diff.code, test.code);
+        EXPECT_EQ(diff.out, test.output);
+        if (test.code == 2)
+            continue;
+        // The JSON form holds the same differences, one item for each line of the text.
+        json const document = json::parse(RunParamctl("diff --json " + files).out, nullptr, false);
+        ASSERT_TRUE(document.is_object());
+        EXPECT_EQ(document["same"], test.code == 0);
+        size_t items = document["header"].size() + document["modes"].size();
+        for (json const& instance : document["instances"])
+            items +=
+                instance["a"].is_null() || instance["b"].is_null() ? 1 : instance["values"].size();
+        EXPECT_EQ(items, static_cast<size_t>(std::count(diff.out.begin(), diff.out.end(), '\n')));
+    }
+}
+
+TEST(PrintableTest, KeepsTextAndEscapesEveryOtherByte)
+{
+    struct Case
+    {
+        std::string text;
+        std::string printed;
+    } const cases[] = {
+        {"plain text 123", "plain text 123"},
+        {"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x93\xb7", "caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x93\xb7"},
+        {"\x1b[31m", "\\x1b[31m"},
+        {"tab\tnew\nline\x7f", "tab\\x09new\\x0aline\\x7f"},
+        {"back\\slash", "back\\\\slash"},
+        {"\xc2\x9b"
+         "2J",
+         "\\xc2\\x9b2J"},                             // U+009B starts an escape sequence too
+        {"\xc0\xaf", "\\xc0\\xaf"},                   // overlong "/"
+        {"\xed\xa0\x80", "\\xed\\xa0\\x80"},          // a surrogate
+        {"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"}, // above U+10FFFF
+        {"\xe2\x82", "\\xe2\\x82"},                   // cut short at the end
+        {"\xff\xc3\x28", "\\xff\\xc3("},
+        {std::string("a\0b", 3), "a\\x00b"},
+    };
+    for (Case const& test : cases) {
+        SCOPED_TRACE(test.printed);
+        EXPECT_EQ(ParamCtl::Printable(test.text), test.printed);
+    }
+}
+
+// Escape sequences (a colour change, a window title) and bytes that are no UTF-8.
+constexpr char HostileText[] = "\x1b[31mred\x1b]0;title\x07\xff\xc3\x28";
+
+// True when text is valid UTF-8: the JSON library refuses to write a string that is not.
+bool IsUtf8(std::string const& text)
+{
+    try {
+        static_cast<void>(json(text).dump());
+        return true;
+    } catch (json::exception const&) {
+        return false;
+    }
+}
+
+TEST(ParamctlOutputTest, JsonParsesAndTextIsEscapedOnHostileAndDamagedFiles)
+{
+    // A sample with a hostile tag, table name and text value; files whose tables load but that
+    // the loader refuses; files refused at the header (one for its tag, which the refusal quotes).
+    std::vector<uint8_t> const sample = Packed(
+        std::string("version 7.0.0\nbinary-tag ") + HostileText + "\nmodetable " + HostileText +
+        "\n  path Default|Sensor.0\n"
+        "instance versionsA_sw varitonal_versionsA10Type mode Default\n"
+        "  value parameter_version.revision " +
+        HostileText + "\n");
+    ASSERT_GT(sample.size(), 200u);
+    TuningWriter::TuningFileWriter pastEnd;
+    pastEnd.SetBinaryTag(HostileText).AddMinimalSections().AddRawSectionRecord(0, 0xFFFF0000u, 64);
+    TuningWriter::TuningFileWriter hostileTag;
+    hostileTag.SetHeaderTag(HostileText).AddMinimalSections();
+    std::vector<std::vector<uint8_t>> files = {sample, pastEnd.Build(), hostileTag.Build()};
+    for (size_t cut : {60u, 200u, 1000u})
+        files.emplace_back(sample.begin(), sample.begin() + static_cast<long>(cut));
+
+    for (size_t i = 0; i < files.size(); ++i) {
+        ParamTest::TempFile file(files[i]);
+        std::string const path = " " + file.Path();
+        std::string const runs[] = {"info --json" + path,
+                                    "info --modules --json" + path,
+                                    "modes --json" + path,
+                                    "entries --json" + path,
+                                    "dump --json" + path,
+                                    "get --json" + path + " Default versionsA_sw",
+                                    "set --json" + path + " Default t2tconfigdata operationMode=1",
+                                    "info" + path,
+                                    "info --modules" + path,
+                                    "modes" + path,
+                                    "modes --dot" + path,
+                                    "entries" + path,
+                                    "dump" + path};
+        for (std::string const& run : runs) {
+            SCOPED_TRACE("file " + std::to_string(i) + ": paramctl " + run);
+            Output const output = RunParamctl(run);
+            EXPECT_TRUE(output.code == 0 || output.code == 1) << output.code;
+            EXPECT_EQ(output.out.find('\x1b'), std::string::npos);
+            if (run.find("--json") == std::string::npos) {
+                EXPECT_TRUE(IsUtf8(output.out));
+            } else if (output.code == 0 || !output.out.empty()) {
+                EXPECT_TRUE(json::accept(output.out)) << output.out;
+            }
+        }
+        // Only the sample loads; the server refuses the others with the loader's reason.
+        if (i > 0) {
+            Output const refused = RunParamctl("serve --bind 127.0.0.1" + path, true);
+            EXPECT_EQ(refused.code, 1) << refused.out;
+            EXPECT_EQ(refused.out.find('\x1b'), std::string::npos) << refused.out;
+            EXPECT_TRUE(IsUtf8(refused.out)) << refused.out;
+        }
+    }
+    // The hostile tag is shown escaped, so what the file holds can still be read.
+    ParamTest::TempFile file(sample);
+    EXPECT_NE(
+        RunParamctl("info " + file.Path()).out.find("\\x1b[31mred\\x1b]0;title\\x07\\xff\\xc3("),
+        std::string::npos);
+}
+
+} // namespace
