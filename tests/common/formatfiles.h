@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "parameterparser/imodetable.h"
@@ -15,6 +16,30 @@
 #include "tools/writer/tuningfilewriter.h"
 
 namespace ParamTest {
+
+inline std::vector<uint8_t> Bytes(std::string const& text)
+{
+    return std::vector<uint8_t>(text.begin(), text.end());
+}
+
+/// "V7_0_0" for a test name or trace.
+inline std::string VersionName(TuningWriter::FileVersion const& v)
+{
+    return "V" + std::to_string(v.major) + "_" + std::to_string(v.minor) + "_" +
+           std::to_string(v.patch);
+}
+
+/// A module entry of version 3.4.0 holding data as its bytes.
+inline TuningWriter::ModuleEntry Module(std::string name, std::string const& data,
+                                        uint32_t modeId = 0)
+{
+    TuningWriter::ModuleEntry entry;
+    entry.name = std::move(name);
+    entry.moduleVersion = {3, 4, 0};
+    entry.modeId = modeId;
+    entry.data = Bytes(data);
+    return entry;
+}
 
 /// A sound tuning file whose data section of dataSize bytes counts up, so that every position
 /// holds a recognisable byte.

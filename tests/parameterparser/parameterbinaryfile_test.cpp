@@ -21,6 +21,8 @@
 
 namespace {
 
+using Messages = std::vector<std::string>;
+
 class ParameterBinaryFileTest : public ::testing::Test
 {
 protected:
@@ -49,23 +51,6 @@ protected:
     std::unique_ptr<ParamTest::TempFile> m_file;
     std::unique_ptr<ParameterBinaryFile> m_binary;
 };
-
-// Read moves pos by the count rounded to the alignment; the allocating form hands out a copy.
-TEST_F(ParameterBinaryFileTest, ReadMovesPosByAlignedCount)
-{
-    UseFile(5000);
-    EXPECT_EQ(m_binary->GetLength(), Length());
-    std::vector<uint8_t> value(5);
-    unsigned int pos = 3;
-    ASSERT_TRUE(m_binary->Read(value.data(), 100, pos, 5, 8));
-    EXPECT_EQ(pos, 11u);
-    EXPECT_EQ(value, std::vector<uint8_t>(m_content.begin() + 103, m_content.begin() + 108));
-    unsigned char* block = m_binary->Read(200, 3000);
-    ASSERT_NE(block, nullptr);
-    EXPECT_EQ(std::vector<uint8_t>(block, block + 3000),
-              std::vector<uint8_t>(m_content.begin() + 200, m_content.begin() + 3200));
-    VornFree(block, VornTagRelease);
-}
 
 struct BufferCase
 {
@@ -146,14 +131,26 @@ TEST(ParameterBinaryFileNameTest, BadNamesLeaveFileClosed)
     }
 }
 
-// A read that ends at the end of the file is served; one byte further is refused, as is a null
+// Read moves pos by the count rounded to the alignment; the allocating form hands out a copy. A
+// read that ends at the end of the file is served; one byte further is refused, as is a null
 // value. A read of nothing only tells whether the file is still unchanged (a null value is still
 // logged); the allocating form refuses a count of 0. An empty file serves no read at all.
-TEST_F(ParameterBinaryFileTest, RefusesReadsOutsideTheFile)
+TEST_F(ParameterBinaryFileTest, ReadsWithinTheFileOnly)
 {
-    UseFile(100);
+    UseFile(5000);
+    EXPECT_EQ(m_binary->GetLength(), Length());
     std::vector<uint8_t> value(16);
-    unsigned int pos = 0;
+    unsigned int pos = 3;
+    ASSERT_TRUE(m_binary->Read(value.data(), 100, pos, 5, 8));
+    EXPECT_EQ(pos, 11u);
+    EXPECT_EQ(std::vector<uint8_t>(value.begin(), value.begin() + 5),
+              std::vector<uint8_t>(m_content.begin() + 103, m_content.begin() + 108));
+    unsigned char* block = m_binary->Read(200, 3000);
+    ASSERT_NE(block, nullptr);
+    EXPECT_EQ(std::vector<uint8_t>(block, block + 3000),
+              std::vector<uint8_t>(m_content.begin() + 200, m_content.begin() + 3200));
+    VornFree(block, VornTagRelease);
+    pos = 0;
     EXPECT_TRUE(m_binary->Read(value.data(), Length() - 10, pos, 10, 1));
     pos = 4;
     EXPECT_FALSE(m_binary->Read(value.data(), Length() - 13, pos, 10, 1));
@@ -161,23 +158,18 @@ TEST_F(ParameterBinaryFileTest, RefusesReadsOutsideTheFile)
     EXPECT_FALSE(m_binary->Read(nullptr, 0, pos, 4, 1));
     EXPECT_TRUE(m_binary->Read(nullptr, 0, pos, 0, 1));
     EXPECT_EQ(m_binary->Read(0, 0), nullptr);
-    EXPECT_EQ(m_log.Messages(),
-              (std::vector<std::string>{
-                  "ParameterBinaryFile::Read attempted to read past the end of the file, offset: " +
-                      std::to_string(Length() - 13) +
-                      ", pos: 4, count: 10, length: " + std::to_string(Length()) + "\n",
-                  "ParameterBinaryFile::Read called with null value\n",
-                  "ParameterBinaryFile::Read called with null value\n",
-                  "ParameterBinaryFile::Read called with 0 count\n"}));
-
-    // An empty file opens, and no read of it is served, not even of its first byte.
     ParamTest::TempFile const empty(std::vector<uint8_t>{});
     ParameterBinaryFile nothing(empty.Path().c_str(), nullptr);
-    m_log.Clear();
-    pos = 0;
-    EXPECT_FALSE(nothing.Read(value.data(), 0, pos, 1, 1));
-    EXPECT_EQ(m_log.Messages(), (std::vector<std::string>{
-                                    "ParameterBinaryFile::Read called with a zero length file\n"}));
+    EXPECT_FALSE(nothing.Read(value.data(), 0, pos = 0, 1, 1));
+    EXPECT_EQ(m_log.Messages(),
+              (Messages{"ParameterBinaryFile::Read attempted to read past the end of the file, "
+                        "offset: " +
+                            std::to_string(Length() - 13) +
+                            ", pos: 4, count: 10, length: " + std::to_string(Length()) + "\n",
+                        "ParameterBinaryFile::Read called with null value\n",
+                        "ParameterBinaryFile::Read called with null value\n",
+                        "ParameterBinaryFile::Read called with 0 count\n",
+                        "ParameterBinaryFile::Read called with a zero length file\n"}));
 }
 
 TEST_F(ParameterBinaryFileTest, ReferencesOpenAndCloseTheFile)
@@ -224,50 +216,40 @@ TEST_F(ParameterBinaryFileTest, FileChangedOnDiskFailsLaterReads)
     EXPECT_TRUE(m_log.Messages().empty());
 }
 
-struct SameSecondCase
-{
-    char const* name;
-    long nanosecondStep; ///< added to the old nanoseconds, within the same second
-    size_t dataSize;     ///< the rewritten file's data size (the first file has 100)
-    bool modified;
-};
-
-class SameSecondRewriteTest : public ParameterBinaryFileTest,
-                              public ::testing::WithParamInterface<SameSecondCase>
-{
-};
-
 // A tool may write the file again within the second of the first write; the time is then set
 // by hand to the same second, so only the nanoseconds or the size can show the change. A file
 // found modified on reopen refuses reads.
-TEST_P(SameSecondRewriteTest, ReopenComparesNanosecondsAndSize)
+TEST_F(ParameterBinaryFileTest, ReopenComparesNanosecondsAndSize)
 {
-    SameSecondCase const& param = GetParam();
-    UseFile(100);
-    struct stat before = {};
-    ASSERT_EQ(stat(m_file->Path().c_str(), &before), 0);
-    EXPECT_EQ(m_binary->Reference(-1), 0);
-    m_content = ParamTest::PatternFile(param.dataSize);
-    m_file->Rewrite(m_content);
-    timespec times[2] = {before.st_mtim, before.st_mtim};
-    times[0].tv_nsec = (before.st_mtim.tv_nsec + param.nanosecondStep) % 1000000000;
-    times[1].tv_nsec = times[0].tv_nsec;
-    ASSERT_EQ(utimensat(AT_FDCWD, m_file->Path().c_str(), times, 0), 0);
-    EXPECT_EQ(m_binary->Reference(1), 1);
-    EXPECT_EQ(m_binary->IsModified(), param.modified);
-    EXPECT_EQ(m_log.HasMessage("ParameterBinaryFile::Open, file modified, must reload\n"),
-              param.modified);
-    std::vector<uint8_t> value(4);
-    unsigned int pos = 0;
-    EXPECT_EQ(m_binary->Read(value.data(), 0, pos, 4, 1), !param.modified);
+    struct
+    {
+        char const* name;
+        long nanosecondStep; ///< added to the old nanoseconds, within the same second
+        size_t dataSize;     ///< the rewritten file's data size (the first file has 100)
+        bool modified;
+    } const cases[] = {{"other size", 0, 300, true},
+                       {"other nanoseconds", 1, 100, true},
+                       {"same time and size", 0, 100, false}};
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.name);
+        UseFile(100);
+        m_log.Clear();
+        struct stat before = {};
+        ASSERT_EQ(stat(m_file->Path().c_str(), &before), 0);
+        EXPECT_EQ(m_binary->Reference(-1), 0);
+        m_file->Rewrite(ParamTest::PatternFile(c.dataSize));
+        timespec times[2] = {before.st_mtim, before.st_mtim};
+        times[0].tv_nsec = times[1].tv_nsec =
+            (before.st_mtim.tv_nsec + c.nanosecondStep) % 1000000000;
+        ASSERT_EQ(utimensat(AT_FDCWD, m_file->Path().c_str(), times, 0), 0);
+        EXPECT_EQ(m_binary->Reference(1), 1);
+        EXPECT_EQ(m_binary->IsModified(), c.modified);
+        EXPECT_EQ(m_log.HasMessage("ParameterBinaryFile::Open, file modified, must reload\n"),
+                  c.modified);
+        std::vector<uint8_t> value(4);
+        unsigned int pos = 0;
+        EXPECT_EQ(m_binary->Read(value.data(), 0, pos, 4, 1), !c.modified);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Rewrites, SameSecondRewriteTest,
-                         ::testing::Values(SameSecondCase{"OtherSize", 0, 300, true},
-                                           SameSecondCase{"OtherNanoseconds", 1, 100, true},
-                                           SameSecondCase{"SameTimeAndSize", 0, 100, false}),
-                         [](::testing::TestParamInfo<SameSecondCase> const& caseInfo) {
-                             return caseInfo.param.name;
-                         });
 
 } // namespace

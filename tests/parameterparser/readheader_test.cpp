@@ -20,27 +20,19 @@
 #include "tools/writer/symboltablebuilder.h"
 #include "tools/writer/tuningfilewriter.h"
 
+#include "tests/common/formatfiles.h"
 #include "tests/common/logcapture.h"
 #include "tests/common/tempfile.h"
 #include "tests/common/testsetmanager.h"
 
 namespace {
 
+using ParamTest::Module;
 using TuningWriter::Damage;
 using TuningWriter::FileVersion;
 using TuningWriter::SectionType;
 using TuningWriter::TuningFileWriter;
-
-std::string VersionName(FileVersion const& v)
-{
-    return "V" + std::to_string(v.major) + "_" + std::to_string(v.minor) + "_" +
-           std::to_string(v.patch);
-}
-
-VersionUnion VersionOf(FileVersion const& version)
-{
-    return VersionUnion(version.major, version.minor, version.patch);
-}
+using Messages = std::vector<std::string>;
 
 TuningFileWriter SoundFile(FileVersion version)
 {
@@ -60,41 +52,26 @@ constexpr unsigned long UntouchedFlags = 0xABCDEF;
 constexpr char const* OlderFormat =
     "Warning: This is an older binary format, only Default mode data is supported. To support "
     "multiple modes, please re-generate binary using the latest version of Varitonal";
-constexpr char const* ShortHeader = "General error parsing binary header data header";
 constexpr char const* BadChecksum = "Binary file CRC validation failed";
 constexpr char const* BadTag = "Invalid binary header tag: ";
 constexpr char const* Unsupported = "Unsupported binary header version : ";
-constexpr char const* Regenerate =
-    ". Please re-generate parser code using the latest version of ParameterParser";
-
-// The damage a row does to a sound file.
-enum class Fault
-{
-    None,
-    CutAt,          ///< the file cut to arg bytes
-    Tag,            ///< the tag replaced by text, FileSize by arg when not 0
-    EmptyTag,       ///< the tag field all NUL
-    Checksum,       ///< every bit of the stored checksum flipped
-    Appended,       ///< arg zero bytes behind the checksum
-    CompressedShort ///< the compressed flag set and FileSize 1 MiB
-};
+constexpr char const* TooSmall = "Binary header data too small: Expected: ";
 
 struct HeaderCase
 {
     char const* name;
     FileVersion version;
-    Fault fault;
-    uint32_t arg;
-    char const* text;
-    /// The error text, or its start when the row's text or version completes it.
+    Damage damage;
+    /// The error text, or its start when the damaged tag or the version completes it.
     std::string errorText;
     /// An exact message expected in the log, or empty.
     std::string logged;
     /// Width of the checksums in the logged mismatch; 0 when none is logged.
-    size_t checksumDigits;
+    size_t checksumDigits = 0;
     /// For a file that passes: its alignment, and whether its header has a flags word.
     unsigned char alignment = 1;
     bool flagsField = true;
+    uint64_t flags = 0x10;
 };
 
 class ReadHeaderTest : public ::testing::TestWithParam<HeaderCase>
@@ -111,20 +88,11 @@ TEST_P(ReadHeaderTest, ChecksInOrder)
     HeaderCase const& param = GetParam();
     ParamTest::LogCapture log;
     ParamTest::TestSetManager logger;
-    Damage damage;
-    damage.cutAt = param.fault == Fault::CutAt ? param.arg : 0;
-    damage.emptyHeaderTag = param.fault == Fault::EmptyTag;
-    damage.badChecksum = param.fault == Fault::Checksum;
-    if (param.fault == Fault::Tag)
-        damage.headerTag = param.text;
-    if ((param.fault == Fault::Tag && param.arg != 0) || param.fault == Fault::CompressedShort)
-        damage.fileSize = 1u << 20;
-    if (param.fault == Fault::Appended)
-        damage.appended.assign(param.arg, 0);
-    uint64_t const flags = param.fault == Fault::CompressedShort ? 0x2 : 0x10;
     TuningFileWriter writer = SoundFile(param.version);
-    std::vector<uint8_t> bytes =
-        writer.SetBinaryTag("rear-camera").SetHeaderFlags(flags).SetDamage(damage).Build();
+    std::vector<uint8_t> bytes = writer.SetBinaryTag("rear-camera")
+                                     .SetHeaderFlags(param.flags)
+                                     .SetDamage(param.damage)
+                                     .Build();
     unsigned int pos = 0, sectionOffset = 0, sectionCount = 0;
     unsigned char alignment = 0;
     VersionUnion version;
@@ -137,87 +105,108 @@ TEST_P(ReadHeaderTest, ChecksInOrder)
                                               alignment, version, tag, readFlags, sectionCount,
                                               errorText, &logger),
               accepted);
-    std::string expected = param.errorText;
-    if (param.errorText == BadTag)
-        expected += param.text;
+    std::string expected =
+        param.errorText + (param.errorText == BadTag ? *param.damage.headerTag : "");
+    FileVersion const& v = param.version;
     if (param.errorText == Unsupported)
-        expected += std::to_string(param.version.major) + "." +
-                    std::to_string(param.version.minor) + "." +
-                    std::to_string(param.version.patch) + Regenerate;
+        expected += std::to_string(v.major) + "." + std::to_string(v.minor) + "." +
+                    std::to_string(v.patch) +
+                    ". Please re-generate parser code using the latest version of ParameterParser";
+    if (param.errorText == TooSmall)
+        expected += std::to_string(bytes.size() + 1) +
+                    " bytes, Actual: " + std::to_string(bytes.size()) + " bytes";
     EXPECT_EQ(errorText, expected);
     if (!param.logged.empty()) {
         EXPECT_TRUE(log.HasMessage(param.logged)) << param.logged;
     }
-    bool const versionRead = damage.cutAt == 0 || damage.cutAt >= 40;
-    EXPECT_EQ(version, versionRead ? VersionOf(param.version) : VersionUnion());
+    bool const versionRead = param.damage.cutAt == 0 || param.damage.cutAt >= 40;
+    EXPECT_EQ(version, versionRead ? VersionUnion(v.major, v.minor, v.patch) : VersionUnion());
     if (accepted) {
         bool const tagField = param.errorText != OlderFormat;
         EXPECT_EQ(alignment, param.alignment);
         EXPECT_EQ(sectionOffset, writer.HeaderSize());
         EXPECT_EQ(pos, writer.HeaderSize());
         EXPECT_EQ(sectionCount, 2u);
-        EXPECT_EQ(readFlags, param.flagsField ? flags : UntouchedFlags);
+        EXPECT_EQ(readFlags, param.flagsField ? param.flags : UntouchedFlags);
         EXPECT_EQ(tag == earlierTag, !tagField);
         EXPECT_STREQ(tag, tagField ? "rear-camera" : "");
+        // The error text is optional.
+        ParameterFileHeader header;
+        EXPECT_TRUE(ReadFileHeader(bytes.data(), Size(bytes), header, nullptr, nullptr));
     }
     VornFree(tag, VornTagRelease);
     if (param.checksumDigits != 0) {
         // "Binary file CRC validation failed. Expected: %x, Actual: %x\n" at the checksum's width.
         std::string const lead = std::string(BadChecksum) + ". Expected: ";
-        size_t const length = lead.size() + 2 * param.checksumDigits + 11;
         size_t found = 0;
         for (std::string const& message : log.Messages())
-            found += message.rfind(lead, 0) == 0 && message.size() == length;
+            found += message.rfind(lead, 0) == 0 &&
+                     message.size() == lead.size() + 2 * param.checksumDigits + 11;
         EXPECT_EQ(found, 1u);
     }
 }
 
-// A short header is told by the first field that does not fit.
-HeaderCase Cut(char const* name, FileVersion version, uint32_t cutAt, unsigned int offset,
-               unsigned int width)
+/// A sound file with one field of its damage set.
+template <typename Field, typename Value> Damage Set(Field Damage::*field, Value value)
 {
-    std::string const logged = "Failed to read " + std::to_string(width) +
-                               " bytes from binary file offset " + std::to_string(offset) +
-                               ", length " + std::to_string(cutAt) + "\n";
-    return {name, version, Fault::CutAt, cutAt, nullptr, ShortHeader, logged, 0};
+    Damage damage;
+    damage.*field = value;
+    return damage;
+}
+
+// A short header is told by the first field that does not fit.
+HeaderCase CutCase(char const* name, FileVersion version, uint32_t cutAt, unsigned int offset,
+                   unsigned int width)
+{
+    return {name, version, Set(&Damage::cutAt, cutAt),
+            "General error parsing binary header data header",
+            "Failed to read " + std::to_string(width) + " bytes from binary file offset " +
+                std::to_string(offset) + ", length " + std::to_string(cutAt) + "\n"};
 }
 
 // clang-format off
 std::vector<HeaderCase> const HeaderCases = {
-    {"OlderFormatWarns", {1, 0, 1}, Fault::None, 0, nullptr, OlderFormat, "", 0, 1, false},
-    {"V1_0_2", {1, 0, 2}, Fault::None, 0, nullptr, "", "", 0, 1, false},
-    {"V1_1_0", {1, 1, 0}, Fault::None, 0, nullptr, "", "", 0, 8, false},
-    {"V3_0_0", {3, 0, 0}, Fault::None, 0, nullptr, "", "", 0, 8},
-    {"V3_0_1", {3, 0, 1}, Fault::None, 0, nullptr, "", "", 0},
-    {"V5_9_9", {5, 9, 9}, Fault::None, 0, nullptr, "", "", 0},
-    {"V6_0_0", {6, 0, 0}, Fault::None, 0, nullptr, "", "", 0},
-    {"V7_0_0", {7, 0, 0}, Fault::None, 0, nullptr, "", "", 0},
+    {"OlderFormatWarns", {1, 0, 1}, {}, OlderFormat, "", 0, 1, false},
+    {"V1_0_2", {1, 0, 2}, {}, "", "", 0, 1, false},
+    {"V1_1_0", {1, 1, 0}, {}, "", "", 0, 8, false},
+    {"V3_0_0", {3, 0, 0}, {}, "", "", 0, 8},
+    {"V3_0_1", {3, 0, 1}, {}, "", ""},
+    {"V5_9_9", {5, 9, 9}, {}, "", ""},
+    {"V6_0_0", {6, 0, 0}, {}, "", ""},
+    {"V7_0_0", {7, 0, 0}, {}, "", ""},
     // A compressed file was short on purpose: the flag lets it past the size check.
-    {"CompressedFlagLetsShortBufferPass", {7, 0, 0}, Fault::CompressedShort, 0, nullptr, "", "", 0},
-    Cut("CutInTag", {7, 0, 0}, 20, 28, 4),
-    Cut("CutInFileSize", {7, 0, 0}, 30, 28, 4),
-    Cut("CutInVersion", {7, 0, 0}, 36, 32, 8),
-    Cut("CutInBinaryTag", {7, 0, 0}, 100, 152, 8),
-    Cut("CutInFlags", {7, 0, 0}, 156, 152, 8),
-    Cut("CutInSectionOffset", {7, 0, 0}, 162, 160, 4),
+    {"CompressedFlagLetsShortBufferPass", {7, 0, 0}, Set(&Damage::fileSize, 1u << 20), "", "", 0,
+     1, true, 0x2},
+    CutCase("CutInTag", {7, 0, 0}, 20, 28, 4),
+    CutCase("CutInFileSize", {7, 0, 0}, 30, 28, 4),
+    CutCase("CutInVersion", {7, 0, 0}, 36, 32, 8),
+    CutCase("CutInBinaryTag", {7, 0, 0}, 100, 152, 8),
+    CutCase("CutInFlags", {7, 0, 0}, 156, 152, 8),
+    CutCase("CutInSectionOffset", {7, 0, 0}, 162, 160, 4),
     // The last field ends exactly at the bound: one byte short of it fails.
-    Cut("CutOneShortOfSectionCount", {7, 0, 0}, 167, 164, 4),
+    CutCase("CutOneShortOfSectionCount", {7, 0, 0}, 167, 164, 4),
     // Below 3.0.0 there is no flags word: the section offset follows the tag.
-    Cut("CutBehindTagBelow3", {2, 0, 0}, 154, 152, 4),
-    Cut("CutInOldHeader", {1, 0, 1}, 42, 40, 4),
-    {"EmptyTag", {7, 0, 0}, Fault::EmptyTag, 0, nullptr, "Failed to read binary header tag", "", 0},
-    {"TagWithMoreCharacters", {7, 0, 0}, Fault::Tag, 0, "ZEL Varitonal Header2", BadTag, "", 0},
-    {"TagOtherCase", {7, 0, 0}, Fault::Tag, 0, "ZEL VARITONAL HEADER", BadTag, "", 0},
+    CutCase("CutBehindTagBelow3", {2, 0, 0}, 154, 152, 4),
+    CutCase("CutInOldHeader", {1, 0, 1}, 42, 40, 4),
+    {"EmptyTag", {7, 0, 0}, Set(&Damage::emptyHeaderTag, true),
+     "Failed to read binary header tag", ""},
+    {"TagWithMoreCharacters", {7, 0, 0}, Set(&Damage::headerTag, "ZEL Varitonal Header2"), BadTag,
+     ""},
+    {"TagOtherCase", {7, 0, 0}, Set(&Damage::headerTag, "ZEL VARITONAL HEADER"), BadTag, ""},
+    // FileSize at the buffer's length passes (every sound file); one byte more is refused.
+    {"BufferOneShortOfFileSize", {7, 0, 0}, Set(&Damage::truncate, 1), TooSmall, ""},
     // The tag is checked before the size, the version before the checksum.
-    {"WrongTagAndTooSmall", {7, 0, 0}, Fault::Tag, 1, "Other", BadTag, "", 0},
-    {"Version7_0_1", {7, 0, 1}, Fault::None, 0, nullptr, Unsupported, "", 0},
-    {"Version7_1_0WithBadChecksum", {7, 1, 0}, Fault::Checksum, 0, nullptr, Unsupported, "", 0},
+    {"WrongTagAndTooSmall", {7, 0, 0}, [] { Damage d = Set(&Damage::headerTag, "Other");
+        d.fileSize = 1u << 20; return d; }(), BadTag, ""},
+    {"Version7_0_1", {7, 0, 1}, {}, Unsupported, ""},
+    {"Version7_1_0WithBadChecksum", {7, 1, 0}, Set(&Damage::badChecksum, true), Unsupported, ""},
     // The checksum width follows the version, and its place follows the buffer's length:
     // bytes appended behind a sound file move it.
-    {"Crc32Below6", {5, 9, 9}, Fault::Checksum, 0, nullptr, BadChecksum, "", 8},
-    {"Crc32OldFormat", {1, 0, 1}, Fault::Checksum, 0, nullptr, BadChecksum, "", 8},
-    {"Crc64From6", {6, 0, 0}, Fault::Checksum, 0, nullptr, BadChecksum, "", 16},
-    {"BufferLongerThanFileSize", {7, 0, 0}, Fault::Appended, 8, nullptr, BadChecksum, "", 16},
+    {"Crc32Below6", {5, 9, 9}, Set(&Damage::badChecksum, true), BadChecksum, "", 8},
+    {"Crc32OldFormat", {1, 0, 1}, Set(&Damage::badChecksum, true), BadChecksum, "", 8},
+    {"Crc64From6", {6, 0, 0}, Set(&Damage::badChecksum, true), BadChecksum, "", 16},
+    {"BufferLongerThanFileSize", {7, 0, 0}, Set(&Damage::appended, std::vector<uint8_t>(8)),
+     BadChecksum, "", 16},
 };
 // clang-format on
 
@@ -226,79 +215,50 @@ INSTANTIATE_TEST_SUITE_P(Faults, ReadHeaderTest, ::testing::ValuesIn(HeaderCases
                              return std::string(test.param.name);
                          });
 
-// FileSize at the buffer's length passes; one byte more is refused.
-TEST(ReadHeaderSizeTest, RefusesBufferSmallerThanFileSize)
-{
-    unsigned int const length = Size(SoundFile({7, 0, 0}).Build());
-    char errorText[ParameterSetManager::ErrorStringLength] = {};
-    for (unsigned int const fileSize : {length, length + 1}) {
-        Damage damage;
-        damage.fileSize = fileSize;
-        std::vector<uint8_t> bytes = SoundFile({7, 0, 0}).SetDamage(damage).Build();
-        ParameterFileHeader header;
-        // The error text is optional.
-        EXPECT_EQ(ReadFileHeader(bytes.data(), length, header,
-                                 fileSize == length ? nullptr : errorText, nullptr),
-                  fileSize == length);
-    }
-    EXPECT_EQ(std::string(errorText),
-              "Binary header data too small: Expected: " + std::to_string(length + 1) +
-                  " bytes, Actual: " + std::to_string(length) + " bytes");
-}
-
-class ReadSectionInfoTest : public ::testing::TestWithParam<FileVersion>
-{
-};
-
 // Records are 12 bytes at alignment 1 and 24 at alignment 8; mode sections keep file order. The
 // manager's static form hands the same records out one by one.
-TEST_P(ReadSectionInfoTest, StoresEveryTypeInOrder)
+TEST(ReadSectionInfoTest, StoresEveryTypeInOrder)
 {
-    TuningFileWriter writer(GetParam());
-    SectionType const types[] = {SectionType::Mode,      SectionType::Symbol,
-                                 SectionType::Data,      SectionType::Mode,
-                                 SectionType::DataTable, SectionType::Definition};
-    for (size_t i = 0; i < 6; ++i)
-        writer.AddSection(types[i], std::vector<uint8_t>(16 + 8 * i, 1));
-    std::vector<uint8_t> bytes = writer.Build();
-    auto pos = static_cast<unsigned int>(writer.HeaderSize());
-    ParameterSetManager::SectionInfo symbol{}, dataTable{}, data{}, definitions{};
-    PList<ParameterSetManager::SectionInfo> modes;
-    ASSERT_TRUE(ParameterSetManager::ReadSectionInfo(bytes.data(), Size(bytes), pos,
-                                                     writer.Alignment(), 6, symbol, dataTable,
-                                                     modes, data, definitions, nullptr, nullptr));
-    ASSERT_EQ(modes.Count(), 2u);
-    ParameterSetManager::SectionInfo const read[] = {modes[0], symbol,    data,
-                                                     modes[1], dataTable, definitions};
-    for (size_t i = 0; i < 6; ++i) {
-        EXPECT_EQ(read[i].Offset, writer.SectionOffsetAt(i)) << i;
-        EXPECT_EQ(read[i].Size, 16 + 8 * i) << i;
+    for (FileVersion const version : {FileVersion{2, 0, 0}, FileVersion{7, 0, 0}}) {
+        TuningFileWriter writer(version);
+        SectionType const types[] = {SectionType::Mode,      SectionType::Symbol,
+                                     SectionType::Data,      SectionType::Mode,
+                                     SectionType::DataTable, SectionType::Definition};
+        for (size_t i = 0; i < 6; ++i)
+            writer.AddSection(types[i], std::vector<uint8_t>(16 + 8 * i, 1));
+        std::vector<uint8_t> bytes = writer.Build();
+        auto pos = static_cast<unsigned int>(writer.HeaderSize());
+        ParameterSetManager::SectionInfo symbol{}, dataTable{}, data{}, definitions{};
+        PList<ParameterSetManager::SectionInfo> modes;
+        ASSERT_TRUE(ParameterSetManager::ReadSectionInfo(
+            bytes.data(), Size(bytes), pos, writer.Alignment(), 6, symbol, dataTable, modes, data,
+            definitions, nullptr, nullptr));
+        ASSERT_EQ(modes.Count(), 2u);
+        ParameterSetManager::SectionInfo const read[] = {modes[0], symbol,    data,
+                                                         modes[1], dataTable, definitions};
+        for (size_t i = 0; i < 6; ++i) {
+            EXPECT_EQ(read[i].Offset, writer.SectionOffsetAt(i)) << i;
+            EXPECT_EQ(read[i].Size, 16 + 8 * i) << i;
+        }
+        EXPECT_EQ(pos, writer.HeaderSize() + 6 * (writer.Alignment() == 1 ? 12u : 24u));
     }
-    EXPECT_EQ(pos, writer.HeaderSize() + 6 * (writer.Alignment() == 1 ? 12u : 24u));
 }
-
-INSTANTIATE_TEST_SUITE_P(Alignments, ReadSectionInfoTest,
-                         ::testing::Values(FileVersion{2, 0, 0}, FileVersion{7, 0, 0}));
-
-struct SectionCase
-{
-    char const* name;
-    unsigned int count;
-    /// Where the table starts: behind the header, or this many bytes before the buffer's end.
-    unsigned int fromEnd;
-    bool unknownRecord; ///< a third record of type 9
-    bool logged;        ///< a logger is given
-    bool read;
-    char const* errorText;
-    /// The exact message logged ("%u" stands for the buffer's length), or empty for none.
-    std::string message;
-};
 
 // The table's count, its records and the buffer's end each bound the read; records before a
 // refusal stay stored, and without a logger a refusal leaves no line.
-TEST(ReadSectionInfoFaultTest, RefusesTablesThatBreakALimit)
+TEST(ReadSectionInfoTest, RefusesTablesThatBreakALimit)
 {
-    SectionCase const cases[] = {
+    struct
+    {
+        char const* name;
+        unsigned int count;
+        /// Where the table starts: behind the header, or this many bytes before the buffer's end.
+        unsigned int fromEnd;
+        bool unknownRecord, logged, read; ///< a third record of type 9; a logger is given
+        char const* errorText;
+        /// The exact message logged ("%u" stands for the buffer's length), or empty for none.
+        std::string message;
+    } const cases[] = {
         {"one record, silent", 1, 0, false, false, false, "", ""},
         {"one record", 1, 0, false, true, false, "",
          "ReadSectionInfo: Section count 1 is less than Min sections 2\n"},
@@ -309,7 +269,7 @@ TEST(ReadSectionInfoFaultTest, RefusesTablesThatBreakALimit)
          "Error reading data from header sections",
          "Failed to read 4 bytes from binary file offset %u, length %u\n"},
     };
-    for (SectionCase const& c : cases) {
+    for (auto const& c : cases) {
         SCOPED_TRACE(c.name);
         ParamTest::LogCapture log;
         ParamTest::TestSetManager logger;
@@ -328,8 +288,7 @@ TEST(ReadSectionInfoFaultTest, RefusesTablesThatBreakALimit)
         std::string message = c.message;
         for (size_t at = message.find("%u"); at != std::string::npos; at = message.find("%u"))
             message.replace(at, 2, std::to_string(bytes.size()));
-        EXPECT_EQ(log.Messages(),
-                  message.empty() ? std::vector<std::string>{} : std::vector<std::string>{message});
+        EXPECT_EQ(log.Messages(), message.empty() ? Messages{} : Messages{message});
         if (c.fromEnd == 0) {
             EXPECT_EQ(sections.symbol.Offset, c.count >= 2 ? writer.SectionOffsetAt(0) : 0u);
             EXPECT_EQ(sections.data.Offset, c.count >= 2 ? writer.SectionOffsetAt(1) : 0u);
@@ -343,19 +302,6 @@ TEST(ReadSectionInfoFaultTest, RefusesTablesThatBreakALimit)
 }
 
 // ---- Whole loads past the section table -------------------------------------------------------
-
-// A file read in file mode must hold the 3388-byte header window: a block of this size pads it.
-constexpr size_t FillerSize = 4000;
-
-TuningWriter::ModuleEntry Module(std::string name, uint32_t modeId, std::string data)
-{
-    TuningWriter::ModuleEntry entry;
-    entry.name = std::move(name);
-    entry.moduleVersion = {3, 4, 0};
-    entry.modeId = modeId;
-    entry.data.assign(data.begin(), data.end());
-    return entry;
-}
 
 struct LoadCase
 {
@@ -373,7 +319,8 @@ protected:
         return options;
     }
 
-    /// Writes the mode section, if any, and the symbol builder's tables with a filler block.
+    /// Writes the mode section, if any, and the symbol builder's tables with a block that pads
+    /// the file past the 3388-byte header window a file read in file mode must hold.
     void Write(TuningWriter::SymbolTableBuilder& symbols,
                TuningWriter::ModeSectionBuilder const* modes = nullptr)
     {
@@ -398,6 +345,7 @@ protected:
         return manager.LoadBinaryParameters(m_temp.Path().c_str());
     }
 
+    static constexpr size_t FillerSize = 4000;
     ParamTest::LogCapture m_log;
     ParamTest::TempFile m_temp;
     ParamTest::TestSetManager m_manager{Options()};
@@ -434,15 +382,15 @@ TEST_P(ReadSectionsTest, UnknownModulesFailTheLoadButTheTablesStay)
     uint32_t const root = modes.AddPath("Default");
     uint32_t const sensor = modes.AddPath("Default|Sensor.2");
     TuningWriter::SymbolTableBuilder symbols(version);
-    symbols.AddModule(Module("FLIndicesType", root, "root module"));
-    uint32_t const second = symbols.AddModule(Module("aecArbitration", sensor, "sensor module"));
+    symbols.AddModule(Module("FLIndicesType", "root module", root));
+    uint32_t const second = symbols.AddModule(Module("aecArbitration", "sensor module", sensor));
     Write(symbols, &modes);
 
     EXPECT_FALSE(Load(m_manager));
     EXPECT_FALSE(m_manager.GetLoadStatus());
     std::string last;
-    std::pair<char const*, int> const records[] = {{"FLIndicesType", 0}, {"aecArbitration", 1}};
-    for (auto const& [name, mode] : records) {
+    for (auto const& [name, mode] : {std::pair<char const*, int>{"FLIndicesType", 0},
+                                     std::pair<char const*, int>{"aecArbitration", 1}}) {
         char text[256];
         std::snprintf(text, sizeof(text),
                       "Failed to find header module:  Name Hash: %llx, Major: 3, Minor: 4, "
@@ -473,37 +421,14 @@ TEST_P(ReadSectionsTest, UnknownModulesFailTheLoadButTheTablesStay)
     EXPECT_FALSE(table->GetFile()->IsOpen());
 }
 
-// A load that fails inside the symbol table frees what it had made so far: every byte that the
-// load took from the allocator is back once the manager is gone.
-TEST_P(ReadSectionsTest, FailureHalfWayThroughTheTableLeaksNothing)
-{
-    size_t const before = Vorn::Testing::AllocatedBytes();
-    {
-        ParamTest::TestSetManager manager(Options());
-        TuningWriter::SymbolTableBuilder symbols(GetParam().version);
-        symbols.AddModule(Module("a", 0, "first"));
-        uint32_t const broken = symbols.AddModule(Module("b", 0, "second"));
-        symbols.AddModule(Module("c", 0, "third"));
-        TuningWriter::TableDamage damage;
-        damage.sizes[broken] = 50000;
-        symbols.SetDamage(damage);
-        Write(symbols);
-        EXPECT_FALSE(Load(manager));
-        EXPECT_TRUE(m_log.HasMessage("Failed to read symbol table from binary file\n"));
-        ASSERT_NE(manager.GetSymbolTable(), nullptr);
-        EXPECT_EQ(manager.GetSymbolTable()->Modules().Count(), 0u);
-    }
-    EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before);
-}
-
-// Allocation failures at every step of a load: each ends in a refused load or a loaded file,
-// never in a crash or a leak.
-TEST_P(ReadSectionsTest, AllocationFailureAtAnyStepLeaksNothing)
+// Allocation failures at every step of a load, and a load that fails half way through the symbol
+// table: each ends in a refused load or a loaded file, never in a crash or a leak.
+TEST_P(ReadSectionsTest, FailuresAtAnyStepLeakNothing)
 {
     FileVersion const version = GetParam().version;
     TuningWriter::SymbolTableBuilder symbols(version);
     // A symbol entry that is no module: the tables are read, and no module record stops the load.
-    symbols.AddModule(Module("", TuningWriter::NoModuleModeId, "plain"));
+    symbols.AddModule(Module("", "plain", TuningWriter::NoModuleModeId));
     uint32_t const original = symbols.AddData({'s', 'h', 'a', 'r', 'e', 'd'});
     symbols.AddData({'s', 'h', 'a', 'r', 'e', 'd'}, original);
     Write(symbols);
@@ -528,6 +453,23 @@ TEST_P(ReadSectionsTest, AllocationFailureAtAnyStepLeaksNothing)
         ASSERT_EQ(Vorn::Testing::AllocatedBytes(), before) << "after " << successes;
     }
     EXPECT_TRUE(loaded);
+
+    size_t const before = Vorn::Testing::AllocatedBytes();
+    {
+        ParamTest::TestSetManager manager(Options());
+        TuningWriter::SymbolTableBuilder broken(version);
+        broken.AddModule(Module("a", "first"));
+        TuningWriter::TableDamage damage;
+        damage.sizes[broken.AddModule(Module("b", "second"))] = 50000;
+        broken.AddModule(Module("c", "third"));
+        broken.SetDamage(damage);
+        Write(broken);
+        EXPECT_FALSE(Load(manager));
+        EXPECT_TRUE(m_log.HasMessage("Failed to read symbol table from binary file\n"));
+        ASSERT_NE(manager.GetSymbolTable(), nullptr);
+        EXPECT_EQ(manager.GetSymbolTable()->Modules().Count(), 0u);
+    }
+    EXPECT_EQ(Vorn::Testing::AllocatedBytes(), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(Versions, ReadSectionsTest,
@@ -535,7 +477,7 @@ INSTANTIATE_TEST_SUITE_P(Versions, ReadSectionsTest,
                                            LoadCase{{7, 0, 0}, false}, LoadCase{{7, 0, 0}, true},
                                            LoadCase{{1, 1, 0}, false}),
                          [](::testing::TestParamInfo<LoadCase> const& test) {
-                             return VersionName(test.param.version) +
+                             return ParamTest::VersionName(test.param.version) +
                                     (test.param.fileMode ? "_File" : "_Buffer");
                          });
 
