@@ -164,9 +164,8 @@ TEST_F(AlgoSettingsTest, EveryWriteIsReadBack)
     EXPECT_EQ(m_settings->StoreValue("Exposure", AlgoSettingFloating, 2.5), AlgoSettingDone);
     EXPECT_EQ(Read("exposure"), Stored(2.5));
     EXPECT_EQ(m_log.Count(": Added: [exposure(E6C85913)]: 5 type:Integer override:0\n"), 1u);
-    EXPECT_EQ(m_log.Count(": Overridden: [Exposure(E6C85913)]: 2.500000 type:Floating "
-                          "override:0\n"),
-              1u);
+    EXPECT_EQ(
+        m_log.Count(": Overridden: [Exposure(E6C85913)]: 2.500000 type:Floating override:0\n"), 1u);
     EXPECT_EQ(DumpedCount(), 5u);
     EXPECT_EQ(m_log.Count(": Dump [Exposure(E6C85913)]: 2.500000 type:Floating override:0\n"), 1u);
     EXPECT_EQ(m_log.Count(" Algo Settings Dump Begin "), 1u);
@@ -207,10 +206,10 @@ TEST_F(AlgoSettingsTest, FileValuesBeatEveryStoreFromCode)
 TEST_F(AlgoSettingsTest, OverrideFileKeepsOnlyWellFormedLines)
 {
     // fgets reads at most 255 characters, so the tail of a longer line is a line of its own.
-    std::string const text = "# comment = 1\n;disabled=2\nnovalue=\n=5\nnoequals\n\n \t \r\n"
-                             "a==5\nmulti=1=2\nspaced key = b c\ntrailing = 7 # note\n"
-                             "flag=TRUE\nnegative=-3\npad=" +
-                             std::string(251, 'a') + "tail=9\nlast=2.5";
+    std::string const text =
+        "# comment = 1\n;disabled=2\nnovalue=\n=5\nnoequals\n\n \t \r\na==5\nmulti=1=2\nspaced key "
+        "= b c\ntrailing = 7 # note\nflag=TRUE\nnegative=-3\npad=" +
+        std::string(251, 'a') + "tail=9\nlast=2.5";
     Load(text.c_str());
     // White space is removed before the split, so a comment joins the value.
     std::tuple<char const*, AlgoSettingValue> const expected[] = {

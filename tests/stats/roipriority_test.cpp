@@ -45,13 +45,7 @@ protected:
 
 TEST_F(ROIPriorityTest, TriggeredValueHoldsInBandsAndInterpolatesBetween)
 {
-    struct Case
-    {
-        std::vector<Band> bands;
-        float value;
-        float expected;
-    };
-    Case const cases[] = {
+    std::tuple<std::vector<Band>, float, float> const cases[] = {
         {{{2, 4, 7}}, 1.0F, 7.0F},
         {{{2, 4, 7}}, 5.0F, 7.0F},
         {{{0, 1, 1}, {3, 4, 5}}, -5.0F, 1.0F},
@@ -62,11 +56,10 @@ TEST_F(ROIPriorityTest, TriggeredValueHoldsInBandsAndInterpolatesBetween)
         {{{0, 1, 1}, {1, 2, 3}}, 1.5F, 3.0F}, // touching bands: no gap to divide by
         {{{0, 0, 1}, {1, 1, 0}}, 0.25F, 0.75F},
     };
-    for (Case const& c : cases) {
+    for (auto const& [bands, value, expected] : cases) {
         statsroipriority::modFaceRoiTriggerDataType curve = {};
-        m_tuning.SetCurve(curve, c.bands);
-        EXPECT_FLOAT_EQ(m_priority.GetTriggeredValue(&curve, c.value, -1.0F), c.expected)
-            << c.value;
+        m_tuning.SetCurve(curve, bands);
+        EXPECT_FLOAT_EQ(m_priority.GetTriggeredValue(&curve, value, -1.0F), expected) << value;
     }
     EXPECT_TRUE(LoggedLines().empty());
     statsroipriority::modFaceRoiTriggerDataType empty = {};
@@ -77,27 +70,21 @@ TEST_F(ROIPriorityTest, TriggeredValueHoldsInBandsAndInterpolatesBetween)
 
 TEST_F(ROIPriorityTest, IncumbentKeepsItsPlaceWithinTheEnhancement)
 {
-    struct Case
-    {
-        unsigned int newcomerSide;
-        int dominantID;
-        float newcomerScore;
-        float incumbentScore;
-    };
     // The incumbent scores 0.50 and competes as 0.55; a newcomer needs more than that.
-    for (Case c : {Case{540, 1, 0.54F, 0.55F}, Case{560, 2, 0.616F, 0.50F}}) {
+    for (auto [side, dominant, newcomerScore, incumbentScore] :
+         {std::tuple{540u, 1, 0.54F, 0.55F}, {560u, 2, 0.616F, 0.50F}}) {
         ROIPriority priority;
         ASSERT_TRUE(priority.SetImageResolution(1000.0F, 1000.0F));
         ASSERT_TRUE(priority.SetTuningData(m_tuning.Get()));
         StatsROIInformation const first = Frame({Centred(1, 500)});
         ASSERT_TRUE(priority.UpdateROIData(&first, 0));
         ASSERT_EQ(priority.GetDominantID(), 1);
-        StatsROIInformation const second = Frame({Centred(2, c.newcomerSide), Centred(1, 500)});
+        StatsROIInformation const second = Frame({Centred(2, side), Centred(1, 500)});
         ASSERT_TRUE(priority.UpdateROIData(&second, 0));
-        EXPECT_EQ(priority.GetDominantID(), c.dominantID) << c.newcomerSide;
-        EXPECT_EQ(priority.GetDominantIndex(), c.dominantID == 2 ? 0 : 1) << c.newcomerSide;
-        EXPECT_NEAR(priority.GetScore(0), c.newcomerScore, 1e-5F) << c.newcomerSide;
-        EXPECT_NEAR(priority.GetScore(1), c.incumbentScore, 1e-5F) << c.newcomerSide;
+        EXPECT_EQ(priority.GetDominantID(), dominant) << side;
+        EXPECT_EQ(priority.GetDominantIndex(), dominant == 2 ? 0 : 1) << side;
+        EXPECT_NEAR(priority.GetScore(0), newcomerScore, 1e-5F) << side;
+        EXPECT_NEAR(priority.GetScore(1), incumbentScore, 1e-5F) << side;
     }
 }
 
@@ -143,11 +130,7 @@ TEST_F(ROIPriorityTest, AECFaceROIMeasuresInsideTheCropWindow)
     // Location score falls from 1.0 at the centre to 0.0 at a corner.
     m_tuning.SetCurve(m_tuning->FaceROILocationWeight, {{0, 0, 1}, {1, 1, 0}});
     ASSERT_TRUE(m_priority.SetCropWindow(250.0F, 250.0F, 500.0F, 500.0F));
-    ROIData roi;
-    roi.left = 300.0F;
-    roi.top = 300.0F;
-    roi.width = 100.0F;
-    roi.height = 100.0F;
+    ROIData roi = Box(300.0F, 300.0F, 100.0F, 100.0F);
     // Image coordinates: size 0.1, distance 0.3 from the image centre.
     EXPECT_NEAR(m_priority.ROIDominantScore(roi), 0.07F, 1e-6F);
     EXPECT_NEAR(roi.normalizedSize, 0.1F, 1e-6F);
@@ -156,18 +139,16 @@ TEST_F(ROIPriorityTest, AECFaceROIMeasuresInsideTheCropWindow)
     ASSERT_TRUE(m_priority.SetLogFunction("AECFaceROI", RecordLine));
     EXPECT_NEAR(m_priority.ROIDominantScore(roi), 0.04F, 1e-6F);
     EXPECT_NEAR(roi.normalizedSize, 0.2F, 1e-6F);
-    EXPECT_EQ(CountLogged(32, "AECFaceROI: FOVLength: 1414.213623, ROISize: 0.100000, centerX: "
-                              "250.000000, centerY: 250.000000, RoiCenterX: 100.000000, "
-                              "RoiCenterY: 100.000000"),
+    EXPECT_EQ(CountLogged(
+                  32, "AECFaceROI: FOVLength: 1414.213623, ROISize: 0.100000, centerX: 250.000000, "
+                      "centerY: 250.000000, RoiCenterX: 100.000000, RoiCenterY: 100.000000"),
               1U);
     // Without a window, or under another name, the full image is measured.
     EXPECT_EQ(CountLogged(32, "FaceROI: FOVLength"), 0U);
 
     // An unset resolution reads as the unit image: the diagonal ratio is 5 / sqrt(2).
     ROIPriority unset;
-    roi.width = 3.0F;
-    roi.height = 4.0F;
-    roi.left = roi.top = 0.0F;
+    roi = Box(0.0F, 0.0F, 3.0F, 4.0F);
     EXPECT_NEAR(unset.ROIDominantScore(roi), 5.0F / std::sqrt(2.0F), 1e-5F);
 }
 
@@ -179,18 +160,15 @@ TEST_F(ROIPriorityTest, UpdateUsesTheClampedPartialThreshold)
     // Overhanging the window's bottom by half and by three quarters of their heights.
     StatsROIInformation const frame =
         Frame({Face(1, 100, 900, 100, 200), Face(2, 300, 950, 100, 200)});
-    struct Case
-    {
-        bool tuned;
-        float threshold;
-        unsigned int kept;
-    };
-    for (Case c : {Case{false, 0.0F, 1}, Case{true, 0.4F, 0}, Case{true, -0.3F, 0},
-                   Case{true, 1.7F, 2}, Case{true, 0.75F, 2}}) {
-        m_tuning->partialFaceThresh = c.threshold;
-        ASSERT_TRUE(priority.SetTuningData(c.tuned ? m_tuning.Get() : nullptr));
+    for (auto [tuned, threshold, kept] : {std::tuple{false, 0.0F, 1u},
+                                          {true, 0.4F, 0u},
+                                          {true, -0.3F, 0u},
+                                          {true, 1.7F, 2u},
+                                          {true, 0.75F, 2u}}) {
+        m_tuning->partialFaceThresh = threshold;
+        ASSERT_TRUE(priority.SetTuningData(tuned ? m_tuning.Get() : nullptr));
         ASSERT_TRUE(priority.UpdateROIData(&frame, 1));
-        EXPECT_EQ(priority.Size(), c.kept) << c.tuned << " " << c.threshold;
+        EXPECT_EQ(priority.Size(), kept) << tuned << " " << threshold;
     }
 }
 
@@ -308,9 +286,7 @@ TEST_F(FaceROIShapingTest, LandmarksAndPoseShrinkTheBox)
         std::copy(points.begin(), points.end(), face.landmarks);
         EXPECT_EQ(ShapeOne(posed ? Posed(face, 0.0F) : face), expected) << points[1].x;
     }
-    EXPECT_EQ(CountLogged(32, "FaceROI: faceID 1 face landmark shrinkFactor (0.750, "
-                              "0.750)."),
-              2U);
+    EXPECT_EQ(CountLogged(32, "FaceROI: faceID 1 face landmark shrinkFactor (0.750, 0.750)."), 2U);
     // The shaping steps log as the function they were cut from; untuned curves say so.
     for (LoggedLine const& line : LoggedLines())
         EXPECT_EQ(line.function, line.text == "FaceROI: zero tuning entry" ? "GetTriggeredValue"
@@ -333,8 +309,8 @@ TEST_F(FaceROIShapingTest, PoseAnglesAreFoldedIntoAQuadrant)
     };
     for (auto const& [roll, yaw, expected] : cases)
         EXPECT_EQ(ShapeOne(Posed(Face(1, 100, 100, 200, 200), yaw, roll)), expected) << roll;
-    EXPECT_EQ(CountLogged(32, "FaceROI: faceID 1 roll angle -10.0 factor 0.5, yaw angle "
-                              "60.0 factor 1.0, pitch angle 0.0 factor 1.0."),
+    EXPECT_EQ(CountLogged(32, "FaceROI: faceID 1 roll angle -10.0 factor 0.5, yaw angle 60.0 "
+                              "factor 1.0, pitch angle 0.0 factor 1.0."),
               1U);
 }
 
@@ -386,8 +362,8 @@ TEST_F(FaceROIShapingTest, SmallFacesAreSpared)
         shrink.roiSizeInCropWindow = inCrop;
         EXPECT_EQ(ShapeOne(Posed(Face(2, 100, 100, side, side), 0.0F)), expected) << side;
     }
-    EXPECT_EQ(CountLogged(32, "FaceROI: faceID 2 handling small ROI normROISize (0.1200 "
-                              "0.1200) thres start 0.1000 end 0.1333."),
+    EXPECT_EQ(CountLogged(32, "FaceROI: faceID 2 handling small ROI normROISize (0.1200 0.1200) "
+                              "thres start 0.1000 end 0.1333."),
               2U);
 }
 
@@ -408,9 +384,8 @@ TEST_F(FaceROIShapingTest, MaskIsCutWithHysteresisKeepingTheLargestStrip)
         EXPECT_EQ(roi.maskRemoved, removed) << side;
         EXPECT_EQ(RectOf(roi), expected) << side;
     }
-    EXPECT_EQ(CountLogged(32, "FaceROI: faceID 4 inputROI (100.0,100.0,350.0,350.0) "
-                              "maskROI (100.0,300.0,350.0,400.0) outROI (100.0  100.0 "
-                              "350.0 200.0)."),
+    EXPECT_EQ(CountLogged(32, "FaceROI: faceID 4 inputROI (100.0,100.0,350.0,350.0) maskROI "
+                              "(100.0,300.0,350.0,400.0) outROI (100.0  100.0 350.0 200.0)."),
               1U);
     // An invalid mask is never cut.
     EXPECT_EQ(RunFrame({Face(4, 100, 100, 400, 400)})[0].maskRemoved, 0U);

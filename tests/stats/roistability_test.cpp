@@ -94,10 +94,10 @@ TEST(ROIThresholdCheckerTest, StableAndChangedAreStrictOppositesAroundThresholds
         EXPECT_EQ(stable.ROIStableCheck(moved, base), isStable) << moved.left << "," << moved.top;
         EXPECT_EQ(change.ROIChangeCheck(moved, base), isChanged) << moved.left << "," << moved.top;
     }
-    EXPECT_EQ(CountLogged(StatsLogLevelTrace, "Faces: ROI new (118 122) old (115 120) diff loc "
-                                              "0.721110 size 0.000000 thres loc 1.000000 size "
-                                              "1.000000"),
-              1u);
+    EXPECT_EQ(
+        CountLogged(StatsLogLevelTrace, "Faces: ROI new (118 122) old (115 120) diff loc 0.721110 "
+                                        "size 0.000000 thres loc 1.000000 size 1.000000"),
+        1u);
     EXPECT_EQ(CountLogged(StatsLogLevelTrace, "Faces: ROI new (118 122) ref (115 120)"), 1u);
 }
 
@@ -110,9 +110,11 @@ TEST(ROIThresholdCheckerTest, WithoutTuningOrInputNothingChanges)
     ROIData const far = Box(200, 200, 90, 90);
     EXPECT_TRUE(stable.ROIStableCheck(far, Box(0, 0, 10, 10)));
     EXPECT_FALSE(change.ROIChangeCheck(far, Box(0, 0, 10, 10)));
-    EXPECT_EQ(CountLogged(StatsLogLevelError, "Faces: NULL tuning pointer (nil) or invalid "
-                                              "resolution (300.000000, 400.000000)"),
-              2u);
+    EXPECT_EQ(
+        CountLogged(
+            StatsLogLevelError,
+            "Faces: NULL tuning pointer (nil) or invalid resolution (300.000000, 400.000000)"),
+        2u);
     EXPECT_TRUE(stable.IsROIStableByID(1));
     EXPECT_FALSE(change.IsROIChangeByID(1));
     EXPECT_EQ(CountLogged(StatsLogLevelFault, "Faces: return stable when no tuning data"), 1u);

@@ -104,9 +104,9 @@ Bytes const Info = Request(Wire::Info, "0123456789");
 INSTANTIATE_TEST_SUITE_P(
     Heads, KnobbyHeadTest,
     ::testing::Values(
-        HeadCase{"WrongStartTag", With(Index, 0, 0x0102), 65535,
-                 "Knobby request missing start tag, Expected: 19278, Received: 258: "
-                 "0x0201090012\n"},
+        HeadCase{
+            "WrongStartTag", With(Index, 0, 0x0102), 65535,
+            "Knobby request missing start tag, Expected: 19278, Received: 258: 0x0201090012\n"},
         HeadCase{"LastCommand", Index, 65535, nullptr},
         HeadCase{"CommandPastTheLast", With(Index, 2, 10), 65535,
                  "Knobby request ID 10 exceeds Max 10\n"},

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tests of the live tuning commands and the host's values over loopback,
-// against a store with fixed answers.
+// Tests of the live tuning commands and the host's values over loopback, against a store with fixed
+// answers.
 #include <chrono>
 #include <cstring>
 #include <ctime>
@@ -24,8 +24,7 @@ namespace {
 namespace Wire = ParameterKnobbyPacket;
 using namespace ParamTest;
 
-// A worker on loopback and a client on it. No Stop: the destructor stops a
-// running worker.
+// A worker on loopback and a client on it. No Stop: the destructor stops a running worker.
 class KnobbyWorkerTest : public ::testing::Test
 {
 protected:
@@ -61,8 +60,7 @@ struct CommandCase
     Bytes request;
     size_t textAt;
     std::string text;      ///< "<session>": the session ID as "0x%016lx"
-    size_t trailing;       ///< zero bytes behind the text: its terminator, and ten more
-                           ///< for Modes
+    size_t trailing;       ///< zero bytes behind the text: its terminator, ten more for Modes
     std::string call;      ///< the store's last call
     std::string line = {}; ///< a line the command logs; empty for none checked
 };
@@ -71,8 +69,8 @@ class KnobbyCommandTest : public KnobbyWorkerTest, public ::testing::WithParamIn
 {
 };
 
-// Each response echoes the request's command and ID, counts the whole packet in
-// its length field and carries the text the store's answer makes.
+// Each response echoes the request's command and ID, counts the whole packet in its length field
+// and carries the text the store's answer makes.
 TEST_P(KnobbyCommandTest, AnswersWithTheStoresText)
 {
     CommandCase const& test = GetParam();
@@ -106,8 +104,7 @@ void Values(FakeDataAPI& store)
     store.values = {{"module.gain/-", "gain=1.5"}, {"module/a,b", "a=1;b=2"}};
 }
 
-// The largest texts that still go out: the packet's 65534 bytes less the head
-// and terminator.
+// The largest texts that still go out: the packet's 65534 bytes less the head and terminator.
 std::string const Largest(65513, 'n');
 constexpr char Described[] = "gain=1.5,Float;table,UInt32,4;nested,Structure";
 std::string const Block = "Default:module.block:";
@@ -116,8 +113,7 @@ INSTANTIATE_TEST_SUITE_P(
     Commands, KnobbyCommandTest,
     ::testing::Values(
         CommandCase{"DeviceInfo", nullptr, Request(Wire::DeviceInfo), 16, "FakeStore", 1, "",
-                    "Knobby queued command: Info(0), Version: 2.0, "
-                    "Name: FakeStore\n"},
+                    "Knobby queued command: Info(0), Version: 2.0, Name: FakeStore\n"},
         CommandCase{"DeviceInfoTables",
                     [](FakeDataAPI& s) {
                         s.tables = {"rear", "front"};
@@ -143,49 +139,44 @@ INSTANTIATE_TEST_SUITE_P(
                     Request(Wire::Info, "Default:module"), 18, "", 1, "info|short(Default)|module"},
         CommandCase{"GetValues", Values, Request(Wire::GetValues, "Default:module.gain"), 18,
                     "gain=1.5", 1, "get|short(Default)|module.gain/-|0",
-                    "Knobby queued command: GetValues(5), ID: 7, "
-                    "Payload: gain=1.5\n"},
+                    "Knobby queued command: GetValues(5), ID: 7, Payload: gain=1.5\n"},
         CommandCase{"GetSubValues", Values, Request(Wire::GetValues, "Default:module:a,b"), 18,
                     "a=1;b=2", 1, "get|short(Default)|module/a,b|0"},
         CommandCase{"GetValuesModesOnly", Values, Request(Wire::GetValues, "Default"), 18, "", 1,
                     ""},
-        // The answer holds the read-back of the items that worked;
-        // the last item decides the verdict, and an item without a
-        // value is skipped.
+        // The answer holds the read-back of the items that worked; the last item decides the
+        // verdict, and an item without a value is skipped.
         CommandCase{"SetValues", nullptr, Request(Wire::SetValues, Block + "f=1;b=2"), 18, "b=2", 1,
                     "get|short(Default)|module.block/b|0",
-                    "Knobby command succeeded: SetValues(6), ID: 7, "
-                    "Payload: b=2\n"},
+                    "Knobby command succeeded: SetValues(6), ID: 7, Payload: b=2\n"},
         CommandCase{"SetValuesLastFails", nullptr, Request(Wire::SetValues, Block + "b=3;c=;f=5"),
                     18, "b=3", 1, "set|short(Default)|module.block|f=5",
-                    "Knobby command failed: SetValues(6), ID: 7, "
-                    "Payload: b=3\n"},
+                    "Knobby command failed: SetValues(6), ID: 7, Payload: b=3\n"},
         CommandCase{"SetValuesSkipsAnEmptyValue", nullptr,
                     Request(Wire::SetValues, Block + "b=4;c="), 18, "b=4", 1,
                     "get|short(Default)|module.block/b|0",
-                    "Knobby command succeeded: SetValues(6), ID: 7, "
-                    "Payload: b=4\n"},
+                    "Knobby command succeeded: SetValues(6), ID: 7, Payload: b=4\n"},
         CommandCase{"SetValuesEmptyReadBack", nullptr,
                     Request(Wire::SetValues, Block + "q=1;b=5;q=2"), 18, ";b=5;", 1,
                     "get|short(Default)|module.block/q|0", ""},
         CommandCase{"SetValuesModesOnly", nullptr, Request(Wire::SetValues, "Default"), 18, "", 1,
-                    "",
-                    "Knobby command failed: SetValues(6), ID: 7, "
-                    "Payload: \n"},
+                    "", "Knobby command failed: SetValues(6), ID: 7, Payload: \n"},
         CommandCase{"InfoOfTheLargestPacket",
                     [](FakeDataAPI& s) { s.records = {ParameterParserInfo(Largest.c_str(), "T")}; },
                     Request(Wire::Info, "Default:module"), 18, Largest + ",T", 1,
                     "info|short(Default)|module"},
         CommandCase{"GetValuesOfTheLargestPacket",
-                    [](FakeDataAPI& s) { s.values = {{"module.big/-", Largest + "xy"}}; },
+                    [](FakeDataAPI& s) {
+                        s.values = {{"module.big/-", Largest + "xy"}};
+                    },
                     Request(Wire::GetValues, "Default:module.big"), 18, Largest + "xy", 1,
                     "get|short(Default)|module.big/-|0"},
         CommandCase{"SetValuesWithoutItems", nullptr, Request(Wire::SetValues, "Default:module"),
                     18, "", 1, "", "Knobby SetValues failed: Failed to read mode\n"}),
     [](::testing::TestParamInfo<CommandCase> const& test) { return test.param.name; });
 
-// One byte more makes a packet of 65535 bytes, which the transport refuses: the
-// client gets no answer, and the log says what was cut and dropped.
+// One byte more makes a packet of 65535 bytes, which the transport refuses: the client gets no
+// answer, and the log says what was cut and dropped.
 TEST_F(KnobbyWorkerTest, TextsPastTheLargestPacketAreNotSent)
 {
     std::string const name = Largest + "nn";
@@ -200,8 +191,7 @@ TEST_F(KnobbyWorkerTest, TextsPastTheLargestPacketAreNotSent)
         WaitFor([&] { return m_log.Count("Knobby write insufficient buffer size 0\n") == 2; }));
 }
 
-// The session ID is drawn afresh at each start and names no address; only Modes
-// compares it.
+// The session ID is drawn afresh at each start and names no address; only Modes compares it.
 TEST_F(KnobbyWorkerTest, SessionIdIsDrawnAtEachStartAndComparedByModes)
 {
     StartWorker();
@@ -211,17 +201,17 @@ TEST_F(KnobbyWorkerTest, SessionIdIsDrawnAtEachStartAndComparedByModes)
     EXPECT_EQ(Wire::GetU64(Ask(Request(Wire::Modes, "Default", 7, first)).data() + 6), first);
     EXPECT_EQ(m_log.Count("Request packet Knobby ID does not match"), 0u);
     EXPECT_EQ(Wire::GetU32(Ask(Request(Wire::Modes, "Default", 43, 5)).data() + 14), 43u);
-    EXPECT_TRUE(m_log.HasMessage("Request packet Knobby ID does not match, Command: Modes(3): "
-                                 "Expected: " +
-                                 std::to_string(first) + ", Actual: 5\n"));
+    EXPECT_TRUE(
+        m_log.HasMessage("Request packet Knobby ID does not match, Command: Modes(3): Expected: " +
+                         std::to_string(first) + ", Actual: 5\n"));
     m_client.Close();
     m_worker.Stop();
     StartWorker();
     EXPECT_NE(m_worker.GetSessionId(), first);
 }
 
-// The index stays for later commands; a text that is no index below the table
-// count leaves it, and a negative one selects the first table.
+// The index stays for later commands; a text that is no index below the table count leaves it, and
+// a negative one selects the first table.
 TEST_F(KnobbyWorkerTest, ModeIndexSelectsAnExistingTableOnly)
 {
     m_store.tables = {"rear", "front"};
@@ -234,10 +224,9 @@ TEST_F(KnobbyWorkerTest, ModeIndexSelectsAnExistingTableOnly)
     EXPECT_EQ(TextAt(Ask(Request(Wire::ActiveModes)), 14), "Default|Sensor.0#1");
 }
 
-// The child list and its terminator fill the 16384-byte buffer from 18, and the
-// response counts ten bytes more: a list of 16355 bytes is refused by the head
-// writer, which leaves the head zero, and the buffer goes out all the same; one
-// byte less is answered in full.
+// The child list and its terminator fill the 16384-byte buffer from 18, and the response counts ten
+// bytes more: a list of 16355 bytes is refused by the head writer, which leaves the head zero, and
+// the buffer goes out all the same; one byte less is answered in full.
 TEST_F(KnobbyWorkerTest, ModesListAtTheBufferEndIsSentWithoutAHead)
 {
     for (size_t const length : {16354u, 16355u}) {
@@ -254,8 +243,7 @@ TEST_F(KnobbyWorkerTest, ModesListAtTheBufferEndIsSentWithoutAHead)
     }
 }
 
-// Requests below their command's smallest size are dropped unanswered; at that
-// size they run.
+// Requests below their command's smallest size are dropped unanswered; at that size they run.
 TEST(KnobbyExecuteTest, RequestsBelowTheirMinimumAreDropped)
 {
     std::tuple<Bytes, unsigned int, bool> const cases[] = {
@@ -274,8 +262,8 @@ TEST(KnobbyExecuteTest, RequestsBelowTheirMinimumAreDropped)
     }
 }
 
-// Answers custom commands with a fixed answer, and trigger notices for two
-// instances at once; keeps what it was given.
+// Answers custom commands with a fixed answer, and trigger notices for two instances at once; keeps
+// what it was given.
 class Handler : public KnobbyHandler
 {
 public:
@@ -322,17 +310,16 @@ private:
     std::string m_given;
 };
 
-// The handler's result and answer go back behind the echoed head; the log shows
-// at most 127 characters of a printable answer, or 63 bytes of any other in
-// hexadecimal.
+// The handler's result and answer go back behind the echoed head; the log shows at most 127
+// characters of a printable answer, or 63 bytes of any other in hexadecimal.
 TEST_F(KnobbyWorkerTest, CustomGoesToTheHandlerOrAnswersZero)
 {
     StartWorker();
     Bytes const unhandled = Ask(Request(Wire::Custom, "ping", 51));
     EXPECT_EQ(unhandled.size(), 20u);
     EXPECT_EQ(Wire::GetU16(unhandled.data() + 18), 0u);
-    EXPECT_TRUE(m_log.HasMessage("Knobby queued Custom command received with no handler "
-                                 "installed, sending result = 0\n"));
+    EXPECT_TRUE(m_log.HasMessage(
+        "Knobby queued Custom command received with no handler installed, sending result = 0\n"));
     std::string hex;
     while (hex.size() < 2 * 63)
         hex += "01";
@@ -355,9 +342,9 @@ TEST_F(KnobbyWorkerTest, CustomGoesToTheHandlerOrAnswersZero)
     }
 }
 
-// A trigger request is answered in the round after the next request, once
-// clock(), which counts this process's processor time alone, has moved past the
-// time it waits: spend that time, then send a request and read its answer.
+// A trigger request is answered in the round after the next request, once clock(), which counts
+// this process's processor time alone, has moved past the time it waits: spend that time, then send
+// a request and read its answer.
 Bytes NextTriggerAnswer(LoopbackClient& client)
 {
     clock_t const start = clock();
@@ -383,8 +370,7 @@ TEST_F(KnobbyWorkerTest, TriggerRequestIsAnsweredLaterWithInstancesInCallOrder)
     EXPECT_FALSE(m_worker.SetTriggerValues("0.0|1.2", "abf40_ife", "4", "x", nullptr, 0));
     EXPECT_TRUE(m_client.Silent());
     Bytes const trigger = NextTriggerAnswer(m_client);
-    // Head and text, then per instance its name, ":", a 2-byte count and 12-byte
-    // values.
+    // Head and text, then per instance its name, ":", a 2-byte count and 12-byte values.
     Bytes expected = Request(Wire::TriggerValues, "0.0|1.2:abf40_ife:3#");
     expected.pop_back();
     auto const add = [&expected](std::string const& name, std::vector<ParameterCTValue> values) {
@@ -415,14 +401,13 @@ TEST_F(KnobbyWorkerTest, TriggerRequestIsAnsweredLaterWithInstancesInCallOrder)
     ASSERT_TRUE(m_worker.SetTriggerValues("0.0", "module", "", huge.c_str(), nullptr, 0));
     ASSERT_TRUE(m_worker.SetTriggerValues("0.0", "module", "", "ife2", nullptr, 0));
     EXPECT_EQ(TextAt(NextTriggerAnswer(m_client), 14), "0.0:module:#");
-    EXPECT_TRUE(m_log.HasMessage("Knobby Trigger Values(7) command, insufficient "
-                                 "space to write trigger values\n"));
+    EXPECT_TRUE(m_log.HasMessage(
+        "Knobby Trigger Values(7) command, insufficient space to write trigger values\n"));
 }
 
-// Values stay sorted by identifier and replace in place; a list replaces them
-// all in its own order. Each long value prints as 111 characters: with their
-// separators 36 of them take 4031 of the 4082 bytes of text, the 37th (46)
-// would pass the end, and a short value behind it fits.
+// Values stay sorted by identifier and replace in place; a list replaces them all in its own order.
+// Each long value prints as 111 characters: with their separators 36 of them take 4031 of the 4082
+// bytes of text, the 37th (46) would pass the end, and a short value behind it fits.
 TEST_F(KnobbyWorkerTest, ControlValuesReadBackSortedAndLeaveOutWhatDoesNotFit)
 {
     StartWorker();
@@ -447,9 +432,8 @@ TEST_F(KnobbyWorkerTest, ControlValuesReadBackSortedAndLeaveOutWhatDoesNotFit)
     EXPECT_EQ(text.substr(text.size() - 12), ",47=7.000000");
 }
 
-// A pause waits for the command that runs to end; while paused the worker
-// leaves the store alone, and requests wait to be answered on the same
-// connection once the last pause is resumed.
+// A pause waits for the command that runs to end; while paused the worker leaves the store alone,
+// and requests wait to be answered on the same connection once the last pause is resumed.
 TEST_F(KnobbyWorkerTest, PauseWaitsForTheRunningCommandAndHoldsTheNextUntilResumed)
 {
     m_store.getDelay = std::chrono::milliseconds(300);
@@ -469,8 +453,7 @@ TEST_F(KnobbyWorkerTest, PauseWaitsForTheRunningCommandAndHoldsTheNextUntilResum
     EXPECT_EQ(Wire::GetU32(m_client.ReadPacket().data() + 14), 61u);
 }
 
-// The answer to a client that left before it was ready is dropped, not sent to
-// the next one.
+// The answer to a client that left before it was ready is dropped, not sent to the next one.
 TEST_F(KnobbyWorkerTest, AnswerForAClientThatLeftReachesNoOther)
 {
     StartWorker();
@@ -486,10 +469,9 @@ TEST_F(KnobbyWorkerTest, AnswerForAClientThatLeftReachesNoOther)
     EXPECT_EQ(m_log.Count("Knobby write dropped for a closed connection\n"), 1u);
 }
 
-// A Stop ends within a bound whatever the client does: none, one that sends
-// nothing, one that sent part of a packet, or one that asks for answers and
-// never reads them, which fills the socket's buffers until a send gives up. The
-// client sees its end and the port is closed.
+// A Stop ends within a bound whatever the client does: none, one that sends nothing, one that sent
+// part of a packet, or one that asks for answers and never reads them, which fills the socket's
+// buffers until a send gives up. The client sees its end and the port is closed.
 TEST_F(KnobbyWorkerTest, StopEndsPromptlyWhateverTheClientDoes)
 {
     m_store.values["module.big/-"] = std::string(60000, 'x');
