@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// ParameterSetManager: mode tables, the mode tree lookups and the text forms of mode paths.
+// ParameterSetManager: mode tables and the mode tree lookups.
 #include <algorithm>
 #include <cstring>
 #include <new>
@@ -15,7 +15,7 @@
 
 namespace {
 
-// A Mode ID holds the table index in its top byte and the slot index below it.
+// The largest mode value that has a name.
 constexpr unsigned int MaxModeValue = ModeEffect;
 // Most active branches that GetActiveModes reports.
 constexpr unsigned int MaxReportedActiveModes = 5;
@@ -23,24 +23,6 @@ constexpr unsigned int ModePathLength = 128;
 constexpr unsigned int ActiveModesLength = 4096;
 constexpr unsigned int PathItemLength = 10;
 constexpr unsigned int StepTextLength = 12;
-constexpr unsigned int ShorthandItemLength = 256;
-constexpr unsigned int KnobbyItemLength = 512;
-
-bool NamesMatch(char const* name, size_t nameLength, char const* candidate)
-{
-    return std::strlen(candidate) == nameLength &&
-           Vorn::OsUtils::StrNICmp(name, candidate, nameLength) == 0;
-}
-
-// A double as a 16-bit value the way an integer conversion would wrap it; values no integer
-// holds give 0.
-unsigned short ToUnsignedShort(double value)
-{
-    constexpr double Limit = 9.2e18;
-    if (!(value > -Limit && value < Limit))
-        return 0;
-    return static_cast<unsigned short>(static_cast<long long>(value));
-}
 
 // Unsigned value of a run of decimal digits; the caller has checked them.
 unsigned int ParseDigits(char const* text, size_t count)
@@ -62,53 +44,6 @@ void WriteResultByte(unsigned char value, unsigned char* result, unsigned int re
     ParameterLogging::Write(log, ParameterLogging::LogError,
                             "Failed to write %lld bytes to binary offset %d, length %d\n", 1LL,
                             static_cast<int>(pos), static_cast<int>(resultLength));
-}
-
-// Appends the named form of one mode path step ("2.0" gives "Usecase.Preview") to result.
-void AppendNamedStep(char const* step, char* result, unsigned int resultLength)
-{
-    int const dot = ParameterUtils::GetStringPos(step, '.');
-    char modeText[KnobbyItemLength] = {};
-    ParameterUtils::GetSubString(step, '.', modeText, sizeof(modeText));
-    bool ok = false;
-    double const modeValue = ParameterUtils::StringToDouble(modeText, ok);
-    bool const known = modeValue >= 0 && modeValue <= MaxModeValue;
-    auto const modeIndex = known ? static_cast<unsigned int>(modeValue) : MaxModeValue + 1;
-    if (known)
-        Vorn::OsUtils::StrLCat(result, ModeEntry::GetModeName(modeIndex), resultLength);
-
-    char const* subModeText = dot >= 0 ? step + dot + 1 : "";
-    double const subModeValue = ParameterUtils::StringToDouble(subModeText, ok);
-    char const* subModeName = nullptr;
-    // Sub-mode rows are short; any larger value has no name.
-    if (known && subModeValue >= 0 && subModeValue < 256)
-        subModeName = ModeEntry::GetSubModeName(modeIndex, static_cast<unsigned int>(subModeValue));
-    if (subModeName != nullptr) {
-        Vorn::OsUtils::StrLCat(result, ".", resultLength);
-        Vorn::OsUtils::StrLCat(result, subModeName, resultLength);
-    } else if (modeValue != 0 && dot >= 0) {
-        // A sub-mode without a name keeps its number: "1.2" reads as "Sensor.2".
-        Vorn::OsUtils::StrLCat(result, step + dot, resultLength);
-    }
-}
-
-// Appends the named form of one mode path ("0.0|1.2") to result.
-void AppendNamedPath(char const* path, char* result, unsigned int resultLength)
-{
-    size_t const length = std::strlen(path);
-    size_t pos = 0;
-    bool first = true;
-    // An empty path still names one step, the Default root.
-    do {
-        char step[KnobbyItemLength] = {};
-        unsigned int const taken =
-            ParameterUtils::GetSubString(path + pos, '|', step, sizeof(step));
-        if (!first)
-            Vorn::OsUtils::StrLCat(result, "|", resultLength);
-        first = false;
-        AppendNamedStep(step, result, resultLength);
-        pos += taken + 1;
-    } while (pos < length);
 }
 
 } // namespace
@@ -335,99 +270,6 @@ void ParameterSetManager::GetPathFromModeBranch(TuningMode const* modeBranch,
                                 static_cast<unsigned int>(modeBranch[i].subMode));
         Vorn::OsUtils::StrLCat(path, step, length);
     }
-}
-
-unsigned short ParameterSetManager::GetModeIndex(char const* name)
-{
-    if (name == nullptr)
-        return 0;
-    size_t const nameLength = std::strlen(name);
-    for (unsigned int value = 0; value <= MaxModeValue; ++value) {
-        if (NamesMatch(name, nameLength, ModeEntry::GetModeName(value)))
-            return static_cast<unsigned short>(value);
-    }
-    return 0;
-}
-
-unsigned short ParameterSetManager::GetSubModeIndex(unsigned short mode, char const* name)
-{
-    if (name == nullptr)
-        return 0;
-    bool isNumber = false;
-    double const number = ParameterUtils::StringToDouble(name, isNumber);
-    if (isNumber)
-        return ToUnsignedShort(number);
-    size_t const nameLength = std::strlen(name);
-    unsigned int const count = ModeEntry::GetSubModeNameCount(mode);
-    for (unsigned int value = 0; value < count; ++value) {
-        if (NamesMatch(name, nameLength, ModeEntry::GetSubModeName(mode, value)))
-            return static_cast<unsigned short>(value);
-    }
-    return 0;
-}
-
-void ParameterSetManager::GetModeShorthand(char const* modes, char* result,
-                                           unsigned int resultLength)
-{
-    if (m_mainSetManager != nullptr) {
-        MainManager()->GetModeShorthand(modes, result, resultLength);
-        return;
-    }
-    if (result == nullptr || resultLength == 0)
-        return;
-    unsigned int out = 0;
-    size_t const length = modes != nullptr ? std::strlen(modes) : 0;
-    size_t pos = 0;
-    bool ok = false;
-    while (pos < length) {
-        char item[ShorthandItemLength] = {};
-        unsigned int const taken =
-            ParameterUtils::GetSubString(modes + pos, '|', item, sizeof(item));
-        // An empty item between two "|" ends the conversion.
-        if (taken == 0)
-            break;
-        if (pos != 0 && out + 1 < resultLength)
-            result[out++] = '|';
-        char name[ShorthandItemLength] = {};
-        ParameterUtils::GetSubString(item, '.', name, sizeof(name));
-        unsigned short const modeValue = GetModeIndex(name);
-        if (out < resultLength)
-            out +=
-                ParameterUtils::DoubleToString(modeValue, result + out, resultLength - out, 0, ok);
-        int const dot = ParameterUtils::GetStringPos(item, '.');
-        if (dot >= 0 && item[dot + 1] != '\0') {
-            if (out + 1 < resultLength)
-                result[out++] = '.';
-            if (out < resultLength)
-                out += ParameterUtils::DoubleToString(GetSubModeIndex(modeValue, item + dot + 1),
-                                                      result + out, resultLength - out, 0, ok);
-        }
-        pos += taken + 1;
-    }
-    result[out < resultLength ? out : resultLength - 1] = '\0';
-    result[resultLength - 1] = '\0';
-}
-
-void ParameterSetManager::GetKnobbyModesString(char const* modes, char* result,
-                                               unsigned int resultLength)
-{
-    if (result == nullptr || resultLength == 0)
-        return;
-    result[0] = '\0';
-    char const* text = modes != nullptr ? modes : "";
-    size_t const length = std::strlen(text);
-    size_t pos = 0;
-    bool first = true;
-    do {
-        char path[KnobbyItemLength] = {};
-        unsigned int const taken =
-            ParameterUtils::GetSubString(text + pos, ';', path, sizeof(path));
-        if (!first)
-            Vorn::OsUtils::StrLCat(result, ";", resultLength);
-        first = false;
-        AppendNamedPath(path, result, resultLength);
-        pos += taken + 1;
-    } while (pos < length);
 }
 
 unsigned int ParameterSetManager::GetChildModes(unsigned char modeTableIndex, char const* modePath,

@@ -1,0 +1,175 @@
+// SPDX-License-Identifier: Apache-2.0
+// ParameterSetManager: the text forms of mode paths. Live tuning names modes ("Usecase.Preview");
+// the tree is walked by numbers ("2.0"): these convert one form into the other.
+#include <cstring>
+
+#include "platform/vornosutils.h"
+
+#include "parameterparser/modeentry.h"
+#include "parameterparser/parametersetmanager.h"
+#include "parameterparser/parameterutils.h"
+
+namespace {
+
+// The largest mode value that has a name.
+constexpr unsigned int MaxModeValue = ModeEffect;
+constexpr unsigned int ShorthandItemLength = 256;
+constexpr unsigned int KnobbyItemLength = 512;
+
+bool NamesMatch(char const* name, size_t nameLength, char const* candidate)
+{
+    return std::strlen(candidate) == nameLength &&
+           Vorn::OsUtils::StrNICmp(name, candidate, nameLength) == 0;
+}
+
+// A double as a 16-bit value the way an integer conversion would wrap it; values no integer
+// holds give 0.
+unsigned short ToUnsignedShort(double value)
+{
+    constexpr double Limit = 9.2e18;
+    if (!(value > -Limit && value < Limit))
+        return 0;
+    return static_cast<unsigned short>(static_cast<long long>(value));
+}
+
+// Appends the named form of one mode path step ("2.0" gives "Usecase.Preview") to result.
+void AppendNamedStep(char const* step, char* result, unsigned int resultLength)
+{
+    int const dot = ParameterUtils::GetStringPos(step, '.');
+    char modeText[KnobbyItemLength] = {};
+    ParameterUtils::GetSubString(step, '.', modeText, sizeof(modeText));
+    bool ok = false;
+    double const modeValue = ParameterUtils::StringToDouble(modeText, ok);
+    bool const known = modeValue >= 0 && modeValue <= MaxModeValue;
+    auto const modeIndex = known ? static_cast<unsigned int>(modeValue) : MaxModeValue + 1;
+    if (known)
+        Vorn::OsUtils::StrLCat(result, ModeEntry::GetModeName(modeIndex), resultLength);
+
+    char const* subModeText = dot >= 0 ? step + dot + 1 : "";
+    double const subModeValue = ParameterUtils::StringToDouble(subModeText, ok);
+    char const* subModeName = nullptr;
+    // Sub-mode rows are short; any larger value has no name.
+    if (known && subModeValue >= 0 && subModeValue < 256)
+        subModeName = ModeEntry::GetSubModeName(modeIndex, static_cast<unsigned int>(subModeValue));
+    if (subModeName != nullptr) {
+        Vorn::OsUtils::StrLCat(result, ".", resultLength);
+        Vorn::OsUtils::StrLCat(result, subModeName, resultLength);
+    } else if (modeValue != 0 && dot >= 0) {
+        // A sub-mode without a name keeps its number: "1.2" reads as "Sensor.2".
+        Vorn::OsUtils::StrLCat(result, step + dot, resultLength);
+    }
+}
+
+// Appends the named form of one mode path ("0.0|1.2") to result.
+void AppendNamedPath(char const* path, char* result, unsigned int resultLength)
+{
+    size_t const length = std::strlen(path);
+    size_t pos = 0;
+    bool first = true;
+    // An empty path still names one step, the Default root.
+    do {
+        char step[KnobbyItemLength] = {};
+        unsigned int const taken =
+            ParameterUtils::GetSubString(path + pos, '|', step, sizeof(step));
+        if (!first)
+            Vorn::OsUtils::StrLCat(result, "|", resultLength);
+        first = false;
+        AppendNamedStep(step, result, resultLength);
+        pos += taken + 1;
+    } while (pos < length);
+}
+
+} // namespace
+
+unsigned short ParameterSetManager::GetModeIndex(char const* name)
+{
+    if (name == nullptr)
+        return 0;
+    size_t const nameLength = std::strlen(name);
+    for (unsigned int value = 0; value <= MaxModeValue; ++value) {
+        if (NamesMatch(name, nameLength, ModeEntry::GetModeName(value)))
+            return static_cast<unsigned short>(value);
+    }
+    return 0;
+}
+
+unsigned short ParameterSetManager::GetSubModeIndex(unsigned short mode, char const* name)
+{
+    if (name == nullptr)
+        return 0;
+    bool isNumber = false;
+    double const number = ParameterUtils::StringToDouble(name, isNumber);
+    if (isNumber)
+        return ToUnsignedShort(number);
+    size_t const nameLength = std::strlen(name);
+    unsigned int const count = ModeEntry::GetSubModeNameCount(mode);
+    for (unsigned int value = 0; value < count; ++value) {
+        if (NamesMatch(name, nameLength, ModeEntry::GetSubModeName(mode, value)))
+            return static_cast<unsigned short>(value);
+    }
+    return 0;
+}
+
+void ParameterSetManager::GetModeShorthand(char const* modes, char* result,
+                                           unsigned int resultLength)
+{
+    if (m_mainSetManager != nullptr) {
+        MainManager()->GetModeShorthand(modes, result, resultLength);
+        return;
+    }
+    if (result == nullptr || resultLength == 0)
+        return;
+    unsigned int out = 0;
+    size_t const length = modes != nullptr ? std::strlen(modes) : 0;
+    size_t pos = 0;
+    bool ok = false;
+    while (pos < length) {
+        char item[ShorthandItemLength] = {};
+        unsigned int const taken =
+            ParameterUtils::GetSubString(modes + pos, '|', item, sizeof(item));
+        // An empty item between two "|" ends the conversion.
+        if (taken == 0)
+            break;
+        if (pos != 0 && out + 1 < resultLength)
+            result[out++] = '|';
+        char name[ShorthandItemLength] = {};
+        ParameterUtils::GetSubString(item, '.', name, sizeof(name));
+        unsigned short const modeValue = GetModeIndex(name);
+        if (out < resultLength)
+            out +=
+                ParameterUtils::DoubleToString(modeValue, result + out, resultLength - out, 0, ok);
+        int const dot = ParameterUtils::GetStringPos(item, '.');
+        if (dot >= 0 && item[dot + 1] != '\0') {
+            if (out + 1 < resultLength)
+                result[out++] = '.';
+            if (out < resultLength)
+                out += ParameterUtils::DoubleToString(GetSubModeIndex(modeValue, item + dot + 1),
+                                                      result + out, resultLength - out, 0, ok);
+        }
+        pos += taken + 1;
+    }
+    result[out < resultLength ? out : resultLength - 1] = '\0';
+    result[resultLength - 1] = '\0';
+}
+
+void ParameterSetManager::GetKnobbyModesString(char const* modes, char* result,
+                                               unsigned int resultLength)
+{
+    if (result == nullptr || resultLength == 0)
+        return;
+    result[0] = '\0';
+    char const* text = modes != nullptr ? modes : "";
+    size_t const length = std::strlen(text);
+    size_t pos = 0;
+    bool first = true;
+    do {
+        char path[KnobbyItemLength] = {};
+        unsigned int const taken =
+            ParameterUtils::GetSubString(text + pos, ';', path, sizeof(path));
+        if (!first)
+            Vorn::OsUtils::StrLCat(result, ";", resultLength);
+        first = false;
+        AppendNamedPath(path, result, resultLength);
+        pos += taken + 1;
+    } while (pos < length);
+}
