@@ -4,9 +4,6 @@
 // after any one byte changed. Aborts on the first disagreement.
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <vector>
 
 #include "parameterparser/parsercrc.h"
@@ -86,17 +83,6 @@ void CheckCrc64(unsigned char const* data, unsigned int length, uint64_t seed,
     }
 }
 
-void CheckNameHash(unsigned char const* data, unsigned int length)
-{
-    std::vector<char> name(data, data + length);
-    name.push_back('\0');
-    auto const* bytes = reinterpret_cast<unsigned char const*>(name.data());
-    auto const nameLength = static_cast<unsigned int>(std::strlen(name.data()));
-    Require(ParserCRC64::HashName(name.data()) ==
-                ParserCRC64::GetCRCBytewise(bytes, nameLength, true, 0),
-            "name hash");
-}
-
 // Stamps the checksum behind the data as a file carries it, then changes one byte of the
 // stamped buffer: a single changed byte is always caught by both checksums.
 void CheckValidate(unsigned char const* data, unsigned int length, unsigned int flipAt,
@@ -142,7 +128,6 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* bytes, size_t size)
 
     CheckCrc32(data.data(), length, seed32, ends);
     CheckCrc64(data.data(), length, seed64, ends);
-    CheckNameHash(data.data(), length);
     CheckValidate(data.data(), length, flipAt, flip, wide, addLength);
     return 0;
 }

@@ -84,6 +84,16 @@ public:
         return ended && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
+    /// The number the log gives behind prefix once it shows it; 0 when it does not within ten
+    /// seconds (a port, behind "listening on port ").
+    int NumberAfter(std::string const& prefix) const
+    {
+        if (!WaitForLog(prefix))
+            return 0;
+        std::string const log = Log();
+        return std::stoi(log.substr(log.find(prefix) + prefix.size()));
+    }
+
     /// Sends SIGTERM and waits for the exit, as Wait.
     int Stop()
     {

@@ -153,11 +153,12 @@ TEST(ParamctlSaveTest, ServeAnswersClientsAndSavesWhatWasTunedOnSignalAndOnExit)
 {
     ParamTest::TempFile input(TrackerFile());
     ParamTest::TempFile output;
+    // A port given is taken and no other: the server says it listens on it.
     unsigned short const port = FreeLoopbackPort();
     ASSERT_NE(port, 0);
     ParamctlChild server("serve --bind 127.0.0.1 --port " + std::to_string(port) + " --save-to " +
                          output.Path() + " " + input.Path());
-    ASSERT_TRUE(server.WaitForLog("listening")) << server.Log();
+    ASSERT_EQ(server.NumberAfter("listening on port "), port) << server.Log();
     std::string const client = "client --timeout 5 127.0.0.1:" + std::to_string(port) + " ";
     struct Case
     {

@@ -324,25 +324,30 @@ TEST(SymbolTableBuilderTest, IdentifiersAndSectionSizesFollowTheVersion)
     }
 }
 
+// The name field holds 32 characters: a name that fills it has no NUL, a longer one is cut.
 TEST(SymbolTableBuilderTest, PaddedEntriesStep72BytesWithTheCountedRestAtTheEnd)
 {
-    SymbolTableBuilder builder({2, 0, 0});
-    builder.AddModule(Module("first", {1, 2, 3}));
-    builder.AddModule(Module("second", {4}));
-    std::vector<uint8_t> const symbol = builder.Build().symbol;
-    ASSERT_EQ(symbol.size(), 152u);
+    for (std::string const& name :
+         {std::string("second"), std::string(32, 'n'), std::string(33, 'n')}) {
+        SCOPED_TRACE(name.size());
+        SymbolTableBuilder builder({2, 0, 0});
+        builder.AddModule(Module("first", {1, 2, 3}));
+        builder.AddModule(Module(name, {4}));
+        std::vector<uint8_t> const symbol = builder.Build().symbol;
+        ASSERT_EQ(symbol.size(), 152u);
 
-    unsigned int pos = 72;
-    ParameterByteReader reader(symbol.data(), static_cast<unsigned int>(symbol.size()), pos, 8,
-                               nullptr);
-    EXPECT_EQ(ReadField(reader, 4), 2u);
-    EXPECT_EQ(ReadText(reader, 32), "second");
-    EXPECT_EQ(ReadField(reader, 8), 0x0000000000040003ull);
-    EXPECT_EQ(ReadField(reader, 4), 0x01000002u);
-    EXPECT_EQ(ReadField(reader, 4), 8u); // the first block padded to 8 bytes
-    EXPECT_EQ(ReadField(reader, 4), 1u);
-    EXPECT_EQ(pos, 144u);
-    EXPECT_EQ(ReadRaw(reader, 8), 0u);
+        unsigned int pos = 72;
+        ParameterByteReader reader(symbol.data(), static_cast<unsigned int>(symbol.size()), pos, 8,
+                                   nullptr);
+        EXPECT_EQ(ReadField(reader, 4), 2u);
+        EXPECT_EQ(ReadText(reader, 32), name.substr(0, 32));
+        EXPECT_EQ(ReadField(reader, 8), 0x0000000000040003ull);
+        EXPECT_EQ(ReadField(reader, 4), 0x01000002u);
+        EXPECT_EQ(ReadField(reader, 4), 8u); // the first block padded to 8 bytes
+        EXPECT_EQ(ReadField(reader, 4), 1u);
+        EXPECT_EQ(pos, 144u);
+        EXPECT_EQ(ReadRaw(reader, 8), 0u);
+    }
 }
 
 // From 6.0.0: placeholders at position 0, name hashes, and duplicates that point at the block of
