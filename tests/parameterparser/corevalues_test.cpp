@@ -4,6 +4,7 @@
 // formats, level styles, per-level switches and cutting.
 #include <cstdio>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -169,26 +170,19 @@ TEST(ParameterLoggingTest, LineFormatDependsOnApiAndIdentifier)
 // verbose. A disabled level drops only its own lines.
 TEST(ParameterLoggingTest, LevelChoosesTagLetterAndPlatformLevel)
 {
-    struct
-    {
-        int level;
-        char severity;
-        char const* tag;
-        uint32_t platformLevel;
-    } const cases[] = {{0, 'V', "[VERBOSE]", 5},
-                       {1, 'W', "[WARNING]", 2},
-                       {2, 'E', "[ERROR]", 1},
-                       {3, 'V', "[VERBOSE]", 5}};
-    for (auto const& c : cases) {
-        SCOPED_TRACE(c.level);
+    std::tuple<int, char, char const*, uint32_t> const cases[] = {{0, 'V', "[VERBOSE]", 5},
+                                                                  {1, 'W', "[WARNING]", 2},
+                                                                  {2, 'E', "[ERROR]", 1},
+                                                                  {3, 'V', "[VERBOSE]", 5}};
+    for (auto const& [level, severity, tag, platformLevel] : cases) {
+        SCOPED_TRACE(level);
         ParamTest::LogCapture capture;
-        ParameterLogging::Write(nullptr, static_cast<ParameterLogging::ParameterLogLevel>(c.level),
+        ParameterLogging::Write(nullptr, static_cast<ParameterLogging::ParameterLogLevel>(level),
                                 "m\n");
         auto const lines = capture.Lines();
         ASSERT_EQ(lines.size(), 1u);
-        EXPECT_EQ(lines[0].severity, c.severity);
-        EXPECT_EQ(lines[0].level, c.platformLevel);
-        EXPECT_EQ(lines[0].text, Head(c.tag) + "m\n");
+        EXPECT_EQ(std::make_tuple(lines[0].severity, lines[0].level, lines[0].text),
+                  std::make_tuple(severity, platformLevel, Head(tag) + "m\n"));
     }
     TestLoggingApi api("id");
     for (auto const level : {ParameterLogging::LogVerbose, ParameterLogging::LogError}) {

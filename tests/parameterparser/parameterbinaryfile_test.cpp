@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -221,34 +222,30 @@ TEST_F(ParameterBinaryFileTest, FileChangedOnDiskFailsLaterReads)
 // found modified on reopen refuses reads.
 TEST_F(ParameterBinaryFileTest, ReopenComparesNanosecondsAndSize)
 {
-    struct
-    {
-        char const* name;
-        long nanosecondStep; ///< added to the old nanoseconds, within the same second
-        size_t dataSize;     ///< the rewritten file's data size (the first file has 100)
-        bool modified;
-    } const cases[] = {{"other size", 0, 300, true},
-                       {"other nanoseconds", 1, 100, true},
-                       {"same time and size", 0, 100, false}};
-    for (auto const& c : cases) {
-        SCOPED_TRACE(c.name);
+    // Name, nanoseconds added within the same second, the rewritten file's data size (the first
+    // file has 100), whether the file counts as modified.
+    std::tuple<char const*, long, size_t, bool> const cases[] = {
+        {"other size", 0, 300, true},
+        {"other nanoseconds", 1, 100, true},
+        {"same time and size", 0, 100, false}};
+    for (auto const& [name, step, dataSize, modified] : cases) {
+        SCOPED_TRACE(name);
         UseFile(100);
         m_log.Clear();
         struct stat before = {};
         ASSERT_EQ(stat(m_file->Path().c_str(), &before), 0);
         EXPECT_EQ(m_binary->Reference(-1), 0);
-        m_file->Rewrite(ParamTest::PatternFile(c.dataSize));
+        m_file->Rewrite(ParamTest::PatternFile(dataSize));
         timespec times[2] = {before.st_mtim, before.st_mtim};
-        times[0].tv_nsec = times[1].tv_nsec =
-            (before.st_mtim.tv_nsec + c.nanosecondStep) % 1000000000;
+        times[0].tv_nsec = times[1].tv_nsec = (before.st_mtim.tv_nsec + step) % 1000000000;
         ASSERT_EQ(utimensat(AT_FDCWD, m_file->Path().c_str(), times, 0), 0);
         EXPECT_EQ(m_binary->Reference(1), 1);
-        EXPECT_EQ(m_binary->IsModified(), c.modified);
+        EXPECT_EQ(m_binary->IsModified(), modified);
         EXPECT_EQ(m_log.HasMessage("ParameterBinaryFile::Open, file modified, must reload\n"),
-                  c.modified);
+                  modified);
         std::vector<uint8_t> value(4);
         unsigned int pos = 0;
-        EXPECT_EQ(m_binary->Read(value.data(), 0, pos, 4, 1), !c.modified);
+        EXPECT_EQ(m_binary->Read(value.data(), 0, pos, 4, 1), !modified);
     }
 }
 

@@ -143,12 +143,9 @@ std::vector<unsigned char> BufferWithText(size_t size, size_t at, std::string co
 // field's size rounded to the alignment, whatever the text holds.
 TEST(ParameterUtilsReadTest, AllocatingReadStringMovesByTheFieldSize)
 {
-    struct
-    {
-        char const *text, *expected;
-        size_t bufferSize;
-        unsigned int pos, maximum, expectedPos, alignment;
-    } const cases[] = {
+    // Text, what is read, buffer size, start, maximum, where the read ends, alignment.
+    std::tuple<char const*, char const*, size_t, unsigned int, unsigned int, unsigned int,
+               unsigned char> const cases[] = {
         {"twenty characters!!!", "twenty characters!!!", 40, 0, 28, 28, 1},
         {"abc", "abc", 40, 0, 13, 16, 8},                 // field rounded to alignment 8
         {"abc", "abc", 40, 8, 16, 24, 8},                 // field already a multiple
@@ -157,16 +154,15 @@ TEST(ParameterUtilsReadTest, AllocatingReadStringMovesByTheFieldSize)
         {"", "", 10, 12, 4, 16, 1},                       // cursor past the end
         {"abc", "", 10, 2, 0, 2, 8},                      // empty field
     };
-    for (auto const& c : cases) {
-        SCOPED_TRACE(c.text);
-        std::vector<unsigned char> buffer = BufferWithText(c.bufferSize, c.pos, c.text);
-        unsigned int pos = c.pos;
-        char* text =
-            ParameterUtils::ReadString(buffer.data(), static_cast<unsigned int>(c.bufferSize), pos,
-                                       c.maximum, static_cast<unsigned char>(c.alignment));
-        EXPECT_STREQ(text, c.expected);
-        EXPECT_EQ(pos, c.expectedPos);
-        VornFree(text, VornTagRelease);
+    for (auto const& [text, expected, size, start, maximum, end, alignment] : cases) {
+        SCOPED_TRACE(text);
+        std::vector<unsigned char> buffer = BufferWithText(size, start, text);
+        unsigned int pos = start;
+        char* read = ParameterUtils::ReadString(buffer.data(), static_cast<unsigned int>(size), pos,
+                                                maximum, alignment);
+        EXPECT_STREQ(read, expected);
+        EXPECT_EQ(pos, end);
+        VornFree(read, VornTagRelease);
     }
     unsigned int pos = 4;
     EXPECT_EQ(ParameterUtils::ReadString(nullptr, 100, pos, 8, 1), nullptr);
@@ -179,22 +175,18 @@ TEST(ParameterUtilsReadTest, AllocatingReadStringMovesByTheFieldSize)
 TEST(ParameterUtilsReadTest, ArrayReadStringTerminatesAtTheArrayEnd)
 {
     std::vector<unsigned char> buffer = BufferWithText(12, 0, "abcdefghijkl");
-    struct
-    {
-        unsigned int pos, size, count, alignment;
-        char const* expected;
-        unsigned int expectedPos;
-    } const cases[] = {
+    // Start, array size, count, alignment, what the array holds, where the read ends.
+    std::tuple<unsigned int, unsigned int, unsigned int, unsigned char, char const*,
+               unsigned int> const cases[] = {
         {0, 8, 8, 8, "abcdefg", 8}, {9, 8, 8, 4, "jklxxxx", 17}, {0, 4, 10, 1, "abc", 10}};
     ParamTest::LogCapture capture;
-    for (auto const& c : cases) {
-        char value[8];
-        std::memset(value, 'x', sizeof(value));
-        unsigned int pos = c.pos;
-        EXPECT_TRUE(ParameterUtils::ReadString(value, buffer.data(), 12, pos, c.size, c.count,
-                                               static_cast<unsigned char>(c.alignment), nullptr));
-        EXPECT_STREQ(value, c.expected);
-        EXPECT_EQ(pos, c.expectedPos);
+    for (auto const& [start, size, count, alignment, expected, end] : cases) {
+        char value[8] = {'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x'};
+        unsigned int pos = start;
+        EXPECT_TRUE(ParameterUtils::ReadString(value, buffer.data(), 12, pos, size, count,
+                                               alignment, nullptr));
+        EXPECT_STREQ(value, expected);
+        EXPECT_EQ(pos, end);
     }
     unsigned int pos = 0;
     EXPECT_FALSE(ParameterUtils::ReadString(nullptr, buffer.data(), 12, pos, 8, 13, 8, nullptr));
@@ -208,14 +200,10 @@ TEST(ParameterUtilsReadTest, ArrayReadStringTerminatesAtTheArrayEnd)
 TEST(ParameterUtilsReadTest, ReadBufferCopiesAndMovesByCountRounded)
 {
     std::vector<unsigned char> buffer = BufferWithText(16, 0, "0123456789ABCDE");
-    struct
-    {
-        unsigned int pos, count, alignment;
-        bool nullBuffer, nullValue, ok;
-        unsigned int expectedPos;
-        std::string copied;
-        char const* message;
-    } const cases[] = {
+    // Start, count, alignment, whether buffer or value is null, the result, where the read ends,
+    // what the value holds then, the message.
+    std::tuple<unsigned int, unsigned int, unsigned char, bool, bool, bool, unsigned int,
+               std::string, char const*> const cases[] = {
         {2, 5, 8, false, false, true, 10, "23456", nullptr},
         {11, 5, 1, false, false, true, 16, "BCDE\0", nullptr}, // ends at the buffer's end
         {12, 5, 1, false, false, false, 17, std::string("CDE\0-", 5),
@@ -229,20 +217,20 @@ TEST(ParameterUtilsReadTest, ReadBufferCopiesAndMovesByCountRounded)
         {3, 0, 1, false, true, true, 3, "", "ReadBuffer called with nullptr value\n"},
         {3, 0, 1, true, false, true, 3, "", "ReadBuffer called with nullptr buffer\n"},
     };
-    for (auto const& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.pos << " count " << c.count);
+    for (auto const& [start, count, alignment, nullBuffer, nullValue, ok, end, copied, message] :
+         cases) {
+        SCOPED_TRACE(testing::Message() << start << " count " << count);
         ParamTest::LogCapture capture;
-        unsigned char value[8];
-        std::memset(value, '-', sizeof(value));
-        unsigned int pos = c.pos;
-        EXPECT_EQ(ParameterUtils::ReadBuffer(
-                      c.nullValue ? nullptr : value, c.nullBuffer ? nullptr : buffer.data(), 16,
-                      pos, c.count, static_cast<unsigned char>(c.alignment), nullptr),
-                  c.ok);
-        EXPECT_EQ(pos, c.expectedPos);
-        EXPECT_EQ(std::string(reinterpret_cast<char*>(value), c.copied.size()), c.copied);
-        EXPECT_EQ(capture.Messages(), c.message ? Messages{c.message} : Messages{});
-        EXPECT_TRUE(c.message == nullptr || capture.Lines()[0].severity == 'E');
+        unsigned char value[8] = {'-', '-', '-', '-', '-', '-', '-', '-'};
+        unsigned int pos = start;
+        EXPECT_EQ(ParameterUtils::ReadBuffer(nullValue ? nullptr : value,
+                                             nullBuffer ? nullptr : buffer.data(), 16, pos, count,
+                                             alignment, nullptr),
+                  ok);
+        EXPECT_EQ(pos, end);
+        EXPECT_EQ(std::string(reinterpret_cast<char*>(value), copied.size()), copied);
+        EXPECT_EQ(capture.Messages(), message ? Messages{message} : Messages{});
+        EXPECT_TRUE(message == nullptr || capture.Lines()[0].severity == 'E');
     }
 }
 
@@ -496,23 +484,16 @@ TEST(ParameterUtilsTextTest, GetStringPosAndGetSubString)
     EXPECT_EQ(ParameterUtils::GetStringPos("abc", 'x'), -1);
     EXPECT_EQ(ParameterUtils::GetStringPos("", 'a'), -1);
     EXPECT_EQ(ParameterUtils::GetStringPos(nullptr, 'a'), -1);
-    // text, room, what is copied: up to the delimiter or the room.
-    struct
-    {
-        char const* text;
-        unsigned int room;
-        char const* expected;
-    } const cases[] = {
+    // Text, room, what is copied: up to the delimiter or the room.
+    std::tuple<char const*, unsigned int, char const*> const cases[] = {
         {"mode.sub", 16, "mode"}, {"nodelimiter", 16, "nodelimiter"},
         {".lead", 16, ""},        {"abcdef", 4, "abc"},
-        {"abc", 1, ""},           {"abc", 4, "abc"},
-    };
-    for (auto const& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.text << " room " << c.room);
-        char result[16];
-        std::memset(result, 'x', sizeof(result));
-        EXPECT_EQ(ParameterUtils::GetSubString(c.text, '.', result, c.room), strlen(c.expected));
-        EXPECT_STREQ(result, c.expected);
+        {"abc", 1, ""},           {"abc", 4, "abc"}};
+    for (auto const& [text, room, expected] : cases) {
+        SCOPED_TRACE(testing::Message() << text << " room " << room);
+        char result[16] = "xxxxxxxxxxxxxxx";
+        EXPECT_EQ(ParameterUtils::GetSubString(text, '.', result, room), strlen(expected));
+        EXPECT_STREQ(result, expected);
     }
     char untouched[4] = {'x', 'x', 'x', '\0'};
     EXPECT_EQ(ParameterUtils::GetSubString("abc", '.', untouched, 0), 0u);
@@ -528,36 +509,31 @@ TEST(ParameterUtilsTextTest, GetVariableTakesTheFirstComponent)
     unsigned int const unchanged = 77;
     std::string const longest = std::string(128, 'n') + ".rest";
     std::string const tooLong = std::string(129, 'n') + ".rest";
-    struct
-    {
-        std::string path;
-        unsigned long nameLength;
-        std::string name;
-        unsigned int index, consumed;
-    } const cases[] = {
-        {"abc[3].def", 64, "abc", 3, 7},
-        {"abc", 64, "abc", unchanged, 3},
-        {"abc.def", 64, "abc", unchanged, 4},
-        {"table[12]", 64, "table", 12, 9},
-        {"abc[", 64, "abc", unchanged, 4},  // a bare "[" is cut, the index left alone
-        {"abc[]", 64, "abc", unchanged, 5}, // an empty index leaves it alone too
-        {"abc[2.9]", 64, "abc", 2, 6},      // a point ends the component, even inside brackets
-        {"abc[x]", 64, "abc", 0, 6},        // not a number: reads as 0, unchecked
-        {"longname[1]", 5, "long", 1, 11},  // the name is cut to its room
-        {"", 64, "", unchanged, 0},
-        {".abc", 64, "", unchanged, 0}, // an empty component consumes nothing
-        {longest, 256, std::string(128, 'n'), unchanged, 129},
-        {tooLong, 256, std::string(128, 'n'), unchanged, 128},
-    };
-    for (auto const& c : cases) {
-        SCOPED_TRACE(c.path);
+    // Path, room for the name, the name, the index, the characters consumed.
+    std::tuple<std::string, unsigned long, std::string, unsigned int, unsigned int> const cases[] =
+        {
+            {"abc[3].def", 64, "abc", 3, 7},
+            {"abc", 64, "abc", unchanged, 3},
+            {"abc.def", 64, "abc", unchanged, 4},
+            {"table[12]", 64, "table", 12, 9},
+            {"abc[", 64, "abc", unchanged, 4},  // a bare "[" is cut, the index left alone
+            {"abc[]", 64, "abc", unchanged, 5}, // an empty index leaves it alone too
+            {"abc[2.9]", 64, "abc", 2, 6},      // a point ends the component, even inside brackets
+            {"abc[x]", 64, "abc", 0, 6},        // not a number: reads as 0, unchecked
+            {"longname[1]", 5, "long", 1, 11},  // the name is cut to its room
+            {"", 64, "", unchanged, 0},
+            {".abc", 64, "", unchanged, 0}, // an empty component consumes nothing
+            {longest, 256, std::string(128, 'n'), unchanged, 129},
+            {tooLong, 256, std::string(128, 'n'), unchanged, 128},
+        };
+    for (auto const& [path, room, expected, expectedIndex, consumed] : cases) {
+        SCOPED_TRACE(path);
         char name[256];
         std::memset(name, 'x', sizeof(name));
         unsigned int index = unchanged;
-        EXPECT_EQ(ParameterUtils::GetVariable(c.path.c_str(), name, index, c.nameLength),
-                  c.consumed);
-        EXPECT_EQ(std::string(name), c.name);
-        EXPECT_EQ(index, c.index);
+        EXPECT_EQ(ParameterUtils::GetVariable(path.c_str(), name, index, room), consumed);
+        EXPECT_EQ(std::string(name), expected);
+        EXPECT_EQ(index, expectedIndex);
     }
 }
 
@@ -567,12 +543,7 @@ TEST(ParameterUtilsTextTest, GetVariableTakesTheFirstComponent)
 // as 0. A "-" alone is a negative zero.
 TEST(ParameterUtilsNumberTest, StringToDoubleAcceptsSignDigitsAndOnePoint)
 {
-    struct
-    {
-        char const* text;
-        double value;
-        bool ok;
-    } const cases[] = {
+    std::tuple<char const*, double, bool> const cases[] = {
         {"12.5", 12.5, true},   {"0", 0.0, true},
         {"007", 7.0, true},     {"-3.25", -3.25, true},
         {".5", 0.5, true},      {"5.", 5.0, true},
@@ -584,11 +555,11 @@ TEST(ParameterUtilsNumberTest, StringToDoubleAcceptsSignDigitsAndOnePoint)
         {"0x10", 0, false},     {"", 0, false},
         {nullptr, 0, false},
     };
-    for (auto const& c : cases) {
-        SCOPED_TRACE(c.text != nullptr ? c.text : "null");
-        bool ok = !c.ok;
-        EXPECT_EQ(ParameterUtils::StringToDouble(c.text, ok), c.value);
-        EXPECT_EQ(ok, c.ok);
+    for (auto const& [text, value, valid] : cases) {
+        SCOPED_TRACE(text != nullptr ? text : "null");
+        bool ok = !valid;
+        EXPECT_EQ(ParameterUtils::StringToDouble(text, ok), value);
+        EXPECT_EQ(ok, valid);
     }
     bool ok = false;
     double const minusAlone = ParameterUtils::StringToDouble("-", ok);
@@ -599,53 +570,42 @@ TEST(ParameterUtilsNumberTest, StringToDoubleAcceptsSignDigitsAndOnePoint)
 // and failures that say nothing fits; never a byte past the given length.
 TEST(ParameterUtilsNumberTest, DoubleToString)
 {
-    struct
-    {
-        double value;
-        unsigned int precision, length;
-        char const* text;
-        bool ok;
-    } const cases[] = {
-        {0.0, 10, 64, "0.0", true},
-        {100.0, 10, 64, "100.0", true},
-        {1.5, 10, 64, "1.5", true},
-        {0.1236, 3, 64, "0.124", true},
-        {5.0, 0, 64, "5", true},
+    // Value, precision, length, the text, whether it fits.
+    std::tuple<double, unsigned int, unsigned int, char const*, bool> const cases[] = {
+        // clang-format off
+        {0.0, 10, 64, "0.0", true}, {100.0, 10, 64, "100.0", true}, {1.5, 10, 64, "1.5", true},
+        {0.1236, 3, 64, "0.124", true}, {5.0, 0, 64, "5", true},
         {5.7, 0, 64, "5", true}, // no point, so no rounding either
-        {-1.25, 10, 64, "-1.25", true},
-        {-0.0, 10, 64, "0.0", true},
+        {-1.25, 10, 64, "-1.25", true}, {-0.0, 10, 64, "0.0", true},
         {0.3, 10, 64, "0.3", true}, // 0.29999... rounds back up
         {0.05, 1, 64, "0.1", true}, // half up
         {0.04, 1, 64, "0.0", true},
         {1e-11, 10, 64, "0.0", true}, // zeros behind the point keep one digit
         {9.99, 1, 64, "10.0", true},  // carry across the point to a new leading digit
-        {-999.96, 1, 64, "-1000.0", true},
-        {4294967295.0, 0, 64, "4294967295", true},
+        {-999.96, 1, 64, "-1000.0", true}, {4294967295.0, 0, 64, "4294967295", true},
         {123.0, 10, 4, "123", true},   // no room for a point
         {12.345, 10, 5, "12.3", true}, // cut where the text is full
         {12.36, 10, 5, "12.4", true},  // and rounded there
         {123.0, 10, 3, "0", false},    // integer part does not fit
         {-15.0, 10, 3, "-", false},
         {-5.0, 10, 2, "-", false}, // room for the sign alone
-        {-5.0, 10, 3, "-5", true},
-        {7.0, 10, 1, "", false},
+        {-5.0, 10, 3, "-5", true}, {7.0, 10, 1, "", false},
         {9.96, 1, 4, "10", false}, // the carry's leading "1" pushes out the last digit
-        {INFINITY, 10, 32, "0", false},
-        {-INFINITY, 10, 32, "-", false},
-        {NAN, 10, 32, "0", false},
+        {INFINITY, 10, 32, "0", false}, {-INFINITY, 10, 32, "-", false}, {NAN, 10, 32, "0", false},
+        // clang-format on
     };
-    for (auto const& c : cases) {
+    for (auto const& [value, precision, length, expected, fits] : cases) {
         SCOPED_TRACE(testing::Message()
-                     << c.value << " precision " << c.precision << " length " << c.length);
+                     << value << " precision " << precision << " length " << length);
         char text[64];
         std::memset(text, 'x', sizeof(text));
-        bool ok = !c.ok;
-        EXPECT_EQ(ParameterUtils::DoubleToString(c.value, text, c.length, c.precision, ok),
-                  std::strlen(c.text));
-        EXPECT_STREQ(text, c.text);
-        EXPECT_EQ(ok, c.ok);
-        EXPECT_EQ(std::string(text + c.length, sizeof(text) - c.length),
-                  std::string(sizeof(text) - c.length, 'x'));
+        bool ok = !fits;
+        EXPECT_EQ(ParameterUtils::DoubleToString(value, text, length, precision, ok),
+                  std::strlen(expected));
+        EXPECT_STREQ(text, expected);
+        EXPECT_EQ(ok, fits);
+        EXPECT_EQ(std::string(text + length, sizeof(text) - length),
+                  std::string(sizeof(text) - length, 'x'));
     }
     char text[4] = {'x', 'x', 'x', 'x'};
     bool ok = true;

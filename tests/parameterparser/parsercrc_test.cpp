@@ -7,6 +7,7 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -134,39 +135,32 @@ TEST(ParserCRCTest, ValidateComparesTheStoredChecksum)
                   "Binary file CRC validation failed. Expected: %016lx, Actual: %016lx\n",
                   ParserCRC64::GetCRC(Bytes("abc"), 3, false, 0),
                   ParserCRC64::GetCRC(Bytes("abc"), 3, true, 0));
-    struct
-    {
-        std::vector<unsigned char> bytes;
-        unsigned int length; ///< 0: the whole buffer
-        int width;
-        bool addLength, valid;
-        std::string message;
-    } const cases[] = {
-        {WithCrc(RandomBytes(1, 3), 32), 0, 32, false, true, ""},
-        {WithCrc(RandomBytes(300, 3), 32), 0, 32, false, true, ""},
-        {WithCrc(RandomBytes(1, 4), 64, false), 0, 64, false, true, ""},
-        {WithCrc(RandomBytes(8, 4), 64, true), 0, 64, true, true, ""},
-        {WithCrc(RandomBytes(300, 4), 64, true), 0, 64, true, true, ""},
-        {std::vector<unsigned char>(8, 0), 4, 32, false, false, tooSmall},
-        {std::vector<unsigned char>(8, 0), 8, 64, true, false, tooSmall},
-        {{}, 100, 64, true, false, tooSmall},
-        {damaged, 0, 32, false, false, mismatch32},
-        {WithCrc({'a', 'b', 'c'}, 64, true), 0, 64, false, false, mismatch64},
-    };
-    for (auto const& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.bytes.size() << " bytes, width " << c.width);
+    // Bytes, the length given (0: the whole buffer), the checksum's width, whether the length is
+    // added, the result, the message.
+    std::tuple<std::vector<unsigned char>, unsigned int, int, bool, bool, std::string> const
+        cases[] = {
+            {WithCrc(RandomBytes(1, 3), 32), 0, 32, false, true, ""},
+            {WithCrc(RandomBytes(300, 3), 32), 0, 32, false, true, ""},
+            {WithCrc(RandomBytes(1, 4), 64, false), 0, 64, false, true, ""},
+            {WithCrc(RandomBytes(8, 4), 64, true), 0, 64, true, true, ""},
+            {WithCrc(RandomBytes(300, 4), 64, true), 0, 64, true, true, ""},
+            {std::vector<unsigned char>(8, 0), 4, 32, false, false, tooSmall},
+            {std::vector<unsigned char>(8, 0), 8, 64, true, false, tooSmall},
+            {{}, 100, 64, true, false, tooSmall},
+            {damaged, 0, 32, false, false, mismatch32},
+            {WithCrc({'a', 'b', 'c'}, 64, true), 0, 64, false, false, mismatch64},
+        };
+    for (auto const& [bytes, given, width, addLength, valid, message] : cases) {
+        SCOPED_TRACE(testing::Message() << bytes.size() << " bytes, width " << width);
         ParamTest::LogCapture capture;
-        unsigned char const* data = c.bytes.empty() ? nullptr : c.bytes.data();
-        unsigned int const length =
-            c.length != 0 ? c.length : static_cast<unsigned int>(c.bytes.size());
-        EXPECT_EQ(c.width == 32 ? ParserCRC32::Validate(data, length, nullptr)
-                                : ParserCRC64::Validate(data, length, c.addLength, nullptr),
-                  c.valid);
-        EXPECT_EQ(capture.Messages(), c.message.empty() ? std::vector<std::string>{}
-                                                        : std::vector<std::string>{c.message});
-        if (!c.valid) {
-            EXPECT_EQ(capture.Lines()[0].severity, 'E');
-        }
+        unsigned char const* data = bytes.empty() ? nullptr : bytes.data();
+        unsigned int const length = given != 0 ? given : static_cast<unsigned int>(bytes.size());
+        EXPECT_EQ(width == 32 ? ParserCRC32::Validate(data, length, nullptr)
+                              : ParserCRC64::Validate(data, length, addLength, nullptr),
+                  valid);
+        EXPECT_EQ(capture.Messages(),
+                  message.empty() ? std::vector<std::string>{} : std::vector<std::string>{message});
+        EXPECT_TRUE(valid || capture.Lines()[0].severity == 'E');
     }
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -248,17 +249,12 @@ TEST(ReadSectionInfoTest, StoresEveryTypeInOrder)
 // refusal stay stored, and without a logger a refusal leaves no line.
 TEST(ReadSectionInfoTest, RefusesTablesThatBreakALimit)
 {
-    struct
-    {
-        char const* name;
-        unsigned int count;
-        /// Where the table starts: behind the header, or this many bytes before the buffer's end.
-        unsigned int fromEnd;
-        bool unknownRecord, logged, read; ///< a third record of type 9; a logger is given
-        char const* errorText;
-        /// The exact message logged ("%u" stands for the buffer's length), or empty for none.
-        std::string message;
-    } const cases[] = {
+    std::string const length = std::to_string(Size(SoundFile({7, 0, 0}).Build()));
+    // Name, count, where the table starts (behind the header, or this many bytes before the
+    // buffer's end), whether a third record of type 9 follows, whether a logger is given, the
+    // result, the error text and the message logged.
+    std::tuple<char const*, unsigned int, unsigned int, bool, bool, bool, char const*,
+               std::string> const cases[] = {
         {"one record, silent", 1, 0, false, false, false, "", ""},
         {"one record", 1, 0, false, true, false, "",
          "ReadSectionInfo: Section count 1 is less than Min sections 2\n"},
@@ -267,31 +263,28 @@ TEST(ReadSectionInfoTest, RefusesTablesThatBreakALimit)
         {"table ends at the buffer's end", 2, 24, false, true, true, "", ""},
         {"one field past the end", 2, 8, false, true, false,
          "Error reading data from header sections",
-         "Failed to read 4 bytes from binary file offset %u, length %u\n"},
+         "Failed to read 4 bytes from binary file offset " + length + ", length " + length + "\n"},
     };
-    for (auto const& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (auto const& [name, count, fromEnd, unknownRecord, logged, read, error, message] : cases) {
+        SCOPED_TRACE(name);
         ParamTest::LogCapture log;
         ParamTest::TestSetManager logger;
         TuningFileWriter writer = SoundFile({7, 0, 0});
-        if (c.unknownRecord)
+        if (unknownRecord)
             writer.AddRawSectionRecord(9, 0, 0);
         std::vector<uint8_t> bytes = writer.Build();
-        unsigned int pos = c.fromEnd == 0 ? static_cast<unsigned int>(writer.HeaderSize())
-                                          : Size(bytes) - c.fromEnd;
+        unsigned int pos =
+            fromEnd == 0 ? static_cast<unsigned int>(writer.HeaderSize()) : Size(bytes) - fromEnd;
         ParameterSectionTable sections;
         char errorText[ParameterSetManager::ErrorStringLength] = {};
-        EXPECT_EQ(ReadSectionRecords(bytes.data(), Size(bytes), pos, 1, c.count, sections,
-                                     errorText, c.logged ? &logger : nullptr),
-                  c.read);
-        EXPECT_STREQ(errorText, c.errorText);
-        std::string message = c.message;
-        for (size_t at = message.find("%u"); at != std::string::npos; at = message.find("%u"))
-            message.replace(at, 2, std::to_string(bytes.size()));
+        EXPECT_EQ(ReadSectionRecords(bytes.data(), Size(bytes), pos, 1, count, sections, errorText,
+                                     logged ? &logger : nullptr),
+                  read);
+        EXPECT_STREQ(errorText, error);
         EXPECT_EQ(log.Messages(), message.empty() ? Messages{} : Messages{message});
-        if (c.fromEnd == 0) {
-            EXPECT_EQ(sections.symbol.Offset, c.count >= 2 ? writer.SectionOffsetAt(0) : 0u);
-            EXPECT_EQ(sections.data.Offset, c.count >= 2 ? writer.SectionOffsetAt(1) : 0u);
+        if (fromEnd == 0) {
+            EXPECT_EQ(sections.symbol.Offset, count >= 2 ? writer.SectionOffsetAt(0) : 0u);
+            EXPECT_EQ(sections.data.Offset, count >= 2 ? writer.SectionOffsetAt(1) : 0u);
         }
     }
     unsigned int pos = 0;

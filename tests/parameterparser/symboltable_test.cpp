@@ -266,7 +266,7 @@ TEST(SymbolTableTest, TableSizeThatDoesNotFitFailsTheLoad)
     {
         FileVersion version;
         bool dataTable;
-        unsigned int size, expected; ///< sizes 4 bytes too large, as logged; 0: nearly 4 GiB
+        unsigned int size, expectedSize; ///< sizes 4 bytes too large, as logged; 0: nearly 4 GiB
         Mode mode;
     } const cases[] = {
         // clang-format off
@@ -279,22 +279,23 @@ TEST(SymbolTableTest, TableSizeThatDoesNotFitFailsTheLoad)
         // clang-format on
     };
     for (auto const& test : cases) {
-        SCOPED_TRACE(VersionName(test.version) + (test.dataTable ? " data" : " symbol") +
-                     (test.mode == Mode::File ? " file" : " buffer"));
-        SymbolTableBuilder builder(test.version);
+        auto const& [version, dataTable, size, expectedSize, mode] = test;
+        SCOPED_TRACE(VersionName(version) + (dataTable ? " data" : " symbol") +
+                     (mode == Mode::File ? " file" : " buffer"));
+        SymbolTableBuilder builder(version);
         for (char const* name : {"a", "b"}) {
             builder.AddModule(Module(name, name));
             builder.AddData(Bytes(name));
         }
-        std::string const kind = test.dataTable ? "data" : "symbol";
+        std::string const kind = dataTable ? "data" : "symbol";
         TableDamage damage;
-        (test.dataTable ? damage.dataTableTrailingBytes : damage.symbolTrailingBytes) =
-            test.size == 0 ? 0 : 4;
+        (dataTable ? damage.dataTableTrailingBytes : damage.symbolTrailingBytes) =
+            size == 0 ? 0 : 4;
         builder.SetDamage(damage);
         LoadedTable loaded;
-        Messages expected = {"Invalid " + kind + " table size: " + std::to_string(test.size) +
-                             ", expected: " + std::to_string(test.expected) + "\n"};
-        EXPECT_FALSE(loaded.Load(builder, test.mode, [&](ParamTest::TableFile& file) {
+        Messages expected = {"Invalid " + kind + " table size: " + std::to_string(size) +
+                             ", expected: " + std::to_string(expectedSize) + "\n"};
+        EXPECT_FALSE(loaded.Load(builder, mode, [&](ParamTest::TableFile& file) {
             if (test.size != 0)
                 return;
             uint32_t const entrySize = test.dataTable
@@ -508,11 +509,8 @@ protected:
 
 TEST(ParameterDefinitionElementInfoTest, CountFlagsFollowMinimumAndMaximum)
 {
-    struct
-    {
-        uint32_t minimum, maximum;
-        uint16_t fileFlags, flags;
-    } const cases[] = {
+    // Minimum and maximum count, flags from the file, the flags then.
+    std::tuple<uint32_t, uint32_t, uint16_t, uint16_t> const cases[] = {
         // clang-format off
         {1, 1, 0, 0}, {0, 0, 0, 0}, {2, 1, 0, 0}, {2, 2, 0, ElementFixedCount},
         {7, 7, ElementFourByte, ElementFixedCount | ElementFourByte},
@@ -521,10 +519,10 @@ TEST(ParameterDefinitionElementInfoTest, CountFlagsFollowMinimumAndMaximum)
         {5, 2, 0, ElementVariableCount},
         // clang-format on
     };
-    for (auto const& c : cases) {
-        ParameterDefinitionElementInfo info(TypeUInt32, 0, c.fileFlags, c.minimum, c.maximum);
-        EXPECT_EQ(info.Flags, c.flags) << c.minimum << "/" << c.maximum;
-        EXPECT_EQ(info.Count, c.maximum);
+    for (auto const& [minimum, maximum, fileFlags, flags] : cases) {
+        ParameterDefinitionElementInfo info(TypeUInt32, 0, fileFlags, minimum, maximum);
+        EXPECT_EQ(std::make_pair(info.Flags, info.Count), std::make_pair(flags, maximum))
+            << minimum << "/" << maximum;
     }
 }
 
@@ -533,14 +531,8 @@ TEST(ParameterDefinitionElementInfoTest, CountFlagsFollowMinimumAndMaximum)
 TEST_F(DefinitionTableTest, ElementAddsItsLayoutToTheStructure)
 {
     using TuningWriter::ElementFourByte;
-    struct
-    {
-        ElementType type;
-        uint32_t minimum, maximum;
-        uint16_t flags;
-        uint32_t size;
-        unsigned long width;
-    } const cases[] = {
+    // Type, minimum and maximum count, flags, what it adds to Size, the width of one element.
+    std::tuple<ElementType, uint32_t, uint32_t, uint16_t, uint32_t, unsigned long> const cases[] = {
         // clang-format off
         {ElementType::UInt32, 1, 1, 0, 4, 4}, {ElementType::Int8, 1, 1, 0, 1, 1},
         {ElementType::ByteLike, 3, 3, 0, 3 + 4, 1}, {ElementType::ShortLike, 1, 1, 0, 2, 2},
@@ -555,16 +547,15 @@ TEST_F(DefinitionTableTest, ElementAddsItsLayoutToTheStructure)
         {static_cast<ElementType>(40), 1, 1, 0, 8, 0}, {static_cast<ElementType>(7), 1, 1, 0, 0, 0},
         // clang-format on
     };
-    for (auto const& c : cases) {
-        SCOPED_TRACE(testing::Message() << static_cast<int>(c.type) << " " << c.minimum << "/"
-                                        << c.maximum << " flags " << c.flags);
-        DefinitionTableBuilder builder;
-        builder.AddStructure(Struct(1, "S", {Member("m", c.type, c.minimum, c.maximum, c.flags)}));
-        ASSERT_TRUE(Read(builder));
+    for (auto const& [type, minimum, maximum, flags, size, width] : cases) {
+        SCOPED_TRACE(testing::Message() << static_cast<int>(type) << " " << minimum << "/"
+                                        << maximum << " flags " << flags);
+        ASSERT_TRUE(Read(DefinitionTableBuilder().AddStructure(
+            Struct(1, "S", {Member("m", type, minimum, maximum, flags)}))));
         ASSERT_NE(Child(1, "m"), nullptr);
-        EXPECT_EQ(Find(1)->Size, 4 + c.size);
-        EXPECT_EQ(Child(1, "m")->Info->Offset, 4u);
-        EXPECT_EQ(Child(1, "m")->GetSize(), c.width);
+        EXPECT_EQ(
+            std::make_tuple(Find(1)->Size, Child(1, "m")->Info->Offset, Child(1, "m")->GetSize()),
+            std::make_tuple(4 + size, 4u, width));
     }
 }
 
@@ -606,11 +597,8 @@ TEST_F(DefinitionTableTest, NestedStructuresAreSizedFirstWhateverTheirOrder)
 // 32 bits stays at the largest size, and what stands behind it lies beyond any entry.
 TEST_F(DefinitionTableTest, LayoutFollowsTheFileVersion)
 {
-    struct
-    {
-        VersionUnion version;
-        uint32_t inner, outer, lastOffset;
-    } const cases[] = {
+    // Version, the sizes of Inner and Outer, the offset of Outer's last member.
+    std::tuple<VersionUnion, uint32_t, uint32_t, uint32_t> const cases[] = {
         {VersionUnion(7, 0, 0), 4 + 4 + 4 + 8, 4 + 20 + 4 + 6 + 1, 34},
         {VersionUnion(6, 0, 0), 4 + 4 + 8, 4 + 16 + 6 + 1, 26},
         {VersionUnion(5, 0, 0), 4 + 8, 12 + 6 + 1, 18},
@@ -623,11 +611,11 @@ TEST_F(DefinitionTableTest, LayoutFollowsTheFileVersion)
         .AddStructure(
             Struct(2, "Inner",
                    {Member("a", ElementType::UInt32), Member("pair", ElementType::Float, 2, 2)}));
-    for (auto const& c : cases) {
-        SCOPED_TRACE(c.version.Parts.Major);
-        ASSERT_TRUE(Read(builder, 1, true, 0, c.version));
+    for (auto const& [version, inner, outer, lastOffset] : cases) {
+        SCOPED_TRACE(version.Parts.Major);
+        ASSERT_TRUE(Read(builder, 1, true, 0, version));
         EXPECT_EQ(std::make_tuple(Find(2)->Size, Find(1)->Size, Child(1, "last")->Info->Offset),
-                  std::make_tuple(c.inner, c.outer, c.lastOffset));
+                  std::make_tuple(inner, outer, lastOffset));
     }
 
     DefinitionTableBuilder wide;
