@@ -381,23 +381,26 @@ TEST(ParameterUtilsReadTest, ShortReadFailsOnlyTheReadOfTheTargetsOwnWidth)
     EXPECT_EQ(log.Messages(), (Messages{shortRead, shortRead, "Read: Invalid read type 5\n"}));
 }
 
+/// The values an array read leaves, and its result.
+template <typename T> using Values = std::pair<std::vector<T>, bool>;
+
 template <typename T>
-std::vector<T> ReadMany(std::vector<uint8_t> const& bytes, ParameterDefinitionElement* element,
-                        unsigned int count, bool& ok, bool noFloat = false)
+Values<T> ReadMany(std::vector<uint8_t> const& bytes, ParameterDefinitionElement* element,
+                   unsigned int count, bool noFloat = false)
 {
-    std::vector<T> values(count);
+    Values<T> read(std::vector<T>(count), false);
     unsigned int pos = 0;
     auto const length = static_cast<unsigned int>(bytes.size());
     if constexpr (sizeof(T) == 4 && !std::is_floating_point_v<T>) {
         if (noFloat) {
-            ok = ParameterUtils::ReadArrayNoFloat<T>(values.data(), element, bytes.data(), length,
-                                                     pos, count, 1, nullptr);
-            return values;
+            read.second = ParameterUtils::ReadArrayNoFloat<T>(
+                read.first.data(), element, bytes.data(), length, pos, count, 1, nullptr);
+            return read;
         }
     }
-    ok = ParameterUtils::ReadArray<T>(values.data(), element, bytes.data(), length, pos, count, 1,
-                                      nullptr);
-    return values;
+    read.second = ParameterUtils::ReadArray<T>(read.first.data(), element, bytes.data(), length,
+                                               pos, count, 1, nullptr);
+    return read;
 }
 
 enum class SampleEnum : uint32_t
@@ -413,44 +416,33 @@ enum class SampleEnum : uint32_t
 // reports the byte read, not the conversion, and takes four-byte values as they stand.
 TEST(ParameterUtilsReadArrayTest, ConvertsByCodeAndFailsOtherIntegerWidths)
 {
-    bool ok = false;
     FileElement int16(TypeInt16), single(TypeFloat), wide(TypeDouble), intLike(TypeIntLike),
         uint32(TypeUInt32), fourByte(TypeUInt32, ElementFourByte), text(TypeString);
     std::vector<uint8_t> const sevenEight = Fields({7, 8}, 4);
-    EXPECT_EQ(ReadMany<int>(Fields({0xFFFF, 300}, 2), &int16.element, 2, ok),
-              (std::vector<int>{-1, 300}));
-    EXPECT_FALSE(ok);
-    EXPECT_EQ(ReadMany<int>(Fields({Bits(2.9f), Bits(-2.9f)}, 4), &single.element, 2, ok),
-              (std::vector<int>{2, -2}));
-    EXPECT_TRUE(ok);
-    EXPECT_EQ(ReadMany<float>(Fields({Bits(1.5), Bits(-0.25)}, 8), &wide.element, 2, ok),
-              (std::vector<float>{1.5f, -0.25f}));
-    EXPECT_TRUE(ok);
-    EXPECT_EQ(ReadMany<double>(Fields({0xFFFFFFFF}, 4), &intLike.element, 1, ok),
-              std::vector<double>{-1.0});
-    EXPECT_FALSE(ok);
-    EXPECT_EQ(ReadMany<unsigned int>(sevenEight, &uint32.element, 2, ok),
-              (std::vector<unsigned int>{7, 8}));
-    EXPECT_TRUE(ok);
-    EXPECT_EQ(ReadMany<int>(sevenEight, &uint32.element, 2, ok), (std::vector<int>{7, 8}));
-    EXPECT_FALSE(ok) << "code 13 is no direct code of int";
+    EXPECT_EQ(ReadMany<int>(Fields({0xFFFF, 300}, 2), &int16.element, 2),
+              Values<int>({-1, 300}, false));
+    EXPECT_EQ(ReadMany<int>(Fields({Bits(2.9f), Bits(-2.9f)}, 4), &single.element, 2),
+              Values<int>({2, -2}, true));
+    EXPECT_EQ(ReadMany<float>(Fields({Bits(1.5), Bits(-0.25)}, 8), &wide.element, 2),
+              Values<float>({1.5f, -0.25f}, true));
+    EXPECT_EQ(ReadMany<double>(Fields({0xFFFFFFFF}, 4), &intLike.element, 1),
+              Values<double>({-1.0}, false));
+    EXPECT_EQ(ReadMany<unsigned int>(sevenEight, &uint32.element, 2),
+              Values<unsigned int>({7, 8}, true));
+    // Code 13 is no direct code of int.
+    EXPECT_EQ(ReadMany<int>(sevenEight, &uint32.element, 2), Values<int>({7, 8}, false));
 
-    EXPECT_EQ(ReadMany<SampleEnum>(Fields({3, 1}, 2), &int16.element, 2, ok, true),
-              (std::vector<SampleEnum>{SampleEnum::Three, SampleEnum::One}));
-    EXPECT_TRUE(ok);
-    EXPECT_EQ(ReadMany<SampleEnum>(Fields({Bits(2.9f)}, 4), &single.element, 1, ok, true),
-              std::vector<SampleEnum>{SampleEnum::Two});
-    EXPECT_TRUE(ok);
-    EXPECT_EQ(ReadMany<SampleEnum>(Fields({1}, 4), &fourByte.element, 1, ok, true),
-              std::vector<SampleEnum>{SampleEnum::One});
-    EXPECT_TRUE(ok);
+    EXPECT_EQ(ReadMany<SampleEnum>(Fields({3, 1}, 2), &int16.element, 2, true),
+              Values<SampleEnum>({SampleEnum::Three, SampleEnum::One}, true));
+    EXPECT_EQ(ReadMany<SampleEnum>(Fields({Bits(2.9f)}, 4), &single.element, 1, true),
+              Values<SampleEnum>({SampleEnum::Two}, true));
+    EXPECT_EQ(ReadMany<SampleEnum>(Fields({1}, 4), &fourByte.element, 1, true),
+              Values<SampleEnum>({SampleEnum::One}, true));
 
     ParamTest::LogCapture log;
-    EXPECT_EQ(ReadMany<unsigned int>(sevenEight, nullptr, 3, ok),
-              (std::vector<unsigned int>{7, 8, 0}));
-    EXPECT_FALSE(ok);
-    ReadMany<int>(Fields({5}, 4), &text.element, 1, ok);
-    EXPECT_FALSE(ok);
+    EXPECT_EQ(ReadMany<unsigned int>(sevenEight, nullptr, 3),
+              Values<unsigned int>({7, 8, 0}, false));
+    EXPECT_FALSE(ReadMany<int>(Fields({5}, 4), &text.element, 1).second);
     EXPECT_EQ(log.Messages(), (Messages{"ReadBuffer failed, read 8 bytes, expected 12 bytes\n",
                                         "ReadArrayNoFloat: Invalid read type 24. XSD structure "
                                         "modified\n"}));

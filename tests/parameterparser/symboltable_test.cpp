@@ -563,17 +563,17 @@ TEST_F(DefinitionTableTest, ElementAddsItsLayoutToTheStructure)
 // recursion at the size already set, and a missing one is logged and takes no room.
 TEST_F(DefinitionTableTest, NestedStructuresAreSizedFirstWhateverTheirOrder)
 {
-    DefinitionTableBuilder builder;
-    builder
-        .AddStructure(Struct(1, "Outer",
-                             {StructMember("one", 2), StructMember("three", 2, 3, 3),
-                              StructMember("empty", 3), StructMember("optional", 2, 0, 1),
-                              StructMember("missing", 99), Member("last", ElementType::UInt8)}))
-        .AddStructure(
-            Struct(2, "Inner", {Member("a", ElementType::UInt16), Member("b", ElementType::Int8)}))
-        .AddStructure(Struct(3, "Empty"))
-        .AddStructure(Struct(4, "Self", {Member("v", ElementType::UInt32), StructMember("me", 4)}));
-    ASSERT_TRUE(Read(builder));
+    ASSERT_TRUE(Read(
+        DefinitionTableBuilder()
+            .AddStructure(Struct(1, "Outer",
+                                 {StructMember("one", 2), StructMember("three", 2, 3, 3),
+                                  StructMember("empty", 3), StructMember("optional", 2, 0, 1),
+                                  StructMember("missing", 99), Member("last", ElementType::UInt8)}))
+            .AddStructure(Struct(
+                2, "Inner", {Member("a", ElementType::UInt16), Member("b", ElementType::Int8)}))
+            .AddStructure(Struct(3, "Empty"))
+            .AddStructure(
+                Struct(4, "Self", {Member("v", ElementType::UInt32), StructMember("me", 4)}))));
     // Inner: its length word and 3 bytes; Empty: its length word only.
     EXPECT_EQ(std::make_tuple(Find(1)->Size, Find(2)->Size, Find(3)->Size, Find(4)->Size),
               std::make_tuple(49u, 7u, 4u, 16u));
@@ -583,10 +583,10 @@ TEST_F(DefinitionTableTest, NestedStructuresAreSizedFirstWhateverTheirOrder)
     for (auto const& expected : offsets) {
         EXPECT_EQ(Child(1, expected.first)->Info->Offset, expected.second) << expected.first;
     }
-    EXPECT_EQ(Child(1, "one")->Info->Structure, Find(2));
-    EXPECT_EQ(Child(1, "one")->GetSize(), 7u);
-    EXPECT_EQ(Child(1, "missing")->Info->Structure, nullptr);
-    EXPECT_EQ(Child(1, "missing")->GetSize(), 0u);
+    EXPECT_EQ(std::make_pair(Child(1, "one")->Info->Structure, Child(1, "one")->GetSize()),
+              std::make_pair(Find(2), 7ul));
+    EXPECT_EQ(std::make_pair(Child(1, "missing")->Info->Structure, Child(1, "missing")->GetSize()),
+              std::make_pair(static_cast<ParameterDefinitionStructure*>(nullptr), 0ul));
     EXPECT_EQ(m_log.Messages(),
               Messages{"PopulateOffsetSizeStructure structure not found: ID: 99, NameHash: " +
                        std::to_string(static_cast<long long>(Hash("missing"))) + "\n"});
