@@ -124,11 +124,10 @@ TEST_P(ReadHeaderTest, ChecksInOrder)
     EXPECT_EQ(version, versionRead ? VersionUnion(v.major, v.minor, v.patch) : VersionUnion());
     if (accepted) {
         bool const tagField = param.errorText != OlderFormat;
-        EXPECT_EQ(alignment, param.alignment);
-        EXPECT_EQ(sectionOffset, writer.HeaderSize());
-        EXPECT_EQ(pos, writer.HeaderSize());
-        EXPECT_EQ(sectionCount, 2u);
-        EXPECT_EQ(readFlags, param.flagsField ? param.flags : UntouchedFlags);
+        auto const end = static_cast<unsigned int>(writer.HeaderSize());
+        EXPECT_EQ(std::make_tuple(alignment, sectionOffset, pos, sectionCount, readFlags),
+                  std::make_tuple(param.alignment, end, end, 2u,
+                                  param.flagsField ? param.flags : UntouchedFlags));
         EXPECT_EQ(tag == earlierTag, !tagField);
         EXPECT_STREQ(tag, tagField ? "rear-camera" : "");
         // The error text is optional.

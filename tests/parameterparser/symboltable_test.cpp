@@ -145,6 +145,7 @@ TEST_P(SymbolTableLayoutTest, ReadsModulesAndDataOfEveryLayout)
                   {first, hashed ? Hash("FLIndicesType") : 0, VersionUnion(3, 4, 0).Raw, 0},
                   {other, hashed ? Hash("aecArbitration") : 0, VersionUnion(1, 2, 5).Raw, 3}}));
     EXPECT_EQ(table.GetDataDuplicateCount(), test.groups);
+    EXPECT_EQ(table.GetDuplicates(false, 1) != nullptr, test.groups > 1);
     uint32_t const group = test.groups > 1 ? 1 : 0;
     EXPECT_EQ(std::make_pair(table.GetDataLookup()[block].Duplicate,
                              table.GetDataLookup()[copy].Duplicate),
