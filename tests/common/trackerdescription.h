@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A small tuning file described as text: the tracker's tuning at the root and its own in sensor
-// 0's preview, so that video reads the root's. Live tuning tests and benchmarks serve it.
+// 0's preview, so that video reads the root's. Live tuning tests and benchmarks serve it;
+// the value access tests read it.
 #pragma once
 
 namespace ParamTest {

@@ -221,12 +221,19 @@ TEST_F(ModuleTest, RegistryChainSharesDuplicatesAndSurvivesRemovingItsLinks)
     ASSERT_NE(c, nullptr);
     EXPECT_EQ(m_kind.first->module, a);
     EXPECT_EQ(m_kind.last->module, c);
+    // A second instance of an ID is found by it once the first one leaves.
+    auto* twin = new moduleTestTypeClass(InstanceName, m_file.Record(m_first));
+    m_kind.AddModule(twin);
+    EXPECT_EQ(m_kind.Find(m_first), a);
+    m_kind.RemoveModule(a);
+    delete a;
+    EXPECT_EQ(m_kind.Find(m_first), twin);
     // An instance without a record (as a factory is) makes a lookup walk the chain in order.
-    moduleTestTypeClass* spare = new moduleTestTypeClass("spare");
+    auto* spare = new moduleTestTypeClass("spare");
     m_kind.AddModule(spare);
     EXPECT_EQ(m_kind.Find(m_second), c);
     // Removing the head and then every other link leaves a chain that takes new instances.
-    for (moduleTestTypeClass* instance : {a, c, spare}) {
+    for (moduleTestTypeClass* instance : {c, twin, spare}) {
         m_kind.RemoveModule(instance);
         delete instance;
     }
