@@ -48,19 +48,22 @@ protected:
     LoopbackClient m_client;
 };
 
-// Packets come out one per call whatever the sends cut them into; a part waits across time-outs,
-// and thirteen bytes are no head yet.
+// Packets come out one per call whatever the sends cut them into, down to a last byte received
+// alone; a part waits across time-outs, and thirteen bytes are no head yet.
 TEST_F(KnobbyFramingTest, StreamIsCutIntoWholePackets)
 {
     Bytes const first = Request(Wire::ModeIndex, "1");
     Bytes const second = Request(Wire::Info, "Default:module.gain", 99);
     Bytes const third = Request(Wire::GetValues, "Default|Sensor.0:module.table[3]:a,b", 5);
+    EXPECT_TRUE(Receive(Wire::MaxPacketSize, 0).empty()); // no time to wait: at once, with nothing
     ASSERT_TRUE(m_client.Send(Join(Join(first, second), Bytes(third.begin(), third.begin() + 13))));
     EXPECT_EQ(Receive(), first);
     EXPECT_EQ(Receive(), second);
     EXPECT_TRUE(Receive().empty());
-    for (size_t i = 13; i < third.size(); ++i)
+    for (size_t i = 13; i + 1 < third.size(); ++i)
         ASSERT_TRUE(m_client.Send(Bytes{third[i]}));
+    EXPECT_TRUE(Receive().empty());
+    ASSERT_TRUE(m_client.Send(Bytes{third.back()}));
     EXPECT_EQ(Receive(), third);
     EXPECT_EQ(m_log.Count("Knobby request"), 0u);
 }

@@ -159,6 +159,11 @@ INSTANTIATE_TEST_SUITE_P(
         CommandCase{"SetValuesEmptyReadBack", nullptr,
                     Request(Wire::SetValues, Block + "q=1;b=5;q=2"), 18, ";b=5;", 1,
                     "get|short(Default)|module.block/q|0", ""},
+        // A name is cut to its field of 511 characters.
+        CommandCase{"SetValuesCutsANameAtItsField", nullptr,
+                    Request(Wire::SetValues, Block + std::string(512, 'n') + "=1"), 18,
+                    std::string(511, 'n') + "=1", 1,
+                    "get|short(Default)|module.block/" + std::string(511, 'n') + "|0"},
         CommandCase{"SetValuesModesOnly", nullptr, Request(Wire::SetValues, "Default"), 18, "", 1,
                     "", "Knobby command failed: SetValues(6), ID: 7, Payload: \n"},
         CommandCase{"InfoOfTheLargestPacket",
