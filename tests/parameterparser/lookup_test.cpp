@@ -13,6 +13,7 @@
 
 #include "parameterparser/defaultmodule.h"
 #include "parameterparser/parameterbinaryfile.h"
+#include "parameterparser/parameterparserinfo.h"
 #include "parameterparser/parsercrc.h"
 
 #include "tests/common/logcapture.h"
@@ -403,6 +404,8 @@ TEST_F(LookupTest, BadArgumentsAreLoggedAndRefused)
                   nullptr);
     EXPECT_FALSE(m_manager->LoadModeInternal(0, missing.data(), 2, "test"));
     EXPECT_FALSE(m_manager->UnloadMode(0, missing.data(), 2));
+    PList<ParameterParserInfo> info;
+    EXPECT_FALSE(m_manager->GetInfo(0, branch.data(), count, nullptr, info));
     std::vector<std::string> const expected = {
         "GetModuleInternal called with mode table index (1) >= mode table count (1)\n",
         "LoadModeInternal called with mode table index (1) >= mode table count (1)\n",
@@ -508,6 +511,7 @@ TEST_F(LookupTest, OldestUnheldModeIsUnloadedPastTheLimit)
         ParameterModule* again = Get('A', Row(0));
         ASSERT_EQ(again, seen[0]);
         EXPECT_STREQ(Revision(again), "f0");
+        EXPECT_EQ(again->modified, 2u) << "each read is counted";
         again->Release();
         EXPECT_FALSE(seen[1]->loaded);
         EXPECT_EQ(ActiveModes().Count(), listed);
@@ -654,6 +658,9 @@ TEST(DefaultModuleTest, RemovingKeepsTheChainSound)
     kind.AddModule(made[2]);
     EXPECT_EQ(kind.first, kind.last);
     EXPECT_EQ(kind.Find(0), made[2]) << "an instance without a record matches any ID";
+    // A kind without value access keeps the frame's reader, which reads nothing.
+    char text[8] = "";
+    EXPECT_FALSE(made[2]->ParameterModule::GetValue("module_version", text, sizeof(text)));
     // The chain owns made[2] again; the others were handed back.
     for (int i : {0, 1, 3})
         delete made[i];

@@ -274,6 +274,12 @@ TEST_F(ModeTreeTest, SectionOfWrongSizeMakesNoTable)
     EXPECT_TRUE(
         m_log.HasMessage("ReadModeSection: ModeSize 177 does not match expected size 176\n"));
     EXPECT_EQ(m_manager.GetModeTableCount(), 0u);
+    // The name alone is a table without slots.
+    TestSetManager named;
+    EXPECT_TRUE(Load(named, ModeFile({ModeSectionBuilder(0, "empty")}, version)));
+    ASSERT_EQ(named.GetModeTableCount(), 1u);
+    EXPECT_STREQ(named.GetModeTable(0)->name, "empty");
+    EXPECT_EQ(named.GetModeTable(0)->m_modeCount, 0u);
 }
 
 // A table that runs past the readable bytes keeps the entry it was reading, with the fields it
