@@ -113,9 +113,11 @@ TEST(ParameterParserInfoTest, ConstructorsFillNamesValueFlagsAndCount)
     ParameterParserInfo const array("table", "Float", true, false, 12);
     EXPECT_STREQ(array.value, "");
     EXPECT_TRUE(array.isArray && !array.flag && array.count == 12u);
-    ParameterParserInfo const blank;
+    ParameterParserInfo const blank, structure("nested", "Structure");
     EXPECT_TRUE(blank.name == nullptr && blank.type == nullptr && blank.value[0] == '\0' &&
                 !blank.isArray && !blank.flag && blank.count == 0u);
+    EXPECT_TRUE(std::string(structure.type) == "Structure" && structure.value[0] == '\0' &&
+                !structure.isArray && !structure.flag && structure.count == 0u);
 }
 
 // ---- Checksums ---------------------------------------------------------------------------------
