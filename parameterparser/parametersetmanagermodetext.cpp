@@ -60,21 +60,22 @@ void AppendNamedStep(char const* step, char* result, unsigned int resultLength)
     }
 }
 
-// Appends the named form of one mode path ("0.0|1.2") to result.
-void AppendNamedPath(char const* path, char* result, unsigned int resultLength)
+// Appends each separator-delimited item of text to result, as append converts it, joined by the
+// same separator. An empty text still holds one item.
+template <typename Append>
+void AppendEachItem(char const* text, char separator, char* result, unsigned int resultLength,
+                    Append append)
 {
-    size_t const length = std::strlen(path);
+    char const joint[2] = {separator, '\0'};
+    size_t const length = std::strlen(text);
     size_t pos = 0;
-    bool first = true;
-    // An empty path still names one step, the Default root.
     do {
-        char step[KnobbyItemLength] = {};
+        char item[KnobbyItemLength] = {};
         unsigned int const taken =
-            ParameterUtils::GetSubString(path + pos, '|', step, sizeof(step));
-        if (!first)
-            Vorn::OsUtils::StrLCat(result, "|", resultLength);
-        first = false;
-        AppendNamedStep(step, result, resultLength);
+            ParameterUtils::GetSubString(text + pos, separator, item, sizeof(item));
+        if (pos != 0)
+            Vorn::OsUtils::StrLCat(result, joint, resultLength);
+        append(item, result, resultLength);
         pos += taken + 1;
     } while (pos < length);
 }
@@ -158,18 +159,9 @@ void ParameterSetManager::GetKnobbyModesString(char const* modes, char* result,
     if (result == nullptr || resultLength == 0)
         return;
     result[0] = '\0';
-    char const* text = modes != nullptr ? modes : "";
-    size_t const length = std::strlen(text);
-    size_t pos = 0;
-    bool first = true;
-    do {
-        char path[KnobbyItemLength] = {};
-        unsigned int const taken =
-            ParameterUtils::GetSubString(text + pos, ';', path, sizeof(path));
-        if (!first)
-            Vorn::OsUtils::StrLCat(result, ";", resultLength);
-        first = false;
-        AppendNamedPath(path, result, resultLength);
-        pos += taken + 1;
-    } while (pos < length);
+    // Each path of the list is named step by step; an empty path names the Default root.
+    AppendEachItem(modes != nullptr ? modes : "", ';', result, resultLength,
+                   [](char const* path, char* out, unsigned int outLength) {
+                       AppendEachItem(path, '|', out, outLength, AppendNamedStep);
+                   });
 }
