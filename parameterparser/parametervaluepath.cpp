@@ -8,7 +8,6 @@
 #include "platform/vornosutils.h"
 
 #include "parameterparser/parametermemberaccess.h"
-#include "parameterparser/parameterstoragesize.h"
 #include "parameterparser/parameterutils.h"
 #include "parameterparser/parameterutilsread.h"
 
@@ -28,27 +27,14 @@ char const Structure[] = "Structure";
 char const Module[] = "Module";
 } // namespace ParameterTypeNames
 
-unsigned int ParameterValuePath::StorageSize(ParameterStorage storage)
-{
-    switch (storage) {
-    case ParameterStorage::Int8:
-    case ParameterStorage::UInt8:
-        return 1;
-    case ParameterStorage::Int16:
-    case ParameterStorage::UInt16:
-        return 2;
-    case ParameterStorage::Int32:
-    case ParameterStorage::UInt32:
-    case ParameterStorage::Float:
-        return 4;
-    default:
-        return 8;
-    }
-}
-
 namespace {
 
-using ParameterValuePath::StorageSize;
+// The bytes one number of storage takes in a structure (and between the elements of an array).
+unsigned int StorageSize(ParameterStorage storage)
+{
+    return VisitStorage(storage,
+                        [](auto* type) { return static_cast<unsigned int>(sizeof(*type)); });
+}
 
 // A step's name holds 128 characters and its terminator; longer names are cut and so match
 // nothing.
