@@ -333,7 +333,7 @@ bool ParameterFileLoader::ReadModeSections(unsigned char* buffer, unsigned int l
     if (sectionCount == 0) {
         ParameterLogging::Write(&m, ParameterLogging::LogVerbose,
                                 "ReadModeSection: No mode tables in binary, creating default\n");
-        return m.CreateDefaultModeTable();
+        return m.m_modeTree.AddDefaultTable();
     }
 
     ParameterFileLayout const layout = ParameterFileLayout::For(m.m_binaryVersion, alignment);
@@ -396,7 +396,7 @@ bool ParameterFileLoader::ReadModeSection(unsigned int section, unsigned char* b
             entriesStart < source.length ? (source.length - entriesStart) / entrySize + 1 : 1;
         count = std::min(count, room);
     }
-    auto const tableIndex = m.m_modeTables.Count();
+    auto const tableIndex = m.m_modeTree.Count();
     ModeSlot* slots = nullptr;
     if (count != 0)
         slots = static_cast<ModeSlot*>(VornCalloc(sizeof(ModeSlot) * count, VornTagAllocData));
@@ -409,7 +409,7 @@ bool ParameterFileLoader::ReadModeSection(unsigned int section, unsigned char* b
         m.SetError("ReadModeSection: Failed to allocate the mode table");
         return false;
     }
-    m.m_modeTables.Add(table);
+    m.m_modeTree.Add(table);
     result = true;
 
     for (unsigned int entry = 0; entry < count; ++entry) {

@@ -450,7 +450,7 @@ void ParameterSetManager::FreeOwnData()
         m_loggingIdentifier != m_binaryTag)
         VornFree(m_loggingIdentifier, VornTagRelease);
     m_loggingIdentifier = nullptr;
-    FreeModeTables();
+    m_modeTree.Free();
 
     delete m_symbolTable;
     m_symbolTable = nullptr;

@@ -12,6 +12,7 @@
 #include "parameterparser/parameterexport.h"
 #include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parameterlogging.h"
+#include "parameterparser/parametermodetree.h"
 #include "parameterparser/plist.h"
 #include "parameterparser/versionunion.h"
 
@@ -488,12 +489,11 @@ protected:
     IParameterLiveTuning* m_liveTuning = nullptr;
     /// The constructor was asked for live tuning: a service may be attached.
     bool m_hostsLiveTuning = false;
-    PList<ParameterModeTable*> m_modeTables;
+    /// The mode tables of the file in service and of the parked generation.
+    ParameterModeTree m_modeTree{*this};
     char* m_name = nullptr;
     uint32_t m_nameLength = 0;
     char* m_loggingIdentifier = nullptr;
-    /// Mode tables of the generation before, with their trees, first to last; owned.
-    PList<ParameterModeTable*> m_replacedModeTables;
     /// Symbol tables of the generation before; owned.
     PList<ParameterFileSymbolTable*> m_replacedSymbolTables;
     ParameterSetManager* m_mainSetManager = nullptr;
@@ -539,18 +539,11 @@ private:
     void UpdateLoggingIdentifier();
     /// Frees the tables, tag and name that this object itself holds.
     void FreeOwnData();
-    /// Deletes every mode table of this object, first to last; the list ends empty.
-    void FreeModeTables();
-    /// Makes the one unnamed table with a Default root of a file without mode sections.
-    bool CreateDefaultModeTable();
     /// Logs which of the main manager's tables a derived manager was made for.
     void LogModeTableBinding();
 
     // The store's steps behind the lookups and LoadModules.
 
-    /// True when this object holds a table of that index; otherwise logs that caller was given
-    /// one past the count.
-    bool CheckTableIndex(char const* caller, unsigned char modeTableIndex);
     /// Logs what is amiss in a lookup's arguments: a null branch with steps, a branch that does
     /// not start at Default, an empty registry. caller(name) leads each message.
     void WarnAboutLookup(char const* caller, char const* name, ParameterModeTable const* table,

@@ -171,12 +171,11 @@ bool ParameterSetManager::LoadModules(ModeEntry* mode, bool load, char const* mo
         return true;
     }
     unsigned int const tableIndex = mode->modeId >> 24;
-    ParameterModeTable* table =
-        tableIndex < m_modeTables.Count() ? m_modeTables[tableIndex] : nullptr;
+    ParameterModeTable* table = m_modeTree.Table(tableIndex);
     if (table == nullptr) {
         ParameterLogging::Write(this, ParameterLogging::LogError,
                                 "LoadModules: Mode's table index (%u) >= mode table count (%u)\n",
-                                tableIndex, m_modeTables.Count());
+                                tableIndex, m_modeTree.Count());
         return true;
     }
     ModeEntry* target = mode->ResolveLink();
@@ -193,7 +192,7 @@ bool ParameterSetManager::LoadModules(ModeEntry* mode, bool load, char const* mo
         return true;
 
     char prefix[TablePrefixLength] = {};
-    if (m_modeTables.Count() > 1)
+    if (m_modeTree.Count() > 1)
         Vorn::OsUtils::SNPrintF(prefix, sizeof(prefix),
                                 "(%s): ", table->name != nullptr ? table->name : "");
     char targetPath[ModePathLength] = {};

@@ -17,41 +17,7 @@
 namespace {
 
 constexpr unsigned int ModePathLength = 128;
-
-enum class WalkEnd
-{
-    Complete, ///< every step was found (or the branch has only its root)
-    Invalid,  ///< a step failed validation; the node reached so far stands
-    Missing,  ///< a step is not in the tree
-    Stopped,  ///< the visitor asked to stop
-};
-
-// Walks a branch down from node, step 0 being the node itself. A run of steps of one mode value
-// names nested nodes of that mode in either order and is matched as a whole. visit sees every
-// node reached and returns false to stop. node is left at the last node reached.
-template <typename Visit>
-WalkEnd WalkBranch(ParameterSetManager& manager, char const* caller, ModeEntry*& node,
-                   TuningMode const* modeBranch, unsigned int modeCount, Visit visit)
-{
-    if (modeBranch == nullptr)
-        return WalkEnd::Complete;
-    unsigned int i = 1;
-    while (i < modeCount) {
-        if (!manager.ValidateMode(caller, modeBranch, i))
-            return WalkEnd::Invalid;
-        unsigned int run = 1;
-        while (i + run < modeCount && modeBranch[i + run].mode == modeBranch[i].mode)
-            ++run;
-        ModeEntry* next = node->FindMode(&modeBranch[i], run, 0);
-        if (next == nullptr)
-            return WalkEnd::Missing;
-        node = next;
-        i += run;
-        if (!visit(node))
-            return WalkEnd::Stopped;
-    }
-    return WalkEnd::Complete;
-}
+using WalkEnd = ParameterModeTree::WalkEnd;
 
 void ReleasePrevious(ParameterModule* previous)
 {
@@ -60,17 +26,6 @@ void ReleasePrevious(ParameterModule* previous)
 }
 
 } // namespace
-
-bool ParameterSetManager::CheckTableIndex(char const* caller, unsigned char modeTableIndex)
-{
-    if (modeTableIndex < m_modeTables.Count())
-        return true;
-    ParameterLogging::Write(this, ParameterLogging::LogError,
-                            "%s called with mode table index (%u) >= mode table count (%u)\n",
-                            caller, static_cast<unsigned int>(modeTableIndex),
-                            m_modeTables.Count());
-    return false;
-}
 
 void ParameterSetManager::WarnAboutLookup(char const* caller, char const* name,
                                           ParameterModeTable const* table,
@@ -127,8 +82,8 @@ ParameterModule* ParameterSetManager::FindOnBranch(ModeEntry* root, char const* 
     // branch leaves the tree.
     if (modeBranch != nullptr && modeCount > 1) {
         ModeEntry* node = root;
-        static_cast<void>(
-            WalkBranch(*this, "GetModule", node, modeBranch, modeCount, [&](ModeEntry* reached) {
+        static_cast<void>(m_modeTree.WalkBranch(
+            "GetModule", node, modeBranch, modeCount, [&](ModeEntry* reached) {
                 ParameterModule* found = reached->FindModule(nameHash);
                 if (found != nullptr)
                     best = found;
@@ -174,11 +129,11 @@ ParameterModule* ParameterSetManager::GetModuleInternal(unsigned char modeTableI
                                                 previous, unused);
 
     char const* name = moduleName != nullptr ? moduleName : "";
-    if (!CheckTableIndex("GetModuleInternal", modeTableIndex)) {
+    ParameterModeTable* table = m_modeTree.Table("GetModuleInternal", modeTableIndex);
+    if (table == nullptr) {
         ReleasePrevious(previous);
         return nullptr;
     }
-    ParameterModeTable* table = m_modeTables[modeTableIndex];
     WarnAboutLookup("GetModule", name, table, modeBranch, modeCount);
 
     bool const fileMode = IsFileMode();
@@ -214,9 +169,9 @@ void ParameterSetManager::GetModules(unsigned char modeTableIndex, PList<Paramet
         return;
     }
     ReleaseModules(modules);
-    if (!CheckTableIndex("GetModules", modeTableIndex))
+    ParameterModeTable* table = m_modeTree.Table("GetModules", modeTableIndex);
+    if (table == nullptr)
         return;
-    ParameterModeTable* table = m_modeTables[modeTableIndex];
     WarnAboutLookup("GetModules", "", table, modeBranch, modeCount);
 
     if (IsFileMode())
@@ -225,8 +180,8 @@ void ParameterSetManager::GetModules(unsigned char modeTableIndex, PList<Paramet
     ModeEntry* node = table != nullptr ? table->rootMode : nullptr;
     if (node == nullptr)
         return;
-    if (WalkBranch(*this, "GetModules", node, modeBranch, modeCount,
-                   [](ModeEntry*) { return true; }) == WalkEnd::Missing)
+    if (m_modeTree.WalkBranch("GetModules", node, modeBranch, modeCount,
+                              [](ModeEntry*) { return true; }) == WalkEnd::Missing)
         return;
     node->GetModules(modules, includeLocal, includeShared, pipeline);
 }
@@ -288,9 +243,7 @@ bool ParameterSetManager::LoadModeInternal(unsigned char modeTableIndex,
 {
     if (m_mainSetManager != nullptr)
         return MainManager()->LoadModeInternal(modeTableIndex, modeBranch, modeCount, moduleName);
-    if (!CheckTableIndex("LoadModeInternal", modeTableIndex))
-        return false;
-    ParameterModeTable* table = m_modeTables[modeTableIndex];
+    ParameterModeTable* table = m_modeTree.Table("LoadModeInternal", modeTableIndex);
     ModeEntry* root = table != nullptr ? table->rootMode : nullptr;
     if (root == nullptr)
         return false;
@@ -305,11 +258,11 @@ bool ParameterSetManager::LoadModeInternal(unsigned char modeTableIndex,
         // The result says whether the branch exists: a mode that fails to read ends the walk
         // but is reported by the lookup that finds its module unloaded.
         ModeEntry* node = root;
-        WalkEnd const end = WalkBranch(*this, "LoadModeInternal", node, modeBranch, modeCount,
-                                       [&](ModeEntry* reached) {
-                                           return LoadModules(reached, true, moduleName, modeBranch,
-                                                              modeCount, fileReferences);
-                                       });
+        WalkEnd const end = m_modeTree.WalkBranch(
+            "LoadModeInternal", node, modeBranch, modeCount, [&](ModeEntry* reached) {
+                return LoadModules(reached, true, moduleName, modeBranch, modeCount,
+                                   fileReferences);
+            });
         if (end == WalkEnd::Missing)
             result = false;
     }
@@ -325,10 +278,10 @@ bool ParameterSetManager::UnloadMode(unsigned char modeTableIndex, TuningMode co
 {
     if (m_mainSetManager != nullptr)
         return MainManager()->UnloadMode(modeTableIndex, modeBranch, modeCount);
-    if (!CheckTableIndex("UnloadMode", modeTableIndex))
+    ParameterModeTable* table = m_modeTree.Table("UnloadMode", modeTableIndex);
+    if (table == nullptr)
         return false;
-    ParameterModeTable* table = m_modeTables[modeTableIndex];
-    ModeEntry* root = table != nullptr ? table->rootMode : nullptr;
+    ModeEntry* root = table->rootMode;
     if (!IsFileMode()) {
         SetError("UnloadMode is not valid in buffer mode");
         return root != nullptr;
@@ -338,8 +291,8 @@ bool ParameterSetManager::UnloadMode(unsigned char modeTableIndex, TuningMode co
         return false;
     }
     ModeEntry* node = root;
-    if (WalkBranch(*this, "UnloadMode", node, modeBranch, modeCount,
-                   [](ModeEntry*) { return true; }) == WalkEnd::Missing)
+    if (m_modeTree.WalkBranch("UnloadMode", node, modeBranch, modeCount,
+                              [](ModeEntry*) { return true; }) == WalkEnd::Missing)
         return false;
     // Only the last mode of the branch goes; its parents serve other branches too.
     int fileReferences = 0;

@@ -8,7 +8,6 @@
 
 #include "parameterparser/defaultmodule.h"
 #include "parameterparser/modeentry.h"
-#include "parameterparser/modeslot.h"
 #include "parameterparser/moduledata.h"
 #include "parameterparser/parameterbinaryfile.h"
 #include "parameterparser/parametermodetable.h"
@@ -25,34 +24,6 @@ bool ChainHolds(DefaultModule const* kind, ParameterModule const* instance)
             return true;
     }
     return false;
-}
-
-// Adds the counts of the old node's modules to the new node's, entry by entry in map order,
-// while both maps name the same kinds. Instances of one kind share their factory's name pointer,
-// so a differing pointer means the file changed shape here; what was added up to then stands.
-void TransferSlotCounts(ParameterSetManager* manager, ModeEntry* current, ModeEntry* previous,
-                        unsigned int slot)
-{
-    auto next = current->modules.begin();
-    auto old = previous->modules.begin();
-    for (; next != current->modules.end() && old != previous->modules.end(); ++next, ++old) {
-        ParameterModule const* nextModule = next->second.module;
-        ParameterModule const* oldModule = old->second.module;
-        char const* nextName = nextModule != nullptr ? nextModule->moduleName : nullptr;
-        char const* oldName = oldModule != nullptr ? oldModule->moduleName : nullptr;
-        if (nextName != oldName) {
-            ParameterLogging::Write(manager, ParameterLogging::LogVerbose,
-                                    "ReloadBinaryParameters: Failed to transfer reference counts, "
-                                    "current module name (%s) does not match prev name (%s) in "
-                                    "mode index %d\n",
-                                    nextName != nullptr ? nextName : "",
-                                    oldName != nullptr ? oldName : "", static_cast<int>(slot));
-            return;
-        }
-        int32_t const count = old->second.refCount.load();
-        if (count > 0)
-            next->second.refCount.fetch_add(count);
-    }
 }
 
 // The registry entry of a kind; null when the registry does not know it. The registry is read
@@ -110,10 +81,7 @@ bool ParameterSetManager::ReloadBinaryParameters(bool bufferMode)
     if (m_symbolTable != nullptr)
         m_replacedSymbolTables.Add(m_symbolTable);
     m_symbolTable = nullptr;
-    // Tables keep their order: the count transfer below pairs old and new tables by index.
-    for (unsigned int i = 0; i < m_modeTables.Count(); ++i)
-        m_replacedModeTables.Add(m_modeTables[i]);
-    m_modeTables.Clear();
+    m_modeTree.Park();
     m_modeSections.Clear();
 
     // The name outlives the free, so that the identifier of the new generation is again the
@@ -150,25 +118,8 @@ bool ParameterSetManager::ReloadBinaryParameters(bool bufferMode)
         delete file;
     }
 
-    // Clients that held modules of the old generation keep a count on the new one, so that the
-    // modes they use are not evicted under them. This needs the same tables in the same order;
-    // within a table, slots are paired by index.
-    unsigned int const tableCount = m_modeTables.Count();
-    if (tableCount == 0 || tableCount != m_replacedModeTables.Count() || !loaded)
-        return loaded;
-    for (unsigned int k = 0; k < tableCount; ++k) {
-        ParameterModeTable* const current = m_modeTables[k];
-        ParameterModeTable* const previous = m_replacedModeTables[k];
-        if (current == nullptr || previous == nullptr || current->modes == nullptr ||
-            previous->modes == nullptr || current->m_modeCount != previous->m_modeCount)
-            continue;
-        for (unsigned int slot = 0; slot < current->m_modeCount; ++slot) {
-            ModeEntry* const next = current->modes[slot].mode;
-            ModeEntry* const old = previous->modes[slot].mode;
-            if (next != nullptr && old != nullptr)
-                TransferSlotCounts(this, next, old, slot);
-        }
-    }
+    if (loaded)
+        m_modeTree.CarryReferenceCounts();
     return loaded;
 }
 
@@ -187,9 +138,7 @@ void ParameterSetManager::FreeReplacedParameters()
     for (unsigned int i = 0; i < m_replacedSymbolTables.Count(); ++i)
         delete m_replacedSymbolTables[i];
     m_replacedSymbolTables.Clear();
-    for (unsigned int i = 0; i < m_replacedModeTables.Count(); ++i)
-        delete m_replacedModeTables[i];
-    m_replacedModeTables.Clear();
+    m_modeTree.FreeParked();
 }
 
 bool ParameterSetManager::UpdateParameters(ParameterSetManager* update)
@@ -207,26 +156,26 @@ bool ParameterSetManager::UpdateParameters(ParameterSetManager* update)
     KnobbyPause const pause(this);
     KnobbyPause const sourcePause(source);
 
-    unsigned int const count = m_modeTables.Count();
-    unsigned int const updateCount = source->m_modeTables.Count();
+    ParameterModeTree const& tree = m_modeTree;
+    ParameterModeTree const& updateTree = source->m_modeTree;
+    unsigned int const count = tree.Count();
+    unsigned int const updateCount = updateTree.Count();
     if (count == 1 && updateCount == 1)
-        return UpdateParameters(m_modeTables[0]->rootMode, source->m_modeTables[0]->rootMode,
-                                source);
+        return UpdateParameters(tree.Table(0U)->rootMode, updateTree.Table(0U)->rootMode, source);
 
     // A table is merged only into the table at its own index, and only when the names agree.
     bool result = true;
     bool matched = false;
     for (unsigned int k = 0; k < updateCount && k < count && result; ++k) {
-        char const* const name = m_modeTables[k]->name;
-        char const* const updateName = source->m_modeTables[k]->name;
+        char const* const name = tree.Table(k)->name;
+        char const* const updateName = updateTree.Table(k)->name;
         bool const same =
             (name == nullptr && updateName == nullptr) ||
             (name != nullptr && updateName != nullptr && std::strcmp(name, updateName) == 0);
         if (!same)
             continue;
         matched = true;
-        result =
-            UpdateParameters(m_modeTables[k]->rootMode, source->m_modeTables[k]->rootMode, source);
+        result = UpdateParameters(tree.Table(k)->rootMode, updateTree.Table(k)->rootMode, source);
     }
     if (!matched) {
         SetError("UpdateParameters: Error: No matching module tables names found, unable to "

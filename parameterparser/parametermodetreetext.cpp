@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// ParameterSetManager: the text forms of mode paths. Live tuning names modes ("Usecase.Preview");
+// ParameterModeTree: the text forms of mode paths. Live tuning names modes ("Usecase.Preview");
 // the tree is walked by numbers ("2.0"): these convert one form into the other.
 #include <cstring>
 
 #include "platform/vornosutils.h"
 
 #include "parameterparser/modeentry.h"
+#include "parameterparser/parametermodetree.h"
 #include "parameterparser/parametersetmanager.h"
 #include "parameterparser/parameterutils.h"
 
@@ -15,6 +16,17 @@ namespace {
 constexpr unsigned int MaxModeValue = ModeEffect;
 constexpr unsigned int ShorthandItemLength = 256;
 constexpr unsigned int KnobbyItemLength = 512;
+constexpr unsigned int PathItemLength = 10;
+constexpr unsigned int StepTextLength = 12;
+
+// Unsigned value of a run of decimal digits; the caller has checked them.
+unsigned int ParseDigits(char const* text, size_t count)
+{
+    unsigned int value = 0;
+    for (size_t i = 0; i < count; ++i)
+        value = value * 10 + static_cast<unsigned int>(text[i] - '0');
+    return value;
+}
 
 bool NamesMatch(char const* name, size_t nameLength, char const* candidate)
 {
@@ -82,7 +94,59 @@ void AppendEachItem(char const* text, char separator, char* result, unsigned int
 
 } // namespace
 
-unsigned short ParameterSetManager::GetModeIndex(char const* name)
+bool ParameterModeTree::GetModeBranchFromPath(char const* path, PList<TuningMode>& modeBranch)
+{
+    if (path == nullptr)
+        return false;
+    size_t const length = std::strlen(path);
+    size_t pos = 0;
+    while (pos < length) {
+        char item[PathItemLength] = {};
+        unsigned int const taken =
+            ParameterUtils::GetSubString(path + pos, '|', item, sizeof(item));
+        if (taken == 0)
+            break;
+        int const dot = ParameterUtils::GetStringPos(item, '.');
+        for (unsigned int c = 0; c < taken; ++c) {
+            if (static_cast<int>(c) != dot && (item[c] < '0' || item[c] > '9'))
+                return false;
+        }
+        TuningMode step = {0, 0, 0};
+        if (dot > 0) {
+            auto const dotPos = static_cast<size_t>(dot);
+            step.mode = ParseDigits(item, dotPos);
+            step.subMode =
+                static_cast<uint16_t>(ParseDigits(item + dotPos + 1, taken - dotPos - 1));
+        } else {
+            // Without a mode part the item is read from its second character on, as a sub-mode
+            // of Default: "12" is 0.2.
+            step.subMode = static_cast<uint16_t>(ParseDigits(item + 1, taken - 1));
+        }
+        modeBranch.Add(step);
+        // An item cut at 9 characters loses its tenth as if that were the separator.
+        pos += taken + 1;
+    }
+    return modeBranch.Count() != 0;
+}
+
+void ParameterModeTree::GetPathFromModeBranch(TuningMode const* modeBranch, unsigned int modeCount,
+                                              char* path, unsigned int length)
+{
+    if (modeBranch == nullptr || modeCount == 0 || path == nullptr)
+        return;
+    for (unsigned int i = 0; i < modeCount; ++i) {
+        if (!ValidateMode("GetPathFromModeBranch", modeBranch, i))
+            break;
+        if (i > 0)
+            Vorn::OsUtils::StrLCat(path, "|", length);
+        char step[StepTextLength] = {};
+        Vorn::OsUtils::SNPrintF(step, sizeof(step), "%u.%u", modeBranch[i].mode,
+                                static_cast<unsigned int>(modeBranch[i].subMode));
+        Vorn::OsUtils::StrLCat(path, step, length);
+    }
+}
+
+unsigned short ParameterModeTree::GetModeIndex(char const* name)
 {
     if (name == nullptr)
         return 0;
@@ -94,7 +158,7 @@ unsigned short ParameterSetManager::GetModeIndex(char const* name)
     return 0;
 }
 
-unsigned short ParameterSetManager::GetSubModeIndex(unsigned short mode, char const* name)
+unsigned short ParameterModeTree::GetSubModeIndex(unsigned short mode, char const* name)
 {
     if (name == nullptr)
         return 0;
@@ -111,13 +175,8 @@ unsigned short ParameterSetManager::GetSubModeIndex(unsigned short mode, char co
     return 0;
 }
 
-void ParameterSetManager::GetModeShorthand(char const* modes, char* result,
-                                           unsigned int resultLength)
+void ParameterModeTree::GetModeShorthand(char const* modes, char* result, unsigned int resultLength)
 {
-    if (m_mainSetManager != nullptr) {
-        MainManager()->GetModeShorthand(modes, result, resultLength);
-        return;
-    }
     if (result == nullptr || resultLength == 0)
         return;
     unsigned int out = 0;
@@ -153,8 +212,8 @@ void ParameterSetManager::GetModeShorthand(char const* modes, char* result,
     result[resultLength - 1] = '\0';
 }
 
-void ParameterSetManager::GetKnobbyModesString(char const* modes, char* result,
-                                               unsigned int resultLength)
+void ParameterModeTree::GetKnobbyModesString(char const* modes, char* result,
+                                             unsigned int resultLength)
 {
     if (result == nullptr || resultLength == 0)
         return;
@@ -164,4 +223,40 @@ void ParameterSetManager::GetKnobbyModesString(char const* modes, char* result,
                    [](char const* path, char* out, unsigned int outLength) {
                        AppendEachItem(path, '|', out, outLength, AppendNamedStep);
                    });
+}
+
+// The manager's text forms of mode paths.
+
+bool ParameterSetManager::GetModeBranchFromPath(char const* path, PList<TuningMode>& modeBranch)
+{
+    return ParameterModeTree::GetModeBranchFromPath(path, modeBranch);
+}
+
+void ParameterSetManager::GetPathFromModeBranch(TuningMode const* modeBranch,
+                                                unsigned int modeCount, char* path,
+                                                unsigned int length)
+{
+    MainManager()->m_modeTree.GetPathFromModeBranch(modeBranch, modeCount, path, length);
+}
+
+unsigned short ParameterSetManager::GetModeIndex(char const* name)
+{
+    return ParameterModeTree::GetModeIndex(name);
+}
+
+unsigned short ParameterSetManager::GetSubModeIndex(unsigned short mode, char const* name)
+{
+    return ParameterModeTree::GetSubModeIndex(mode, name);
+}
+
+void ParameterSetManager::GetModeShorthand(char const* modes, char* result,
+                                           unsigned int resultLength)
+{
+    ParameterModeTree::GetModeShorthand(modes, result, resultLength);
+}
+
+void ParameterSetManager::GetKnobbyModesString(char const* modes, char* result,
+                                               unsigned int resultLength)
+{
+    ParameterModeTree::GetKnobbyModesString(modes, result, resultLength);
 }
