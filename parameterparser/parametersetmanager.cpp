@@ -19,8 +19,6 @@
 #include "parameterparser/modeslot.h"
 #include "parameterparser/moduledata.h"
 #include "parameterparser/parameterbinaryfile.h"
-#include "parameterparser/parameterfilesymboltableentry.h"
-#include "parameterparser/parametermodetable.h"
 #include "parameterparser/parametermodule.h"
 
 namespace {
@@ -325,67 +323,6 @@ void ParameterSetManager::UpdateLoggingIdentifier()
     Vorn::OsUtils::StrLCat(identifier, ";BinaryTag=", size);
     Vorn::OsUtils::StrLCat(identifier, m_binaryTag, size);
     m_loggingIdentifier = identifier;
-}
-
-ParameterModule* ParameterSetManager::CreateModule(ParameterFileSymbolTableEntry const* entry,
-                                                   ModuleData* data, bool loadNow)
-{
-    if (m_mainSetManager != nullptr)
-        return MainManager()->CreateModule(entry, data, loadNow);
-    if (data == nullptr)
-        return nullptr;
-
-    DefaultModule* kind = GetDefaultModule(data->NameHash);
-    if (kind == nullptr) {
-        if (!m_ignoreUnknownModules)
-            SetError("Failed to find header module: ", data);
-        return nullptr;
-    }
-    ParameterModule* module = CreateModuleOfKind(kind, entry, data, loadNow);
-    if (module == nullptr)
-        SetError("Failed to parse binary header data for: ", data);
-    return module;
-}
-
-bool ParameterSetManager::AddModule(ModuleData const* data, ParameterModule* module)
-{
-    if (m_mainSetManager != nullptr)
-        return MainManager()->AddModule(data, module);
-    if (data == nullptr || module == nullptr)
-        return false;
-
-    ParameterModeTable* table = GetModeTable(data->GetModeTableIndex());
-    if (table == nullptr || table->rootMode == nullptr) {
-        SetError("AddModule: RootMode is nullptr");
-        return false;
-    }
-    unsigned int const slot = data->GetModeIDValue();
-    if (slot >= table->m_modeCount) {
-        ParameterLogging::Write(this, ParameterLogging::LogError,
-                                "AddModule: moduleData->ModeId(%u) >= m_modeCount(%u)\n",
-                                static_cast<unsigned int>(data->ModeId),
-                                static_cast<unsigned int>(table->m_modeCount));
-        return false;
-    }
-    ModeEntry* node = table->modes != nullptr ? table->modes[slot].mode : nullptr;
-    if (node == nullptr)
-        return false;
-    return node->AddModule(module);
-}
-
-ParameterModule* ParameterSetManager::CreateModuleOfKind(DefaultModule* kind,
-                                                         ParameterFileSymbolTableEntry const* entry,
-                                                         ModuleData* data, bool loadNow)
-{
-    if (kind == nullptr || kind->module == nullptr)
-        return nullptr;
-    // The factory instance checks the record and hands back the instance already made for a
-    // duplicate; a load that finds no entry leaves the module zeroed and unloaded, which a later
-    // lookup retries, so its result does not decide here.
-    ParameterModule* module = kind->module->Create(data, kind);
-    if (module != nullptr && loadNow && entry != nullptr)
-        static_cast<void>(module->LoadModule(entry->Table));
-    return module;
 }
 
 char const* ParameterSetManager::ModuleKindName(DefaultModule* kind)

@@ -13,6 +13,7 @@
 #include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parameterlogging.h"
 #include "parameterparser/parametermodetree.h"
+#include "parameterparser/parametermodulestore.h"
 #include "parameterparser/plist.h"
 #include "parameterparser/versionunion.h"
 
@@ -53,28 +54,22 @@ public:
     /// Frees what the manager loaded and owns. Destroying a derived manager leaves its main
     /// manager's data alone.
     ~ParameterSetManager() override;
-
     /// The manager's name, with ";BinaryTag=" and the file's tag once a header was read; the tag
     /// alone for a manager without a name; null before that. Borrowed.
     char const* GetLoggingIdentifier() override;
-
     /// The switch of this object for level 2 (errors), 1 (warnings) or 0 (verbose); true for any
     /// other level.
     bool LoggingEnabled(ParameterLogging::ParameterLogLevel level) override;
-
     /// The registry entry of a module kind by name hash; null (logged) if the kind is unknown.
     virtual DefaultModule* GetDefaultModule(unsigned long nameHash) = 0;
-
     /// Takes every module instance out of service ahead of a reload.
     virtual void SaveAndClearModules() = 0;
-
     /// Loads a whole tuning file from buffer, which is only read during the call. Refused with
     /// "Binary file already loaded" when a file is loaded; a buffer above 4 GiB is logged and
     /// refused. Every refusal leaves a non-empty error string: the fault's own text, or else the
     /// first error the reading logged (which names the offset and size that failed). A load
     /// clears the error string first. Returns the load status.
     [[nodiscard]] bool LoadBinaryParameters(unsigned char* buffer, unsigned long length);
-
     /// Loads the named file: in file mode (when the manager allows it) the file stays open behind
     /// the manager; otherwise it is read whole and loaded as a buffer. A null name is kept as the
     /// error and a name of 1023 characters or more is logged; both return the status unchanged.
@@ -83,7 +78,6 @@ public:
     /// themselves as the buffer form's do. In file mode a file whose first 3388 bytes cannot be
     /// read loads with its header only and returns true.
     [[nodiscard]] bool LoadBinaryParameters(char const* fileName);
-
     /// Releases the loaded tables, the tag and the name. Sections, file name and modules stay.
     void FreeBinaryParameters();
 
@@ -104,11 +98,9 @@ public:
     /// dropped) and started again when the reload leaves the manager loaded. Returns the result
     /// of the load.
     [[nodiscard]] bool ReloadBinaryParameters(bool bufferMode);
-
     /// Deletes the parked generation: its modules first (whose unload needs their symbol
     /// table), then its symbol tables, then its mode tables. Pointers into it become invalid.
     void FreeReplacedParameters();
-
     /// Moves the modules of update, a second loaded manager, into this manager's trees: the
     /// module of a name in a node replaces the one this node had, which is parked like a module
     /// of a reload. With one table on each side the tables are merged whatever their names;
@@ -121,33 +113,27 @@ public:
     /// afterwards. update and its symbol table must outlive this manager: the moved modules keep
     /// their records there and read from update's file.
     bool UpdateParameters(ParameterSetManager* update);
-
     /// Moves the modules of source and of its later siblings into target (unless target links
     /// elsewhere), then merges each child of source into target's child of the same mode and
     /// sub-mode. False when target or source is null or a child of source has no counterpart
     /// below target, which ends the merge there; refused like the form above when update is this
     /// manager or target is source.
     bool UpdateParameters(ModeEntry* target, ModeEntry* source, ParameterSetManager* update);
-
     /// Keeps message (cut at 2047 characters) as the main manager's error text and logs it at
     /// error level. data names the module concerned; it may be null.
     void SetError(char const* message, ModuleData const* data = nullptr);
-
     /// The main manager's last error text; empty before any error. Borrowed.
     char const* GetErrorString() const;
-
     /// Reads the header of a whole file in buffer and stores version, tag, flags and section
     /// count in the main manager; the result is also the load status. A failure keeps its text
     /// as the error. On success the logging identifier takes the tag.
     [[nodiscard]] bool ReadHeader(unsigned char* buffer, unsigned int length,
                                   unsigned int& position, unsigned int& sectionTableOffset,
                                   unsigned char& alignment);
-
     /// Reads the section table at position into the main manager's section descriptors. The
     /// result is also the load status; a failure's text is kept as the error.
     [[nodiscard]] bool ReadSectionInfo(unsigned char* buffer, unsigned int length,
                                        unsigned int& position, unsigned char alignment);
-
     /// Reads the section table at sectionTableOffset, then the tables and modules it names.
     /// buffer holds the whole file in buffer mode, or its first bytes in file mode, where file
     /// and fileName name the file of fileSize bytes. A bad section table gives "Invalid binary
@@ -157,7 +143,6 @@ public:
                                     char const* fileName, ParameterBinaryFile* file,
                                     unsigned int fileSize, unsigned int sectionTableOffset,
                                     IModeTable* modeTable, unsigned char alignment);
-
     /// Reads the header of a whole file in buffer from pos 0. sectionOffset, alignment, version,
     /// headerFlags (from 3.0.0 on) and sectionCount receive the fields; alignment is set on every
     /// path. From 1.0.2 on binaryTag receives a new string (VornCalloc) that the caller frees
@@ -170,7 +155,6 @@ public:
                                          char*& binaryTag, unsigned long& headerFlags,
                                          unsigned int& sectionCount, char* errorText,
                                          IParameterLoggingAPI* log);
-
     /// Reads sectionCount records of the section table at pos and stores each by its type; mode
     /// sections are appended to modes. Fewer than 2 records or an unknown type is logged (when a
     /// logger is given) and gives false, as does a short table, whose text goes to errorText.
@@ -181,7 +165,6 @@ public:
                                               SectionInfo& dataTable, PList<SectionInfo>& modes,
                                               SectionInfo& data, SectionInfo& definitions,
                                               char* errorText, IParameterLoggingAPI* log);
-
     /// True if the named file of version 7.0.0 or later holds a mode table named tableName.
     /// Any failure to read the file, its header or its section table gives false.
     [[nodiscard]] static bool ModeTableEntryExists(char const* fileName, char const* tableName);
@@ -207,32 +190,25 @@ public:
     /// The slot of a Mode ID (bits 31-24 the table index, bits 23-0 the slot index) in the main
     /// manager's tables. An index out of range logs at error level and gives null. Borrowed.
     ModeSlot* GetModeEntry(unsigned int modeId) override;
-
     /// The main manager's mode table of this index; null when out of range. Borrowed.
     ParameterModeTable* GetModeTable(unsigned int modeTableIndex) const;
-
     /// The number of mode tables this object holds itself: 0 on a derived manager.
     unsigned int GetModeTableCount() override;
-
     /// Appends each table's name (null for a table without one) to names, in table order.
     /// Borrowed; false when no table is loaded.
     bool GetModeTableNames(PList<char const*>& names) override;
-
     /// Writes the named paths of at most five deepest active branches of a table, joined by ";"
     /// ("Default" when nothing is active) into result, cut at resultLength. A bad index, null
     /// result or resultLength 0 leaves result untouched.
     void GetActiveModes(unsigned char modeTableIndex, char* result,
                         unsigned int resultLength) override;
-
     /// Turns a named path ("Default|Sensor.2|Usecase.Preview") into a mode path ("0|1.2|2.0")
     /// in result, cut at resultLength and always terminated (nothing for resultLength 0). A path
     /// with an empty step between two "|" must not be passed.
     void GetModeShorthand(char const* modes, char* result, unsigned int resultLength) override;
-
     /// The node that a mode path ("0.0|1.2|2.0") names in a table; null for a null or malformed
     /// path, a bad index or a step that is not in the tree. Borrowed.
     virtual ModeEntry* GetModeEntry(unsigned char modeTableIndex, char const* modePath);
-
     /// The node reached by walking modeBranch (step 0 is the root) in a table; the root for a
     /// null branch. Consecutive steps of one mode value match their nodes in either order. A bad
     /// table index logs at error level and gives null; a step that ValidateMode refuses is kept
@@ -240,40 +216,32 @@ public:
     /// the tree. Borrowed.
     virtual ModeEntry* GetModeEntry(unsigned char modeTableIndex, TuningMode const* modeBranch,
                                     unsigned int modeCount);
-
     /// Writes the children of the node at modePath (the root for an unknown path) as named steps
     /// joined by "," with a terminator ("Usecase.Preview,Usecase.Video"); bytes that do not fit
     /// are logged and left out. Returns the bytes written, terminator included.
     unsigned int GetChildModes(unsigned char modeTableIndex, char const* modePath,
                                unsigned char* result, unsigned int resultLength) override;
-
     /// Reads every mode section into a new table of the main manager; a file without mode
     /// sections gets one unnamed table with a Default root. buffer holds the whole file in
     /// buffer mode; in file mode each section is read from file. Faults are logged and kept as
     /// the error. True when the last section that made a table was read without a fault.
     [[nodiscard]] bool ReadModeSections(unsigned char* buffer, unsigned int length,
                                         ParameterBinaryFile* file, unsigned char alignment);
-
     /// True if step index of modeBranch has a mode value of 6 or less and is Default only at
     /// index 0; otherwise the reason, led by caller, is kept as the error.
     bool ValidateMode(char const* caller, TuningMode const* modeBranch, unsigned int index);
-
     /// Appends the steps of a mode path ("0.0|1.2") to modeBranch. False for a null path, a
     /// character other than a digit or "." (steps before it stay appended), or no step at all.
     bool GetModeBranchFromPath(char const* path, PList<TuningMode>& modeBranch);
-
     /// Appends the mode path of modeBranch to path, which holds a string, cut at length; stops
     /// at the first step that ValidateMode refuses.
     void GetPathFromModeBranch(TuningMode const* modeBranch, unsigned int modeCount, char* path,
                                unsigned int length);
-
     /// The value of a mode name, case ignored ("usecase" gives 2); 0 for null or no match.
     static unsigned short GetModeIndex(char const* name);
-
     /// The value of a sub-mode given as a number or as a name of mode's row, case ignored; 0 for
     /// null or no match.
     static unsigned short GetSubModeIndex(unsigned short mode, char const* name);
-
     /// Turns mode paths joined by ";" ("0.0|1.2") into named paths ("Default|Sensor.2"), cut at
     /// resultLength. An empty modes gives "Default".
     static void GetKnobbyModesString(char const* modes, char* result, unsigned int resultLength);
@@ -287,7 +255,6 @@ public:
     /// The instance belongs to the registry.
     ParameterModule* CreateModule(ParameterFileSymbolTableEntry const* entry, ModuleData* data,
                                   bool loadNow);
-
     /// Hangs module on the mode node of data's Mode ID. False silently for a null argument;
     /// false with the error "AddModule: RootMode is nullptr" when the record's mode table has no
     /// tree, and with "AddModule: moduleData->ModeId(%d) >= m_modeCount(%d)\n" logged when the
@@ -311,7 +278,6 @@ public:
     ParameterModule* GetModuleInternal(unsigned char modeTableIndex, char const* moduleName,
                                        TuningMode const* modeBranch, unsigned int modeCount,
                                        ParameterModule* previous, bool unused);
-
     /// Releases what modules held, then fills it with the modules of the one node the branch
     /// reaches (a null branch: the root), each with a reference for the caller: those owned by
     /// the node with includeLocal, the others with includeShared; pipeline, if given, keeps only
@@ -320,27 +286,22 @@ public:
     void GetModules(unsigned char modeTableIndex, PList<ParameterModule*>& modules,
                     TuningMode const* modeBranch, unsigned int modeCount, bool includeLocal,
                     bool includeShared, PipelineType* pipeline);
-
     /// Gives back one reference of module to the node that owns it. Null does nothing; a module
     /// without a record or whose record has no mode is logged at error level.
     void ReleaseModule(ParameterModule const* module);
-
     /// Releases every module of modules, first to last, and empties the list.
     void ReleaseModules(PList<ParameterModule*>& modules);
-
     /// Reads the modules of every mode of the branch (file mode). moduleName is only for the
     /// log (null: "Unknown"). False with "LoadMode called with no binary file loaded" or
     /// "LoadMode is not valid in buffer mode" kept as the error; otherwise LoadModeInternal.
     [[nodiscard]] bool LoadMode(unsigned char modeTableIndex, TuningMode const* modeBranch,
                                 unsigned int modeCount, char const* moduleName);
-
     /// LoadMode without its checks: reads the root's modules and, in file mode, those of each
     /// node the branch reaches, and closes the file again. False for a bad table index (logged),
     /// a table without a tree, or a step that is not in the tree; a step that fails validation
     /// or fails to read ends the walk with true.
     [[nodiscard]] bool LoadModeInternal(unsigned char modeTableIndex, TuningMode const* modeBranch,
                                         unsigned int modeCount, char const* moduleName);
-
     /// Unloads the modules of the last mode that the branch reaches, never its parents; a
     /// resident mode (the root, Default and Sensor modes, modes changed by SetValue) stays.
     /// References still held are logged and cleared; clients' pointers stay valid objects whose
@@ -349,7 +310,6 @@ public:
     /// is not valid in buffer mode" as the error and returns whether the table has a tree.
     bool UnloadMode(unsigned char modeTableIndex, TuningMode const* modeBranch,
                     unsigned int modeCount);
-
     /// Loads (load) or unloads the modules of mode, or of the node its link leads to, and keeps
     /// the table's active list: a loaded mode of value 2 or more goes to its front and, in file
     /// mode with a limit, the oldest modes that no client holds are unloaded past the limit.
@@ -491,11 +451,11 @@ protected:
     bool m_hostsLiveTuning = false;
     /// The mode tables of the file in service and of the parked generation.
     ParameterModeTree m_modeTree{*this};
+    /// The modules by mode, their references and the parked generation.
+    ParameterModuleStore m_store{*this, m_modeTree};
     char* m_name = nullptr;
     uint32_t m_nameLength = 0;
     char* m_loggingIdentifier = nullptr;
-    /// Symbol tables of the generation before; owned.
-    PList<ParameterFileSymbolTable*> m_replacedSymbolTables;
     ParameterSetManager* m_mainSetManager = nullptr;
     uint8_t m_modeTableIndex = 0;
     /// Reloads and updates under way that keep the live tuning worker stopped; while above 0 a
@@ -504,6 +464,7 @@ protected:
 
 private:
     friend class ParameterFileLoader;
+    friend class ParameterModuleStore;
 
     /// Holds the live tuning service stopped for as long as it lives: a reload or an update frees
     /// and rewires what the command thread reads. Holds nest; the last one to go starts the
@@ -525,13 +486,7 @@ private:
     /// Ends the load's hold on the file object of a load by name: a symbol table that took the
     /// file over keeps it, closed; otherwise the object is destroyed.
     void ReleaseLoadFile(ParameterBinaryFile* file);
-    /// Makes and, with loadNow, reads the instance of a registered kind. Filled in by the module
-    /// framework; until module kinds exist no registry entry can be found and it makes nothing.
-    ParameterModule* CreateModuleOfKind(DefaultModule* kind,
-                                        ParameterFileSymbolTableEntry const* entry,
-                                        ModuleData* data, bool loadNow);
     /// The name of a registered kind's first instance for error texts; null when it has none.
-    /// Filled in by the module framework, like CreateModuleOfKind.
     char const* ModuleKindName(DefaultModule* kind);
     /// Takes tag as the binary tag, keeping the logging identifier off the old one.
     void ReplaceBinaryTag(char* tag);
@@ -541,34 +496,4 @@ private:
     void FreeOwnData();
     /// Logs which of the main manager's tables a derived manager was made for.
     void LogModeTableBinding();
-
-    // The store's steps behind the lookups and LoadModules.
-
-    /// Logs what is amiss in a lookup's arguments: a null branch with steps, a branch that does
-    /// not start at Default, an empty registry. caller(name) leads each message.
-    void WarnAboutLookup(char const* caller, char const* name, ParameterModeTable const* table,
-                         TuningMode const* modeBranch, unsigned int modeCount);
-    /// The module name of the deepest node of the branch that holds one, root first; null (a
-    /// root miss is a warning) when none does or a root miss meets a null branch.
-    ParameterModule* FindOnBranch(ModeEntry* root, char const* name, TuningMode const* modeBranch,
-                                  unsigned int modeCount);
-    /// Takes the caller's reference on module (file mode) and reads it if needed; a failed read
-    /// gives the reference back and is logged. True when the module is loaded.
-    bool TakeModule(ParameterModule* module, bool fileMode);
-    /// The verbose line of a mode's load or unload; targetPath receives the path of target.
-    void LogModeLoad(char const* prefix, bool load, ModeEntry* mode, ModeEntry* target,
-                     char const* moduleName, TuningMode const* modeBranch, unsigned int modeCount,
-                     char* targetPath, unsigned int targetPathLength);
-    /// Unloads target's own modules, logging references still held, clears them and takes
-    /// target off the active list.
-    void UnloadModeModules(ParameterModeTable& table, ModeEntry* target, char const* prefix,
-                           char const* targetPath, bool fileMode);
-    /// Reads target's modules until one fails; with evict, adds to owners the owners of shared
-    /// modules (other than listed) that were read. True, and target loaded, when all are.
-    bool ReadModeModules(ModeEntry* target, bool evict, ModeEntry const* listed,
-                         PList<ModeEntry*>& owners);
-    /// Unloads the oldest listed modes no client holds past the manager's limit (at least 5);
-    /// without evict only shortens the list. The caller holds the list's lock.
-    void EvictPastLimit(ParameterModeTable& table, bool evict, char const* moduleName,
-                        TuningMode const* modeBranch, unsigned int modeCount, int& fileReferences);
 };

@@ -77,11 +77,7 @@ bool ParameterSetManager::ReloadBinaryParameters(bool bufferMode)
 
     // The generation before last goes now; the one in service is parked in its place.
     FreeReplacedParameters();
-    SaveAndClearModules();
-    if (m_symbolTable != nullptr)
-        m_replacedSymbolTables.Add(m_symbolTable);
-    m_symbolTable = nullptr;
-    m_modeTree.Park();
+    m_store.Park();
     m_modeSections.Clear();
 
     // The name outlives the free, so that the identifier of the new generation is again the
@@ -130,15 +126,7 @@ void ParameterSetManager::FreeReplacedParameters()
         return;
     }
     ParameterLogging::Write(this, ParameterLogging::LogVerbose, "FreeReplacedParameters called\n");
-    // Modules first: a module still loaded unloads in its destructor, which gives shared blocks
-    // back to its symbol table. Each list goes front to back.
-    for (unsigned int i = 0; i < m_replacedModules.Count(); ++i)
-        delete m_replacedModules[i];
-    m_replacedModules.Clear();
-    for (unsigned int i = 0; i < m_replacedSymbolTables.Count(); ++i)
-        delete m_replacedSymbolTables[i];
-    m_replacedSymbolTables.Clear();
-    m_modeTree.FreeParked();
+    m_store.FreeParked();
 }
 
 bool ParameterSetManager::UpdateParameters(ParameterSetManager* update)

@@ -56,7 +56,7 @@ public:
 
     unsigned int ParkedModules() const { return m_replacedModules.Count(); }
     unsigned int ParkedModeTables() const { return m_modeTree.ParkedTables().Count(); }
-    unsigned int ParkedSymbolTables() const { return m_replacedSymbolTables.Count(); }
+    unsigned int ParkedSymbolTables() const { return m_store.ParkedSymbolTables().Count(); }
     /// The module of kind letter through branch.
     ParameterModule* Get(TuningMode const* branch = PreviewBranch,
                          ParameterModule* previous = nullptr, char letter = 'A')

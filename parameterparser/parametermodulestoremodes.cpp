@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// ParameterSetManager: reading and freeing the modules of one mode, the active mode list of each
+// ParameterModuleStore: reading and freeing the modules of one mode, the active mode list of each
 // table and the eviction of the least recently used modes that no client holds.
 #include <cstring>
 #include <mutex>
@@ -10,6 +10,7 @@
 #include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parametermodetable.h"
 #include "parameterparser/parametermodule.h"
+#include "parameterparser/parametermodulestore.h"
 #include "parameterparser/parametersetmanager.h"
 
 namespace {
@@ -38,18 +39,18 @@ void MoveToFront(ParameterModeTable& table, ModeEntry* node)
 
 } // namespace
 
-void ParameterSetManager::LogModeLoad(char const* prefix, bool load, ModeEntry* mode,
-                                      ModeEntry* target, char const* moduleName,
-                                      TuningMode const* modeBranch, unsigned int modeCount,
-                                      char* targetPath, unsigned int targetPathLength)
+void ParameterModuleStore::LogModeLoad(char const* prefix, bool load, ModeEntry* mode,
+                                       ModeEntry* target, char const* moduleName,
+                                       TuningMode const* modeBranch, unsigned int modeCount,
+                                       char* targetPath, unsigned int targetPathLength)
 {
     char branchPath[ModePathLength] = {};
-    GetPathFromModeBranch(modeBranch, modeCount, branchPath, sizeof(branchPath));
+    m_tree.GetPathFromModeBranch(modeBranch, modeCount, branchPath, sizeof(branchPath));
     target->GetModePath(targetPath, targetPathLength);
     char const* word = load ? "L" : "Unl";
     char const* caller = moduleName != nullptr ? moduleName : "Unknown";
     if (mode == target) {
-        ParameterLogging::Write(this, ParameterLogging::LogVerbose,
+        ParameterLogging::Write(&m_manager, ParameterLogging::LogVerbose,
                                 "%s%soading modules (GetModule:%s:%s): %s\n", prefix, word, caller,
                                 branchPath, targetPath);
         return;
@@ -57,14 +58,14 @@ void ParameterSetManager::LogModeLoad(char const* prefix, bool load, ModeEntry* 
     // A linked node names the node asked for and the one whose modules it uses.
     char modePath[ModePathLength] = {};
     mode->GetModePath(modePath, sizeof(modePath));
-    ParameterLogging::Write(this, ParameterLogging::LogVerbose,
+    ParameterLogging::Write(&m_manager, ParameterLogging::LogVerbose,
                             "%s%soading modules (GetModule:%s:%s): %s->%s\n", prefix, word, caller,
                             branchPath, modePath, targetPath);
 }
 
-void ParameterSetManager::UnloadModeModules(ParameterModeTable& table, ModeEntry* target,
-                                            char const* prefix, char const* targetPath,
-                                            bool fileMode)
+void ParameterModuleStore::UnloadModeModules(ParameterModeTable& table, ModeEntry* target,
+                                             char const* prefix, char const* targetPath,
+                                             bool fileMode)
 {
     {
         std::unique_lock<std::recursive_mutex> modeLock(target->modeMutex, std::defer_lock);
@@ -79,7 +80,7 @@ void ParameterSetManager::UnloadModeModules(ParameterModeTable& table, ModeEntry
             unsigned int const references = module->loaded ? target->GetReferenceCount(module) : 0;
             if (references != 0)
                 ParameterLogging::Write(
-                    this, ParameterLogging::LogError,
+                    &m_manager, ParameterLogging::LogError,
                     "%sUnloading referenced module %s, Mode: %s, Ref count: %u\n", prefix,
                     module->moduleName != nullptr ? module->moduleName : "", targetPath,
                     references);
@@ -91,7 +92,7 @@ void ParameterSetManager::UnloadModeModules(ParameterModeTable& table, ModeEntry
     std::lock_guard<std::recursive_mutex> activeLock(table.activeModeMutex);
     unsigned int const unreleased = target->GetReferenceCount(nullptr);
     if (unreleased != 0) {
-        ParameterLogging::Write(this, ParameterLogging::LogError,
+        ParameterLogging::Write(&m_manager, ParameterLogging::LogError,
                                 "%sUnloading mode with %u unreleased modules: %s\n", prefix,
                                 unreleased, targetPath);
         target->ReleaseReferences();
@@ -101,8 +102,8 @@ void ParameterSetManager::UnloadModeModules(ParameterModeTable& table, ModeEntry
         table.activeModes.Remove(static_cast<unsigned int>(position));
 }
 
-bool ParameterSetManager::ReadModeModules(ModeEntry* target, bool evict, ModeEntry const* listed,
-                                          PList<ModeEntry*>& owners)
+bool ParameterModuleStore::ReadModeModules(ModeEntry* target, bool evict, ModeEntry const* listed,
+                                           PList<ModeEntry*>& owners)
 {
     bool complete = true;
     for (auto& entry : target->modules) {
@@ -113,7 +114,7 @@ bool ParameterSetManager::ReadModeModules(ModeEntry* target, bool evict, ModeEnt
         bool loaded = false;
         {
             std::lock_guard<std::recursive_mutex> moduleLock(module->moduleMutex);
-            read = module->LoadModule(m_symbolTable);
+            read = module->LoadModule(m_manager.m_symbolTable);
             loaded = module->loaded;
         }
         // The owner of a shared module is in use too: it moves up the list with this mode.
@@ -131,15 +132,15 @@ bool ParameterSetManager::ReadModeModules(ModeEntry* target, bool evict, ModeEnt
     return complete;
 }
 
-void ParameterSetManager::EvictPastLimit(ParameterModeTable& table, bool evict,
-                                         char const* moduleName, TuningMode const* modeBranch,
-                                         unsigned int modeCount, int& fileReferences)
+void ParameterModuleStore::EvictPastLimit(ParameterModeTable& table, bool evict,
+                                          char const* moduleName, TuningMode const* modeBranch,
+                                          unsigned int modeCount, int& fileReferences)
 {
     // Past the limit the oldest modes that no client holds are unloaded; a mode in use stays
     // where it is, so the list may run longer than the limit. The caller holds the list's lock
     // throughout, so no reference can be taken on a mode between the test and its unload.
     unsigned int const limit =
-        m_maxActiveModes > MinActiveModes ? m_maxActiveModes : MinActiveModes;
+        m_manager.m_maxActiveModes > MinActiveModes ? m_manager.m_maxActiveModes : MinActiveModes;
     for (unsigned int i = table.activeModes.Count(); i-- > limit;) {
         ModeEntry* node = table.activeModes[i];
         if (node == nullptr)
@@ -159,30 +160,28 @@ void ParameterSetManager::EvictPastLimit(ParameterModeTable& table, bool evict,
     }
 }
 
-bool ParameterSetManager::LoadModules(ModeEntry* mode, bool load, char const* moduleName,
-                                      TuningMode const* modeBranch, unsigned int modeCount,
-                                      int& fileReferences)
+bool ParameterModuleStore::LoadModules(ModeEntry* mode, bool load, char const* moduleName,
+                                       TuningMode const* modeBranch, unsigned int modeCount,
+                                       int& fileReferences)
 {
-    if (m_mainSetManager != nullptr)
-        return MainManager()->LoadModules(mode, load, moduleName, modeBranch, modeCount,
-                                          fileReferences);
     if (mode == nullptr) {
-        ParameterLogging::Write(this, ParameterLogging::LogError, "LoadModules: mode is nullptr\n");
+        ParameterLogging::Write(&m_manager, ParameterLogging::LogError,
+                                "LoadModules: mode is nullptr\n");
         return true;
     }
     unsigned int const tableIndex = mode->modeId >> 24;
-    ParameterModeTable* table = m_modeTree.Table(tableIndex);
+    ParameterModeTable* table = m_tree.Table(tableIndex);
     if (table == nullptr) {
-        ParameterLogging::Write(this, ParameterLogging::LogError,
+        ParameterLogging::Write(&m_manager, ParameterLogging::LogError,
                                 "LoadModules: Mode's table index (%u) >= mode table count (%u)\n",
-                                tableIndex, m_modeTree.Count());
+                                tableIndex, m_tree.Count());
         return true;
     }
     ModeEntry* target = mode->ResolveLink();
     if (!load && target->resident)
         return true;
 
-    bool const fileMode = IsFileMode();
+    bool const fileMode = m_manager.IsFileMode();
     unsigned int const modeValue = target->mode.Parts.mode;
     // A node read before needs no reading, so the repeat lookup of a branch takes no node lock;
     // a Default or Sensor node has no place in the active list either and is done here. The
@@ -192,7 +191,7 @@ bool ParameterSetManager::LoadModules(ModeEntry* mode, bool load, char const* mo
         return true;
 
     char prefix[TablePrefixLength] = {};
-    if (m_modeTree.Count() > 1)
+    if (m_tree.Count() > 1)
         Vorn::OsUtils::SNPrintF(prefix, sizeof(prefix),
                                 "(%s): ", table->name != nullptr ? table->name : "");
     char targetPath[ModePathLength] = {};
@@ -213,8 +212,8 @@ bool ParameterSetManager::LoadModules(ModeEntry* mode, bool load, char const* mo
     bool const wasLoaded = readBefore || target->loaded;
     if (!wasLoaded && fileMode) {
         ++fileReferences;
-        if (m_symbolTable != nullptr)
-            m_symbolTable->FileReference(1);
+        if (m_manager.m_symbolTable != nullptr)
+            m_manager.m_symbolTable->FileReference(1);
     }
     // The node moves to the front of the active list, followed there by the owners of shared
     // modules that reading it touched.
@@ -222,10 +221,11 @@ bool ParameterSetManager::LoadModules(ModeEntry* mode, bool load, char const* mo
         modeValue >= FirstListedMode && target->HasLocalModules() ? target : nullptr;
     PList<ModeEntry*> owners;
     bool result = true;
+    bool const evict = fileMode && m_manager.m_maxActiveModes != 0;
     if (!wasLoaded) {
         LogModeLoad(prefix, true, mode, target, moduleName, modeBranch, modeCount, targetPath,
                     sizeof(targetPath));
-        result = ReadModeModules(target, fileMode && m_maxActiveModes != 0, listed, owners);
+        result = ReadModeModules(target, evict, listed, owners);
     }
     if (modeLock.owns_lock())
         modeLock.unlock();
@@ -234,7 +234,6 @@ bool ParameterSetManager::LoadModules(ModeEntry* mode, bool load, char const* mo
     MoveToFront(*table, listed);
     for (unsigned int i = 0; i < owners.Count(); ++i)
         MoveToFront(*table, owners[i]);
-    EvictPastLimit(*table, fileMode && m_maxActiveModes != 0, moduleName, modeBranch, modeCount,
-                   fileReferences);
+    EvictPastLimit(*table, evict, moduleName, modeBranch, modeCount, fileReferences);
     return result;
 }
