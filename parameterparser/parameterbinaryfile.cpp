@@ -10,6 +10,7 @@
 #include "platform/vornalloc.h"
 #include "platform/vornosutils.h"
 
+#include "parameterparser/parameterbytereader.h"
 #include "parameterparser/parameterlogging.h"
 #include "parameterparser/parameterutils.h"
 #include "parameterparser/parsercrc.h"
@@ -130,7 +131,8 @@ bool ParameterBinaryFile::CheckRead(bool haveValue, unsigned int offset, unsigne
     } else if (m_length == 0) {
         ParameterLogging::Write(m_log, ParameterLogging::LogError,
                                 "ParameterBinaryFile::Read called with a zero length file\n");
-    } else if (static_cast<unsigned long long>(pos) + offset + count > m_length) {
+    } else if (!ParameterByteReader::InBounds(static_cast<uint64_t>(pos) + offset, count,
+                                              m_length)) {
         ParameterLogging::Write(m_log, ParameterLogging::LogError,
                                 "ParameterBinaryFile::Read attempted to read past the end of the "
                                 "file, offset: %u, pos: %u, count: %u, length: %u\n",
@@ -162,7 +164,8 @@ bool ParameterBinaryFile::Read(unsigned char* value, unsigned int offset, unsign
                     m_log, ParameterLogging::LogError,
                     "ParameterBinaryFile::Read filePos < buffer Offset, filePos: %u, Offset: %u\n",
                     position, buffer->Offset);
-            } else if (position - buffer->Offset + count > buffer->Length) {
+            } else if (!ParameterByteReader::InBounds(position - buffer->Offset, count,
+                                                      buffer->Length)) {
                 ParameterLogging::Write(
                     m_log, ParameterLogging::LogError,
                     "ParameterBinaryFile::Read filePos - buffer->Offset + count > buffer->Length, "
@@ -230,7 +233,7 @@ ParameterBinaryFile::ReadBufferEntry* ParameterBinaryFile::GetBuffer(unsigned in
 {
     for (ReadBufferEntry& buffer : m_buffers) {
         if (buffer.Length != 0 && position >= buffer.Offset &&
-            position - buffer.Offset + count <= buffer.Length)
+            ParameterByteReader::InBounds(position - buffer.Offset, count, buffer.Length))
             return &buffer;
     }
 

@@ -10,19 +10,44 @@
 #include "parameterparser/parameterutils.h"
 
 ParameterByteReader::ParameterByteReader(unsigned char const* buffer, unsigned int length,
-                                         unsigned int& pos, unsigned char alignment,
-                                         IParameterLoggingAPI* log)
-    : m_buffer(buffer), m_length(buffer != nullptr ? length : 0), m_pos(pos),
+                                         unsigned char alignment, IParameterLoggingAPI* log,
+                                         unsigned int start)
+    : m_buffer(buffer), m_end(buffer != nullptr ? length : 0), m_ownPos(start), m_pos(m_ownPos),
       m_alignment(alignment), m_log(log)
 {
 }
 
 ParameterByteReader::ParameterByteReader(unsigned char const* buffer, unsigned int length,
-                                         unsigned char alignment, IParameterLoggingAPI* log,
-                                         unsigned int start)
-    : m_buffer(buffer), m_length(buffer != nullptr ? length : 0), m_ownPos(start), m_pos(m_ownPos),
-      m_alignment(alignment), m_log(log)
+                                         unsigned int& pos, unsigned char alignment,
+                                         IParameterLoggingAPI* log)
+    : m_buffer(buffer), m_end(buffer != nullptr ? length : 0), m_pos(pos), m_alignment(alignment),
+      m_log(log)
 {
+}
+
+ParameterByteReader::ParameterByteReader(unsigned char const* buffer, unsigned int begin,
+                                         unsigned int end, unsigned char alignment,
+                                         IParameterLoggingAPI* log, bool failed)
+    : m_buffer(buffer), m_begin(begin), m_end(end), m_ownPos(begin), m_pos(m_ownPos),
+      m_alignment(alignment), m_log(log), m_failed(failed)
+{
+}
+
+ParameterByteReader ParameterByteReader::Section(unsigned int offset, unsigned int size) const
+{
+    // A section outside the bounds is empty: its end is its start, and every read of it fails.
+    unsigned int end = offset;
+    if (offset >= m_begin && offset <= m_end)
+        end = InBounds(offset, size, m_end) ? offset + size : m_end;
+    return ParameterByteReader(m_buffer, offset, end, m_alignment, m_log, m_failed);
+}
+
+ParameterByteReader ParameterByteReader::Sub(unsigned int count)
+{
+    unsigned int const start = m_pos;
+    if (!m_failed)
+        MoveBy(count, true);
+    return Section(start, count);
 }
 
 void ParameterByteReader::Fail(unsigned int width)
@@ -31,8 +56,28 @@ void ParameterByteReader::Fail(unsigned int width)
         ParameterLogging::Write(m_log, ParameterLogging::LogError,
                                 "Failed to read %lld bytes from binary file offset %d, length %d\n",
                                 static_cast<long long>(width), static_cast<int>(m_pos),
-                                static_cast<int>(m_length));
+                                static_cast<int>(m_end));
     m_failed = true;
+}
+
+void ParameterByteReader::MoveBy(unsigned int step, bool clamp)
+{
+    if (!clamp)
+        m_pos += step;
+    else if (Fits(step))
+        m_pos += step;
+    else if (m_pos < m_end)
+        m_pos = m_end;
+}
+
+void ParameterByteReader::Advance(unsigned int count, bool clamp)
+{
+    unsigned int const step = AlignUp(count, m_alignment);
+    // Rounding a count near the top of the range wraps: such a step runs past any end.
+    if (clamp && step < count)
+        m_pos = m_pos < m_end ? m_end : m_pos;
+    else
+        MoveBy(step, clamp);
 }
 
 bool ParameterByteReader::Take(unsigned int width, unsigned int step, uint64_t& value)
@@ -45,7 +90,7 @@ bool ParameterByteReader::Take(unsigned int width, unsigned int step, uint64_t& 
     // Little-endian and unaligned: assemble byte by byte.
     for (unsigned int i = 0; i < width; ++i)
         value |= static_cast<uint64_t>(m_buffer[m_pos + i]) << (8 * i);
-    m_pos = Fits(step) ? m_pos + step : m_length;
+    MoveBy(step, true);
     return true;
 }
 
@@ -84,8 +129,7 @@ bool ParameterByteReader::Skip(unsigned int count)
         Fail(count);
         return false;
     }
-    unsigned int const step = AlignUp(count, m_alignment);
-    m_pos = Fits(step) && step >= count ? m_pos + step : m_length;
+    Advance(count, true);
     return true;
 }
 
@@ -99,6 +143,42 @@ bool ParameterByteReader::SkipUnaligned(unsigned int count)
     return true;
 }
 
+unsigned int ParameterByteReader::CopyField(unsigned char* value, unsigned int capacity,
+                                            unsigned int count)
+{
+    unsigned int copied = count < Remaining() ? count : Remaining();
+    copied = capacity < copied ? capacity : copied;
+    if (value == nullptr || m_buffer == nullptr)
+        copied = 0;
+    if (copied > 0)
+        std::memcpy(value, m_buffer + m_pos, copied);
+    // The field's size moves the cursor, not the bytes found of it.
+    Advance(count, false);
+    return copied;
+}
+
+bool ParameterByteReader::ReadBlock(unsigned char* value, unsigned int count)
+{
+    if (m_buffer == nullptr || value == nullptr) {
+        ParameterLogging::Write(m_log, ParameterLogging::LogError,
+                                m_buffer == nullptr ? "ReadBuffer called with nullptr buffer\n"
+                                                    : "ReadBuffer called with nullptr value\n");
+        return count == 0;
+    }
+    if (m_failed) {
+        Advance(count, false);
+        return false;
+    }
+    unsigned int const copied = CopyField(value, count, count);
+    if (copied == count)
+        return true;
+    ParameterLogging::Write(m_log, ParameterLogging::LogError,
+                            "ReadBuffer failed, read %d bytes, expected %d bytes\n",
+                            static_cast<int>(copied), static_cast<int>(count));
+    m_failed = true;
+    return false;
+}
+
 char* ParameterByteReader::ReadCountedString(unsigned int count)
 {
     if (m_failed || !Fits(count)) {
@@ -110,8 +190,7 @@ char* ParameterByteReader::ReadCountedString(unsigned int count)
     auto* copy = static_cast<char*>(VornCalloc(characters + 1, VornTagAllocData));
     if (copy != nullptr)
         std::memcpy(copy, text, characters);
-    unsigned int const step = AlignUp(count, m_alignment);
-    m_pos = Fits(step) && step >= count ? m_pos + step : m_length;
+    Advance(count, true);
     return copy;
 }
 
@@ -126,7 +205,7 @@ char* ParameterByteReader::ReadTextField(unsigned int count)
     if (copy != nullptr)
         std::memcpy(copy, text, characters);
     // The field's size moves the cursor, not the length of the text found in it.
-    m_pos += AlignUp(count, m_alignment);
+    Advance(count, false);
     return copy;
 }
 

@@ -119,9 +119,11 @@ bool ParameterEntryReader::ReadCount(ParameterFileSymbolTableEntry& entry, unsig
                                      uint32_t& value)
 {
     ParameterByteReader reader(entry.Data, ParameterEntryReader::ReadLength(entry, limit),
-                               entry.Position, entry.GetAlignment(),
-                               ParameterEntryReader::EntryLogger(entry));
-    if (reader.ReadU32(value))
+                               entry.GetAlignment(), ParameterEntryReader::EntryLogger(entry),
+                               entry.Position);
+    bool const read = reader.ReadU32(value);
+    entry.Position = reader.Position();
+    if (read)
         return true;
     value = 0;
     entry.LogMessage(false, "Insufficient data to read variable from symbol table entry\n");

@@ -3,10 +3,10 @@
 // fixed arrays of strings, counted arrays of strings and optional strings.
 #include "platform/vornalloc.h"
 
+#include "parameterparser/parameterbytereader.h"
 #include "parameterparser/parameterdefinitions.h"
-#include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parameterentryreader.h"
-#include "parameterparser/parameterutils.h"
+#include "parameterparser/parameterfilesymboltable.h"
 
 namespace {
 
@@ -39,12 +39,15 @@ void ParameterFileSymbolTableEntry::ReadString(char** value, unsigned int length
         uint64_t const end = Position + (length + step - 1) / step * step;
         Position = end < Size ? static_cast<uint32_t>(end) : Size;
     } else if (Data != nullptr) {
+        ParameterByteReader characters(Data, ParameterEntryReader::ReadLength(*this, limit),
+                                       GetAlignment(), ParameterEntryReader::EntryLogger(*this),
+                                       Position);
         // The characters the entry can give, not what a damaged length claims, are the work.
-        unsigned int const end = ParameterEntryReader::ReadLength(*this, limit);
-        unsigned int const available = end > Position ? end - Position : 0;
+        unsigned int const available = characters.Remaining();
         if (!ParameterEntryReader::SpendElements(*this, length < available ? length : available))
             return; // told once a load
-        *value = ParameterUtils::ReadString(Data, end, Position, length, GetAlignment());
+        *value = characters.ReadTextField(length);
+        Position = characters.Position();
         if (*value != nullptr)
             SetDupObject(*value, loc);
     }

@@ -131,6 +131,31 @@ void LogVersion(IParameterLoggingAPI* log, ParameterFileLayout const& layout, ch
             version.Parts.Major, version.Parts.Minor, static_cast<int>(version.Parts.Patch));
 }
 
+// Stores a record of the section table by its type; false for a type no file has.
+bool StoreSection(uint32_t type, ParameterSectionTable::SectionInfo const& info,
+                  ParameterSectionTable& sections)
+{
+    switch (type) {
+    case SymbolSection:
+        sections.symbol = info;
+        return true;
+    case DataSection:
+        sections.data = info;
+        return true;
+    case ModeSection:
+        sections.modes.Add(info);
+        return true;
+    case DataTableSection:
+        sections.dataTable = info;
+        return true;
+    case DefinitionSection:
+        sections.definitions = info;
+        return true;
+    default:
+        return false;
+    }
+}
+
 } // namespace
 
 ParameterFileHeader::~ParameterFileHeader()
@@ -192,10 +217,10 @@ bool ReadFileHeader(unsigned char* buffer, unsigned int length, ParameterFileHea
     return CheckHeaderFields(buffer, length, text, header, errorText, log);
 }
 
-bool ReadSectionRecords(unsigned char* buffer, unsigned int length, unsigned int& pos,
-                        unsigned char alignment, unsigned int count,
-                        ParameterSectionTable& sections, char* errorText, IParameterLoggingAPI* log)
+bool ReadSectionRecords(ParameterByteReader& reader, unsigned int count,
+                        ParameterSectionTable& sections, char* errorText)
 {
+    IParameterLoggingAPI* log = reader.Log();
     if (count < ParameterFileLayout::MinSectionCount) {
         if (log != nullptr)
             ParameterLogging::Write(log, ParameterLogging::LogError,
@@ -205,13 +230,12 @@ bool ReadSectionRecords(unsigned char* buffer, unsigned int length, unsigned int
                                     static_cast<int>(ParameterFileLayout::MinSectionCount));
         return false;
     }
-    if (buffer == nullptr) {
+    if (!reader.HasBuffer()) {
         SetErrorText(errorText, "ReadSectionInfo: buffer is nullptr");
         return false;
     }
 
     // Each field takes FieldStep(4): 12 bytes a record at alignment 1, 24 at alignment 8.
-    ParameterByteReader reader(buffer, length, pos, alignment, log);
     for (unsigned int i = 0; i < count; ++i) {
         uint32_t type = 0;
         ParameterSectionTable::SectionInfo info = {};
@@ -219,23 +243,7 @@ bool ReadSectionRecords(unsigned char* buffer, unsigned int length, unsigned int
             SetErrorText(errorText, "Error reading data from header sections");
             return false;
         }
-        switch (type) {
-        case SymbolSection:
-            sections.symbol = info;
-            break;
-        case DataSection:
-            sections.data = info;
-            break;
-        case ModeSection:
-            sections.modes.Add(info);
-            break;
-        case DataTableSection:
-            sections.dataTable = info;
-            break;
-        case DefinitionSection:
-            sections.definitions = info;
-            break;
-        default:
+        if (!StoreSection(type, info, sections)) {
             if (log != nullptr)
                 ParameterLogging::Write(log, ParameterLogging::LogError,
                                         "Invalid binary section type %d\n", static_cast<int>(type));
@@ -245,12 +253,21 @@ bool ReadSectionRecords(unsigned char* buffer, unsigned int length, unsigned int
     return true;
 }
 
+bool ReadSectionRecords(unsigned char* buffer, unsigned int length, unsigned int& pos,
+                        unsigned char alignment, unsigned int count,
+                        ParameterSectionTable& sections, char* errorText, IParameterLoggingAPI* log)
+{
+    ParameterByteReader reader(buffer, length, alignment, log, pos);
+    bool const read = ReadSectionRecords(reader, count, sections, errorText);
+    pos = reader.Position();
+    return read;
+}
+
 bool ReadSectionTable(unsigned char* buffer, unsigned int length, ParameterFileHeader const& header,
                       ParameterSectionTable& sections, char* errorText, IParameterLoggingAPI* log)
 {
-    unsigned int pos = header.sectionOffset;
-    return ReadSectionRecords(buffer, length, pos, header.layout.alignment, header.sectionCount,
-                              sections, errorText, log);
+    ParameterByteReader reader(buffer, length, header.layout.alignment, log, header.sectionOffset);
+    return ReadSectionRecords(reader, header.sectionCount, sections, errorText);
 }
 
 bool FileHasModeTable(char const* fileName, char const* tableName)

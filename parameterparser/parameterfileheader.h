@@ -10,6 +10,7 @@
 #include "parameterparser/plist.h"
 
 class IParameterLoggingAPI;
+class ParameterByteReader;
 
 /// The fields of a file's header. Fields the header does not hold, or that a short header did
 /// not reach, keep the values the caller gave them.
@@ -57,8 +58,13 @@ struct ParameterSectionTable
                                                       ParameterFileHeader& header, char* errorText,
                                                       IParameterLoggingAPI* log);
 
-/// Reads count records of the section table at pos (which moves on) into sections at the given
-/// alignment; the other rules are those of ReadSectionTable.
+/// Reads count records of the section table through reader, which moves on, into sections; the
+/// other rules are those of ReadSectionTable, and the reader's log is the log.
+[[nodiscard]] bool ReadSectionRecords(ParameterByteReader& reader, unsigned int count,
+                                      ParameterSectionTable& sections, char* errorText);
+
+/// ReadSectionRecords on buffer at pos (which moves on) at the given alignment, for callers that
+/// keep the cursor of the whole file.
 [[nodiscard]] PARAMETERPARSER_API bool
 ReadSectionRecords(unsigned char* buffer, unsigned int length, unsigned int& pos,
                    unsigned char alignment, unsigned int count, ParameterSectionTable& sections,

@@ -8,16 +8,10 @@
 #include "platform/vornalloc.h"
 #include "platform/vornosutils.h"
 
+#include "parameterparser/parameterbytereader.h"
 #include "parameterparser/parameterlogging.h"
 
 namespace {
-
-// Bytes that stand behind pos. A position past the end leaves nothing rather than letting the
-// unsigned difference wrap into a huge count.
-unsigned int BytesLeft(unsigned int length, unsigned int pos)
-{
-    return pos < length ? length - pos : 0;
-}
 
 // A parsed index outside what an unsigned int holds (negative, huge, not a number) becomes an
 // index no array has, instead of a conversion with undefined behaviour.
@@ -108,45 +102,32 @@ char* ParameterUtils::ReadString(unsigned char* buffer, unsigned int length, uns
 {
     if (buffer == nullptr)
         return nullptr;
-    if (maximum == 0)
-        return static_cast<char*>(VornCalloc(1, VornTagAllocData));
-
-    unsigned int const left = BytesLeft(length, pos);
-    unsigned int const limit = maximum < left ? maximum : left;
-    char const* text = reinterpret_cast<char const*>(buffer + pos);
-    size_t const characters = limit > 0 ? strnlen(text, limit) : 0;
-
-    auto* copy = static_cast<char*>(VornCalloc(characters + 1, VornTagAllocData));
-    if (copy != nullptr)
-        std::memcpy(copy, text, characters);
     // Strings stand in fixed-size or counted fields: the field's size moves the cursor, not the
     // length of the text found in it.
-    pos += AlignUp(maximum, alignment);
-    return copy;
+    ParameterByteReader reader(buffer, length, alignment, nullptr, pos);
+    char* text = reader.ReadTextField(maximum);
+    pos = reader.Position();
+    return text;
 }
 
 bool ParameterUtils::ReadString(char* value, unsigned char* buffer, unsigned int length,
                                 unsigned int& pos, unsigned int size, unsigned int count,
                                 unsigned char alignment, IParameterLoggingAPI* log)
 {
+    ParameterByteReader reader(buffer, length, alignment, log, pos);
+    // Never more than the caller's array holds, whatever count the file claims.
+    reader.CopyField(reinterpret_cast<unsigned char*>(value), size, count);
+    pos = reader.Position();
     if (value == nullptr) {
         ParameterLogging::Write(log, ParameterLogging::LogError,
                                 "ReadBuffer failed to allocate space for a string of %d length\n",
                                 static_cast<int>(count));
-        pos += AlignUp(count, alignment);
         return false;
     }
-    unsigned int copied = buffer != nullptr ? BytesLeft(length, pos) : 0;
-    copied = count < copied ? count : copied;
-    // Never more than the caller's array holds, whatever count the file claims.
-    copied = size < copied ? size : copied;
-    if (copied > 0)
-        std::memcpy(value, buffer + pos, copied);
     // The terminator goes at the end of the caller's array, not behind the copied characters:
     // fixed fields are full-width and the array is sized for them.
     if (size > 0)
         value[size - 1] = '\0';
-    pos += AlignUp(count, alignment);
     return true;
 }
 
@@ -154,28 +135,10 @@ bool ParameterUtils::ReadBuffer(unsigned char* value, unsigned char const* buffe
                                 unsigned int length, unsigned int& pos, unsigned int count,
                                 unsigned char alignment, IParameterLoggingAPI* log)
 {
-    if (buffer == nullptr) {
-        ParameterLogging::Write(log, ParameterLogging::LogError,
-                                "ReadBuffer called with nullptr buffer\n");
-        return count == 0;
-    }
-    if (value == nullptr) {
-        ParameterLogging::Write(log, ParameterLogging::LogError,
-                                "ReadBuffer called with nullptr value\n");
-        return count == 0;
-    }
-    unsigned int const left = BytesLeft(length, pos);
-    unsigned int const copied = count < left ? count : left;
-    if (copied > 0)
-        std::memcpy(value, buffer + pos, copied);
-    pos += AlignUp(count, alignment);
-    if (copied < count) {
-        ParameterLogging::Write(log, ParameterLogging::LogError,
-                                "ReadBuffer failed, read %d bytes, expected %d bytes\n",
-                                static_cast<int>(copied), static_cast<int>(count));
-        return false;
-    }
-    return true;
+    ParameterByteReader reader(buffer, length, alignment, log, pos);
+    bool const read = reader.ReadBlock(value, count);
+    pos = reader.Position();
+    return read;
 }
 
 bool ParameterUtils::WriteString(char const* value, unsigned char* buffer, unsigned int length,

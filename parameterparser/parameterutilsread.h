@@ -177,19 +177,18 @@ inline unsigned int BlockBytes(unsigned int count, unsigned int width)
     return bytes > 0x7FFFFFFFu ? 0x7FFFFFFFu : static_cast<unsigned int>(bytes);
 }
 
-/// Reads count numbers of width bytes as one block into a temporary array and converts each into
-/// values. Returns the block read's result; false if the temporary array cannot be had.
+/// Reads count numbers of width bytes as one block through reader into a temporary array and
+/// converts each into values. Returns the block read's result; false if the temporary array
+/// cannot be had.
 template <typename T>
-bool ReadConverted(T* values, unsigned char const* buffer, unsigned int length, unsigned int& pos,
-                   unsigned int count, unsigned int width, SourceKind kind, unsigned char alignment,
-                   IParameterLoggingAPI* log)
+bool ReadConverted(T* values, ParameterByteReader& reader, unsigned int count, unsigned int width,
+                   SourceKind kind)
 {
     unsigned int const bytes = BlockBytes(count, width);
     auto* temporary = static_cast<unsigned char*>(VornCalloc(bytes, VornTagAllocData));
     if (temporary == nullptr)
         return false;
-    bool const ok =
-        ParameterUtils::ReadBuffer(temporary, buffer, length, pos, bytes, alignment, log);
+    bool const ok = reader.ReadBlock(temporary, bytes);
     // Only what the (possibly capped) block holds is converted; values past it stay as they are.
     unsigned int const converted = width != 0 && bytes / width < count ? bytes / width : count;
     for (unsigned int i = 0; i < converted; ++i)
@@ -198,40 +197,36 @@ bool ReadConverted(T* values, unsigned char const* buffer, unsigned int length, 
     return ok;
 }
 
-/// The logic shared by ReadArray and ReadArrayNoFloat. With noFloat (enumerations) the result of
-/// a conversion is that of the byte read; otherwise a conversion between integer widths fails
-/// the read though values hold the converted numbers.
+/// The logic shared by ReadArray and ReadArrayNoFloat, reading count values through reader. With
+/// noFloat (enumerations) the result of a conversion is that of the byte read; otherwise a
+/// conversion between integer widths fails the read though values hold the converted numbers.
 template <typename T>
-bool ReadArrayCommon(T* values, ParameterDefinitionElement* element, unsigned char const* buffer,
-                     unsigned int length, unsigned int& pos, unsigned int count,
-                     unsigned char alignment, IParameterLoggingAPI* log, bool noFloat)
+bool ReadArrayCommon(T* values, ParameterDefinitionElement* element, ParameterByteReader& reader,
+                     unsigned int count, bool noFloat)
 {
     ParameterDefinitionElementInfo const* info = element != nullptr ? element->Info : nullptr;
     bool direct = info == nullptr;
     if (!direct && !noFloat)
         direct = IsDirect<T>(*info);
+    auto* bytes = reinterpret_cast<unsigned char*>(values);
     if (direct)
-        return ParameterUtils::ReadBuffer(reinterpret_cast<unsigned char*>(values), buffer, length,
-                                          pos, BlockBytes(count, sizeof(T)), alignment, log);
+        return reader.ReadBlock(bytes, BlockBytes(count, sizeof(T)));
 
     uint32_t const code = info->Type;
     if (noFloat && HasFlag(*info, ElementFourByte))
-        return ParameterUtils::ReadBuffer(reinterpret_cast<unsigned char*>(values), buffer, length,
-                                          pos, BlockBytes(count, 4), alignment, log);
+        return reader.ReadBlock(bytes, BlockBytes(count, 4));
     if (!noFloat && (HasFlag(*info, ElementFourByte) || code == TypeFloat))
-        return ReadConverted(values, buffer, length, pos, count, 4, SourceKind::Real, alignment,
-                             log);
+        return ReadConverted(values, reader, count, 4, SourceKind::Real);
     if (!noFloat && code == TypeDouble)
-        return ReadConverted(values, buffer, length, pos, count, 8, SourceKind::Real, alignment,
-                             log);
+        return ReadConverted(values, reader, count, 8, SourceKind::Real);
     if (IsNumberCode(code)) {
-        bool const ok = ReadConverted(values, buffer, length, pos, count, TypeCodeWidth(code),
-                                      CodeKind(code, false), alignment, log);
+        bool const ok =
+            ReadConverted(values, reader, count, TypeCodeWidth(code), CodeKind(code, false));
         // Integers of another width are converted all the same, but reported as a failure: a
         // counted array is then dropped rather than shared with a schema it does not match.
         return noFloat ? ok : false;
     }
-    ParameterLogging::Write(log, ParameterLogging::LogError,
+    ParameterLogging::Write(reader.Log(), ParameterLogging::LogError,
                             "%s: Invalid read type %u. XSD structure modified\n",
                             "ReadArrayNoFloat", static_cast<unsigned int>(code));
     return false;
@@ -264,6 +259,42 @@ inline bool ReadWidth(ParameterByteReader& reader, unsigned int width, uint64_t&
     return ok;
 }
 
+/// One value through reader, converted from the element's type code to T (see
+/// ParameterUtils::Read).
+template <typename T>
+bool ReadValue(T& value, ParameterDefinitionElement* element, ParameterByteReader& reader)
+{
+    static_assert(sizeof(T) <= 8, "numbers are at most eight bytes wide");
+    ParameterDefinitionElementInfo const* info = element != nullptr ? element->Info : nullptr;
+    uint64_t raw = 0;
+    if (info == nullptr || IsDirect<T>(*info)) {
+        if (!ReadWidth(reader, sizeof(T), raw))
+            return false;
+        std::memcpy(&value, &raw, sizeof(T));
+        return true;
+    }
+    if (!IsNumberCode(info->Type)) {
+        ParameterLogging::Write(reader.Log(), ParameterLogging::LogError,
+                                "%s: Invalid read type %u\n", "Read",
+                                static_cast<unsigned int>(info->Type));
+        return false;
+    }
+    // ElementFourByte stands for a four-byte float whatever the code, as in the array reads.
+    bool const fourByte = HasFlag(*info, ElementFourByte);
+    unsigned int const width = fourByte ? 4 : TypeCodeWidth(info->Type);
+    SourceKind const kind =
+        fourByte ? SourceKind::Real : CodeKind(info->Type, std::is_floating_point_v<T>);
+    if (!ReadWidth(reader, width, raw)) {
+        // A converted value that is not there reads as 0; the field is not failed for it.
+        value = T();
+        return true;
+    }
+    unsigned char bytes[8];
+    std::memcpy(bytes, &raw, sizeof(bytes));
+    value = ConvertTo<T>(Decode(bytes, width, kind));
+    return true;
+}
+
 } // namespace ParameterReadDetail
 
 template <typename T>
@@ -271,39 +302,12 @@ bool ParameterUtils::Read(T* value, ParameterDefinitionElement* element,
                           unsigned char const* buffer, unsigned int length, unsigned int& pos,
                           unsigned char alignment, IParameterLoggingAPI* log)
 {
-    namespace Detail = ParameterReadDetail;
-    static_assert(sizeof(T) <= 8, "numbers are at most eight bytes wide");
     if (value == nullptr)
         return false;
-    ParameterByteReader reader(buffer, length, pos, alignment, log);
-    ParameterDefinitionElementInfo const* info = element != nullptr ? element->Info : nullptr;
-    uint64_t raw = 0;
-    if (info == nullptr || Detail::IsDirect<T>(*info)) {
-        if (!Detail::ReadWidth(reader, sizeof(T), raw))
-            return false;
-        std::memcpy(value, &raw, sizeof(T));
-        return true;
-    }
-    if (!Detail::IsNumberCode(info->Type)) {
-        ParameterLogging::Write(log, ParameterLogging::LogError, "%s: Invalid read type %u\n",
-                                "Read", static_cast<unsigned int>(info->Type));
-        return false;
-    }
-    // ElementFourByte stands for a four-byte float whatever the code, as in the array reads.
-    bool const fourByte = Detail::HasFlag(*info, ElementFourByte);
-    unsigned int const width = fourByte ? 4 : TypeCodeWidth(info->Type);
-    Detail::SourceKind const kind = fourByte
-                                        ? Detail::SourceKind::Real
-                                        : Detail::CodeKind(info->Type, std::is_floating_point_v<T>);
-    if (!Detail::ReadWidth(reader, width, raw)) {
-        // A converted value that is not there reads as 0; the field is not failed for it.
-        *value = T();
-        return true;
-    }
-    unsigned char bytes[8];
-    std::memcpy(bytes, &raw, sizeof(bytes));
-    *value = Detail::ConvertTo<T>(Detail::Decode(bytes, width, kind));
-    return true;
+    ParameterByteReader reader(buffer, length, alignment, log, pos);
+    bool const read = ParameterReadDetail::ReadValue(*value, element, reader);
+    pos = reader.Position();
+    return read;
 }
 
 template <typename T>
@@ -312,8 +316,10 @@ bool ParameterUtils::ReadArray(T* values, ParameterDefinitionElement* element,
                                unsigned int count, unsigned int alignment,
                                IParameterLoggingAPI* log)
 {
-    return ParameterReadDetail::ReadArrayCommon(values, element, buffer, length, pos, count,
-                                                static_cast<unsigned char>(alignment), log, false);
+    ParameterByteReader reader(buffer, length, static_cast<unsigned char>(alignment), log, pos);
+    bool const read = ParameterReadDetail::ReadArrayCommon(values, element, reader, count, false);
+    pos = reader.Position();
+    return read;
 }
 
 template <typename T>
@@ -323,6 +329,8 @@ bool ParameterUtils::ReadArrayNoFloat(T* values, ParameterDefinitionElement* ele
                                       IParameterLoggingAPI* log)
 {
     static_assert(sizeof(T) == 4, "enumerations are four bytes in memory");
-    return ParameterReadDetail::ReadArrayCommon(values, element, buffer, length, pos, count,
-                                                static_cast<unsigned char>(alignment), log, true);
+    ParameterByteReader reader(buffer, length, static_cast<unsigned char>(alignment), log, pos);
+    bool const read = ParameterReadDetail::ReadArrayCommon(values, element, reader, count, true);
+    pos = reader.Position();
+    return read;
 }

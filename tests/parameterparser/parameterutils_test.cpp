@@ -47,18 +47,18 @@ TEST(ParameterByteReaderTest, EachFieldStepsByTheLargerOfWidthAndAlignment)
         sink.PutU32(0x44556677u);
         sink.PutU64(0x8899AABBCCDDEEFFull);
         std::vector<uint8_t> const bytes = sink.Take();
-        unsigned int pos = 0;
-        ParameterByteReader reader(bytes.data(), static_cast<unsigned int>(bytes.size()), pos,
-                                   alignment, nullptr);
+        ParameterByteReader reader(bytes.data(), static_cast<unsigned int>(bytes.size()), alignment,
+                                   nullptr);
         uint8_t u8 = 0;
         uint16_t u16 = 0;
         uint32_t u32 = 0;
         uint64_t u64 = 0;
         std::vector<unsigned int> steps;
-        EXPECT_TRUE(reader.ReadU8(u8) && (steps.push_back(pos), reader.ReadU16(u16)) &&
-                    (steps.push_back(pos), reader.ReadU32(u32)) &&
-                    (steps.push_back(pos), reader.ReadU64(u64)));
-        steps.push_back(pos);
+        EXPECT_TRUE(reader.ReadU8(u8) &&
+                    (steps.push_back(reader.Position()), reader.ReadU16(u16)) &&
+                    (steps.push_back(reader.Position()), reader.ReadU32(u32)) &&
+                    (steps.push_back(reader.Position()), reader.ReadU64(u64)));
+        steps.push_back(reader.Position());
         EXPECT_EQ(steps, after);
         EXPECT_EQ(std::make_tuple(u8, u16, u32, u64),
                   std::make_tuple(0x11, 0x2233, 0x44556677u, 0x8899AABBCCDDEEFFull));
@@ -72,19 +72,18 @@ TEST(ParameterByteReaderTest, ShortReadLogsOnceAndFailsEveryLaterRead)
 {
     std::vector<uint8_t> const bytes(8, 0x11);
     ParamTest::LogCapture capture;
-    unsigned int pos = 4;
-    ParameterByteReader reader(bytes.data(), 8, pos, 1, nullptr);
     uint32_t word = 0xFFFFFFFFu;
     uint8_t byte = 0xFF;
     // At the bound the last word fits; one byte further it does not.
-    ASSERT_TRUE(reader.ReadU32(word));
-    pos = 5;
+    ParameterByteReader atBound(bytes.data(), 8, 1, nullptr, 4);
+    ASSERT_TRUE(atBound.ReadU32(word));
+    ParameterByteReader reader(bytes.data(), 8, 1, nullptr, 5);
     EXPECT_FALSE(reader.ReadU32(word) || reader.ReadU8(byte) || reader.Skip(1));
     EXPECT_EQ(word + byte, 0u);
     EXPECT_TRUE(reader.Failed() && reader.ReadCountedString(1) == nullptr &&
                 reader.Peek(1) == nullptr);
-    EXPECT_EQ(pos, 5u);
-    ParameterByteReader empty(nullptr, 100, pos = 0, 1, nullptr);
+    EXPECT_EQ(reader.Position(), 5u);
+    ParameterByteReader empty(nullptr, 100, 1, nullptr);
     EXPECT_FALSE(empty.ReadU8(byte));
     EXPECT_EQ(empty.Remaining(), 0u);
     EXPECT_EQ(capture.Messages(),
@@ -102,14 +101,12 @@ TEST(ParameterByteReaderTest, SkipsAndStringsMoveByCountRounded)
     sink.PutFixedString("name", 16); // a 13-byte field and its padding to 16
     sink.PutU32(42);
     std::vector<uint8_t> const bytes = sink.Take();
-    unsigned int pos = 0;
-    ParameterByteReader reader(bytes.data(), 24, pos, 8, nullptr);
+    ParameterByteReader reader(bytes.data(), 24, 8, nullptr);
     char* name = reader.ReadCountedString(13);
     EXPECT_STREQ(name, "name");
     VornFree(name, VornTagRelease);
     uint32_t value = 0;
     EXPECT_TRUE(reader.ReadU32(value) && value == 42u);
-    // A reader that owns its position starts where it is told.
     ParameterByteReader skipper(bytes.data(), 24, 8, nullptr, 0);
     EXPECT_TRUE(skipper.Skip(5) && skipper.Position() == 8u);
     EXPECT_TRUE(skipper.SkipUnaligned(3) && skipper.Position() == 11u);
@@ -126,6 +123,37 @@ TEST(ParameterByteReaderTest, SkipsAndStringsMoveByCountRounded)
     EXPECT_TRUE(capture.Messages().empty());
     ParameterByteReader none(nullptr, 4, 1, nullptr);
     EXPECT_EQ(none.ReadTextField(4), nullptr);
+}
+
+// A section or a record reads within its parent's bounds and no further, even where the buffer
+// goes on; it fails on its own while its parent goes on. A failed reader hands its failure down.
+TEST(ParameterByteReaderTest, SubReadersStayWithinTheirParent)
+{
+    std::vector<uint8_t> bytes(16);
+    for (size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<uint8_t>(i);
+    ParamTest::LogCapture capture;
+    ParameterByteReader file(bytes.data(), 16, 1, nullptr);
+    ParameterByteReader section = file.Section(4, 8);
+    ParameterByteReader record = section.Sub(6);
+    uint32_t word = 0;
+    uint16_t half = 0;
+    uint8_t byte = 0;
+    EXPECT_TRUE(record.ReadU32(word) && word == 0x07060504u);
+    EXPECT_FALSE(record.ReadU32(word));
+    EXPECT_TRUE(record.Failed() && !section.Failed() && !file.Failed());
+    EXPECT_EQ(section.Position(), 10u);
+    ParameterByteReader tail = section.Sub(6);
+    EXPECT_TRUE(tail.ReadU16(half) && half == 0x0B0Au);
+    EXPECT_FALSE(tail.ReadU8(byte));
+    EXPECT_EQ(section.Position(), 12u);
+    // Nothing before the section's start or behind its end can be cut out of it.
+    EXPECT_EQ(section.Section(2, 4).Remaining(), 0u);
+    EXPECT_EQ(section.Section(11, 100).Remaining(), 1u);
+    EXPECT_TRUE(record.Sub(1).Failed() && record.Section(4, 1).Peek(1) == nullptr);
+    EXPECT_EQ(capture.Messages(),
+              (Messages{"Failed to read 4 bytes from binary file offset 8, length 10\n",
+                        "Failed to read 1 bytes from binary file offset 12, length 12\n"}));
 }
 
 // ---- ParameterUtils reads and writes ------------------------------------------------------------

@@ -13,6 +13,7 @@
 
 #include "parameterparser/moduledata.h"
 #include "parameterparser/parameterbinaryfile.h"
+#include "parameterparser/parameterbytereader.h"
 #include "parameterparser/parameterfileheader.h"
 #include "parameterparser/parameterfilesymboltableentry.h"
 #include "parameterparser/parametersetmanager.h"
@@ -272,13 +273,12 @@ TEST(ReadSectionInfoTest, RefusesTablesThatBreakALimit)
         if (unknownRecord)
             writer.AddRawSectionRecord(9, 0, 0);
         std::vector<uint8_t> bytes = writer.Build();
-        unsigned int pos =
+        unsigned int const start =
             fromEnd == 0 ? static_cast<unsigned int>(writer.HeaderSize()) : Size(bytes) - fromEnd;
+        ParameterByteReader reader(bytes.data(), Size(bytes), 1, logged ? &logger : nullptr, start);
         ParameterSectionTable sections;
         char errorText[ParameterSetManager::ErrorStringLength] = {};
-        EXPECT_EQ(ReadSectionRecords(bytes.data(), Size(bytes), pos, 1, count, sections, errorText,
-                                     logged ? &logger : nullptr),
-                  read);
+        EXPECT_EQ(ReadSectionRecords(reader, count, sections, errorText), read);
         EXPECT_STREQ(errorText, error);
         EXPECT_EQ(log.Messages(), message.empty() ? Messages{} : Messages{message});
         if (fromEnd == 0) {
@@ -286,10 +286,10 @@ TEST(ReadSectionInfoTest, RefusesTablesThatBreakALimit)
             EXPECT_EQ(sections.data.Offset, count >= 2 ? writer.SectionOffsetAt(1) : 0u);
         }
     }
-    unsigned int pos = 0;
+    ParameterByteReader none(nullptr, 0, 1, nullptr);
     ParameterSectionTable sections;
     char errorText[ParameterSetManager::ErrorStringLength] = {};
-    EXPECT_FALSE(ReadSectionRecords(nullptr, 0, pos, 1, 2, sections, errorText, nullptr));
+    EXPECT_FALSE(ReadSectionRecords(none, 2, sections, errorText));
     EXPECT_STREQ(errorText, "ReadSectionInfo: buffer is nullptr");
 }
 

@@ -895,12 +895,11 @@ TEST(ParameterDefinitionEnumTest, ReadsItsRecordBehindTheKind)
     DefinitionTableBuilder builder;
     builder.AddEnum({9, "Mode", std::nullopt, {{1, true, "On", "lit"}, {0, false, "Off", ""}}});
     std::vector<uint8_t> const bytes = builder.Build(1);
-    unsigned int pos = 1;
-    ParameterByteReader reader(bytes.data(), static_cast<unsigned int>(bytes.size()), pos, 1,
-                               nullptr);
+    ParameterByteReader reader(bytes.data(), static_cast<unsigned int>(bytes.size()), 1, nullptr,
+                               1);
     ParameterDefinitionEnum enumeration(reader);
     EXPECT_FALSE(reader.Failed());
-    EXPECT_EQ(pos, bytes.size());
+    EXPECT_EQ(reader.Position(), bytes.size());
     EXPECT_EQ(enumeration.ID, 9u);
     EXPECT_STREQ(enumeration.Name, "Mode");
     EXPECT_EQ(enumeration.NameHash, Hash("Mode"));
@@ -911,8 +910,7 @@ TEST(ParameterDefinitionEnumTest, ReadsItsRecordBehindTheKind)
     EXPECT_STREQ(enumeration.Values[1]->Name, "Off");
 
     ParamTest::LogCapture log;
-    pos = 1;
-    ParameterByteReader shortReader(bytes.data(), 12, pos, 1, nullptr);
+    ParameterByteReader shortReader(bytes.data(), 12, 1, nullptr, 1);
     ParameterDefinitionEnum cut(shortReader);
     EXPECT_TRUE(shortReader.Failed());
     EXPECT_STREQ(cut.Name, "");

@@ -121,8 +121,7 @@ TEST_P(FileLayoutTest, HeaderTableSectionsAndChecksumFollowTheVersion)
     EXPECT_EQ(writer.HeaderSize(), c.headerSize);
 
     // Header, read field by field at alignment 1.
-    unsigned int pos = 0;
-    ParameterByteReader header(file.data(), length, pos, 1, nullptr);
+    ParameterByteReader header(file.data(), length, 1, nullptr);
     EXPECT_EQ(ReadText(header, 28), "ZEL Varitonal Header");
     EXPECT_EQ(ReadField(header, 4), length);
     EXPECT_EQ(ReadField(header, 2), c.version.major);
@@ -137,14 +136,16 @@ TEST_P(FileLayoutTest, HeaderTableSectionsAndChecksumFollowTheVersion)
     }
     EXPECT_EQ(ReadField(header, 4), c.headerSize); // SectionOffset
     EXPECT_EQ(ReadField(header, 4), 3u);           // SectionCount
-    EXPECT_EQ(pos, c.headerSize);
+    unsigned int const tableStart = header.Position();
+    EXPECT_EQ(tableStart, c.headerSize);
 
     // Section table, directly behind, stepping at the file's alignment.
-    ParameterByteReader table(file.data(), length, pos, c.alignment, nullptr);
+    ParameterByteReader table(file.data(), length, c.alignment, nullptr, tableStart);
     uint64_t records[3][3] = {};
     for (auto& record : records)
         for (uint64_t& field : record)
             field = ReadField(table, 4);
+    unsigned int const pos = table.Position();
     EXPECT_EQ(pos, c.headerSize + 3 * (c.alignment == 8 ? 24u : 12u));
     EXPECT_EQ(writer.SectionTableSize(), pos - c.headerSize);
     EXPECT_EQ(records[0][0], 0u);
@@ -336,16 +337,15 @@ TEST(SymbolTableBuilderTest, PaddedEntriesStep72BytesWithTheCountedRestAtTheEnd)
         std::vector<uint8_t> const symbol = builder.Build().symbol;
         ASSERT_EQ(symbol.size(), 152u);
 
-        unsigned int pos = 72;
-        ParameterByteReader reader(symbol.data(), static_cast<unsigned int>(symbol.size()), pos, 8,
-                                   nullptr);
+        ParameterByteReader reader(symbol.data(), static_cast<unsigned int>(symbol.size()), 8,
+                                   nullptr, 72);
         EXPECT_EQ(ReadField(reader, 4), 2u);
         EXPECT_EQ(ReadText(reader, 32), name.substr(0, 32));
         EXPECT_EQ(ReadField(reader, 8), 0x0000000000040003ull);
         EXPECT_EQ(ReadField(reader, 4), 0x01000002u);
         EXPECT_EQ(ReadField(reader, 4), 8u); // the first block padded to 8 bytes
         EXPECT_EQ(ReadField(reader, 4), 1u);
-        EXPECT_EQ(pos, 144u);
+        EXPECT_EQ(reader.Position(), 144u);
         EXPECT_EQ(ReadRaw(reader, 8), 0u);
     }
 }
@@ -363,9 +363,8 @@ TEST(SymbolTableBuilderTest, DuplicatesShareTheFirstBlockAndItsIdentifier)
     // One copy of each distinct block.
     EXPECT_EQ(sections.data.size(), 6u);
 
-    unsigned int pos = 0;
     ParameterByteReader symbols(sections.symbol.data(),
-                                static_cast<unsigned int>(sections.symbol.size()), pos, 1, nullptr);
+                                static_cast<unsigned int>(sections.symbol.size()), 1, nullptr);
     uint64_t const fields[][2] = {// The placeholder, then the module's entry.
                                   {8, 0},
                                   {8, 0},
@@ -384,8 +383,7 @@ TEST(SymbolTableBuilderTest, DuplicatesShareTheFirstBlockAndItsIdentifier)
 
     // | Offset | Size | DuplicateID | per data entry, after the zeroed placeholder.
     ASSERT_EQ(sections.dataTable.size(), 48u);
-    pos = 12;
-    ParameterByteReader table(sections.dataTable.data(), 48, pos, 1, nullptr);
+    ParameterByteReader table(sections.dataTable.data(), 48, 1, nullptr, 12);
     for (uint32_t id : {original, copy, later}) {
         SCOPED_TRACE(id);
         EXPECT_EQ(ReadField(table, 4), 2u);
@@ -461,8 +459,7 @@ TEST(DefinitionTableBuilderTest, EveryRecordKindReadsBackFieldByFieldAtBothAlign
     for (unsigned char alignment : {1, 8}) {
         std::vector<uint8_t> const bytes = builder.Build(alignment);
         auto const length = static_cast<unsigned int>(bytes.size());
-        unsigned int pos = 0;
-        ParameterByteReader reader(bytes.data(), length, pos, alignment, nullptr);
+        ParameterByteReader reader(bytes.data(), length, alignment, nullptr);
         for (size_t i = 0; i < std::size(expected); ++i) {
             Step const& step = expected[i];
             SCOPED_TRACE("alignment " + std::to_string(alignment) + ", step " + std::to_string(i));

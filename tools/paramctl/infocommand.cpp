@@ -9,9 +9,9 @@
 
 #include "platform/vornalloc.h"
 
+#include "parameterparser/parameterbytereader.h"
 #include "parameterparser/parameterdefinitions.h"
 #include "parameterparser/parameterfilesymboltable.h"
-#include "parameterparser/parameterutils.h"
 #include "tools/paramctl/commandline.h"
 #include "tools/paramctl/commands.h"
 #include "tools/paramctl/jsonoutput.h"
@@ -78,11 +78,10 @@ std::string CreatedBy(std::vector<unsigned char>& bytes, VersionUnion const& ver
 {
     if (version < VersionUnion(1, 0, 2))
         return "";
-    unsigned int pos = CreatedByOffset;
-    std::unique_ptr<char, void (*)(char*)> text(
-        ParameterUtils::ReadString(bytes.data(), static_cast<unsigned int>(bytes.size()), pos,
-                                   CreatedByLength, 1),
-        [](char* p) { VornFree(p, VornTagRelease); });
+    ParameterByteReader reader(bytes.data(), static_cast<unsigned int>(bytes.size()), 1, nullptr,
+                               CreatedByOffset);
+    std::unique_ptr<char, void (*)(char*)> text(reader.ReadTextField(CreatedByLength),
+                                                [](char* p) { VornFree(p, VornTagRelease); });
     return text ? text.get() : "";
 }
 

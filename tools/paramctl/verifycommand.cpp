@@ -7,11 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/vornalloc.h"
-
 #include "parameterparser/defaultmodule.h"
 #include "parameterparser/moduledata.h"
 #include "parameterparser/parameterdefinitions.h"
+#include "parameterparser/parameterfileheader.h"
 #include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parametermodule.h"
 #include "parameterparser/parsercrc.h"
@@ -390,17 +389,11 @@ int RunVerify(int argc, char** argv)
 
     // The header as the loader reads it: a tag or version it does not take means the input is
     // no tuning file this build can judge.
-    unsigned int pos = 0;
-    unsigned int sectionOffset = 0;
-    unsigned int sectionCount = 0;
-    unsigned char alignment = 1;
-    unsigned long flags = 0;
-    char* tag = nullptr;
+    ParameterFileHeader fields;
     char errorText[ParameterSetManager::ErrorStringLength] = {};
-    bool const header = ParameterSetManager::ReadHeader(
-        bytes.data(), static_cast<unsigned int>(bytes.size()), pos, sectionOffset, alignment,
-        verdict.version, tag, flags, sectionCount, errorText, nullptr);
-    VornFree(tag, VornTagRelease);
+    bool const header = ReadFileHeader(bytes.data(), static_cast<unsigned int>(bytes.size()),
+                                       fields, errorText, nullptr);
+    verdict.version = fields.layout.version;
     for (char const* text : NotATuningFile) {
         if (!header && std::strncmp(errorText, text, std::strlen(text)) == 0) {
             std::fprintf(stderr, "paramctl verify: %s: not a tuning file this build reads: %s\n",

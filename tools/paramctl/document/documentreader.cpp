@@ -134,10 +134,15 @@ public:
 private:
     void Problem(std::string text) { m_problems.push_back(std::move(text)); }
 
+    /// A reader of the whole file at its alignment, for cutting out sections.
+    ParameterByteReader File() const
+    {
+        return ParameterByteReader(m_bytes.data(), m_length, m_alignment, nullptr);
+    }
+
     bool ReadHeader(std::string& error)
     {
-        unsigned int pos = 0;
-        ParameterByteReader reader(m_bytes.data(), m_length, pos, 1, nullptr);
+        ParameterByteReader reader(m_bytes.data(), m_length, 1, nullptr);
         Json header = Json::object();
         header["tag"] = Printable(FixedText(reader, HeaderTagWidth));
         uint32_t fileSize = 0;
@@ -198,9 +203,9 @@ private:
     void ReadSections()
     {
         Json sections = Json::array();
-        unsigned int pos = m_sectionOffset;
-        ParameterByteReader reader(m_bytes.data(), m_payloadEnd, pos, m_alignment, nullptr);
-        size_t furthest = pos;
+        ParameterByteReader reader(m_bytes.data(), m_payloadEnd, m_alignment, nullptr,
+                                   m_sectionOffset);
+        size_t furthest = reader.Position();
         for (uint32_t i = 0; i < m_sectionCount; ++i) {
             Section section;
             if (!reader.ReadU32(section.type) || !reader.ReadU32(section.offset) ||
@@ -210,7 +215,7 @@ private:
                 break;
             }
             section.usable =
-                section.offset <= m_payloadEnd && section.size <= m_payloadEnd - section.offset;
+                ParameterByteReader::InBounds(section.offset, section.size, m_payloadEnd);
             if (!section.usable)
                 Problem("section " + std::to_string(i) + " lies outside the file");
             else
@@ -224,7 +229,7 @@ private:
             record["size"] = section.size;
             sections.push_back(std::move(record));
             m_sections.push_back(section);
-            furthest = std::max<size_t>(furthest, pos);
+            furthest = std::max<size_t>(furthest, reader.Position());
         }
         m_document["sections"] = std::move(sections);
         // Bytes between the last section and the checksum: pack writes as many zeros.
@@ -422,10 +427,8 @@ private:
             return;
         m_hasDefinitions = true;
         Json records = Json::array();
-        unsigned int pos = section->offset;
-        unsigned int const end = section->offset + section->size;
-        ParameterByteReader reader(m_bytes.data(), end, pos, m_alignment, nullptr);
-        while (pos < end && !reader.Failed()) {
+        ParameterByteReader reader = File().Section(section->offset, section->size);
+        while (reader.Remaining() > 0 && !reader.Failed()) {
             uint8_t kind = 0;
             if (!reader.ReadU8(kind))
                 break;
@@ -461,9 +464,9 @@ private:
             unsigned int const index = static_cast<unsigned int>(m_modes.size());
             m_modes.emplace_back();
             Json table = Json::object();
-            unsigned int pos = section.usable ? section.offset : 0;
-            unsigned int const end = section.usable ? section.offset + section.size : 0;
-            ParameterByteReader reader(m_bytes.data(), end, pos, m_alignment, nullptr);
+            // A section outside the file is read as an empty one.
+            ParameterByteReader reader = File().Section(section.usable ? section.offset : 0,
+                                                        section.usable ? section.size : 0);
             if (nameField != 0)
                 table["name"] = Printable(FixedText(reader, nameField));
             if (section.usable &&
@@ -472,7 +475,7 @@ private:
                         " has a size that is no whole "
                         "number of entries");
             Json entries = Json::array();
-            while (end - pos >= entrySize && section.usable) {
+            while (section.usable && reader.Remaining() >= entrySize) {
                 ModeRecord record;
                 uint64_t mode = 0;
                 static_cast<void>(reader.ReadU32(record.modeId) && reader.ReadU64(mode) &&
@@ -616,9 +619,7 @@ private:
             Problem(std::string(isSymbol ? "symbol" : "data") + " table size " +
                     std::to_string(section.size) + " is no multiple of " +
                     std::to_string(entrySize));
-        unsigned int pos = section.offset;
-        ParameterByteReader reader(m_bytes.data(), section.offset + section.size, pos, m_alignment,
-                                   nullptr);
+        ParameterByteReader reader = File().Section(section.offset, section.size);
         for (uint32_t i = 0; i < count && !reader.Failed(); ++i) {
             TableEntry entry;
             entry.isSymbol = isSymbol;
@@ -645,8 +646,8 @@ private:
             entry.duplicateId = entry.id;
             if (AtLeast(m_version, 3, 0, 2))
                 static_cast<void>(reader.ReadU32(entry.duplicateId));
-            if (m_data != nullptr && entry.offset <= m_data->size &&
-                entry.size <= m_data->size - entry.offset)
+            if (m_data != nullptr &&
+                ParameterByteReader::InBounds(entry.offset, entry.size, m_data->size))
                 entry.bytes = {m_bytes.data() + m_data->offset + entry.offset, entry.size};
             else if (entry.size != 0)
                 Problem("entry " + std::to_string(entry.id) + " lies outside the data section");

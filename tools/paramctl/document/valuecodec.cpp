@@ -243,8 +243,7 @@ private:
         EntryBytes block;
         if (!Entry(id, block) || (id == 0 && count != 0))
             return false;
-        unsigned int pos = 0;
-        ParameterByteReader reader(block.data, block.size, pos, m_alignment, nullptr);
+        ParameterByteReader reader(block.data, block.size, m_alignment, nullptr);
         return Items(element, count, reader, depth, out);
     }
 
@@ -549,9 +548,8 @@ bool ValueCodec::Decode(uint32_t structureId, EntryBytes data, EntryLookup const
                         size_t& budget, Json& values, std::vector<uint32_t>& referenced) const
 {
     referenced.clear();
-    unsigned int pos = 0;
     unsigned char const alignment = TuningWriter::AlignmentFor(m_version);
-    ParameterByteReader reader(data.data, data.size, pos, alignment, nullptr);
+    ParameterByteReader reader(data.data, data.size, alignment, nullptr);
     Decoder decoder(m_version, m_structures, lookup, referenced, budget);
     if (!decoder.Structure(structureId, reader, 0, values))
         return false;
