@@ -1,184 +1,201 @@
 // SPDX-License-Identifier: Apache-2.0
-// ParameterFileLoader: the header, the section table, the mode sections and the tables behind
-// them, read into a main manager.
+// ParameterFileLoader: the two load paths, the header, the section table and the tables behind
+// it, read into a main manager; and the manager's static readers and member forms of the steps.
 #include "parameterparser/parameterfileloader.h"
 
-#include <algorithm>
-#include <cstddef>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
 #include <new>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "platform/vornalloc.h"
+#include "platform/vornosutils.h"
 
 #include "parameterparser/modeentry.h"
 #include "parameterparser/modeslot.h"
 #include "parameterparser/moduledata.h"
 #include "parameterparser/parameterbinaryfile.h"
-#include "parameterparser/parameterbytereader.h"
 #include "parameterparser/parameterfileheader.h"
 #include "parameterparser/parameterfilesymboltableentry.h"
-#include "parameterparser/parametermodetable.h"
 #include "parameterparser/parametersetmanager.h"
 
 namespace {
 
-// A Mode ID holds the table index in its top byte and the slot index below it.
-// Link ID of an entry that has no link.
-constexpr uint32_t NoLink = 0xFFFFFFFF;
-// Flag bit of an entry whose node may not be unloaded.
-constexpr uint32_t ResidentFlag = 0x1;
-// Modes below this value (Default, Sensor) are always loaded and resident.
-constexpr unsigned int FirstUnloadableMode = 2;
+constexpr unsigned long MaxBufferLength = 0xFFFFFFFFUL;
 
-// One mode entry as read from a section.
-struct ModeRecord
+// Why a file gave no image, as the file system tells it: the errno text of the open, or what
+// kind of file it is.
+void DescribeUnreadableFile(char const* fileName, char* text, size_t size)
 {
-    uint32_t modeId;
-    ModeUnion mode;
-    uint32_t parentId;
-    uint32_t linkId;
-    uint32_t flags;
-};
-
-// Reads the entry at the reader's position. Fields that are not there keep the defaults the
-// caller put in record; the reader has then logged the short read.
-void ReadModeRecord(ParameterByteReader& reader, ParameterFileLayout const& layout,
-                    ModeRecord& record)
-{
-    uint32_t value = 0;
-    uint64_t raw = 0;
-    if (reader.ReadU32(value))
-        record.modeId = value;
-    if (reader.ReadU64(raw))
-        record.mode.Raw = raw;
-    if (reader.ReadU32(value))
-        record.parentId = value;
-    if (layout.modeHasLink && reader.ReadU32(value))
-        record.linkId = value;
-    if (layout.modeHasFlags && reader.ReadU32(value))
-        record.flags = value;
+    int const fd = open(fileName, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        Vorn::OsUtils::SNPrintF(text, size, "Unable to open binary file '%s': %s", fileName,
+                                std::strerror(errno));
+        return;
+    }
+    struct stat status = {};
+    bool const known = fstat(fd, &status) == 0;
+    close(fd);
+    auto const fileSize = static_cast<unsigned long long>(status.st_size);
+    if (known && S_ISDIR(status.st_mode))
+        Vorn::OsUtils::SNPrintF(text, size, "Unable to read binary file '%s': Is a directory",
+                                fileName);
+    else if (known && fileSize == 0)
+        Vorn::OsUtils::SNPrintF(text, size, "Binary file '%s' is empty", fileName);
+    else if (known && fileSize > UINT32_MAX)
+        Vorn::OsUtils::SNPrintF(text, size, "Binary file '%s' is too large: %llu bytes, at most %u",
+                                fileName, fileSize, static_cast<unsigned int>(UINT32_MAX));
+    else
+        Vorn::OsUtils::SNPrintF(text, size, "Unable to read binary file '%s' (%llu bytes)",
+                                fileName, fileSize);
 }
-
-// The address of a slot's node pointer. Slots are packed, so the pointer may be misaligned and
-// is read through ModeEntry::ResolveLink rather than dereferenced.
-ModeEntry** SlotLink(ModeSlot* slot)
-{
-    return reinterpret_cast<ModeEntry**>(reinterpret_cast<unsigned char*>(slot) +
-                                         offsetof(ModeSlot, mode));
-}
-
-// Checks that the three IDs of an entry name slots of its own table. False after keeping the
-// reason as the manager's error.
-bool CheckModeRecord(ParameterSetManager& manager, ParameterModeTable const& table,
-                     unsigned int tableIndex, ModeRecord const& record)
-{
-    bool const hasLink = record.linkId != NoLink;
-    if (ModeId::TableIndex(record.modeId) != tableIndex) {
-        ParameterLogging::Write(
-            &manager, ParameterLogging::LogError,
-            "ReadModeSection: Mode Table Index in Mode ID (%u) does not match expected (%u)\n",
-            record.modeId, tableIndex);
-        manager.SetError("ReadModeSection: Index from Mode ID does not match expected");
-        return false;
-    }
-    if (ModeId::TableIndex(record.parentId) != tableIndex) {
-        ParameterLogging::Write(&manager, ParameterLogging::LogError,
-                                "ReadModeSection: Mode Table Index != Parent Table Index,Mode ID "
-                                "(%u), Parent ID (%u)\n",
-                                record.modeId, record.parentId);
-        manager.SetError("ReadModeSection: Mode Table Index != Parent Table Index");
-        return false;
-    }
-    if (hasLink && ModeId::TableIndex(record.linkId) != tableIndex) {
-        ParameterLogging::Write(
-            &manager, ParameterLogging::LogError,
-            "ReadModeSection: Mode Table Index != Link Table Index, Mode ID (%u), Link ID (%u)\n",
-            record.modeId, record.linkId);
-        manager.SetError("ReadModeSection: Mode Table Index != Link Table Index");
-        return false;
-    }
-    char const* refusal = nullptr;
-    if (ModeId::SlotIndex(record.modeId) >= table.m_modeCount)
-        refusal = "ReadModeSection: Mode ID exceeds mode count";
-    else if (ModeId::SlotIndex(record.parentId) >= table.m_modeCount)
-        refusal = "ReadModeSection: Parent Mode ID exceeds mode count";
-    else if (hasLink && ModeId::SlotIndex(record.linkId) >= table.m_modeCount)
-        refusal = "ReadModeSection: Link Mode ID exceeds mode count";
-    if (refusal != nullptr) {
-        manager.SetError(refusal);
-        return false;
-    }
-    return true;
-}
-
-// Checks one entry, then places its node in the slot and in the tree. False when a check failed;
-// the reason is then kept as the manager's error.
-bool ReadModeEntry(ParameterSetManager& manager, ParameterModeTable& table, unsigned int tableIndex,
-                   ModeRecord const& record, bool fileMode)
-{
-    if (!CheckModeRecord(manager, table, tableIndex, record))
-        return false;
-    bool const isRootEntry = record.parentId == record.modeId;
-    ModeEntry* parentNode =
-        isRootEntry ? nullptr : table.modes[ModeId::SlotIndex(record.parentId)].mode;
-    ModeEntry** link = record.linkId != NoLink
-                           ? SlotLink(&table.modes[ModeId::SlotIndex(record.linkId)])
-                           : nullptr;
-
-    // An entry that repeats its parent's mode and sub-mode differs only in pipeline: it shares
-    // the parent's node and so the parent's modules, and keeps only its own slot.
-    ModeEntry* node = nullptr;
-    if (parentNode != nullptr && parentNode->mode.Parts.mode == record.mode.Parts.mode &&
-        parentNode->mode.Parts.subMode == record.mode.Parts.subMode) {
-        node = parentNode;
-    } else {
-        // In file mode the node's modules are read when the mode is first used.
-        node = new (std::nothrow) ModeEntry(!fileMode, (record.flags & ResidentFlag) != 0);
-        if (node == nullptr) {
-            manager.SetError("ReadModeSection: Failed to allocate a mode entry");
-            return false;
-        }
-        node->Initialize(record.modeId, record.mode, link);
-    }
-
-    ModeSlot& slot = table.modes[ModeId::SlotIndex(record.modeId)];
-    slot.mode = node;
-    slot.pipeline = static_cast<uint8_t>(record.mode.Parts.pipeline & 0xFF);
-
-    if (table.rootMode == nullptr) {
-        table.rootMode = node;
-        node->loaded = true;
-        node->resident = true;
-        return true;
-    }
-    if (node->mode.Parts.mode < FirstUnloadableMode) {
-        node->loaded = true;
-        node->resident = true;
-    }
-    if (parentNode != nullptr && parentNode != node)
-        parentNode->AddMode(node);
-    else if (node != parentNode)
-        // A node whose parent slot is still empty (or a second root) has no place in the tree;
-        // the table keeps it so that it is freed with the tree.
-        table.detachedModes.Add(node);
-    return true;
-}
-
-// The bytes of one mode section: the caller's buffer in buffer mode, a copy read from the file
-// in file mode (freed with this object).
-struct ModeSectionBytes
-{
-    ModeSectionBytes() = default;
-    ModeSectionBytes(ModeSectionBytes const&) = delete;
-    ModeSectionBytes& operator=(ModeSectionBytes const&) = delete;
-    ~ModeSectionBytes() { VornFree(own, VornTagRelease); }
-
-    unsigned char* bytes = nullptr;
-    unsigned int length = 0;
-    unsigned int start = 0;
-    unsigned char* own = nullptr;
-};
 
 } // namespace
+
+bool ParameterFileLoader::LoadFromBuffer(unsigned char* buffer, unsigned long length)
+{
+    ParameterSetManager& m = m_manager;
+    ParameterLogging::Write(&m, ParameterLogging::LogVerbose,
+                            "Load Binary Parameters from buffer\n");
+    m.m_loadStatus = false;
+    m.m_errorString[0] = '\0';
+    if (m.m_symbolTable != nullptr) {
+        m.SetError("Binary file already loaded");
+        return false;
+    }
+    if (length > MaxBufferLength) {
+        ParameterLogging::Write(&m, ParameterLogging::LogError,
+                                "Buffer length (%llu) exceeds maximum %lu\n",
+                                static_cast<unsigned long long>(length), MaxBufferLength);
+        return false;
+    }
+
+    unsigned int position = 0;
+    unsigned int sectionTableOffset = 0;
+    unsigned char alignment = 1;
+    auto const size = static_cast<unsigned int>(length);
+    if (!ReadHeader(buffer, size, position, sectionTableOffset, alignment))
+        return m.m_loadStatus;
+    m.m_loadStatus =
+        ReadSections(buffer, size, nullptr, nullptr, 0, sectionTableOffset, &m, alignment);
+    if (!m.m_loadStatus)
+        return false;
+    ParameterLogging::Write(&m, ParameterLogging::LogVerbose,
+                            "Load Binary Parameters completed: Tag: %s, Version: %d.%d.%d\n",
+                            m.m_binaryTag != nullptr ? m.m_binaryTag : "",
+                            m.m_binaryVersion.Parts.Major, m.m_binaryVersion.Parts.Minor,
+                            static_cast<int>(m.m_binaryVersion.Parts.Patch));
+    // Inside a reload the worker starts once the reload is complete.
+    m.StartKnobbyWorker();
+    return m.m_loadStatus;
+}
+
+bool ParameterFileLoader::LoadFromFile(char const* fileName)
+{
+    ParameterSetManager& m = m_manager;
+    if (fileName == nullptr) {
+        m.SetError("LoadBinaryParameters called with nullptr file name");
+        return m.m_loadStatus;
+    }
+    size_t const nameLength = std::strlen(fileName);
+    if (nameLength >= ParameterSetManager::MaxFileNameLength) {
+        ParameterLogging::Write(&m, ParameterLogging::LogError,
+                                "File name length (%lld) exceeds max file name length of %d\n",
+                                static_cast<long long>(nameLength),
+                                static_cast<int>(ParameterSetManager::MaxFileNameLength));
+        return m.m_loadStatus;
+    }
+    ParameterLogging::Write(&m, ParameterLogging::LogVerbose,
+                            "Load Binary Parameters from file: %s\n", fileName);
+    m.m_loadStatus = false;
+    m.m_errorString[0] = '\0';
+    if (m.m_symbolTable != nullptr) {
+        m.SetError("Binary file already loaded");
+        return false;
+    }
+
+    auto* file = new (std::nothrow) ParameterBinaryFile(fileName, &m);
+    unsigned int const size = file != nullptr ? file->GetLength() : 0;
+    // A file that did not open has length 0, so this read reports it too.
+    unsigned char* image = file != nullptr ? file->Read(0, size) : nullptr;
+    if (image == nullptr) {
+        char reason[ParameterSetManager::ErrorStringLength];
+        DescribeUnreadableFile(fileName, reason, sizeof(reason));
+        m.SetError(reason);
+        ReleaseFile(file);
+        return m.m_loadStatus;
+    }
+
+    if (!m.m_fileModeAllowed) {
+        // m_fileName stays empty: the manager works in buffer mode.
+        m.m_loadStatus = m.LoadBinaryParameters(image, size);
+        VornFree(image, VornTagRelease);
+        ReleaseFile(file);
+        return m.m_loadStatus;
+    }
+
+    if (fileName != m.m_fileName)
+        Vorn::OsUtils::StrLCpy(m.m_fileName, fileName, sizeof(m.m_fileName));
+    unsigned int position = 0;
+    unsigned int sectionTableOffset = 0;
+    unsigned char alignment = 1;
+    // The header is checked over the whole image so that the checksum covers the entire file.
+    bool const headerRead = ReadHeader(image, size, position, sectionTableOffset, alignment);
+    VornFree(image, VornTagRelease);
+    if (headerRead)
+        ReadFileSections(file, size, sectionTableOffset, alignment);
+    ReleaseFile(file);
+    return m.m_loadStatus;
+}
+
+void ParameterFileLoader::ReadFileSections(ParameterBinaryFile* file, unsigned int fileSize,
+                                           unsigned int sectionTableOffset, unsigned char alignment)
+{
+    ParameterSetManager& m = m_manager;
+    // Only the window with the section table is read for the sections; the tables behind it are
+    // read from the file by their offsets.
+    unsigned int const windowSize = ParameterSetManager::HeaderWindowSize;
+    unsigned char* window = file->Read(0, windowSize);
+    if (window == nullptr) {
+        ParameterLogging::Write(&m, ParameterLogging::LogError,
+                                "Failed to read %d bytes from binary file %s\n",
+                                static_cast<int>(windowSize), m.m_fileName);
+        return;
+    }
+    if ((m.m_binaryFlags & ParameterSetManager::CompressedFlag) != 0) {
+        ParameterLogging::Write(&m, ParameterLogging::LogError,
+                                "Compressed binary files ssupport removed in V5.1.0\n");
+        m.m_loadStatus = false;
+    } else {
+        m.m_loadStatus = ReadSections(window, windowSize, m.m_fileName, file, fileSize,
+                                      sectionTableOffset, &m, alignment);
+        if (m.m_loadStatus) {
+            ParameterLogging::Write(&m, ParameterLogging::LogVerbose,
+                                    "Load Binary Parameters completed: Binary Version: %d.%d.%d\n",
+                                    m.m_binaryVersion.Parts.Major, m.m_binaryVersion.Parts.Minor,
+                                    static_cast<int>(m.m_binaryVersion.Parts.Patch));
+            m.StartKnobbyWorker();
+        }
+    }
+    VornFree(window, VornTagRelease);
+}
+
+void ParameterFileLoader::ReleaseFile(ParameterBinaryFile* file)
+{
+    ParameterSetManager& m = m_manager;
+    if (file == nullptr)
+        return;
+    // A symbol table that took the file over keeps it; it closes until a mode load needs it.
+    if (m.m_fileModeAllowed && m.m_symbolTable != nullptr && m.m_symbolTable->GetFile() == file) {
+        m.m_symbolTable->FileReference(-1);
+        return;
+    }
+    delete file;
+}
 
 bool ParameterFileLoader::ReadHeader(unsigned char* buffer, unsigned int length,
                                      unsigned int& position, unsigned int& sectionTableOffset,
@@ -323,108 +340,6 @@ bool ParameterFileLoader::CreateModules(bool fileMode)
         }
     }
     return result;
-}
-
-bool ParameterFileLoader::ReadModeSections(unsigned char* buffer, unsigned int length,
-                                           ParameterBinaryFile* file, unsigned char alignment)
-{
-    ParameterSetManager& m = m_manager;
-    unsigned int const sectionCount = m.m_modeSections.Count();
-    if (sectionCount == 0) {
-        ParameterLogging::Write(&m, ParameterLogging::LogVerbose,
-                                "ReadModeSection: No mode tables in binary, creating default\n");
-        return m.m_modeTree.AddDefaultTable();
-    }
-
-    ParameterFileLayout const layout = ParameterFileLayout::For(m.m_binaryVersion, alignment);
-    bool result = false;
-    for (unsigned int section = 0; section < sectionCount; ++section)
-        static_cast<void>(ReadModeSection(section, buffer, length, file, layout, result));
-    return result;
-}
-
-bool ParameterFileLoader::ReadModeSection(unsigned int section, unsigned char* buffer,
-                                          unsigned int length, ParameterBinaryFile* file,
-                                          ParameterFileLayout const& layout, bool& result)
-{
-    ParameterSetManager& m = m_manager;
-    ParameterSectionTable::SectionInfo const info = m.m_modeSections[section];
-    unsigned int const nameLength = layout.modeNameLength;
-    unsigned int const entrySize = layout.modeEntrySize;
-    unsigned int count = info.Size >= nameLength ? (info.Size - nameLength) / entrySize : 0;
-    unsigned int const expected = nameLength + entrySize * count;
-    if (info.Size != expected) {
-        ParameterLogging::Write(&m, ParameterLogging::LogError,
-                                "ReadModeSection: ModeSize %u does not match expected size %u\n",
-                                static_cast<unsigned int>(info.Size),
-                                static_cast<unsigned int>(expected));
-        return false;
-    }
-
-    ModeSectionBytes source;
-    source.bytes = buffer;
-    source.length = length;
-    source.start = info.Offset;
-    if (file != nullptr) {
-        source.own = file->Read(info.Offset, info.Size);
-        if (source.own == nullptr)
-            ParameterLogging::Write(&m, ParameterLogging::LogError,
-                                    "ReadModeSection(%u): Failed to read %u bytes for mode table "
-                                    "from binary file\n",
-                                    section, static_cast<unsigned int>(info.Size));
-        source.bytes = source.own;
-        source.length = info.Size;
-        source.start = 0;
-    }
-    if (source.bytes == nullptr) {
-        m.SetError("ReadModeSection: Failed, buffer is nullptr");
-        return false;
-    }
-    if (source.length == 0) {
-        m.SetError("ReadModeSection: Failed, buffer length is 0");
-        return false;
-    }
-
-    ParameterByteReader reader(source.bytes, source.length, layout.alignment, &m, source.start);
-    // The table takes the name it was read into; a format without names leaves it null.
-    char* name = nameLength != 0 ? reader.ReadTextField(nameLength) : nullptr;
-    unsigned int const entriesStart = reader.Position();
-    // A section that runs past the end of the buffer holds only what the buffer can give, and
-    // the first short entry ends the table: a damaged size must not allocate beyond that.
-    if (file == nullptr) {
-        unsigned int const room =
-            entriesStart < source.length ? (source.length - entriesStart) / entrySize + 1 : 1;
-        count = std::min(count, room);
-    }
-    auto const tableIndex = m.m_modeTree.Count();
-    ModeSlot* slots = nullptr;
-    if (count != 0)
-        slots = static_cast<ModeSlot*>(VornCalloc(sizeof(ModeSlot) * count, VornTagAllocData));
-    auto* table = (count == 0 || slots != nullptr) ? new (std::nothrow)
-                                                         ParameterModeTable(name, slots, count)
-                                                   : nullptr;
-    if (table == nullptr) {
-        VornFree(name, VornTagRelease);
-        VornFree(slots, VornTagRelease);
-        m.SetError("ReadModeSection: Failed to allocate the mode table");
-        return false;
-    }
-    m.m_modeTree.Add(table);
-    result = true;
-
-    for (unsigned int entry = 0; entry < count; ++entry) {
-        ParameterByteReader entryReader(source.bytes, source.length, layout.alignment, &m,
-                                        entriesStart + entry * entrySize);
-        ModeRecord record = {tableIndex << ModeId::TableIndexShift, ModeUnion(),
-                             tableIndex << ModeId::TableIndexShift, NoLink, 0};
-        ReadModeRecord(entryReader, layout, record);
-        if (!ReadModeEntry(m, *table, tableIndex, record, file != nullptr))
-            result = false;
-        // A short read still processes what it got, then ends the table.
-        if (entryReader.Failed())
-            break;
-    }
-    return true;
 }
 
 // The manager's static readers and its member forms of the reading steps.

@@ -11,9 +11,9 @@ class ParameterModeTable;
 class ParameterSetManager;
 struct ParameterSectionTable;
 
-/// The reading stage of a load, working on a main manager: the header and the section table go
-/// into the manager's descriptors, the mode sections into its mode tables, then the symbol table
-/// and the modules are made. The manager's member forms of these steps delegate here; each keeps
+/// The loading of a file into a main manager: the header and the section table go into the
+/// manager's descriptors, the mode sections into its mode tables, then the symbol table and the
+/// modules are made. The manager's member forms of these steps delegate here; each keeps
 /// its failure's text as the manager's error and its result as the load status.
 class ParameterFileLoader
 {
@@ -22,6 +22,13 @@ public:
 
     ParameterFileLoader(ParameterFileLoader const&) = delete;
     ParameterFileLoader& operator=(ParameterFileLoader const&) = delete;
+
+    /// The load from a whole file in buffer: the header, then the sections. The result is the
+    /// load status; a success starts the live tuning service.
+    [[nodiscard]] bool LoadFromBuffer(unsigned char* buffer, unsigned long length);
+    /// The load by name: in file mode the header is checked over the whole file and the sections
+    /// are read from its first window; otherwise the image is loaded as a buffer.
+    [[nodiscard]] bool LoadFromFile(char const* fileName);
 
     /// Reads the header of a whole file in buffer into the manager; on success the logging
     /// identifier takes the tag. position receives the end of the header.
@@ -46,6 +53,12 @@ public:
                                         ParameterBinaryFile* file, unsigned char alignment);
 
 private:
+    /// The sections of a file-mode load, from the window at the start of file.
+    void ReadFileSections(ParameterBinaryFile* file, unsigned int fileSize,
+                          unsigned int sectionTableOffset, unsigned char alignment);
+    /// Ends the load's hold on the file object of a load by name: a symbol table that took the
+    /// file over keeps it, closed; otherwise the object is destroyed.
+    void ReleaseFile(ParameterBinaryFile* file);
     bool LoadSectionContents(unsigned char* buffer, unsigned int length, char const* fileName,
                              ParameterBinaryFile* file, unsigned int fileSize,
                              IModeTable* modeTable);

@@ -1,15 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// ParameterSetManager: header and section reading, the two load paths, errors and identity.
+// ParameterSetManager: construction, the load entry points, errors, identity and what the file's
+// header told.
 #include "parameterparser/parametersetmanager.h"
 
-#include <cerrno>
-#include <cstdint>
 #include <cstring>
-#include <new>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "platform/vornalloc.h"
 #include "platform/vornosutils.h"
@@ -18,41 +12,13 @@
 #include "parameterparser/modeentry.h"
 #include "parameterparser/modeslot.h"
 #include "parameterparser/moduledata.h"
-#include "parameterparser/parameterbinaryfile.h"
+#include "parameterparser/parameterfileloader.h"
 #include "parameterparser/parametermodule.h"
 
 namespace {
 
 // The composed identifier holds the name, ";BinaryTag=" (11) and up to 54 characters of the tag.
 constexpr unsigned int IdentifierExtraLength = 66;
-constexpr unsigned long MaxBufferLength = 0xFFFFFFFFUL;
-
-// Why a file gave no image, as the file system tells it: the errno text of the open, or what
-// kind of file it is.
-void DescribeUnreadableFile(char const* fileName, char* text, size_t size)
-{
-    int const fd = open(fileName, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        Vorn::OsUtils::SNPrintF(text, size, "Unable to open binary file '%s': %s", fileName,
-                                std::strerror(errno));
-        return;
-    }
-    struct stat status = {};
-    bool const known = fstat(fd, &status) == 0;
-    close(fd);
-    auto const fileSize = static_cast<unsigned long long>(status.st_size);
-    if (known && S_ISDIR(status.st_mode))
-        Vorn::OsUtils::SNPrintF(text, size, "Unable to read binary file '%s': Is a directory",
-                                fileName);
-    else if (known && fileSize == 0)
-        Vorn::OsUtils::SNPrintF(text, size, "Binary file '%s' is empty", fileName);
-    else if (known && fileSize > UINT32_MAX)
-        Vorn::OsUtils::SNPrintF(text, size, "Binary file '%s' is too large: %llu bytes, at most %u",
-                                fileName, fileSize, static_cast<unsigned int>(UINT32_MAX));
-    else
-        Vorn::OsUtils::SNPrintF(text, size, "Unable to read binary file '%s' (%llu bytes)",
-                                fileName, fileSize);
-}
 
 } // namespace
 
@@ -131,7 +97,7 @@ bool ParameterSetManager::LoadBinaryParameters(unsigned char* buffer, unsigned l
     if (m_mainSetManager != nullptr)
         return MainManager()->LoadBinaryParameters(buffer, length);
     ParameterFirstErrorRecorder recorder;
-    bool const loaded = LoadFromBuffer(buffer, length);
+    bool const loaded = ParameterFileLoader(*this).LoadFromBuffer(buffer, length);
     ExplainLoadFailure(loaded, recorder);
     return loaded;
 }
@@ -141,7 +107,7 @@ bool ParameterSetManager::LoadBinaryParameters(char const* fileName)
     if (m_mainSetManager != nullptr)
         return MainManager()->LoadBinaryParameters(fileName);
     ParameterFirstErrorRecorder recorder;
-    bool const loaded = LoadFromFile(fileName);
+    bool const loaded = ParameterFileLoader(*this).LoadFromFile(fileName);
     ExplainLoadFailure(loaded, recorder);
     return loaded;
 }
@@ -157,140 +123,6 @@ void ParameterSetManager::ExplainLoadFailure(bool loaded,
                            recorder.Text()[0] != '\0' ? recorder.Text()
                                                       : "Binary file refused with no reason logged",
                            sizeof(m_errorString));
-}
-
-bool ParameterSetManager::LoadFromBuffer(unsigned char* buffer, unsigned long length)
-{
-    ParameterLogging::Write(this, ParameterLogging::LogVerbose,
-                            "Load Binary Parameters from buffer\n");
-    m_loadStatus = false;
-    m_errorString[0] = '\0';
-    if (m_symbolTable != nullptr) {
-        SetError("Binary file already loaded");
-        return false;
-    }
-    if (length > MaxBufferLength) {
-        ParameterLogging::Write(this, ParameterLogging::LogError,
-                                "Buffer length (%llu) exceeds maximum %lu\n",
-                                static_cast<unsigned long long>(length), MaxBufferLength);
-        return false;
-    }
-
-    unsigned int position = 0;
-    unsigned int sectionTableOffset = 0;
-    unsigned char alignment = 1;
-    auto const size = static_cast<unsigned int>(length);
-    if (!ReadHeader(buffer, size, position, sectionTableOffset, alignment))
-        return m_loadStatus;
-    m_loadStatus =
-        ReadSections(buffer, size, nullptr, nullptr, 0, sectionTableOffset, this, alignment);
-    if (!m_loadStatus)
-        return false;
-    ParameterLogging::Write(this, ParameterLogging::LogVerbose,
-                            "Load Binary Parameters completed: Tag: %s, Version: %d.%d.%d\n",
-                            m_binaryTag != nullptr ? m_binaryTag : "", m_binaryVersion.Parts.Major,
-                            m_binaryVersion.Parts.Minor,
-                            static_cast<int>(m_binaryVersion.Parts.Patch));
-    // Inside a reload the worker starts once the reload is complete.
-    StartKnobbyWorker();
-    return m_loadStatus;
-}
-
-bool ParameterSetManager::LoadFromFile(char const* fileName)
-{
-    if (fileName == nullptr) {
-        SetError("LoadBinaryParameters called with nullptr file name");
-        return m_loadStatus;
-    }
-    size_t const nameLength = std::strlen(fileName);
-    if (nameLength >= MaxFileNameLength) {
-        ParameterLogging::Write(this, ParameterLogging::LogError,
-                                "File name length (%lld) exceeds max file name length of %d\n",
-                                static_cast<long long>(nameLength),
-                                static_cast<int>(MaxFileNameLength));
-        return m_loadStatus;
-    }
-    ParameterLogging::Write(this, ParameterLogging::LogVerbose,
-                            "Load Binary Parameters from file: %s\n", fileName);
-    m_loadStatus = false;
-    m_errorString[0] = '\0';
-    if (m_symbolTable != nullptr) {
-        SetError("Binary file already loaded");
-        return false;
-    }
-
-    auto* file = new (std::nothrow) ParameterBinaryFile(fileName, this);
-    unsigned int const size = file != nullptr ? file->GetLength() : 0;
-    // A file that did not open has length 0, so this read reports it too.
-    unsigned char* image = file != nullptr ? file->Read(0, size) : nullptr;
-    if (image == nullptr) {
-        char reason[ErrorStringLength];
-        DescribeUnreadableFile(fileName, reason, sizeof(reason));
-        SetError(reason);
-        ReleaseLoadFile(file);
-        return m_loadStatus;
-    }
-
-    if (!m_fileModeAllowed) {
-        // m_fileName stays empty: the manager works in buffer mode.
-        m_loadStatus = LoadBinaryParameters(image, size);
-        VornFree(image, VornTagRelease);
-        ReleaseLoadFile(file);
-        return m_loadStatus;
-    }
-
-    if (fileName != m_fileName)
-        Vorn::OsUtils::StrLCpy(m_fileName, fileName, sizeof(m_fileName));
-    unsigned int position = 0;
-    unsigned int sectionTableOffset = 0;
-    unsigned char alignment = 1;
-    // The header is checked over the whole image so that the checksum covers the entire file;
-    // only the window with the section table is kept for the section reading.
-    bool const headerRead = ReadHeader(image, size, position, sectionTableOffset, alignment);
-    VornFree(image, VornTagRelease);
-    if (!headerRead) {
-        ReleaseLoadFile(file);
-        return m_loadStatus;
-    }
-
-    unsigned char* window = file->Read(0, HeaderWindowSize);
-    if (window == nullptr) {
-        ParameterLogging::Write(this, ParameterLogging::LogError,
-                                "Failed to read %d bytes from binary file %s\n",
-                                static_cast<int>(HeaderWindowSize), m_fileName);
-        ReleaseLoadFile(file);
-        return m_loadStatus;
-    }
-    if ((m_binaryFlags & CompressedFlag) != 0) {
-        ParameterLogging::Write(this, ParameterLogging::LogError,
-                                "Compressed binary files ssupport removed in V5.1.0\n");
-        m_loadStatus = false;
-    } else {
-        m_loadStatus = ReadSections(window, HeaderWindowSize, m_fileName, file, size,
-                                    sectionTableOffset, this, alignment);
-        if (m_loadStatus) {
-            ParameterLogging::Write(this, ParameterLogging::LogVerbose,
-                                    "Load Binary Parameters completed: Binary Version: %d.%d.%d\n",
-                                    m_binaryVersion.Parts.Major, m_binaryVersion.Parts.Minor,
-                                    static_cast<int>(m_binaryVersion.Parts.Patch));
-            StartKnobbyWorker();
-        }
-    }
-    VornFree(window, VornTagRelease);
-    ReleaseLoadFile(file);
-    return m_loadStatus;
-}
-
-void ParameterSetManager::ReleaseLoadFile(ParameterBinaryFile* file)
-{
-    if (file == nullptr)
-        return;
-    // A symbol table that took the file over keeps it; it closes until a mode load needs it.
-    if (m_fileModeAllowed && m_symbolTable != nullptr && m_symbolTable->GetFile() == file) {
-        m_symbolTable->FileReference(-1);
-        return;
-    }
-    delete file;
 }
 
 void ParameterSetManager::ReplaceBinaryTag(char* tag)

@@ -478,14 +478,8 @@ private:
     /// again when the manager is loaded and live tuning is on, and stops it otherwise.
     void PauseKnobbyWorker();
     void ResumeKnobbyWorker();
-    /// The two load forms behind LoadBinaryParameters, which see that a failure is explained.
-    bool LoadFromBuffer(unsigned char* buffer, unsigned long length);
-    bool LoadFromFile(char const* fileName);
     /// Keeps the first error recorded during a load that failed and set no error text itself.
     void ExplainLoadFailure(bool loaded, ParameterFirstErrorRecorder const& recorder);
-    /// Ends the load's hold on the file object of a load by name: a symbol table that took the
-    /// file over keeps it, closed; otherwise the object is destroyed.
-    void ReleaseLoadFile(ParameterBinaryFile* file);
     /// The name of a registered kind's first instance for error texts; null when it has none.
     char const* ModuleKindName(DefaultModule* kind);
     /// Takes tag as the binary tag, keeping the logging identifier off the old one.
