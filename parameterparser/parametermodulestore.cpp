@@ -342,6 +342,37 @@ bool ParameterModuleStore::UnloadMode(unsigned char modeTableIndex, TuningMode c
     return true;
 }
 
+void ParameterModuleStore::KeepOwnerLoaded(ParameterModule const* module)
+{
+    // The owner becomes resident and leaves the active list, which is what eviction picks from.
+    ModuleData const* data = module->data;
+    if (data == nullptr || data->Mode == nullptr)
+        return;
+    // Slots are packed: copy the node pointer out rather than bind a reference into the array.
+    ModeSlot slot;
+    std::memcpy(&slot, data->Mode, sizeof(slot));
+    ModeEntry* owner = slot.mode;
+    if (owner == nullptr || owner->resident)
+        return;
+
+    ParameterModeTable* dataTable = data->GetModeTable();
+    std::unique_lock<std::recursive_mutex> lock;
+    if (dataTable != nullptr)
+        lock = std::unique_lock<std::recursive_mutex>(dataTable->activeModeMutex);
+    else
+        ParameterLogging::Write(
+            &m_manager, ParameterLogging::LogError,
+            "Attempt to lock Active Mode Mutex failed, mode table not found for ModeID: %u\n",
+            data->ModeId);
+    owner->resident = true;
+    ParameterModeTable* ownerTable = m_tree.Table(ModeId::TableIndex(owner->modeId));
+    if (ownerTable != nullptr) {
+        int const position = ownerTable->activeModes.Find(owner);
+        if (position >= 0)
+            ownerTable->activeModes.Remove(static_cast<unsigned int>(position));
+    }
+}
+
 void ParameterModuleStore::Park()
 {
     m_manager.SaveAndClearModules();

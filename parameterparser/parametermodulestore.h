@@ -18,9 +18,10 @@ class ParameterSetManager;
 
 /// The module store of one main manager: it makes the modules of a file and hangs them on their
 /// mode nodes, finds the module of a branch, counts the references clients hold, reads the modes
-/// of a branch in file mode and unloads the least recently used ones that no client holds. It
-/// also keeps the generation a reload parked. The operations are the manager's of the same names
-/// (GetModule is GetModuleInternal), which run here on the main manager.
+/// of a branch in file mode and unloads the least recently used ones that no client holds, except
+/// those whose values a client changed. It also keeps the generation a reload parked. The
+/// operations are the manager's of the same names (GetModule is GetModuleInternal), which run
+/// here on the main manager.
 class ParameterModuleStore
 {
 public:
@@ -52,6 +53,10 @@ public:
                     unsigned int modeCount);
     bool LoadModules(ModeEntry* mode, bool load, char const* moduleName,
                      TuningMode const* modeBranch, unsigned int modeCount, int& fileReferences);
+
+    /// Keeps the node that owns module, a module whose values a client changed, loaded for good:
+    /// the node becomes resident and leaves its table's active list.
+    void KeepOwnerLoaded(ParameterModule const* module);
 
     /// Parks the generation in service ahead of a reload: its module instances (through the
     /// manager's SaveAndClearModules), its symbol table and its mode tables.

@@ -1,15 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // ParameterSetManager: values by name, the text surface the live tuning worker and tools use.
 #include <cstring>
-#include <mutex>
 
 #include "platform/vornalloc.h"
 #include "platform/vornosutils.h"
 
-#include "parameterparser/modeentry.h"
-#include "parameterparser/modeslot.h"
-#include "parameterparser/moduledata.h"
-#include "parameterparser/parametermodetable.h"
 #include "parameterparser/parametermodule.h"
 #include "parameterparser/parameterparserinfo.h"
 #include "parameterparser/parametersetmanager.h"
@@ -251,35 +246,9 @@ bool ParameterSetManager::SetValue(unsigned char modeTableIndex, TuningMode cons
     }
     ++MainManager()->m_modifiedValueCount;
 
-    // The owner of the module (which may be a parent of the mode asked for) must never be
-    // unloaded now: an unload would lose the change. It becomes resident and leaves the active
-    // list, which is what eviction picks from.
-    ModuleData const* data = module->data;
-    if (data == nullptr || data->Mode == nullptr)
-        return true;
-    // Slots are packed: copy the node pointer out rather than bind a reference into the array.
-    ModeSlot slot;
-    std::memcpy(&slot, data->Mode, sizeof(slot));
-    ModeEntry* owner = slot.mode;
-    if (owner == nullptr || owner->resident)
-        return true;
-
-    ParameterModeTable* dataTable = data->GetModeTable();
-    std::unique_lock<std::recursive_mutex> lock;
-    if (dataTable != nullptr)
-        lock = std::unique_lock<std::recursive_mutex>(dataTable->activeModeMutex);
-    else
-        ParameterLogging::Write(
-            this, ParameterLogging::LogError,
-            "Attempt to lock Active Mode Mutex failed, mode table not found for ModeID: %u\n",
-            data->ModeId);
-    owner->resident = true;
-    ParameterModeTable* ownerTable = MainManager()->GetModeTable(owner->modeId >> 24);
-    if (ownerTable != nullptr) {
-        int const position = ownerTable->activeModes.Find(owner);
-        if (position >= 0)
-            ownerTable->activeModes.Remove(static_cast<unsigned int>(position));
-    }
+    // The owner of the module, which may be a parent of the mode asked for, must never be
+    // unloaded now: an unload would lose the change.
+    MainManager()->m_store.KeepOwnerLoaded(module);
     return true;
 }
 
