@@ -7,10 +7,10 @@
 #include "platform/vornalloc.h"
 
 #include "parameterparser/imodetable.h"
+#include "parameterparser/iparametermodulehost.h"
 #include "parameterparser/modeentry.h"
 #include "parameterparser/modeslot.h"
 #include "parameterparser/parameterlogging.h"
-#include "parameterparser/parametersetmanager.h"
 
 namespace {
 
@@ -22,10 +22,11 @@ ModuleData::ModuleData(unsigned long nameHash, uint32_t id, uint32_t duplicateId
                        VersionUnion version, uint32_t modeId, IModeTable* modeTable,
                        ParameterSetManager* manager, ParameterFileSymbolTable* symbolTable)
     : NameHash(nameHash), ID(id), DuplicateID(duplicateId), Version(version), ModeId(modeId),
-      Mode(nullptr), ModePath(nullptr), SetManager(manager), SymbolTable(symbolTable)
+      Mode(nullptr), ModePath(nullptr), SetManager(manager), SymbolTable(symbolTable),
+      m_host(IParameterModuleHost::Of(manager))
 {
     if (modeTable == nullptr) {
-        ParameterLogging::Write(manager, ParameterLogging::LogError,
+        ParameterLogging::Write(Logger(), ParameterLogging::LogError,
                                 "ModuleData called with nullptr modeTable parameter\n");
         ModePath = static_cast<char*>(VornCalloc(1, VornTagAllocData));
         return;
@@ -41,7 +42,7 @@ ModuleData::ModuleData(unsigned long nameHash, uint32_t id, uint32_t duplicateId
             Mode = own;
             m_ownsSlot = true;
         }
-        ParameterLogging::Write(manager, ParameterLogging::LogError,
+        ParameterLogging::Write(Logger(), ParameterLogging::LogError,
                                 "Failed to find ModeID %d in mode table when creating ModuleData\n",
                                 static_cast<int>(modeId));
         ModePath = static_cast<char*>(VornCalloc(1, VornTagAllocData));
@@ -77,12 +78,10 @@ unsigned int ModuleData::GetModeIDValue() const
 
 ParameterModeTable* ModuleData::GetModeTable() const
 {
-    if (SetManager == nullptr)
-        return nullptr;
-    return SetManager->GetModeTable(GetModeTableIndex());
+    return m_host != nullptr ? m_host->GetModeTable(GetModeTableIndex()) : nullptr;
 }
 
 IParameterLoggingAPI* ModuleData::Logger() const
 {
-    return SetManager;
+    return m_host != nullptr ? m_host->GetLogger() : nullptr;
 }

@@ -9,6 +9,7 @@
 
 class IModeTable;
 class IParameterLoggingAPI;
+class IParameterModuleHost;
 class ParameterFileSymbolTable;
 class ParameterModeTable;
 class ParameterSetManager;
@@ -20,7 +21,8 @@ public:
     /// Takes the entry's fields and finds the slot of modeId through modeTable. A null modeTable
     /// logs "ModuleData called with nullptr modeTable parameter\n"; a Mode ID the table does not
     /// know gets a private slot with a fresh node and logs "Failed to find ModeID %d in mode
-    /// table when creating ModuleData\n" (both at error level through manager).
+    /// table when creating ModuleData\n" (both at error level through manager's logger). manager
+    /// stays opaque to the record: it is reached through its host face only.
     ModuleData(unsigned long nameHash, uint32_t id, uint32_t duplicateId, VersionUnion version,
                uint32_t modeId, IModeTable* modeTable, ParameterSetManager* manager,
                ParameterFileSymbolTable* symbolTable);
@@ -38,6 +40,8 @@ public:
     ParameterModeTable* GetModeTable() const;
     /// The manager as the logger of what concerns this record; null without a manager.
     IParameterLoggingAPI* Logger() const;
+    /// The manager's face for the modules of this record; null without a manager. Borrowed.
+    IParameterModuleHost* Host() const { return m_host; }
 
     unsigned long NameHash;
     uint32_t ID;
@@ -50,5 +54,6 @@ public:
     ParameterFileSymbolTable* SymbolTable;
 
 private:
+    IParameterModuleHost* m_host;
     bool m_ownsSlot = false; ///< Mode is the private slot made for an unknown Mode ID
 };

@@ -6,7 +6,7 @@
 
 #include "parameterparser/parameterexport.h"
 #include "parameterparser/parameterfilelayout.h"
-#include "parameterparser/parameterfilesymboltable.h"
+#include "parameterparser/parameterfilesection.h"
 #include "parameterparser/plist.h"
 
 class IParameterLoggingAPI;
@@ -38,7 +38,7 @@ struct PARAMETERPARSER_API ParameterFileHeader
 /// Where each section of a file stands, by the section table.
 struct ParameterSectionTable
 {
-    using SectionInfo = ParameterFileSymbolTable::SectionInfo;
+    using SectionInfo = ParameterSectionInfo;
 
     SectionInfo symbol = {};
     SectionInfo dataTable = {};

@@ -3,44 +3,39 @@
 // schema and the shared objects have files of their own.
 #include "parameterparser/parameterfilesymboltable.h"
 
+#include <memory>
 #include <new>
 
 #include "platform/vornalloc.h"
 
+#include "parameterparser/iparametermodulehost.h"
 #include "parameterparser/moduledata.h"
 #include "parameterparser/parameterbinaryfile.h"
 #include "parameterparser/parameterbytereader.h"
 #include "parameterparser/parameterfilesymboltableentry.h"
 #include "parameterparser/parameterlogging.h"
-#include "parameterparser/parametersetmanager.h"
 
 ParameterFileSymbolTable::ParameterFileSymbolTable(ParameterSetManager* manager,
                                                    unsigned char alignment,
                                                    VersionUnion const& version)
-    : m_setManager(manager), m_layout(ParameterFileLayout::For(version, alignment))
+    : m_setManager(manager), m_log(IParameterModuleHost::LoggerOf(manager)),
+      m_layout(ParameterFileLayout::For(version, alignment)), m_shared(m_log)
 {
-    pthread_rwlock_init(&m_lock, nullptr);
 }
 
 ParameterFileSymbolTable::~ParameterFileSymbolTable()
 {
     FreeEntryData();
-    if (!m_objects.empty())
+    if (m_shared.PublishedCount() != 0)
         ParameterLogging::Write(Logger(), ParameterLogging::LogError,
                                 "%d DupInfo object were not released\n",
-                                static_cast<int>(m_objects.size()));
-    FreeDuplicates();
+                                static_cast<int>(m_shared.PublishedCount()));
+    m_shared.Clear();
     FreeLookupData();
     FreeModules();
     ClearDefinitions(true);
     delete m_file;
     m_file = nullptr;
-    pthread_rwlock_destroy(&m_lock);
-}
-
-IParameterLoggingAPI* ParameterFileSymbolTable::Logger() const
-{
-    return m_setManager;
 }
 
 namespace {
@@ -77,6 +72,12 @@ bool Within(unsigned int offset, unsigned int size, unsigned int length)
     return offset <= length && size <= length - offset;
 }
 
+// Frees a block of the platform allocator when its holder goes.
+struct VornBlockDeleter
+{
+    void operator()(void* block) const { VornFree(block, VornTagRelease); }
+};
+
 // Identifiers named by more than one entry become groups 1, 2, ... counted into duplicateCount;
 // identifier 0 stands for no entry and never gets a group. Rewrites each lookup row's
 // identifier to its group.
@@ -92,6 +93,29 @@ void NumberDuplicateGroups(uint32_t* counters, size_t counterCount,
         if (lookup[id].Duplicate != 0)
             lookup[id].Duplicate = counters[lookup[id].Duplicate];
     }
+}
+
+// Below 6.0.0 an entry's row is the identifier stored at its start, read here without moving
+// pos. False when it cannot be read; id 0 (after a message) when it lies outside 1 to count.
+bool PeekStoredId(unsigned char* buffer, unsigned int length, unsigned int pos, unsigned int count,
+                  IParameterLoggingAPI* log, unsigned int& id)
+{
+    ParameterByteReader reader(buffer, length, 1, log, pos);
+    uint32_t stored = 0;
+    if (!reader.ReadU32(stored)) {
+        ParameterLogging::Write(log, ParameterLogging::LogError,
+                                "Failed to read entry ID from Symbol table\n");
+        return false;
+    }
+    id = 0;
+    if (stored == 0 || stored > count) {
+        ParameterLogging::Write(
+            log, ParameterLogging::LogError, "Symbol table entry ID %u out of range 1 - %u\n",
+            static_cast<unsigned int>(stored), static_cast<unsigned int>(count));
+        return true;
+    }
+    id = stored;
+    return true;
 }
 
 } // namespace
@@ -114,7 +138,7 @@ bool ParameterFileSymbolTable::Load(unsigned char* buffer, unsigned int length,
 
     // A second load starts from empty tables.
     FreeEntryData();
-    FreeDuplicates();
+    m_shared.Clear();
     FreeLookupData();
     FreeModules();
 
@@ -168,8 +192,7 @@ bool ParameterFileSymbolTable::Load(unsigned char* buffer, unsigned int length,
     } else {
         // Pointers of a file without a data table lead to symbol entries, which share their
         // groups with the symbol side.
-        m_data.duplicates = m_symbols.duplicates;
-        m_data.duplicateCount = m_symbols.duplicateCount;
+        m_shared.ShareSymbolGroups();
     }
 
     if (!m_fileMode)
@@ -236,36 +259,6 @@ bool ParameterFileSymbolTable::AllocateTables()
     return true;
 }
 
-bool ParameterFileSymbolTable::ReadDefinitionSection(unsigned char* buffer, unsigned int length,
-                                                     SectionInfo const& definitions, bool keep)
-{
-    IParameterLoggingAPI* log = Logger();
-    bool read = false;
-    if (!m_fileMode) {
-        unsigned int pos = definitions.Offset;
-        read = ReadDefinitions(buffer, length, pos, definitions.Size, keep);
-    } else {
-        unsigned char* copy = m_file->Read(definitions.Offset, definitions.Size);
-        if (copy == nullptr) {
-            ParameterLogging::Write(log, ParameterLogging::LogError,
-                                    "Failed to read definition table buffer (offset: %u, "
-                                    "size: %u) from binary file\n",
-                                    static_cast<unsigned int>(definitions.Offset),
-                                    static_cast<unsigned int>(definitions.Size));
-        } else {
-            unsigned int pos = 0;
-            read = ReadDefinitions(copy, definitions.Size, pos, definitions.Size, keep);
-            VornFree(copy, VornTagRelease);
-        }
-    }
-    if (!read) {
-        ParameterLogging::Write(log, ParameterLogging::LogError,
-                                "Failed to read definition table from binary file\n");
-        return false;
-    }
-    return true;
-}
-
 void ParameterFileSymbolTable::LogUnreadableTable(char const* kind,
                                                   SectionInfo const& messageSection) const
 {
@@ -284,32 +277,34 @@ bool ParameterFileSymbolTable::ReadTableSection(unsigned char* buffer, unsigned 
                                                 SectionInfo const& messageSection,
                                                 unsigned int count, bool isSymbol)
 {
+    // In memory reads stop at the section's end (or the buffer's, if the section claims more).
+    unsigned char* bytes = buffer;
+    unsigned int pos = section.Offset;
+    unsigned int end =
+        Within(section.Offset, section.Size, length) ? section.Offset + section.Size : length;
+    unsigned char* copy = nullptr;
+    if (m_fileMode) {
+        // An empty table has nothing to copy: the file refuses reads of zero bytes.
+        copy = section.Size != 0 ? m_file->Read(section.Offset, section.Size) : nullptr;
+        if (copy == nullptr && section.Size != 0) {
+            ParameterLogging::Write(Logger(), ParameterLogging::LogError,
+                                    "Failed to read %s table buffer (offset: %u, size: %u) from "
+                                    "binary file\n",
+                                    isSymbol ? "symbol" : "data",
+                                    static_cast<unsigned int>(messageSection.Offset),
+                                    static_cast<int>(messageSection.Size));
+            return false;
+        }
+        bytes = copy;
+        pos = 0;
+        end = section.Size;
+    }
     EntryTable& side = Side(isSymbol);
-
-    if (!m_fileMode) {
-        // Reads stop at the section's end (or the buffer's, if the section claims more).
-        unsigned int const end =
-            Within(section.Offset, section.Size, length) ? section.Offset + section.Size : length;
-        unsigned int pos = section.Offset;
-        return ReadTable(buffer, end, pos, count, side.entries, side.lookup, side.duplicateCount,
-                         side.duplicates, m_dataOffset, m_modeTable, isSymbol);
-    }
-
-    // An empty table has nothing to copy: the file refuses reads of zero bytes.
-    unsigned char* copy = section.Size != 0 ? m_file->Read(section.Offset, section.Size) : nullptr;
-    if (copy == nullptr && section.Size != 0) {
-        ParameterLogging::Write(Logger(), ParameterLogging::LogError,
-                                "Failed to read %s table buffer (offset: %u, size: %u) from "
-                                "binary file\n",
-                                isSymbol ? "symbol" : "data",
-                                static_cast<unsigned int>(messageSection.Offset),
-                                static_cast<int>(messageSection.Size));
-        return false;
-    }
-    unsigned int pos = 0;
-    bool const read =
-        ReadTable(copy, section.Size, pos, count, side.entries, side.lookup, side.duplicateCount,
-                  side.duplicates, m_dataOffset, m_modeTable, isSymbol);
+    unsigned int groupCount = 1;
+    PList<DupObjInfo*>* groups = nullptr;
+    bool const read = ReadTable(bytes, end, pos, count, side.entries, side.lookup, groupCount,
+                                groups, m_dataOffset, m_modeTable, isSymbol);
+    m_shared.Adopt(isSymbol, groupCount, groups);
     VornFree(copy, VornTagRelease);
     return read;
 }
@@ -331,67 +326,39 @@ bool ParameterFileSymbolTable::ReadTable(unsigned char* buffer, unsigned int len
     // identifier that a DuplicateID may name.
     bool const positional = m_layout.positionalIds;
     size_t const counterCount = positional ? count : static_cast<size_t>(count) + 1;
-    auto* counters = static_cast<uint32_t*>(
-        VornCalloc((counterCount != 0 ? counterCount : 1) * sizeof(uint32_t), VornTagAllocData));
+    std::unique_ptr<uint32_t, VornBlockDeleter> const counters(static_cast<uint32_t*>(
+        VornCalloc((counterCount != 0 ? counterCount : 1) * sizeof(uint32_t), VornTagAllocData)));
     if (counters == nullptr) {
         ParameterLogging::Write(log, ParameterLogging::LogError,
                                 "Failed to allocate entry/lookup tables\n");
         return false;
     }
 
-    bool read = true;
     unsigned int const first = positional ? 0 : 1;
     unsigned int const last = positional ? count : count + 1; // one past the last round
     for (unsigned int round = first; round < last; ++round) {
         unsigned int id = round;
         if (!positional) {
-            unsigned int peek = pos;
-            ParameterByteReader reader(buffer, length, peek, 1, log);
-            uint32_t stored = 0;
-            if (!reader.ReadU32(stored)) {
-                ParameterLogging::Write(log, ParameterLogging::LogError,
-                                        "Failed to read entry ID from Symbol table\n");
-                read = false;
-                break;
-            }
+            if (!PeekStoredId(buffer, length, pos, count, log, id))
+                return false;
             // pos stays: the next round meets the same identifier, and reports it again.
-            if (stored == 0 || stored > count) {
-                ParameterLogging::Write(log, ParameterLogging::LogError,
-                                        "Symbol table entry ID %u out of range 1 - %u\n",
-                                        static_cast<unsigned int>(stored),
-                                        static_cast<unsigned int>(count));
+            if (id == 0)
                 continue;
-            }
-            id = stored;
         }
-
         lookup[id].Position = pos;
         ParameterFileSymbolTableEntry& entry = entries[id];
         entry.Init(this);
         if (!entry.Load(buffer, m_fileName, m_file, length, pos, dataOffset, modeTable, isSymbol,
-                        id)) {
-            read = false;
-            break;
-        }
+                        id))
+            return false;
         // A DuplicateID beyond the table names no entry: the block is treated as not shared
         // (the entry has reported the value).
-        uint32_t const duplicate = entry.DuplicateID;
-        if (duplicate < counterCount) {
-            ++counters[duplicate];
-            lookup[id].Duplicate = duplicate;
-        } else {
-            lookup[id].Duplicate = 0;
-        }
+        uint32_t const duplicate = entry.DuplicateID < counterCount ? entry.DuplicateID : 0;
+        ++counters.get()[duplicate];
+        lookup[id].Duplicate = duplicate;
     }
 
-    if (!read) {
-        VornFree(counters, VornTagRelease);
-        return false;
-    }
-
-    NumberDuplicateGroups(counters, counterCount, lookup, count, duplicateCount);
-    VornFree(counters, VornTagRelease);
-
+    NumberDuplicateGroups(counters.get(), counterCount, lookup, count, duplicateCount);
     if (duplicateCount >= 2) {
         duplicates = new (std::nothrow) PList<DupObjInfo*>[duplicateCount];
         if (duplicates == nullptr) {

@@ -3,14 +3,13 @@
 // objects.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <unordered_map>
 
-#include <pthread.h>
-
 #include "parameterparser/parameterexport.h"
 #include "parameterparser/parameterfilelayout.h"
+#include "parameterparser/parameterfilesection.h"
+#include "parameterparser/parametersharedarrayregistry.h"
 #include "parameterparser/plist.h"
 #include "parameterparser/versionunion.h"
 
@@ -24,27 +23,6 @@ class ParameterDefinitionStructure;
 class ParameterFileSymbolTableEntry;
 class ParameterSetManager;
 
-/// One object that several entries share: a block read once and handed to every reader of the
-/// same duplicate group at the same place of the generated code (Loc). Object is null while no
-/// loaded module holds it; the record itself lives as long as its table.
-struct PARAMETERPARSER_API DupObjInfo
-{
-    explicit DupObjInfo(int loc) : Loc(loc) {}
-
-    DupObjInfo(DupObjInfo const&) = delete;
-    DupObjInfo& operator=(DupObjInfo const&) = delete;
-
-    /// Drops one reference. True when none is left: Object is then cleared and the caller frees
-    /// the object it held; false while other holders remain.
-    static bool Release(DupObjInfo* info);
-
-    void* Object = nullptr;
-    int Loc;
-    std::atomic<uint32_t> RefCount{0};
-    uint32_t Count = 0;        ///< elements of Object, as its first reader loaded them
-    uintptr_t ElementType = 0; ///< the kind of those elements, an identity of the reader's
-};
-
 /// The tables of one loaded tuning file. The definition part is the file's schema; the symbol
 /// table has one entry per module instance, the data table one per block that module data points
 /// at. In buffer mode the entries point into the caller's buffer and go once the modules are
@@ -54,11 +32,7 @@ class PARAMETERPARSER_API ParameterFileSymbolTable
 {
 public:
     /// Where a section stands in the file.
-    struct SectionInfo
-    {
-        uint32_t Offset;
-        uint32_t Size;
-    };
+    using SectionInfo = ParameterSectionInfo;
 
     /// One row per identifier of a table.
     struct EntryData
@@ -74,7 +48,9 @@ public:
     /// Symbol entry ModeID of an entry that is no module.
     static constexpr uint32_t NoModuleModeId = 0xFFFFFFFF;
 
-    /// manager owns the table and is its logger; it may be null (then everything is logged).
+    /// manager owns the table and is its logger; it may be null (then everything is logged). The
+    /// table keeps manager for the module records, never calls it itself, and logs through the
+    /// logger that manager's host face gives.
     ParameterFileSymbolTable(ParameterSetManager* manager, unsigned char alignment,
                              VersionUnion const& version);
     /// Frees the entries, every shared-object record, the lookups and the module records (logging
@@ -149,7 +125,7 @@ public:
     /// block is not shared or no object is published for loc (an empty record is not handed
     /// out: its object could appear after the lock is gone, without the caller's reference).
     /// Calls that do not fit the tables log "GetDupObject called with invalid values, ..." at
-    /// error level and give null. With lock the table's lock is held for reading; a failed lock
+    /// error level and give null. With lock the registry's lock is held for reading; a failed lock
     /// throws std::system_error. The record stays owned by the table.
     /// With an elementType other than AnyElementType, a record whose object holds another kind
     /// of element is not handed out either.
@@ -157,7 +133,7 @@ public:
                                      uintptr_t elementType = AnyElementType);
 
     /// The element kind that matches every record.
-    static constexpr uintptr_t AnyElementType = ~static_cast<uintptr_t>(0);
+    static constexpr uintptr_t AnyElementType = ParameterSharedArrayRegistry::AnyElementType;
 
     /// Publishes object as the shared object of loc in id's group and returns its record (owned
     /// by the table). Null when the block is not shared, when the call does not fit the tables
@@ -173,11 +149,14 @@ public:
     /// other holders remain.
     /// With sharedCount, the element count stored with a shared object is written there when
     /// this was its last reference, so that the caller frees every element the array holds.
-    bool ReleaseDupObject(void* object, unsigned int* sharedCount = nullptr);
+    bool ReleaseDupObject(void* object, unsigned int* sharedCount = nullptr)
+    {
+        return m_shared.Release(object, sharedCount);
+    }
 
     /// The record of a published object; null if object is not shared now. Takes no lock:
-    /// callers hold the table's lock for writing or run alone. Owned by the table.
-    DupObjInfo* FindDupObject(void* object);
+    /// callers hold the registry's lock for writing or run alone. Owned by the table.
+    DupObjInfo* FindDupObject(void* object) { return m_shared.Find(object); }
 
     // ---- Definitions ---------------------------------------------------------------------------
 
@@ -222,7 +201,7 @@ public:
     ParameterFileLayout const& GetLayout() const { return m_layout; }
     ParameterSetManager* GetSetManager() const { return m_setManager; }
     /// The owning manager as the table's logger; null without one.
-    IParameterLoggingAPI* Logger() const;
+    IParameterLoggingAPI* Logger() const { return m_log; }
 
     /// The definition maps; null when no definition section was read (or after
     /// ClearDefinitions(true)).
@@ -234,8 +213,8 @@ public:
     unsigned int GetSymbolCount() const { return m_symbols.count; }
     unsigned int GetDataCount() const { return m_data.count; }
     /// Duplicate groups + 1 of each side (slot 0 unused).
-    unsigned int GetSymbolDuplicateCount() const { return m_symbols.duplicateCount; }
-    unsigned int GetDataDuplicateCount() const { return m_data.duplicateCount; }
+    unsigned int GetSymbolDuplicateCount() const { return m_shared.GroupCount(true); }
+    unsigned int GetDataDuplicateCount() const { return m_shared.GroupCount(false); }
     /// The lookup rows (count + 1); null after FreeLookupData. Borrowed.
     EntryData const* GetSymbolLookup() const { return m_symbols.lookup; }
     EntryData const* GetDataLookup() const { return m_data.lookup; }
@@ -243,7 +222,10 @@ public:
     ParameterFileSymbolTableEntry const* GetSymbolEntries() const { return m_symbols.entries; }
     ParameterFileSymbolTableEntry const* GetDataEntries() const { return m_data.entries; }
     /// Records of one duplicate group; null for group 0 or a group that does not exist.
-    PList<DupObjInfo*> const* GetDuplicates(bool isModule, unsigned int group) const;
+    PList<DupObjInfo*> const* GetDuplicates(bool isModule, unsigned int group) const
+    {
+        return m_shared.Records(isModule, group);
+    }
     bool IsFileMode() const { return m_fileMode; }
     /// The owned file object in file mode; null in buffer mode. Borrowed.
     ParameterBinaryFile* GetFile() const { return m_file; }
@@ -282,17 +264,12 @@ private:
     /// Logs a shared-object call (publish: SetDupObject) whose identifier or group does not fit
     /// the tables.
     void LogInvalidCall(bool publish, bool isModule, unsigned int id, void* object, int loc) const;
-    /// The record of loc in group on one side, without a lock and without counting.
-    DupObjInfo* FindRecord(bool isModule, unsigned int group, int loc) const;
-    /// Frees every shared-object record of both sides and the group lists.
-    void FreeDuplicates();
     void FreeModules();
-    /// Holds the shared-object lock for reading or writing until it goes out of scope.
-    class LockGuard;
 
     ParameterSetManager* m_setManager;
-    /// One entry table, symbol or data, with its lookups and duplicate groups. Without a data
-    /// table the data side names the symbol side's arrays and groups.
+    IParameterLoggingAPI* m_log;
+    /// One entry table, symbol or data, with its lookup rows. Without a data table the data side
+    /// names the symbol side's arrays.
     struct EntryTable
     {
         uint32_t offset = 0;
@@ -300,9 +277,6 @@ private:
         uint32_t count = 0;
         ParameterFileSymbolTableEntry* entries = nullptr;
         EntryData* lookup = nullptr;
-        /// Duplicate groups + 1 (slot 0 unused) and one list of records per group.
-        uint32_t duplicateCount = 1;
-        PList<DupObjInfo*>* duplicates = nullptr;
     };
 
     EntryTable& Side(bool isSymbol) { return isSymbol ? m_symbols : m_data; }
@@ -322,7 +296,7 @@ private:
     StructureMap* m_definitionStructures = nullptr;
     PList<ModuleData*> m_modules;
     bool m_fileMode = false;
-    pthread_rwlock_t m_lock;
     bool m_hasDataTable = false;
-    std::unordered_map<void*, DupObjInfo*> m_objects;
+    /// The objects that entries of one duplicate group share, by group and Loc.
+    ParameterSharedArrayRegistry m_shared;
 };

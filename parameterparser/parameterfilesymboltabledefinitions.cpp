@@ -4,6 +4,9 @@
 #include <new>
 #include <unordered_set>
 
+#include "platform/vornalloc.h"
+
+#include "parameterparser/parameterbinaryfile.h"
 #include "parameterparser/parameterbytereader.h"
 #include "parameterparser/parameterdefinitions.h"
 #include "parameterparser/parameterfilesymboltable.h"
@@ -141,6 +144,36 @@ bool ParameterFileSymbolTable::ReadDefinitions(unsigned char* buffer, unsigned i
             entry.second->PopulateOffsetSizeStructure(m_definitionStructures, log, m_layout);
     }
     return reachedEnd;
+}
+
+bool ParameterFileSymbolTable::ReadDefinitionSection(unsigned char* buffer, unsigned int length,
+                                                     SectionInfo const& definitions, bool keep)
+{
+    IParameterLoggingAPI* log = Logger();
+    bool read = false;
+    if (!m_fileMode) {
+        unsigned int pos = definitions.Offset;
+        read = ReadDefinitions(buffer, length, pos, definitions.Size, keep);
+    } else {
+        unsigned char* copy = m_file->Read(definitions.Offset, definitions.Size);
+        if (copy == nullptr) {
+            ParameterLogging::Write(log, ParameterLogging::LogError,
+                                    "Failed to read definition table buffer (offset: %u, "
+                                    "size: %u) from binary file\n",
+                                    static_cast<unsigned int>(definitions.Offset),
+                                    static_cast<unsigned int>(definitions.Size));
+        } else {
+            unsigned int pos = 0;
+            read = ReadDefinitions(copy, definitions.Size, pos, definitions.Size, keep);
+            VornFree(copy, VornTagRelease);
+        }
+    }
+    if (!read) {
+        ParameterLogging::Write(log, ParameterLogging::LogError,
+                                "Failed to read definition table from binary file\n");
+        return false;
+    }
+    return true;
 }
 
 void ParameterFileSymbolTable::ClearDefinitions(bool all)

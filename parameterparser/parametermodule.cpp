@@ -7,13 +7,13 @@
 #include "platform/vornalloc.h"
 
 #include "parameterparser/defaultmodule.h"
+#include "parameterparser/iparametermodulehost.h"
 #include "parameterparser/modeentry.h"
 #include "parameterparser/modeslot.h"
 #include "parameterparser/moduledata.h"
 #include "parameterparser/parameterdefinitions.h"
 #include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parameterlogging.h"
-#include "parameterparser/parametersetmanager.h"
 #include "parameterparser/parsercrc.h"
 
 namespace {
@@ -70,8 +70,8 @@ bool ParameterModule::GetInfo(char const*, PList<ParameterParserInfo>&)
 
 void ParameterModule::Release()
 {
-    ParameterSetManager* manager = data != nullptr ? data->SetManager : nullptr;
-    if (manager == nullptr) {
+    IParameterModuleHost* host = data != nullptr ? data->Host() : nullptr;
+    if (host == nullptr) {
         ParameterLogging::Write(nullptr, ParameterLogging::LogError,
                                 "Attempt to release module reference when Data or SetManager is "
                                 "nullptr. Module %s\n",
@@ -79,8 +79,8 @@ void ParameterModule::Release()
         return;
     }
     // Buffer mode counts no references, so there is nothing to give back.
-    if (manager->IsFileMode())
-        manager->ReleaseModule(this);
+    if (host->IsFileMode())
+        host->ReleaseModule(this);
 }
 
 int ParameterModule::GetReferenceCount()
@@ -91,12 +91,12 @@ int ParameterModule::GetReferenceCount()
 
 IParameterLoggingAPI* ParameterModule::Logger() const
 {
-    return data != nullptr ? data->SetManager : nullptr;
+    return RecordLogger(data);
 }
 
 IParameterLoggingAPI* ParameterModule::RecordLogger(ModuleData const* record)
 {
-    return record != nullptr ? record->SetManager : nullptr;
+    return record != nullptr ? record->Logger() : nullptr;
 }
 
 ParameterModule* ParameterModule::CreateInstance(ModuleData* record, DefaultModule* defaults,
@@ -134,11 +134,10 @@ ParameterModuleLoad::ParameterModuleLoad(ParameterModule* module, ParameterFileS
     if (table != nullptr)
         m_found = table->Find(m_entry, id, true);
     if (!m_found)
-        ParameterLogging::Write(
-            table != nullptr ? static_cast<IParameterLoggingAPI*>(table->GetSetManager()) : nullptr,
-            ParameterLogging::LogError,
-            "%s::LoadModule Failed to find module ID (%d) in Symbol Table\n", className,
-            static_cast<int>(id));
+        ParameterLogging::Write(table != nullptr ? table->Logger() : nullptr,
+                                ParameterLogging::LogError,
+                                "%s::LoadModule Failed to find module ID (%d) in Symbol Table\n",
+                                className, static_cast<int>(id));
     if (table != nullptr) {
         ParameterFileSymbolTable::ModuleMap const* modules = table->GetDefinitionModules();
         if (modules != nullptr && !modules->empty())

@@ -289,3 +289,9 @@ ParameterFileSymbolTable* ParameterSetManager::GetSymbolTable() const
 {
     return MainManager()->m_symbolTable;
 }
+
+// Only here is the manager known to be a host: the tables and records below it keep it opaque.
+IParameterModuleHost* IParameterModuleHost::Of(ParameterSetManager* manager)
+{
+    return manager;
+}

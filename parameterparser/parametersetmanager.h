@@ -7,6 +7,7 @@
 
 #include "parameterparser/imodetable.h"
 #include "parameterparser/iparameterdataapi.h"
+#include "parameterparser/iparametermodulehost.h"
 #include "parameterparser/modeunion.h"
 #include "parameterparser/parametercontrolvalues.h"
 #include "parameterparser/parameterexport.h"
@@ -32,7 +33,9 @@ struct ModeSlot;
 /// table; a derived manager is a handle on one mode table of its main manager and forwards loads,
 /// frees and errors to it. Loading, freeing and destruction must not run beside any other call.
 /// Concrete managers supply the registry of module kinds.
-class PARAMETERPARSER_API ParameterSetManager : public IModeTable, public IParameterDataAPI
+class PARAMETERPARSER_API ParameterSetManager : public IModeTable,
+                                                public IParameterDataAPI,
+                                                public IParameterModuleHost
 {
 public:
     using SectionInfo = ParameterFileSymbolTable::SectionInfo;
@@ -60,6 +63,8 @@ public:
     /// The switch of this object for level 2 (errors), 1 (warnings) or 0 (verbose); true for any
     /// other level.
     bool LoggingEnabled(ParameterLogging::ParameterLogLevel level) override;
+    /// The manager as the logger of the tables and modules below it.
+    IParameterLoggingAPI* GetLogger() override { return this; }
     /// The registry entry of a module kind by name hash; null (logged) if the kind is unknown.
     virtual DefaultModule* GetDefaultModule(unsigned long nameHash) = 0;
     /// Takes every module instance out of service ahead of a reload.
@@ -181,7 +186,7 @@ public:
     SectionInfo GetDefinitionSection() const;
     bool GetLoadStatus() const;
     /// True when the loaded file stays on disk behind the manager.
-    bool IsFileMode() const;
+    bool IsFileMode() const override;
     /// The loaded file's symbol table; null when no file is loaded. Borrowed.
     ParameterFileSymbolTable* GetSymbolTable() const;
 
@@ -191,7 +196,7 @@ public:
     /// manager's tables. An index out of range logs at error level and gives null. Borrowed.
     ModeSlot* GetModeEntry(unsigned int modeId) override;
     /// The main manager's mode table of this index; null when out of range. Borrowed.
-    ParameterModeTable* GetModeTable(unsigned int modeTableIndex) const;
+    ParameterModeTable* GetModeTable(unsigned int modeTableIndex) const override;
     /// The number of mode tables this object holds itself: 0 on a derived manager.
     unsigned int GetModeTableCount() override;
     /// Appends each table's name (null for a table without one) to names, in table order.
@@ -288,7 +293,7 @@ public:
                     bool includeShared, PipelineType* pipeline);
     /// Gives back one reference of module to the node that owns it. Null does nothing; a module
     /// without a record or whose record has no mode is logged at error level.
-    void ReleaseModule(ParameterModule const* module);
+    void ReleaseModule(ParameterModule const* module) override;
     /// Releases every module of modules, first to last, and empties the list.
     void ReleaseModules(PList<ParameterModule*>& modules);
     /// Reads the modules of every mode of the branch (file mode). moduleName is only for the
