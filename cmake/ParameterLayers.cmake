@@ -20,6 +20,7 @@ set(PARAM_FORMAT_LAYER_NAMES
     parameterbytereader
     parameterclocale
     parameterdefinitions
+    parameterfileheader
     parameterfilelayout
     parameterfilesection
     parameterlogging
