@@ -124,6 +124,42 @@ inline unsigned int ReadLength(ParameterFileSymbolTableEntry const& entry, unsig
     return entry.Size < limit ? entry.Size : limit;
 }
 
+/// A reader of the entry's data at its cursor, within the lesser of its Size and limit, logging
+/// through the entry's set manager. Whoever reads through it puts its position back into the
+/// entry's cursor.
+inline ParameterByteReader EntryBytes(ParameterFileSymbolTableEntry& entry, unsigned int limit)
+{
+    return ParameterByteReader(entry.Data, ReadLength(entry, limit), entry.GetAlignment(),
+                               EntryLogger(entry), entry.Position);
+}
+
+/// Reads count numbers at the entry's cursor within limit into values, as ParameterUtils::ReadArray
+/// (with noFloat: ReadArrayNoFloat) does, and moves the cursor. False for an entry without data.
+template <typename T>
+bool ReadValues(ParameterFileSymbolTableEntry& entry, T* values,
+                ParameterDefinitionElement* element, unsigned int count, unsigned int limit,
+                bool noFloat)
+{
+    if (entry.Data == nullptr)
+        return false;
+    ParameterByteReader bytes = EntryBytes(entry, limit);
+    bool const read = ParameterReadDetail::ReadArrayCommon(values, element, bytes, count, noFloat);
+    entry.Position = bytes.Position();
+    return read;
+}
+
+/// Reads one number at the entry's cursor within limit, as ParameterUtils::Read does, and moves
+/// the cursor.
+template <typename T>
+bool ReadValue(ParameterFileSymbolTableEntry& entry, T& value, ParameterDefinitionElement* element,
+               unsigned int limit)
+{
+    ParameterByteReader bytes = EntryBytes(entry, limit);
+    bool const read = ParameterReadDetail::ReadValue(value, element, bytes);
+    entry.Position = bytes.Position();
+    return read;
+}
+
 /// Reads a u32 count at the entry's cursor within limit; a short read logs and gives 0 and false.
 bool ReadCount(ParameterFileSymbolTableEntry& entry, unsigned int limit, uint32_t& value);
 
@@ -254,9 +290,7 @@ void ParameterFileSymbolTableEntry::ReadArray(T* values, ParameterDefinitionElem
         LogMessage(false, "Insufficient data to read array of symbol table entry\n");
         return;
     }
-    if (!ParameterUtils::ReadArray<T>(
-            values, element, Data, ParameterEntryReader::ReadLength(*this, limit), Position, count,
-            GetAlignment(), ParameterEntryReader::EntryLogger(*this)))
+    if (!ParameterEntryReader::ReadValues(*this, values, element, count, limit, false))
         LogMessage(false, "Insufficient data to read array of symbol table entry\n");
 }
 
@@ -273,12 +307,8 @@ void ParameterFileSymbolTableEntry::ReadSimpleTypeFixedArray(T* values, unsigned
     }
     unsigned int const binary = field.count;
     ParameterFileSymbolTableEntry& target = *field.target;
-    bool const read =
-        target.Data != nullptr &&
-        ParameterUtils::ReadArray<T>(values, field.element, target.Data,
-                                     Reader::ReadLength(target, NoLoadLimit), target.Position,
-                                     binary < count ? binary : count, target.GetAlignment(),
-                                     Reader::EntryLogger(target));
+    bool const read = Reader::ReadValues(target, values, field.element,
+                                         binary < count ? binary : count, NoLoadLimit, false);
     // Numbers of another type are converted into values all the same: that report is about a
     // difference of the structure, told with its other messages.
     if (!read && (!Reader::IsConverted<T>(field.element) ||
@@ -310,9 +340,7 @@ void ParameterFileSymbolTableEntry::ReadOptionalSimpleType(T& value, unsigned in
         return;
     // The structure's load limit bounds what stands inline; a pointed-to entry ends at its Size.
     unsigned int const limit = &target == this ? parameters.loadLimit : NoLoadLimit;
-    if (!ParameterUtils::Read<T>(&value, field.element, target.Data,
-                                 Reader::ReadLength(target, limit), target.Position,
-                                 target.GetAlignment(), Reader::EntryLogger(target)))
+    if (!Reader::ReadValue(target, value, field.element, limit))
         target.LogMessage(false, "Insufficient data to read variable from symbol table entry\n");
 }
 
@@ -358,20 +386,16 @@ void ParameterFileSymbolTableEntry::ReadSimpleTypeArray(T*& values, unsigned int
         array =
             static_cast<T*>(VornCalloc(sizeof(T) * static_cast<size_t>(count), VornTagAllocData));
         if (array != nullptr) {
+            // The no-float form takes four-byte numbers and enumerations only.
             bool ok = false;
-            unsigned int const length = Reader::ReadLength(target, NoLoadLimit);
-            IParameterLoggingAPI* log = Reader::EntryLogger(target);
             if constexpr (std::is_enum_v<T> || (std::is_integral_v<T> && sizeof(T) == 4)) {
                 if (enumeration)
-                    ok = ParameterUtils::ReadArrayNoFloat<T>(array, field.element, target.Data,
-                                                             length, target.Position, count,
-                                                             target.GetAlignment(), log);
+                    ok = Reader::ReadValues(target, array, field.element, count, NoLoadLimit, true);
             }
             if constexpr (!std::is_enum_v<T>) {
                 if (!enumeration)
-                    ok = ParameterUtils::ReadArray<T>(array, field.element, target.Data, length,
-                                                      target.Position, count, target.GetAlignment(),
-                                                      log);
+                    ok =
+                        Reader::ReadValues(target, array, field.element, count, NoLoadLimit, false);
             }
             if (!ok) {
                 VornFree(array, VornTagRelease);

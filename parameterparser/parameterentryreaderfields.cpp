@@ -12,7 +12,6 @@
 #include "parameterparser/parameterentryreader.h"
 #include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parameterlogging.h"
-#include "parameterparser/parameterutils.h"
 
 namespace {
 
@@ -118,9 +117,7 @@ ParameterLoadParameters ElementParameters(ParameterFileSymbolTableEntry& entry,
 bool ParameterEntryReader::ReadCount(ParameterFileSymbolTableEntry& entry, unsigned int limit,
                                      uint32_t& value)
 {
-    ParameterByteReader reader(entry.Data, ParameterEntryReader::ReadLength(entry, limit),
-                               entry.GetAlignment(), ParameterEntryReader::EntryLogger(entry),
-                               entry.Position);
+    ParameterByteReader reader = EntryBytes(entry, limit);
     bool const read = reader.ReadU32(value);
     entry.Position = reader.Position();
     if (read)
@@ -343,11 +340,7 @@ float* ParameterFileSymbolTableEntry::ReadArray(ParameterDefinitionElement* elem
         VornCalloc(sizeof(float) * static_cast<size_t>(count), VornTagAllocData));
     if (values == nullptr)
         return nullptr;
-    bool const ok = Data != nullptr &&
-                    ParameterUtils::ReadArray<float>(
-                        values, element, Data, ParameterEntryReader::ReadLength(*this, limit),
-                        Position, count, GetAlignment(), ParameterEntryReader::EntryLogger(*this));
-    if (ok)
+    if (ParameterEntryReader::ReadValues(*this, values, element, count, limit, false))
         return values;
     VornFree(values, VornTagRelease);
     LogMessage(false, "Insufficient data to read array from symbol table entry\n");

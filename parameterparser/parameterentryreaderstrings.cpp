@@ -39,9 +39,7 @@ void ParameterFileSymbolTableEntry::ReadString(char** value, unsigned int length
         uint64_t const end = Position + (length + step - 1) / step * step;
         Position = end < Size ? static_cast<uint32_t>(end) : Size;
     } else if (Data != nullptr) {
-        ParameterByteReader characters(Data, ParameterEntryReader::ReadLength(*this, limit),
-                                       GetAlignment(), ParameterEntryReader::EntryLogger(*this),
-                                       Position);
+        ParameterByteReader characters = ParameterEntryReader::EntryBytes(*this, limit);
         // The characters the entry can give, not what a damaged length claims, are the work.
         unsigned int const available = characters.Remaining();
         if (!ParameterEntryReader::SpendElements(*this, length < available ? length : available))
