@@ -66,12 +66,6 @@ void DestroyEntries(ParameterFileSymbolTableEntry* entries, unsigned int count)
     VornFree(entries, VornTagRelease);
 }
 
-// A section [offset, offset + size) lies within length bytes.
-bool Within(unsigned int offset, unsigned int size, unsigned int length)
-{
-    return offset <= length && size <= length - offset;
-}
-
 // Frees a block of the platform allocator when its holder goes.
 struct VornBlockDeleter
 {
@@ -148,11 +142,12 @@ bool ParameterFileSymbolTable::Load(unsigned char* buffer, unsigned int length,
     // The tables are sized from the section table, which a damaged file may make claim gigabytes:
     // a table that the file cannot hold fails here, before anything is allocated for it.
     unsigned int const available = file != nullptr ? fileLength : length;
-    if (!Within(symbol.Offset, symbol.Size, available)) {
+    if (!ParameterByteReader::InBounds(symbol.Offset, symbol.Size, available)) {
         LogUnreadableTable("symbol", symbol);
         return false;
     }
-    if (m_hasDataTable && !Within(dataTable.Offset, dataTable.Size, available)) {
+    if (m_hasDataTable &&
+        !ParameterByteReader::InBounds(dataTable.Offset, dataTable.Size, available)) {
         LogUnreadableTable("data", symbol);
         return false;
     }
@@ -280,8 +275,9 @@ bool ParameterFileSymbolTable::ReadTableSection(unsigned char* buffer, unsigned 
     // In memory reads stop at the section's end (or the buffer's, if the section claims more).
     unsigned char* bytes = buffer;
     unsigned int pos = section.Offset;
-    unsigned int end =
-        Within(section.Offset, section.Size, length) ? section.Offset + section.Size : length;
+    unsigned int end = ParameterByteReader::InBounds(section.Offset, section.Size, length)
+                           ? section.Offset + section.Size
+                           : length;
     unsigned char* copy = nullptr;
     if (m_fileMode) {
         // An empty table has nothing to copy: the file refuses reads of zero bytes.
@@ -439,9 +435,10 @@ bool ParameterFileSymbolTable::ReadPointerEntry(ParameterFileSymbolTableEntry& t
     uint32_t id = 0;
     bool read = false;
     if (reader != nullptr) {
-        ParameterByteReader bytes(reader->Data, reader->Size, reader->Position, m_layout.alignment,
-                                  log);
+        ParameterByteReader bytes(reader->Data, reader->Size, m_layout.alignment, log,
+                                  reader->Position);
         read = bytes.ReadU32(id);
+        reader->Position = bytes.Position();
         if (!read)
             reader->LogMessage(false, "Insufficient data to read variable from symbol table "
                                       "entry\n");

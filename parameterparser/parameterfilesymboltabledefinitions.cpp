@@ -70,7 +70,7 @@ char const* Printable(char const* name)
 bool ParameterFileSymbolTable::ReadDefinitions(unsigned char* buffer, unsigned int length,
                                                unsigned int& pos, unsigned int size, bool keep)
 {
-    if (buffer == nullptr || size > length || pos > length - size)
+    if (buffer == nullptr || !ParameterByteReader::InBounds(pos, size, length))
         return false;
 
     ClearDefinitions(true);
@@ -82,12 +82,12 @@ bool ParameterFileSymbolTable::ReadDefinitions(unsigned char* buffer, unsigned i
     }
 
     IParameterLoggingAPI* log = Logger();
-    unsigned int const end = pos + size;
     // The reader stops at the section's end, so a record that claims more bytes than the section
     // holds fails there instead of reading the sections behind it.
-    ParameterByteReader reader(buffer, end, pos, m_layout.alignment, log);
+    ParameterByteReader reader =
+        ParameterByteReader(buffer, length, m_layout.alignment, log).Section(pos, size);
     bool reachedEnd = true;
-    while (pos < end) {
+    while (reader.Remaining() != 0) {
         uint8_t kind = 0;
         // A record that was cut short has failed the reader already: the walk stops here.
         if (!reader.ReadU8(kind)) {
@@ -136,6 +136,7 @@ bool ParameterFileSymbolTable::ReadDefinitions(unsigned char* buffer, unsigned i
             break;
         }
     }
+    pos = reader.Position();
 
     // Sizes are computed for what was read, also when the walk broke off, as this file's version
     // lays structures out.

@@ -139,11 +139,10 @@ bool ParameterFileSymbolTableEntry::Load(unsigned char* buffer, char const* /*fi
         bytes = temporary;
         cursor = 0;
     }
-    unsigned int const start = cursor;
-    ParameterByteReader reader(bytes, byteLength, cursor, layout.alignment, log);
+    ParameterByteReader reader(bytes, byteLength, layout.alignment, log, cursor);
     DecodedFields fields;
     bool const ok = DecodeEntry(reader, layout, isSymbol, id, *this, fields);
-    pos += cursor - start;
+    pos += reader.Position() - cursor;
     VornFree(temporary, VornTagRelease);
     if (!ok)
         return false;
