@@ -373,29 +373,6 @@ void ParameterModuleStore::KeepOwnerLoaded(ParameterModule const* module)
     }
 }
 
-void ParameterModuleStore::Park()
-{
-    m_manager.SaveAndClearModules();
-    if (m_manager.m_symbolTable != nullptr)
-        m_parkedTables.Add(m_manager.m_symbolTable);
-    m_manager.m_symbolTable = nullptr;
-    m_tree.Park();
-}
-
-void ParameterModuleStore::FreeParked()
-{
-    // Modules first: a module still loaded unloads in its destructor, which gives shared blocks
-    // back to its symbol table. Each list goes front to back.
-    PList<ParameterModule*>& modules = m_manager.m_replacedModules;
-    for (unsigned int i = 0; i < modules.Count(); ++i)
-        delete modules[i];
-    modules.Clear();
-    for (unsigned int i = 0; i < m_parkedTables.Count(); ++i)
-        delete m_parkedTables[i];
-    m_parkedTables.Clear();
-    m_tree.FreeParked();
-}
-
 // The manager's module operations run on the main manager's store.
 
 ParameterModule* ParameterSetManager::CreateModule(ParameterFileSymbolTableEntry const* entry,

@@ -19,9 +19,9 @@ class ParameterSetManager;
 /// The module store of one main manager: it makes the modules of a file and hangs them on their
 /// mode nodes, finds the module of a branch, counts the references clients hold, reads the modes
 /// of a branch in file mode and unloads the least recently used ones that no client holds, except
-/// those whose values a client changed. It also keeps the generation a reload parked. The
-/// operations are the manager's of the same names (GetModule is GetModuleInternal), which run
-/// here on the main manager.
+/// those whose values a client changed. It also keeps the generation a reload parked, and the
+/// modules an update replaced. The operations are the manager's of the same names (GetModule is
+/// GetModuleInternal), which run here on the main manager.
 class ParameterModuleStore
 {
 public:
@@ -64,6 +64,11 @@ public:
     /// Deletes the parked generation: modules first (whose unload needs their symbol table),
     /// then symbol tables, then mode tables.
     void FreeParked();
+    /// Moves the modules of source and of its later siblings into target, unless target links
+    /// elsewhere: each takes the place of target's module of its name, which is parked when this
+    /// manager's registry owns it, and joins this manager's registry chain of its kind, leaving
+    /// other's.
+    void MoveModules(ModeEntry* target, ModeEntry* source, ParameterSetManager* other);
     PList<ParameterFileSymbolTable*> const& ParkedSymbolTables() const { return m_parkedTables; }
 
 private:
