@@ -81,11 +81,6 @@ ParameterModeTree::~ParameterModeTree()
     DeleteTables(m_parked);
 }
 
-ParameterModeTable* ParameterModeTree::Table(unsigned int index) const
-{
-    return index < m_tables.Count() ? m_tables[index] : nullptr;
-}
-
 ParameterModeTable* ParameterModeTree::Table(char const* caller, unsigned int index)
 {
     if (index < m_tables.Count())
@@ -191,23 +186,6 @@ bool ParameterModeTree::GetModeTableNames(PList<char const*>& names) const
     for (unsigned int i = 0; i < m_tables.Count(); ++i)
         names.Add(m_tables[i] != nullptr ? m_tables[i]->name : nullptr);
     return true;
-}
-
-ParameterModeTree::WalkEnd ParameterModeTree::StepDown(char const* caller, ModeEntry*& node,
-                                                       TuningMode const* modeBranch,
-                                                       unsigned int modeCount, unsigned int& index)
-{
-    if (!ValidateMode(caller, modeBranch, index))
-        return WalkEnd::Invalid;
-    unsigned int run = 1;
-    while (index + run < modeCount && modeBranch[index + run].mode == modeBranch[index].mode)
-        ++run;
-    ModeEntry* next = node->FindMode(&modeBranch[index], run, 0);
-    if (next == nullptr)
-        return WalkEnd::Missing;
-    node = next;
-    index += run;
-    return WalkEnd::Complete;
 }
 
 bool ParameterModeTree::ValidateMode(char const* caller, TuningMode const* modeBranch,

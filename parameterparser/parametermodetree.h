@@ -3,10 +3,10 @@
 // walks over their trees and the text forms of mode paths.
 #pragma once
 
+#include "parameterparser/modeentry.h"
 #include "parameterparser/modeunion.h"
 #include "parameterparser/plist.h"
 
-class ModeEntry;
 class ParameterModeTable;
 class ParameterSetManager;
 struct ModeSlot;
@@ -36,7 +36,10 @@ public:
 
     unsigned int Count() const { return m_tables.Count(); }
     /// The table of index in service; null when out of range. Borrowed.
-    ParameterModeTable* Table(unsigned int index) const;
+    ParameterModeTable* Table(unsigned int index) const
+    {
+        return index < m_tables.Count() ? m_tables[index] : nullptr;
+    }
     /// As above, logging at error level that caller was given an index past the count.
     ParameterModeTable* Table(char const* caller, unsigned int index);
     /// Takes over a table read from the file, behind the others.
@@ -113,9 +116,22 @@ public:
 
 private:
     /// One step of WalkBranch at index: validates it, matches its run below node and moves node
-    /// and index behind the run.
+    /// and index behind the run. Inline, as every lookup takes it for every step of its branch.
     WalkEnd StepDown(char const* caller, ModeEntry*& node, TuningMode const* modeBranch,
-                     unsigned int modeCount, unsigned int& index);
+                     unsigned int modeCount, unsigned int& index)
+    {
+        if (!ValidateMode(caller, modeBranch, index))
+            return WalkEnd::Invalid;
+        unsigned int run = 1;
+        while (index + run < modeCount && modeBranch[index + run].mode == modeBranch[index].mode)
+            ++run;
+        ModeEntry* next = node->FindMode(&modeBranch[index], run, 0);
+        if (next == nullptr)
+            return WalkEnd::Missing;
+        node = next;
+        index += run;
+        return WalkEnd::Complete;
+    }
 
     ParameterSetManager& m_manager;
     PList<ParameterModeTable*> m_tables;
