@@ -22,8 +22,7 @@ ModuleData::ModuleData(unsigned long nameHash, uint32_t id, uint32_t duplicateId
                        VersionUnion version, uint32_t modeId, IModeTable* modeTable,
                        ParameterSetManager* manager, ParameterFileSymbolTable* symbolTable)
     : NameHash(nameHash), ID(id), DuplicateID(duplicateId), Version(version), ModeId(modeId),
-      Mode(nullptr), ModePath(nullptr), SetManager(manager), SymbolTable(symbolTable),
-      m_host(IParameterModuleHost::Of(manager))
+      Mode(nullptr), ModePath(nullptr), SetManager(manager), SymbolTable(symbolTable)
 {
     if (modeTable == nullptr) {
         ParameterLogging::Write(Logger(), ParameterLogging::LogError,
@@ -78,10 +77,18 @@ unsigned int ModuleData::GetModeIDValue() const
 
 ParameterModeTable* ModuleData::GetModeTable() const
 {
-    return m_host != nullptr ? m_host->GetModeTable(GetModeTableIndex()) : nullptr;
+    IParameterModuleHost* host = Host();
+    return host != nullptr ? host->GetModeTable(GetModeTableIndex()) : nullptr;
 }
 
 IParameterLoggingAPI* ModuleData::Logger() const
 {
-    return m_host != nullptr ? m_host->GetLogger() : nullptr;
+    return IParameterModuleHost::LoggerOf(SetManager);
+}
+
+// The host face is looked up on each use rather than kept: a record exists for every module entry
+// of a file, so it stays as small as its fields.
+IParameterModuleHost* ModuleData::Host() const
+{
+    return IParameterModuleHost::Of(SetManager);
 }

@@ -41,7 +41,7 @@ public:
     /// The manager as the logger of what concerns this record; null without a manager.
     IParameterLoggingAPI* Logger() const;
     /// The manager's face for the modules of this record; null without a manager. Borrowed.
-    IParameterModuleHost* Host() const { return m_host; }
+    IParameterModuleHost* Host() const;
 
     unsigned long NameHash;
     uint32_t ID;
@@ -54,6 +54,5 @@ public:
     ParameterFileSymbolTable* SymbolTable;
 
 private:
-    IParameterModuleHost* m_host;
     bool m_ownsSlot = false; ///< Mode is the private slot made for an unknown Mode ID
 };
