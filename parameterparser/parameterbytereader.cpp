@@ -12,15 +12,7 @@
 ParameterByteReader::ParameterByteReader(unsigned char const* buffer, unsigned int length,
                                          unsigned char alignment, IParameterLoggingAPI* log,
                                          unsigned int start)
-    : m_buffer(buffer), m_end(buffer != nullptr ? length : 0), m_ownPos(start), m_pos(m_ownPos),
-      m_alignment(alignment), m_log(log)
-{
-}
-
-ParameterByteReader::ParameterByteReader(unsigned char const* buffer, unsigned int length,
-                                         unsigned int& pos, unsigned char alignment,
-                                         IParameterLoggingAPI* log)
-    : m_buffer(buffer), m_end(buffer != nullptr ? length : 0), m_pos(pos), m_alignment(alignment),
+    : m_buffer(buffer), m_end(buffer != nullptr ? length : 0), m_pos(start), m_alignment(alignment),
       m_log(log)
 {
 }
@@ -28,8 +20,8 @@ ParameterByteReader::ParameterByteReader(unsigned char const* buffer, unsigned i
 ParameterByteReader::ParameterByteReader(unsigned char const* buffer, unsigned int begin,
                                          unsigned int end, unsigned char alignment,
                                          IParameterLoggingAPI* log, bool failed)
-    : m_buffer(buffer), m_begin(begin), m_end(end), m_ownPos(begin), m_pos(m_ownPos),
-      m_alignment(alignment), m_log(log), m_failed(failed)
+    : m_buffer(buffer), m_begin(begin), m_end(end), m_pos(begin), m_alignment(alignment),
+      m_log(log), m_failed(failed)
 {
 }
 

@@ -22,9 +22,6 @@ public:
     /// A reader of buffer[0, length), positioned at start. A null buffer holds nothing.
     ParameterByteReader(unsigned char const* buffer, unsigned int length, unsigned char alignment,
                         IParameterLoggingAPI* log, unsigned int start = 0);
-    /// A reader that moves the caller's pos, for code that keeps its cursor outside the reader.
-    ParameterByteReader(unsigned char const* buffer, unsigned int length, unsigned int& pos,
-                        unsigned char alignment, IParameterLoggingAPI* log);
 
     ParameterByteReader(ParameterByteReader const&) = delete;
     ParameterByteReader& operator=(ParameterByteReader const&) = delete;
@@ -110,8 +107,7 @@ private:
     /// The bounds [m_begin, m_end) within which this reader and its sub-readers read.
     unsigned int m_begin = 0;
     unsigned int m_end;
-    unsigned int m_ownPos = 0;
-    unsigned int& m_pos;
+    unsigned int m_pos;
     unsigned char m_alignment;
     IParameterLoggingAPI* m_log;
     bool m_failed = false;
