@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "parameterparser/parameterbytereader.h"
+
 class IParameterLoggingAPI;
 
 /// Layout of every live tuning packet. All fields are little-endian and unaligned.
@@ -140,7 +142,7 @@ public:
     /// True when width bytes stand at offset.
     bool Fits(unsigned int offset, unsigned int width) const
     {
-        return offset <= m_size && width <= m_size - offset;
+        return ParameterByteReader::InBounds(offset, width, m_size);
     }
 
     bool U16(unsigned int offset, uint16_t& value, IParameterLoggingAPI* log = nullptr) const;
