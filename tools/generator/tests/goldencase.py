@@ -1,5 +1,6 @@
 """What the generator's tests share: the generator's folders on the import path, the golden
-folder, the repository root, and the command-line script loaded as a module."""
+folder, the repository root, the catalogue's schema folder, and the command-line script loaded as
+a module."""
 
 import importlib.util
 import os
@@ -10,6 +11,7 @@ sys.path.insert(0, os.path.join(HERE, ".."))
 
 GOLDEN = os.path.join(HERE, "golden")
 ROOT = os.path.abspath(os.path.join(HERE, "..", "..", ".."))
+CATALOGUE = os.path.join(ROOT, "parametermodules", "schemas")
 
 # The command-line script shares its name with the package beside it: load it by path.
 _spec = importlib.util.spec_from_file_location("paramgen_cli", os.path.join(HERE, "..",

@@ -7,13 +7,13 @@ import os
 import sys
 import unittest
 
-from goldencase import GOLDEN, ROOT, paramgen_cli
+from goldencase import CATALOGUE, GOLDEN, ROOT, paramgen_cli
 
 SCHEMA = os.path.join(GOLDEN, "goldensample.schema")
 
 
 def generate():
-    _, outputs = paramgen_cli.generate(SCHEMA, [GOLDEN], ROOT)
+    _, outputs = paramgen_cli.generate(SCHEMA, [GOLDEN, CATALOGUE], ROOT)
     return outputs
 
 

@@ -4,9 +4,9 @@ out by hand would, and a form that cannot be expanded is refused with its line."
 import os
 import unittest
 
-from goldencase import ROOT, paramgen_cli
+from goldencase import CATALOGUE, ROOT, paramgen_cli
 from paramgen.schema import SchemaError
-from test_family import CATALOGUE, FamilyCase
+from test_family import FamilyCase
 
 # The shared language: systems of one to three levels over a shared last level, and the data
 # bank form whose root array keeps its irregular name.

@@ -5,7 +5,7 @@ import os
 import tempfile
 import unittest
 
-from goldencase import GOLDEN, ROOT, paramgen_cli
+from goldencase import CATALOGUE, GOLDEN, ROOT, paramgen_cli
 from paramgen.managerlist import load_manager, parse
 from paramgen.schema import SchemaError
 
@@ -13,7 +13,7 @@ LIST = os.path.join(GOLDEN, "GoldenSetManager.list")
 
 
 def generate():
-    _, outputs = paramgen_cli.generate_manager(LIST, [GOLDEN], ROOT)
+    _, outputs = paramgen_cli.generate_manager(LIST, [GOLDEN, CATALOGUE], ROOT)
     return outputs
 
 
@@ -65,7 +65,7 @@ class ManagerListTest(unittest.TestCase):
     def test_type_must_be_a_module_of_its_schema(self):
         with tempfile.TemporaryDirectory() as folder:
             for name, text in {
-                "NotAType.list": "manager NotAType\na  goldensample::pointType\n",
+                "NotAType.list": "manager NotAType\na  ispglobalelements::trigger_pt_type\n",
                 "NoSchema.list": "manager NoSchema\na  missing::T\n",
                 "Misnamed.list": "manager Other\na  goldensample::sampleType\n",
             }.items():
@@ -74,7 +74,7 @@ class ManagerListTest(unittest.TestCase):
                     handle.write(text)
                 with self.subTest(name):
                     with self.assertRaises(SchemaError):
-                        load_manager(path, [GOLDEN])
+                        load_manager(path, [GOLDEN, CATALOGUE])
 
 
 if __name__ == "__main__":

@@ -12,11 +12,6 @@ namespace goldensample {
 
 namespace {
 
-ParameterMemberDescriptor const pointTypeMembers[] = {
-    {"x", ParameterTypeNames::Float, 0xcfabd0bb8fce7fb8UL, offsetof(pointType, x), 0, 0, 1, 0, 0,
-     ParameterMemberKind::Scalar, ParameterStorage::Float, 10, false, false, nullptr},
-};
-
 ParameterMemberDescriptor const sampleTypeMembers[] = {
     {"threshold", ParameterTypeNames::UInt32, 0xe04ba95df59bbd7cUL, offsetof(sampleType, threshold), 0, 0, 1, 0, 0,
      ParameterMemberKind::Scalar, ParameterStorage::Float, 0, false, false, nullptr},
@@ -27,54 +22,20 @@ ParameterMemberDescriptor const sampleTypeMembers[] = {
     {"offset", ParameterTypeNames::Int32, 0xbaf23a58bec735feUL, offsetof(sampleType, offset), offsetof(sampleType, offsetCount), offsetof(sampleType, offsetID), 1, 0, 0,
      ParameterMemberKind::OptionalScalar, ParameterStorage::Int16, 0, false, false, nullptr},
     {"points", ParameterTypeNames::Structure, 0xb37a7c47082000f9UL, offsetof(sampleType, points), offsetof(sampleType, pointsCount), offsetof(sampleType, pointsID), 1, 1, 9,
-     ParameterMemberKind::StructureArray, ParameterStorage::UInt32, 0, false, false, &::goldensample::pointType::Descriptor},
+     ParameterMemberKind::StructureArray, ParameterStorage::UInt32, 0, false, false, &::ispglobalelements::trigger_pt_type::Descriptor},
     {"corners", ParameterTypeNames::Structure, 0xd25bbdbe30ee0574UL, offsetof(sampleType, corners), 0, 0, 2, 0, 0,
-     ParameterMemberKind::StructureFixedArray, ParameterStorage::UInt32, 0, false, false, &::goldensample::pointType::Descriptor},
+     ParameterMemberKind::StructureFixedArray, ParameterStorage::UInt32, 0, false, false, &::ispglobalelements::trigger_pt_type::Descriptor},
     {"label", ParameterTypeNames::String, 0xdda81b3d930fd895UL, offsetof(sampleType, label), offsetof(sampleType, labelCount), offsetof(sampleType, labelID), 1, 0, 10,
      ParameterMemberKind::OptionalString, ParameterStorage::UInt32, 0, false, false, nullptr},
     {"default", ParameterTypeNames::UInt8, 0x9567c48eab4c56cfUL, offsetof(sampleType, default_), 0, 0, 1, 0, 0,
      ParameterMemberKind::Scalar, ParameterStorage::UInt8, 0, false, false, nullptr},
     {"limits", ParameterTypeNames::Structure, 0x8e591c0c483d1e1bUL, offsetof(sampleType, limits), 0, 0, 1, 0, 0,
-     ParameterMemberKind::Structure, ParameterStorage::UInt32, 0, false, false, &::goldensample::pointType::Descriptor},
+     ParameterMemberKind::Structure, ParameterStorage::UInt32, 0, false, false, &::ispglobalelements::trigger_pt_type::Descriptor},
     {"unnamed_832c67f0", ParameterTypeNames::Int32, 0x832c67f0d28e401dUL, offsetof(sampleType, unnamed_832c67f0), 0, 0, 1, 0, 0,
      ParameterMemberKind::Scalar, ParameterStorage::Int32, 0, false, false, nullptr},
 };
 
 } // namespace
-
-ParameterTypeDescriptor const pointType::Descriptor = {
-    "pointType", sizeof(pointType), 0, pointTypeMembers, 1, &pointType::LoadArray, &pointType::AllocArray, false};
-
-void pointType::Load(ParameterLoadParameters& loadParams)
-{
-    ParameterMemberAccess::Load(this, Descriptor, loadParams);
-}
-
-void pointType::LoadArray(ParameterLoadParameters& loadParams, void* elements,
-    unsigned int elementCount)
-{
-    ParameterMemberAccess::LoadArray(Descriptor, loadParams, elements, elementCount);
-}
-
-void* pointType::AllocArray(unsigned int elementCount)
-{
-    return ParameterMemberAccess::AllocArray(Descriptor, elementCount);
-}
-
-bool pointType::GetValue(char const* valuePath, char* outText, unsigned int outSize)
-{
-    return ParameterValuePath::GetValue(this, Descriptor, valuePath, outText, outSize);
-}
-
-bool pointType::SetValue(char const* valuePath, char const* valueText)
-{
-    return ParameterValuePath::SetValue(this, Descriptor, valuePath, valueText);
-}
-
-bool pointType::GetInfo(char const* valuePath, PList<ParameterParserInfo>& infoList)
-{
-    return ParameterValuePath::GetInfo(this, Descriptor, valuePath, infoList);
-}
 
 ParameterTypeDescriptor const sampleType::Descriptor = {
     "sampleType", sizeof(sampleType), sizeof(uint32_t), sampleTypeMembers, 10, &sampleType::LoadArray, &sampleType::AllocArray, true};

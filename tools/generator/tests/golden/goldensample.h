@@ -7,6 +7,7 @@
 #include "parameterparser/parametermodule.h"
 #include "parameterparser/parameterparserinfo.h"
 #include "parameterparser/plist.h"
+#include "paramgen/ispglobalelements.h"
 
 class DefaultModule;
 class ModuleData;
@@ -24,20 +25,6 @@ enum pass_kind : unsigned int
     pass_dc4 = 4u,
 };
 
-struct PARAMETERPARSER_API pointType
-{
-    float x;
-
-    void Load(ParameterLoadParameters& loadParams);
-    static void LoadArray(ParameterLoadParameters& loadParams, void* elements, unsigned int elementCount);
-    static void* AllocArray(unsigned int elementCount);
-    bool GetValue(char const* valuePath, char* outText, unsigned int outSize);
-    bool SetValue(char const* valuePath, char const* valueText);
-    bool GetInfo(char const* valuePath, PList<ParameterParserInfo>& infoList);
-
-    static ParameterTypeDescriptor const Descriptor;
-};
-
 struct PARAMETERPARSER_API sampleType
 {
     uint32_t symbolTableID; ///< bits 0-23 symbol table ID, 24-31 edits
@@ -51,13 +38,13 @@ struct PARAMETERPARSER_API sampleType
     uint32_t offsetID;
     uint32_t pointsCount;
     uint32_t pointsID;
-    ::goldensample::pointType* points;
-    ::goldensample::pointType corners[2];
+    ::ispglobalelements::trigger_pt_type* points;
+    ::ispglobalelements::trigger_pt_type corners[2];
     char* label;
     uint32_t labelCount;
     uint32_t labelID;
     uint8_t default_;
-    ::goldensample::pointType limits;
+    ::ispglobalelements::trigger_pt_type limits;
     int32_t unnamed_832c67f0;
 
     void Load(ParameterLoadParameters& loadParams);
