@@ -1,5 +1,6 @@
-"""The exposure modules' forms: trigger systems and data banks generate what their types written
-out by hand would, and a form that cannot be expanded is refused with its line."""
+"""The exposure modules' forms: a data bank whose rows carry a trigger system generates what its
+types written out by hand would (over the catalogue's shared namespace, whose forms every exposure
+module compiles), and a form that cannot be expanded is refused with its line."""
 
 import os
 import unittest
@@ -7,31 +8,6 @@ import unittest
 from goldencase import CATALOGUE, ROOT, paramgen_cli
 from paramgen.schema import SchemaError
 from test_family import FamilyCase
-
-# The shared language: systems of one to three levels over a shared last level, and the data
-# bank form whose root array keeps its irregular name.
-SHARED_FORMS = """\
-namespace aecxglobalelements
-type StartEndType
-  start  Float  float
-  end    Float  float
-type DataBankType
-  bankID  Enum   uint32
-  dataID  Int32  int32
-type VaritonalBankDataType
-  bankID  Enum  uint32
-type TriggerDataType
-  value  Float  float
-type TriggerSystemEndLevelType
-  trigger      StartEndType
-  triggerData  TriggerDataType
-type OneLevelTriggerSystemType
-  trigger-system 1 end TriggerSystemEndLevelType dup 12
-type TwoLevelTriggerSystemType
-  trigger-system 2 end TriggerSystemEndLevelType dup 14
-type ThreeLevelDataBankTriggerSystemType
-  trigger-system 3 end TriggerSystemEndLevelType databank root trigger3Data dup 19
-"""
 
 # A bank whose rows carry their own three-level tree, made level by level down to the payload.
 BANK_FORMS = """\
@@ -50,30 +26,6 @@ module AECXDBSpeedType version 10.0.0
 """
 
 # The model the forms stand for, written out.
-SHARED_PLAIN = SHARED_FORMS.split("type OneLevel")[0] + """\
-type OneLevelTriggerSystemType
-  trigger1Type  Enum  uint32
-  trigger1Data  TriggerSystemEndLevelType[]  dup 12
-type TwoLevelTriggerSystemLevel1Type
-  trigger       StartEndType
-  trigger2Data  TriggerSystemEndLevelType[]
-type TwoLevelTriggerSystemType
-  trigger1Type  Enum  uint32
-  trigger2Type  Enum  uint32
-  trigger1Data  TwoLevelTriggerSystemLevel1Type[]  dup 14
-type ThreeLevelDataBankTriggerSystemLevel2Type
-  trigger       StartEndType
-  trigger3Data  TriggerSystemEndLevelType[]
-type ThreeLevelDataBankTriggerSystemLevel1Type
-  trigger       StartEndType
-  trigger2Data  ThreeLevelDataBankTriggerSystemLevel2Type[]
-type ThreeLevelDataBankTriggerSystemType
-  trigger1DataBank  DataBankType
-  trigger2DataBank  DataBankType
-  trigger3DataBank  DataBankType
-  trigger3Data  ThreeLevelDataBankTriggerSystemLevel1Type[]  dup 19
-"""
-
 BANK_PLAIN = """\
 namespace expobank
 uses aecxglobalelements
@@ -108,19 +60,16 @@ module AECXDBSpeedType version 10.0.0
 
 
 class ExposureFormTest(FamilyCase):
-    def generated(self, folder, shared, bank):
-        """{file name: text without the banner} of both namespaces written into folder."""
+    def generated(self, folder, text):
+        """{file name: text without the banner} of the bank written into folder."""
         os.makedirs(os.path.join(self.folder.name, folder))
-        outputs = {}
-        for name, text in (("aecxglobalelements", shared), ("expobank", bank)):
-            path = self.write(os.path.join(folder, name + ".schema"), text)
-            _, made = paramgen_cli.generate(path, [CATALOGUE], ROOT)
-            outputs.update({n: t.split("\n", 1)[1] for n, t in made.items()})
-        return outputs
+        path = self.write(os.path.join(folder, "expobank.schema"), text)
+        _, made = paramgen_cli.generate(path, [CATALOGUE], ROOT)
+        return {name: text.split("\n", 1)[1] for name, text in made.items()}
 
     def test_forms_generate_the_code_of_their_model(self):
-        from_forms = self.generated("forms", SHARED_FORMS, BANK_FORMS)
-        from_plain = self.generated("plain", SHARED_PLAIN, BANK_PLAIN)
+        from_forms = self.generated("forms", BANK_FORMS)
+        from_plain = self.generated("plain", BANK_PLAIN)
         self.assertEqual(sorted(from_forms), sorted(from_plain))
         for name in from_plain:
             with self.subTest(name):
