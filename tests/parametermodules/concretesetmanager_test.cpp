@@ -338,42 +338,6 @@ TEST_F(ValueAccessTest, ReadsListTheMembersOfTheDeepestHolder)
     EXPECT_EQ(Get(RootPath, "t2tconfigdata", nullptr, 16), "operationMode=1");
 }
 
-/// A module whose description lists three numbers of which the middle one cannot be read, as a
-/// module with a member the file dropped may answer. It is loaded from the start.
-class PartlyReadableModule : public ParameterModule
-{
-public:
-    PartlyReadableModule() : ParameterModule("partlyreadable", 1, 0, 0, nullptr) { loaded = true; }
-
-    ParameterModule* Create(ModuleData*, DefaultModule*) const override { return nullptr; }
-    bool LoadModule(ParameterFileSymbolTable*) override { return true; }
-    void UnloadModule() override {}
-
-    bool GetInfo(char const*, PList<ParameterParserInfo>& list) override
-    {
-        for (char const* name : {"first", "second", "third"})
-            list.Add(ParameterParserInfo(name, ParameterTypeNames::Int32, 1.0, 0));
-        return true;
-    }
-
-    bool GetValue(char const* path, char* out, unsigned int outSize) override
-    {
-        std::snprintf(out, outSize, "%s", path + 6);
-        return std::string(path) != "block.second";
-    }
-};
-
-TEST_F(ValueAccessTest, StructureReadStopsAtAMemberThatCannotBeRead)
-{
-    PartlyReadableModule module;
-    ModeEntry* root = m_manager.GetModeEntry(0, RootPath);
-    ASSERT_NE(root, nullptr);
-    ASSERT_EQ(root->ReplaceModule(&module), nullptr);
-    // The member before stands; the one that failed leaves no "second=" behind.
-    EXPECT_EQ(Get(RootPath, "partlyreadable.block"), "<false: first=first>");
-    root->modules.erase(module.moduleNameHash);
-}
-
 TEST_F(ValueAccessTest, SetValueChangesTheSharedModuleForEveryModeBelowItsOwner)
 {
     EXPECT_TRUE(m_manager.SetValue(0, PreviewPath, "t2tconfigdata", "confidenceThreshold", "90"));
@@ -474,12 +438,6 @@ TEST(ValueAccessFileModeTest, SetValuePinsTheOwnerNotTheModeAskedFor)
 TEST(TuningDescriptionInstanceTest, RefusesWhatCannotBeWrittenWithTheLineNumber)
 {
     std::string const t2t = "instance t2tconfigdata T2TCtrlType mode Default\n";
-    auto const indices = [](int count) {
-        std::string list = "instance flIndices FLIndicesType mode Default\nvalue indices 0";
-        for (int i = 1; i < count; ++i)
-            list += "," + std::to_string(i);
-        return list + "\n";
-    };
     std::string const instancesOnly = "line 4: instances take their structures from their schema: "
                                       "a description with instances has no structure or module "
                                       "lines";
@@ -498,11 +456,6 @@ TEST(TuningDescriptionInstanceTest, RefusesWhatCannotBeWrittenWithTheLineNumber)
         {t2t + "value module_version 1\n",
          "line 4: 'module_version' is a structure: give its members"},
         {t2t + "value operationMode.x 1\n", "line 4: 'operationMode' is not a single structure"},
-        {t2t + "value downscaleRatio half\n",
-         "line 4: value of 'downscaleRatio': 'half' is not a number (Float)"},
-        // 300 indices fit; one more does not.
-        {indices(300), ""},
-        {indices(301), "line 4: value of 'indices': 301 elements where at most 300 fit"},
         {t2t + t2t, "line 4: instance 't2tconfigdata' is given twice in mode Default"},
         {t2t + "structure 1 Other\n", instancesOnly},
         {"structure 1 Other\n" + t2t, instancesOnly},
