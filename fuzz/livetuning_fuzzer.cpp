@@ -1,25 +1,30 @@
 // SPDX-License-Identifier: Apache-2.0
 // Fuzz target: the live tuning request stream, cut into receives at points the input chooses,
-// framed by the server's reader and executed by the command worker against a loaded manager.
+// framed by the server's reader and executed by the command worker against a loaded manager. The
+// input's first two bytes (u16, little-endian) seed the receive sizes and client drop-outs; the
+// rest is the byte stream, any number of packets, whole or not.
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
 #include "parameterparser/livetuning/parameterknobbycombase.h"
 #include "parameterparser/livetuning/parameterknobbyworker.h"
-#include "tools/writer/tuningdescription.h"
 
 #include "fuzz/fuzzsupport.h"
-#include "fuzz/livetuninginput.h"
-#include "paramgen/TuningSetManager.h"
-#include "paramgen/TuningSetManager.writer.h"
-#include "tests/common/trackerdescription.h"
 
 namespace {
+
+/// The next receive size (1 to 97 bytes) or, about one receive in 29, -1 for a client that went
+/// away, from a small generator over state.
+int NextCut(uint32_t& state)
+{
+    state ^= state << 13;
+    state ^= state >> 17;
+    state ^= state << 5;
+    return state % 29 == 0 ? -1 : static_cast<int>(1 + state % 97);
+}
 
 // A transport with no socket: each read hands out the next piece of the input, of the size the
 // split seed says, or reports the client gone; at the input's end it raises the stop flag.
@@ -52,7 +57,7 @@ public:
             m_stop = true;
             return 0;
         }
-        int const cut = LiveTuningFuzz::NextCut(m_state);
+        int const cut = NextCut(m_state);
         if (cut < 0) {
             // The next bytes come from a client that connected after this one went.
             BeginConnection();
@@ -74,15 +79,6 @@ private:
     uint32_t m_state = 1;
 };
 
-// The tracker's tuning with live tuning switched off: the target drives a worker of its own, and
-// no socket is opened.
-class QuietTuningSetManager final : public TuningSetManager
-{
-public:
-    QuietTuningSetManager() : TuningSetManager("fuzz") { m_knobbyEnabled = false; }
-};
-
-// Loaded once; values that inputs set stay for later ones, as in a long tuning session.
 TuningSetManager* g_manager = nullptr;
 
 } // namespace
@@ -96,29 +92,20 @@ extern "C" char const* __asan_default_options()
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    TuningWriter::TuningDescription description({&ParamSchema::TuningSetManager::Instances()});
-    static std::vector<uint8_t> file = description.Parse(ParamTest::TrackerDescription)
-                                           ? description.MakeWriter().Build()
-                                           : std::vector<uint8_t>();
-    g_manager = new QuietTuningSetManager();
-    if (!g_manager->LoadBinaryParameters(file.data(), file.size())) {
-        // Without a loaded store every command would end in its first lookup.
-        std::fprintf(stderr, "livetuning_fuzzer: the served tuning file does not load\n");
-        std::abort();
-    }
+    g_manager = FuzzSupport::LoadSample();
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {
-    if (g_manager == nullptr || size < LiveTuningFuzz::FrameSize || size > 0x40000)
+    if (g_manager == nullptr || size < 2 || size > 0x40000)
         return 0;
     uint32_t const seed = static_cast<uint32_t>(data[0] | (data[1] << 8));
     // The reader and its packet buffer are made once; the worker, which keeps the responses it
     // queued, once per input.
     static StreamTransport transport(g_manager);
     static std::vector<unsigned char> packet(ParameterKnobbyComBase::PacketBufferSize);
-    transport.Reset(data + LiveTuningFuzz::FrameSize, size - LiveTuningFuzz::FrameSize, seed);
+    transport.Reset(data + 2, size - 2, seed);
     ParameterKnobbyWorker worker(g_manager);
     worker.SetControlValue({2, -0.25});
     worker.SetControlValue({1, 1.5});
