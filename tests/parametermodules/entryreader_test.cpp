@@ -720,6 +720,55 @@ TEST(EntryReaderDamageTest, DamagedEntryLoadsWhatItCanAndZeroesTheRest)
     }
 }
 
+/// A tree node: value and the list of its children.
+EntryValue Node(uint32_t value, EntryValue children)
+{
+    return EntryValue::Struct({{"value", EntryValue::UInt(value)}, {"children", children}});
+}
+
+/// A list that points at data entry id (holding count elements) instead of a block of its own.
+EntryValue PointerTo(uint32_t id, uint32_t count)
+{
+    EntryValue list = EntryValue::List({});
+    list.idOverride = id;
+    list.countOverride = count;
+    return list;
+}
+
+// A list that points back at an entry being read above it (a node's children at the node's own
+// list, a grandchild's at the root list) is cut there, once, and left empty; the rest loads.
+TEST(EntryReaderDamageTest, PointerBackIntoTheTreeIsCutAndLeftEmpty)
+{
+    for (bool const grandchild : {false, true}) {
+        SCOPED_TRACE(grandchild ? "grandchild points at the root" : "node points at its own list");
+        auto const roots = [&](EntryValue back) {
+            EntryValue list = EntryValue::List(
+                {grandchild ? Node(1, EntryValue::List({Node(10, back)})) : Node(1, back),
+                 Node(2, EntryValue::List({}))});
+            list.blockName = "roots";
+            return list;
+        };
+        // The identifiers are fixed by the layout: a file of the same shape tells the root's.
+        EntryValue written = ValueMaker().Make(shapeTestType::Descriptor);
+        Field(Field(written, "tree"), "children") = roots(PointerTo(0, 0));
+        ModuleFile probe(Shape);
+        probe.AddModule(written);
+        Field(Field(written, "tree"), "children") = roots(EntryValue::List({}));
+        uint32_t const rootId = probe.BlockId("roots");
+        ASSERT_NE(rootId, 0u);
+        std::vector<std::string> const messages =
+            LoadAndCompare({7, 0, 0}, true, written, [&](ModuleFile&, EntryValue& w, EntryValue&) {
+                Field(Field(w, "tree"), "children") = roots(PointerTo(rootId, 2));
+            });
+        std::string const cut =
+            "data entry " + std::to_string(rootId) + " points back into itself, left empty\n";
+        EXPECT_EQ(std::count_if(messages.begin(), messages.end(),
+                                [&](std::string const& m) { return m.find(cut) != m.npos; }),
+                  1)
+            << testing::PrintToString(messages);
+    }
+}
+
 size_t CountNodes(shapetest::nodeType const& node)
 {
     size_t nodes = 1;
@@ -737,29 +786,20 @@ TEST(EntryReaderWorkTest, BlocksSharedByManyHoldersDoNotMultiplyTheWork)
     ModuleFile file(Shape);
     // From the leaves up, each level is written as the tree of a module of its own, so that the
     // level above can point at its block.
-    auto pointer = [&](uint32_t below) {
-        EntryValue children = EntryValue::List({});
-        if (below != 0) {
-            children.idOverride = below;
-            children.countOverride = Breadth;
-        }
-        return children;
-    };
     uint32_t below = 0;
     for (uint32_t level = 7; level >= 1; --level) {
         std::vector<EntryValue> nodes;
         for (uint32_t i = 0; i < Breadth; ++i)
-            nodes.push_back(EntryValue::Struct(
-                {{"value", EntryValue::UInt(level * 100 + i)}, {"children", pointer(below)}}));
+            nodes.push_back(Node(level * 100 + i,
+                                 below != 0 ? PointerTo(below, Breadth) : EntryValue::List({})));
         EntryValue block = EntryValue::List(std::move(nodes));
         block.blockName = "level" + std::to_string(level);
-        (void)file.AddModule(EntryValue::Struct(
-            {{"tree", EntryValue::Struct({{"value", EntryValue::UInt(0)}, {"children", block}})}}));
+        (void)file.AddModule(EntryValue::Struct({{"tree", Node(0, block)}}));
         below = file.BlockId(block.blockName);
         ASSERT_NE(below, 0u);
     }
     EntryValue written = ValueMaker().Make(shapeTestType::Descriptor);
-    Field(Field(written, "tree"), "children") = pointer(below);
+    Field(Field(written, "tree"), "children") = PointerTo(below, Breadth);
     uint32_t const id = file.AddModule(written);
     ASSERT_TRUE(file.Build());
 

@@ -58,9 +58,7 @@ struct CommandCase
     char const* name;
     void (*setup)(FakeDataAPI&);
     Bytes request;
-    size_t textAt;
     std::string text;      ///< "<session>": the session ID as "0x%016lx"
-    size_t trailing;       ///< zero bytes behind the text: its terminator, ten more for Modes
     std::string call;      ///< the store's last call
     std::string line = {}; ///< a line the command logs; empty for none checked
 };
@@ -70,7 +68,8 @@ class KnobbyCommandTest : public KnobbyWorkerTest, public ::testing::WithParamIn
 };
 
 // Each response echoes the request's command and ID, counts the whole packet in its length field
-// and carries the text the store's answer makes.
+// and carries the text the store's answer makes behind its head (Device Info's is two bytes
+// longer) with its terminator, and ten zero bytes more for Modes.
 TEST_P(KnobbyCommandTest, AnswersWithTheStoresText)
 {
     CommandCase const& test = GetParam();
@@ -78,15 +77,20 @@ TEST_P(KnobbyCommandTest, AnswersWithTheStoresText)
         test.setup(m_store);
     StartWorker();
     Bytes const response = Ask(test.request);
+    uint16_t const command = Wire::GetU16(test.request.data() + Wire::CommandOffset);
+    size_t const textAt = Wire::HasRequestId(command)   ? Wire::RequestHeadSize
+                          : command == Wire::DeviceInfo ? 16
+                                                        : 14;
+    size_t const trailing = command == Wire::Modes ? 11 : 1;
     char session[32];
     std::snprintf(session, sizeof(session), "0x%016lx", m_worker.GetSessionId());
     std::string const text = test.text == "<session>" ? session : test.text;
-    ASSERT_EQ(response.size(), test.textAt + text.size() + test.trailing);
-    EXPECT_EQ(TextAt(response, test.textAt), text);
-    EXPECT_EQ(Bytes(response.end() - test.trailing, response.end()), Bytes(test.trailing, 0));
-    EXPECT_EQ(Wire::GetU16(response.data() + 2), Wire::GetU16(test.request.data() + 2));
+    ASSERT_EQ(response.size(), textAt + text.size() + trailing);
+    EXPECT_EQ(TextAt(response, textAt), text);
+    EXPECT_EQ(Bytes(response.end() - trailing, response.end()), Bytes(trailing, 0));
+    EXPECT_EQ(Wire::GetU16(response.data() + Wire::CommandOffset), command);
     EXPECT_EQ(Wire::GetU16(response.data() + Wire::LengthOffset), response.size());
-    if (test.textAt == Wire::RequestHeadSize) {
+    if (textAt == Wire::RequestHeadSize) {
         EXPECT_EQ(Wire::GetU32(response.data() + Wire::RequestIdOffset), 7u);
     }
     EXPECT_EQ(m_store.LastCall(), test.call);
@@ -108,76 +112,75 @@ void Values(FakeDataAPI& store)
 std::string const Largest(65513, 'n');
 constexpr char Described[] = "gain=1.5,Float;table,UInt32,4;nested,Structure";
 std::string const Block = "Default:module.block:";
+std::string const Queued = "Knobby queued command: ";
 
 INSTANTIATE_TEST_SUITE_P(
     Commands, KnobbyCommandTest,
     ::testing::Values(
-        CommandCase{"DeviceInfo", nullptr, Request(Wire::DeviceInfo), 16, "FakeStore", 1, "",
-                    "Knobby queued command: Info(0), Version: 2.0, Name: FakeStore\n"},
+        CommandCase{"DeviceInfo", nullptr, Request(Wire::DeviceInfo), "FakeStore", "",
+                    Queued + "Info(0), Version: 2.0, Name: FakeStore\n"},
         CommandCase{"DeviceInfoTables",
                     [](FakeDataAPI& s) {
                         s.tables = {"rear", "front"};
                     },
-                    Request(0), 16, "FakeStore:rear,front", 1, ""},
+                    Request(0), "FakeStore:rear,front", ""},
         CommandCase{"DeviceInfoUnnamed", [](FakeDataAPI& s) { s.identifier.clear(); }, Request(0),
-                    16, "<session>", 1, ""},
-        CommandCase{"ActiveModes", nullptr, Request(1), 14, "Default|Sensor.0#0", 1, ""},
-        CommandCase{"NoControlValues", nullptr, Request(2), 14, "", 1, ""},
-        CommandCase{"Modes", nullptr, Request(Wire::Modes, "Default|Sensor.0"), 18,
-                    "Usecase.Preview,Usecase.Video", 11, "children|short(Default|Sensor.0)"},
-        CommandCase{"Info", Records, Request(Wire::Info, "Default:module.block"), 18, Described, 1,
+                    "<session>", ""},
+        CommandCase{"ActiveModes", nullptr, Request(1), "Default|Sensor.0#0", ""},
+        CommandCase{"NoControlValues", nullptr, Request(2), "", ""},
+        CommandCase{"Modes", nullptr, Request(Wire::Modes, "Default|Sensor.0"),
+                    "Usecase.Preview,Usecase.Video", "children|short(Default|Sensor.0)"},
+        CommandCase{"Info", Records, Request(Wire::Info, "Default:module.block"), Described,
                     "info|short(Default)|module.block",
-                    std::string("Knobby queued command: Info(4), ID: 7, Payload: ") + Described +
-                        "\n"},
-        CommandCase{"InfoOfAModule", Records, Request(Wire::Info, "Default"), 18, Described, 1,
+                    Queued + "Info(4), ID: 7, Payload: " + Described + "\n"},
+        CommandCase{"InfoOfAModule", Records, Request(Wire::Info, "Default"), Described,
                     "info|short(Default)|-"},
         CommandCase{"InfoNamesANamelessRecord",
                     [](FakeDataAPI& s) { s.records = {ParameterParserInfo("", "UInt32", "2")}; },
-                    Request(Wire::Info, "Default:module.mode"), 18, "mode=2,UInt32", 1,
+                    Request(Wire::Info, "Default:module.mode"), "mode=2,UInt32",
                     "info|short(Default)|module.mode"},
         CommandCase{"InfoFails", [](FakeDataAPI& s) { s.infoSucceeds = false; },
-                    Request(Wire::Info, "Default:module"), 18, "", 1, "info|short(Default)|module"},
-        CommandCase{"GetValues", Values, Request(Wire::GetValues, "Default:module.gain"), 18,
-                    "gain=1.5", 1, "get|short(Default)|module.gain/-|0",
-                    "Knobby queued command: GetValues(5), ID: 7, Payload: gain=1.5\n"},
-        CommandCase{"GetSubValues", Values, Request(Wire::GetValues, "Default:module:a,b"), 18,
-                    "a=1;b=2", 1, "get|short(Default)|module/a,b|0"},
-        CommandCase{"GetValuesModesOnly", Values, Request(Wire::GetValues, "Default"), 18, "", 1,
-                    ""},
+                    Request(Wire::Info, "Default:module"), "", "info|short(Default)|module"},
+        CommandCase{"GetValues", Values, Request(Wire::GetValues, "Default:module.gain"),
+                    "gain=1.5", "get|short(Default)|module.gain/-|0",
+                    Queued + "GetValues(5), ID: 7, Payload: gain=1.5\n"},
+        CommandCase{"GetSubValues", Values, Request(Wire::GetValues, "Default:module:a,b"),
+                    "a=1;b=2", "get|short(Default)|module/a,b|0"},
+        CommandCase{"GetValuesModesOnly", Values, Request(Wire::GetValues, "Default"), "", ""},
         // The answer holds the read-back of the items that worked; the last item decides the
         // verdict, and an item without a value is skipped.
-        CommandCase{"SetValues", nullptr, Request(Wire::SetValues, Block + "f=1;b=2"), 18, "b=2", 1,
+        CommandCase{"SetValues", nullptr, Request(Wire::SetValues, Block + "f=1;b=2"), "b=2",
                     "get|short(Default)|module.block/b|0",
                     "Knobby command succeeded: SetValues(6), ID: 7, Payload: b=2\n"},
         CommandCase{"SetValuesLastFails", nullptr, Request(Wire::SetValues, Block + "b=3;c=;f=5"),
-                    18, "b=3", 1, "set|short(Default)|module.block|f=5",
+                    "b=3", "set|short(Default)|module.block|f=5",
                     "Knobby command failed: SetValues(6), ID: 7, Payload: b=3\n"},
         CommandCase{"SetValuesSkipsAnEmptyValue", nullptr,
-                    Request(Wire::SetValues, Block + "b=4;c="), 18, "b=4", 1,
+                    Request(Wire::SetValues, Block + "b=4;c="), "b=4",
                     "get|short(Default)|module.block/b|0",
                     "Knobby command succeeded: SetValues(6), ID: 7, Payload: b=4\n"},
         CommandCase{"SetValuesEmptyReadBack", nullptr,
-                    Request(Wire::SetValues, Block + "q=1;b=5;q=2"), 18, ";b=5;", 1,
-                    "get|short(Default)|module.block/q|0", ""},
+                    Request(Wire::SetValues, Block + "q=1;b=5;q=2"), ";b=5;",
+                    "get|short(Default)|module.block/q|0"},
         // A name is cut to its field of 511 characters.
         CommandCase{"SetValuesCutsANameAtItsField", nullptr,
-                    Request(Wire::SetValues, Block + std::string(512, 'n') + "=1"), 18,
-                    std::string(511, 'n') + "=1", 1,
+                    Request(Wire::SetValues, Block + std::string(512, 'n') + "=1"),
+                    std::string(511, 'n') + "=1",
                     "get|short(Default)|module.block/" + std::string(511, 'n') + "|0"},
-        CommandCase{"SetValuesModesOnly", nullptr, Request(Wire::SetValues, "Default"), 18, "", 1,
-                    "", "Knobby command failed: SetValues(6), ID: 7, Payload: \n"},
+        CommandCase{"SetValuesModesOnly", nullptr, Request(Wire::SetValues, "Default"), "", "",
+                    "Knobby command failed: SetValues(6), ID: 7, Payload: \n"},
         CommandCase{"InfoOfTheLargestPacket",
                     [](FakeDataAPI& s) { s.records = {ParameterParserInfo(Largest.c_str(), "T")}; },
-                    Request(Wire::Info, "Default:module"), 18, Largest + ",T", 1,
+                    Request(Wire::Info, "Default:module"), Largest + ",T",
                     "info|short(Default)|module"},
         CommandCase{"GetValuesOfTheLargestPacket",
                     [](FakeDataAPI& s) {
                         s.values = {{"module.big/-", Largest + "xy"}};
                     },
-                    Request(Wire::GetValues, "Default:module.big"), 18, Largest + "xy", 1,
+                    Request(Wire::GetValues, "Default:module.big"), Largest + "xy",
                     "get|short(Default)|module.big/-|0"},
         CommandCase{"SetValuesWithoutItems", nullptr, Request(Wire::SetValues, "Default:module"),
-                    18, "", 1, "", "Knobby SetValues failed: Failed to read mode\n"}),
+                    "", "", "Knobby SetValues failed: Failed to read mode\n"}),
     [](::testing::TestParamInfo<CommandCase> const& test) { return test.param.name; });
 
 // One byte more makes a packet of 65535 bytes, which the transport refuses: the client gets no
