@@ -568,17 +568,16 @@ TEST(TriggerTreeTest, NodesTakeTheirLevelAndACopyOwnsThem)
 
         auto const& core = loaded.module->varitonal_clonetest10_core;
         ASSERT_EQ(core.mod_clonetest10_trigger_dataCount, 2u);
-        for (unsigned int i = 0; i < 2; ++i) {
-            EXPECT_EQ(core.mod_clonetest10_trigger_data[i].level, 0u);
-            EXPECT_EQ(core.mod_clonetest10_trigger_data[i].type, 4u);
-        }
         TreeNode const& first = core.mod_clonetest10_trigger_data[0];
         ASSERT_EQ(first.triggerCount, 2u);
-        EXPECT_EQ(first.trigger[1].level, 1u);
-        EXPECT_EQ(first.trigger[1].type, 9u);
         ASSERT_EQ(first.trigger[0].triggerCount, 1u);
-        EXPECT_EQ(first.trigger[0].trigger[0].level, 0u);
-        EXPECT_EQ(first.trigger[0].trigger[0].type, 0u);
+        auto const levelAndType = [](TreeNode const& node) {
+            return std::make_pair(node.level, static_cast<uint32_t>(node.type));
+        };
+        EXPECT_EQ(levelAndType(core.mod_clonetest10_trigger_data[1]), std::make_pair(0u, 4u));
+        EXPECT_EQ(levelAndType(first), std::make_pair(0u, 4u));
+        EXPECT_EQ(levelAndType(first.trigger[1]), std::make_pair(1u, 9u));
+        EXPECT_EQ(levelAndType(first.trigger[0].trigger[0]), std::make_pair(0u, 0u));
         EXPECT_FLOAT_EQ(first.trigger[0].trigger[0].start, 100.0f);
         // The hidden members are not on a value path; six steps reach a leaf's table, where an
         // "Int32" held as float shows without its fraction.
