@@ -33,39 +33,6 @@ using Messages = std::vector<std::string>;
 
 // ---- ParameterByteReader ------------------------------------------------------------------------
 
-// Each field steps by the larger of its width and the alignment; at alignment 1 every field but
-// the first stands at an odd offset, so values are assembled little-endian from any offset.
-TEST(ParameterByteReaderTest, EachFieldStepsByTheLargerOfWidthAndAlignment)
-{
-    std::pair<unsigned char, std::vector<unsigned int>> const cases[] = {
-        {1, {1, 3, 7, 15}}, {4, {4, 8, 12, 20}}, {8, {8, 16, 24, 32}}};
-    for (auto const& [alignment, after] : cases) {
-        SCOPED_TRACE(static_cast<int>(alignment));
-        TuningWriter::ByteSink sink(alignment);
-        sink.PutU8(0x11);
-        sink.PutU16(0x2233);
-        sink.PutU32(0x44556677u);
-        sink.PutU64(0x8899AABBCCDDEEFFull);
-        std::vector<uint8_t> const bytes = sink.Take();
-        ParameterByteReader reader(bytes.data(), static_cast<unsigned int>(bytes.size()), alignment,
-                                   nullptr);
-        uint8_t u8 = 0;
-        uint16_t u16 = 0;
-        uint32_t u32 = 0;
-        uint64_t u64 = 0;
-        std::vector<unsigned int> steps;
-        EXPECT_TRUE(reader.ReadU8(u8) &&
-                    (steps.push_back(reader.Position()), reader.ReadU16(u16)) &&
-                    (steps.push_back(reader.Position()), reader.ReadU32(u32)) &&
-                    (steps.push_back(reader.Position()), reader.ReadU64(u64)));
-        steps.push_back(reader.Position());
-        EXPECT_EQ(steps, after);
-        EXPECT_EQ(std::make_tuple(u8, u16, u32, u64),
-                  std::make_tuple(0x11, 0x2233, 0x44556677u, 0x8899AABBCCDDEEFFull));
-        EXPECT_EQ(reader.Remaining(), 0u);
-    }
-}
-
 // A read that does not fit logs once; the reader has failed then, and every later read fails
 // with no bytes and no further message, even one that would fit. A null buffer holds nothing.
 TEST(ParameterByteReaderTest, ShortReadLogsOnceAndFailsEveryLaterRead)
