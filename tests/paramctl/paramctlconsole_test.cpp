@@ -15,7 +15,6 @@
 #include "tests/common/gammatreefile.h"
 #include "tests/common/tempfile.h"
 #include "tests/paramctl/paramctlchild.h"
-#include "tests/paramctl/runparamctl.h"
 #include <nlohmann/json.hpp>
 
 namespace {
@@ -34,6 +33,17 @@ struct Sample
             RunParamctl("pack " PARAM_SOURCE_DIR "/examples/sample.tuning -o " + file.Path()).code,
             0);
     }
+};
+
+/// A request, and the status and the value at pointer its answer must have ("absent": none).
+struct Ask
+{
+    char const* method;
+    std::string target;
+    std::string body;
+    int status;
+    std::string pointer;
+    Json expected;
 };
 
 /// A console started on 127.0.0.1, port 0, and an HTTP client for it.
@@ -69,12 +79,18 @@ public:
         return {result->status, result->body};
     }
 
-    /// The JSON answer of a request that must succeed; null otherwise.
-    Json Answer(std::string const& method, std::string const& target, std::string const& body = "")
+    /// Sends each request in turn and checks its answer.
+    void Expect(std::vector<Ask> const& asks)
     {
-        auto const [status, text] = Send(method, target, body);
-        EXPECT_EQ(status, 200) << method << " " << target << ": " << text;
-        return status == 200 ? Json::parse(text, nullptr, false) : Json();
+        for (Ask const& ask : asks) {
+            SCOPED_TRACE(std::string(ask.method) + " " + ask.target + " " + ask.body.substr(0, 80) +
+                         " " + ask.pointer);
+            auto const [status, text] = Send(ask.method, ask.target, ask.body);
+            EXPECT_EQ(status, ask.status) << text;
+            Json const answer = Json::parse(text, nullptr, false);
+            ASSERT_TRUE(answer.is_object()) << text;
+            EXPECT_EQ(answer.value(Json::json_pointer(ask.pointer), Json("absent")), ask.expected);
+        }
     }
 
 private:
@@ -104,42 +120,38 @@ std::string Edit(char const* branch, char const* path, std::string const& value)
         .dump();
 }
 
+Ask Get(std::string target, std::string pointer, Json expected)
+{
+    return {"GET", std::move(target), "", 200, std::move(pointer), std::move(expected)};
+}
+
+Ask Put(std::string body, int status, std::string pointer, Json expected)
+{
+    return {"PUT", "/api/value", std::move(body), status, std::move(pointer), std::move(expected)};
+}
+
 constexpr char PreviewHdr[] = "/api/module?branch=Default%7CSensor.0%7CUsecase.Preview%7CFeature1"
                               ".ISPHDR&instance=t2tconfigdata";
 
-/// What a console on the sample reads with FILE, and from a live server without FILE where that
-/// differs (the protocol tells no sources).
-struct SampleRead
+/// What a console on the sample reads, with FILE or from a live server without it (the protocol
+/// tells no sources).
+std::vector<Ask> SampleReads(bool file)
 {
-    char const* target;
-    char const* pointer;
-    Json withFile;
-    Json withoutFile = Json(Json::value_t::discarded); ///< discarded: as withFile
-};
-
-SampleRead const SampleReads[] = {
-    {"/api/tree", "/tables/0/modes/0/children/1/children/1/children/0/path",
-     "Default|Sensor.1|Usecase.Snapshot|Scene.Night"},
-    {"/api/tree", "/tables/0/modes/0/children/0/children/0/numeric", "0.0|1.0|2.0"},
-    {"/api/tree", "/tables/0/modes/0/modeId", 0, nullptr},
-    {"/api/modules?branch=Default%7CSensor.0%7CUsecase.Preview", "/modules/0/source",
-     "Default|Sensor.0|Usecase.Preview", nullptr},
-    {"/api/modules?branch=0.0%7C1.1", "/modules/0/source", "Default", nullptr},
-    {PreviewHdr, "/source", "Default|Sensor.0|Usecase.Preview", nullptr},
-    {PreviewHdr, "/members/0/members/0/path", "module_version.major_revision"},
-    {PreviewHdr, "/members/5/value", "75"},
-    {PreviewHdr, "/trigger", nullptr},
-    {"/api/module?branch=0.0%7C1.1&instance=t2tconfigdata", "/members/5/value", "60"},
-};
-
-void ExpectSampleReads(Console& console, bool file)
-{
-    for (SampleRead const& read : SampleReads) {
-        SCOPED_TRACE(std::string(read.target) + " " + read.pointer);
-        Json const answer = console.Answer("GET", read.target);
-        EXPECT_EQ(answer.value(Json::json_pointer(read.pointer), Json()),
-                  file || read.withoutFile.is_discarded() ? read.withFile : read.withoutFile);
-    }
+    Json const source = file ? Json("Default|Sensor.0|Usecase.Preview") : Json();
+    return {
+        Get("/api/tree", "/tables/0/modes/0/children/1/children/1/children/0/path",
+            "Default|Sensor.1|Usecase.Snapshot|Scene.Night"),
+        Get("/api/tree", "/tables/0/modes/0/children/0/children/0/numeric", "0.0|1.0|2.0"),
+        Get("/api/tree", "/tables/0/modes/0/modeId", file ? Json(0) : Json()),
+        Get("/api/modules?branch=Default%7CSensor.0%7CUsecase.Preview", "/modules/0/source",
+            source),
+        Get("/api/modules?branch=0.0%7C1.1", "/modules/0/source", file ? Json("Default") : Json()),
+        Get(PreviewHdr, "/source", source),
+        Get(PreviewHdr, "/members/0/members/0/path", "module_version.major_revision"),
+        Get(PreviewHdr, "/members/5/value", "75"),
+        Get(PreviewHdr, "/trigger", nullptr),
+        Get("/api/module?branch=0.0%7C1.1&instance=t2tconfigdata", "/members/5/value", "60"),
+    };
 }
 
 TEST(ParamctlConsoleTest, ExitsAtOnceOnWhatItCannotServe)
@@ -168,6 +180,8 @@ TEST(ParamctlConsoleTest, ExitsAtOnceOnWhatItCannotServe)
     }
 }
 
+// An edit through the deepest branch changes the instance that supplies it, and what is saved and
+// compared is the edited state.
 TEST(ParamctlConsoleTest, FileSessionAnswersEditsSavesAndCompares)
 {
     Sample sample;
@@ -176,91 +190,70 @@ TEST(ParamctlConsoleTest, FileSessionAnswersEditsSavesAndCompares)
     Console console("--save-to " + saved.Path() + " --compare " + compared.file.Path() + " " +
                     sample.file.Path());
     ASSERT_TRUE(console.Up()) << console.Log();
-
-    struct Case
-    {
-        char const* target;
-        char const* pointer;
-        Json expected;
-    } const cases[] = {
-        {"/api/session", "/kind", "file"},
-        {"/api/session", "/canSave", true},
-        {"/api/diff", "/same", true},
+    std::vector<Ask> asks = {
+        Get("/api/session", "/kind", "file"),
+        Get("/api/session", "/canSave", true),
+        Get("/api/diff", "/same", true),
     };
-    for (Case const& test : cases) {
-        SCOPED_TRACE(std::string(test.target) + " " + test.pointer);
-        Json const answer = console.Answer("GET", test.target);
-        EXPECT_EQ(answer.value(Json::json_pointer(test.pointer), Json()), test.expected);
-    }
-    ExpectSampleReads(console, true);
-
-    // An edit through the deepest branch changes the instance that supplies it, and what is
-    // saved and compared is the edited state.
-    Json const edited = console.Answer(
-        "PUT", "/api/value",
-        Edit("Default|Sensor.0|Usecase.Preview|Feature1.ISPHDR", "confidenceThreshold", "71"));
-    EXPECT_EQ(edited.value("value", ""), "71");
-    EXPECT_EQ(edited.value("source", ""), "Default|Sensor.0|Usecase.Preview");
-    EXPECT_EQ(console.Answer("PUT", "/api/value", Edit("Default", "downscaleRatio", "\"0.125\""))
-                  .value("value", ""),
-              "0.125");
-    EXPECT_EQ(console.Answer("POST", "/api/save").value("values", 0), 2);
+    for (Ask const& read : SampleReads(true))
+        asks.push_back(read);
+    std::string const hdrEdit =
+        Edit("Default|Sensor.0|Usecase.Preview|Feature1.ISPHDR", "confidenceThreshold", "71");
+    std::vector<Ask> const edits = {
+        Put(hdrEdit, 200, "/value", "71"),
+        Put(hdrEdit, 200, "/source", "Default|Sensor.0|Usecase.Preview"),
+        Put(Edit("Default", "downscaleRatio", "\"0.125\""), 200, "/value", "0.125"),
+        {"POST", "/api/save", "", 200, "/values", 2},
+        Get("/api/diff", "/same", false),
+        Get("/api/diff", "/instances/0/values/0/path", "downscaleRatio"),
+        Get("/api/diff", "/instances/0/values/0/a", "0.125"),
+    };
+    asks.insert(asks.end(), edits.begin(), edits.end());
+    console.Expect(asks);
     EXPECT_EQ(RunParamctl("get " + saved.Path() +
                           " 'Default|Sensor.0|Usecase.Preview' t2tconfigdata confidenceThreshold")
                   .out,
               "# mode Default|Sensor.0|Usecase.Preview\nconfidenceThreshold=71\n");
     EXPECT_EQ(RunParamctl("verify " + saved.Path()).code, 0);
-    Json const diff = console.Answer("GET", "/api/diff");
-    EXPECT_EQ(diff.value("same", true), false);
-    EXPECT_EQ(diff.value(Json::json_pointer("/instances/0/values/0/path"), ""), "downscaleRatio");
-    EXPECT_EQ(diff.value(Json::json_pointer("/instances/0/values/0/a"), ""), "0.125");
     EXPECT_EQ(console.Stop(), 0);
 }
 
 TEST(ParamctlConsoleTest, TriggerTreeNodesCarryTheirControlVariables)
 {
-    // Two levels, following control variables 3 and 1, of which the file names only 3: its
-    // names are the file's own, which a live session without FILE does not know.
+    // Two levels, following control variables 3 and 1, of which the file names only 3: its names
+    // are the file's own, which a live session without FILE does not know.
     ParamTest::TempFile file(ParamTest::GammaTreeFile({{2, 3}, {3, 1}, {{3, "drc_gain"}}}));
+    std::string const target = "/api/module?branch=Default&instance=gamma16_bps_v2";
+    std::string const roots = "varitonal_gamma16_core.mod_gamma16_trigger_data";
     for (bool const withFile : {true, false}) {
         SCOPED_TRACE(withFile ? "with FILE" : "live, without FILE");
         std::unique_ptr<Camera> camera(withFile ? nullptr : new Camera(file.Path()));
         Console console(withFile ? file.Path() : "--live " + camera->live);
         ASSERT_TRUE(console.Up()) << console.Log();
-        Json const module =
-            console.Answer("GET", "/api/module?branch=Default&instance=gamma16_bps_v2");
-        std::string const roots = "varitonal_gamma16_core.mod_gamma16_trigger_data";
-        // The core's list of roots: varitonal_gamma16_core is the module's last member.
-        std::string const root =
-            "/members/" + std::to_string(module["members"].size() - 1) + "/members/0/elements/1";
+        // The core's list of roots (varitonal_gamma16_core is the module's last member), its
+        // second root and the third node below that.
+        size_t const core =
+            Json::parse(console.Send("GET", target).second, nullptr, false)["members"].size() - 1;
+        std::string const root = "/members/" + std::to_string(core) + "/members/0/elements/1";
+        std::string const node = root + "/members/2/elements/2";
         Json const named = withFile ? Json("drc_gain") : Json();
-        struct Case
-        {
-            std::string pointer;
-            Json expected;
-        } const cases[] = {
-            {"/trigger/generation", 1},
-            {"/trigger/path", roots},
-            {"/trigger/levels/0/variable", named},
-            {"/trigger/levels/1/control", 1},
-            {"/trigger/levels/1/variable", nullptr},
-            {root + "/kind", "trigger"},
-            {root + "/level", 0},
-            {root + "/variable", named},
-            {root + "/start", "10.0"},
-            {root + "/end", "20.0"},
-            {root + "/region", nullptr},
-            {root + "/members/2/elements/2/kind", "trigger"},
-            {root + "/members/2/elements/2/level", 1},
-            {root + "/members/2/elements/2/control", 1},
-            {root + "/members/2/elements/2/variable", nullptr},
-            {root + "/members/2/elements/2/region", roots + "[1].trigger[2].region"},
-        };
-        for (Case const& test : cases) {
-            SCOPED_TRACE(test.pointer);
-            EXPECT_EQ(module.value(Json::json_pointer(test.pointer), Json("absent")),
-                      test.expected);
-        }
+        console.Expect({
+            Get(target, "/trigger/generation", 1),
+            Get(target, "/trigger/path", roots),
+            Get(target, "/trigger/levels/0/variable", named),
+            Get(target, "/trigger/levels/1/control", 1),
+            Get(target, "/trigger/levels/1/variable", nullptr),
+            Get(target, root + "/kind", "trigger"),
+            Get(target, root + "/level", 0),
+            Get(target, root + "/variable", named),
+            Get(target, root + "/start", "10.0"),
+            Get(target, root + "/end", "20.0"),
+            Get(target, root + "/region", nullptr),
+            Get(target, node + "/kind", "trigger"),
+            Get(target, node + "/level", 1),
+            Get(target, node + "/control", 1),
+            Get(target, node + "/region", roots + "[1].trigger[2].region"),
+        });
         EXPECT_EQ(console.Stop(), 0);
     }
 }
@@ -281,43 +274,39 @@ TEST(ParamctlConsoleTest, BadRequestsGetTheirStatusAndChangeNothing)
     ASSERT_TRUE(console.Up()) << console.Log();
     std::string const before = console.Send("GET", PreviewHdr).second;
 
-    struct Case
-    {
-        char const* method;
-        std::string target;
-        std::string body;
-        int status;
-        char const* reason; ///< part of the error text
-    } const cases[] = {
-        {"PUT", "/api/value", Edit("Default", "confidenceThreshold", "-1"), 400, "outside UInt32"},
-        {"PUT", "/api/value", Edit("Default", "confidenceThreshold", "2.5"), 400, "integer"},
-        {"PUT", "/api/value", Edit("Default", "confidenceThreshold", "\"1;operationMode=7\""), 400,
-         "value"},
-        {"PUT", "/api/value", Edit("Default", "confidenceThreshold", "[1, 2]"), 400, ""},
-        {"PUT", "/api/value", Edit("Default", "confidenceThreshold", "null"), 400, "value"},
-        {"PUT", "/api/value", "{\"branch\": \"Default\",", 400, "no JSON object"},
-        {"PUT", "/api/value", "{\"branch\": 1, \"instance\": \"t2tconfigdata\"}", 400, "branch"},
-        {"PUT", "/api/value", std::string(70000, ' '), 413, "too large"},
-        {"PUT", "/api/value", Edit("Default|Sensor.7", "confidenceThreshold", "1"), 404,
-         "Sensor.7"},
-        {"PUT", "/api/value", Edit("Default", "nothing", "1"), 404, "no value nothing"},
-        {"GET", "/api/module?branch=Default&instance=nothing", "", 404, "no module nothing"},
-        {"GET", "/api/modules?branch=Default%7CUsecase.Preview", "", 404, "Usecase.Preview"},
-        {"GET", "/api/modules?table=3&branch=Default", "", 404, "table"},
-        {"GET", "/api/modules?table=-1&branch=Default", "", 400, "table"},
-        {"POST", "/api/save", "", 409, "--save-to"},
-        {"GET", "/api/diff", "", 409, "--compare"},
-        {"GET", "/api/nothing", "", 404, "no such endpoint"},
-        {"GET", "/outside", "", 404, "no such file"},
-        {"GET", "/../" + sample.file.Path(), "", 404, ""},
-    };
-    for (Case const& test : cases) {
-        SCOPED_TRACE(std::string(test.method) + " " + test.target + " " + test.body.substr(0, 80));
-        auto const [status, body] = console.Send(test.method, test.target, test.body);
-        EXPECT_EQ(status, test.status) << body;
-        Json const answer = Json::parse(body, nullptr, false);
-        EXPECT_NE(answer.value("error", "").find(test.reason), std::string::npos) << body;
-    }
+    std::string const notANumber =
+        "\"value\" must be a number, a string holding one, or an array of them";
+    console.Expect({
+        Put(Edit("Default", "confidenceThreshold", "-1"), 400, "/error",
+            "value of t2tconfigdata.confidenceThreshold: '-1' is outside UInt32 (0 to 4294967295)"),
+        Put(Edit("Default", "confidenceThreshold", "2.5"), 400, "/error",
+            "value of t2tconfigdata.confidenceThreshold: '2.5' is not an integer (UInt32)"),
+        Put(Edit("Default", "confidenceThreshold", "\"1;operationMode=7\""), 400, "/error",
+            notANumber),
+        Put(Edit("Default", "confidenceThreshold", "[1, 2]"), 400, "/error",
+            "value of t2tconfigdata.confidenceThreshold: '1,2' is not a number (UInt32)"),
+        Put(Edit("Default", "confidenceThreshold", "null"), 400, "/error", notANumber),
+        Put("{\"branch\": \"Default\",", 400, "/error", "the body is no JSON object"),
+        Put("{\"branch\": 1, \"instance\": \"t2tconfigdata\"}", 400, "/error",
+            "\"branch\" must be a string"),
+        Put(std::string(70000, ' '), 413, "/error", "the request body is too large"),
+        Put(Edit("Default|Sensor.7", "confidenceThreshold", "1"), 404, "/error",
+            "no mode 'Sensor.7' under Default in mode table 0"),
+        Put(Edit("Default", "nothing", "1"), 404, "/error", "no value nothing in t2tconfigdata"),
+        {"GET", "/api/module?branch=Default&instance=nothing", "", 404, "/error",
+         "no module nothing in mode Default"},
+        {"GET", "/api/modules?branch=Default%7CUsecase.Preview", "", 404, "/error",
+         "no mode 'Usecase.Preview' under Default in mode table 0"},
+        {"GET", "/api/modules?table=3&branch=Default", "", 404, "/error",
+         "the file has no mode table 3 (it has 1)"},
+        {"GET", "/api/modules?table=-1&branch=Default", "", 400, "/error",
+         "table needs a mode table index from 0 to 255"},
+        {"POST", "/api/save", "", 409, "/error", "no --save-to file was named"},
+        {"GET", "/api/diff", "", 409, "/error", "no --compare file was named"},
+        {"GET", "/api/nothing", "", 404, "/error", "no such endpoint"},
+        {"GET", "/outside", "", 404, "/error", "no such file"},
+        {"GET", "/../" + sample.file.Path(), "", 404, "/error", "no such file"},
+    });
     EXPECT_EQ(console.Send("GET", PreviewHdr).second, before);
     EXPECT_EQ(console.Send("GET", "/").first, 200);
     EXPECT_EQ(console.Stop(), 0);
@@ -345,7 +334,7 @@ TEST(ParamctlConsoleTest, SilentClientsDoNotHoldUpOthers)
         }
         silent.push_back(fd);
     }
-    EXPECT_EQ(console.Answer("GET", "/api/session").value("kind", ""), "file");
+    console.Expect({Get("/api/session", "/kind", "file")});
     // Answered while they are all still connected: none of them had to time out first.
     for (int fd : silent) {
         char byte = 0;
@@ -355,6 +344,8 @@ TEST(ParamctlConsoleTest, SilentClientsDoNotHoldUpOthers)
     EXPECT_EQ(console.Stop(), 0);
 }
 
+// Edits go through the live server, where every other client sees them, and what other clients
+// change is what the console reads, compares with a file and saves.
 TEST(ParamctlConsoleTest, LiveSessionEditsAreSeenByOtherClientsAndSaved)
 {
     Sample sample;
@@ -365,36 +356,25 @@ TEST(ParamctlConsoleTest, LiveSessionEditsAreSeenByOtherClientsAndSaved)
     Console console("--live " + live + " --save-to " + saved.Path() + " --compare " +
                     sample.file.Path() + " " + sample.file.Path());
     ASSERT_TRUE(console.Up()) << console.Log();
-
-    EXPECT_EQ(console.Answer("GET", "/api/session").value("live", ""), live);
-    EXPECT_EQ(
-        console.Answer("PUT", "/api/value", Edit("Default|Sensor.0", "confidenceThreshold", "44"))
-            .value("value", ""),
-        "44");
-    EXPECT_EQ(RunParamctl("client --timeout 5 " + live +
-                          " get 'Default|Sensor.0:t2tconfigdata:confidenceThreshold'")
-                  .out,
+    console.Expect(
+        {Get("/api/session", "/live", live),
+         Put(Edit("Default|Sensor.0", "confidenceThreshold", "44"), 200, "/value", "44")});
+    std::string const client = "client --timeout 5 " + live + " ";
+    EXPECT_EQ(RunParamctl(client + "get 'Default|Sensor.0:t2tconfigdata:confidenceThreshold'").out,
               "values: confidenceThreshold=44\n");
-    // A change another client makes is what the console reads and saves.
-    ASSERT_EQ(
-        RunParamctl("client --timeout 5 " + live + " set 'Default:t2tconfigdata' operationMode=3")
-            .code,
-        0);
-    // So is a nested value, and the live state is what is compared with a file.
-    ASSERT_EQ(RunParamctl("client --timeout 5 " + live +
-                          " set 'Default:t2tconfigdata' module_version.major_revision=5")
-                  .code,
-              0);
-    Json const module = console.Answer("GET", "/api/module?branch=Default&instance=t2tconfigdata");
-    EXPECT_EQ(module.value(Json::json_pointer("/members/1/value"), ""), "3");
-    EXPECT_EQ(module.value(Json::json_pointer("/members/0/members/0/value"), ""), "5");
-    Json const diff = console.Answer("GET", "/api/diff?branch=Default");
-    EXPECT_EQ(diff.value("a", ""), live);
-    EXPECT_EQ(diff.value(Json::json_pointer("/instances/0/values"), Json()),
-              Json::parse(R"([{"path": "confidenceThreshold", "a": "44", "b": "60"},
-                              {"path": "module_version.major_revision", "a": "5", "b": "1"},
-                              {"path": "operationMode", "a": "3", "b": "1"}])"));
-    EXPECT_EQ(console.Answer("POST", "/api/save").value("values", 0), 3);
+    for (char const* change : {"operationMode=3", "module_version.major_revision=5"})
+        ASSERT_EQ(RunParamctl(client + "set 'Default:t2tconfigdata' " + change).code, 0);
+    std::string const module = "/api/module?branch=Default&instance=t2tconfigdata";
+    console.Expect({
+        Get(module, "/members/1/value", "3"),
+        Get(module, "/members/0/members/0/value", "5"),
+        Get("/api/diff?branch=Default", "/a", live),
+        Get("/api/diff?branch=Default", "/instances/0/values",
+            Json::parse(R"([{"path": "confidenceThreshold", "a": "44", "b": "60"},
+                            {"path": "module_version.major_revision", "a": "5", "b": "1"},
+                            {"path": "operationMode", "a": "3", "b": "1"}])")),
+        {"POST", "/api/save", "", 200, "/values", 3},
+    });
     EXPECT_EQ(RunParamctl("get " + saved.Path() +
                           " Default t2tconfigdata operationMode,confidenceThreshold")
                   .out,
@@ -409,52 +389,35 @@ TEST(ParamctlConsoleTest, LiveSessionWithoutFileReadsEverythingThroughTheProtoco
     ASSERT_FALSE(camera.live.empty()) << camera.server.Log();
     Console console("--live " + camera.live);
     ASSERT_TRUE(console.Up()) << console.Log();
-    ExpectSampleReads(console, false);
-    Json const session = console.Answer("GET", "/api/session");
-
-    struct Case
-    {
-        char const* method;
-        std::string target;
-        std::string body;
-        int status;
-        char const* pointer;
-        Json expected;
-    } const cases[] = {
-        {"GET", "/api/session", "", 200, "/files", Json::array()},
-        {"GET", "/api/modules?branch=Default%7CSensor.0%7CUsecase.Preview", "", 200, "/modules",
-         Json::parse(R"([{"instance": "versionsA_sw", "source": null, "version": null,
-                          "valueAccess": true},
-                         {"instance": "t2tconfigdata", "source": null, "version": null,
-                          "valueAccess": true}])")},
-        {"PUT", "/api/value", Edit("Default|Sensor.0", "confidenceThreshold", "44"), 200, "/value",
-         "44"},
-        {"PUT", "/api/value", Edit("Default", "confidenceThreshold", "2.5"), 400, "/error",
-         "value of t2tconfigdata.confidenceThreshold: '2.5' is not an integer (UInt32)"},
-        {"PUT", "/api/value", Edit("Default", "nothing", "1"), 404, "/error",
-         "no value nothing in t2tconfigdata"},
+    console.Expect(SampleReads(false));
+    Json const unavailable =
+        Json::parse(console.Send("GET", "/api/session").second, nullptr, false)["unavailable"];
+    console.Expect({
+        Get("/api/session", "/files", Json::array()),
+        Get("/api/modules?branch=Default%7CSensor.0%7CUsecase.Preview", "/modules",
+            Json::parse(
+                R"([{"instance": "versionsA_sw", "source": null, "version": null,
+                             "valueAccess": true},
+                            {"instance": "t2tconfigdata", "source": null, "version": null,
+                             "valueAccess": true}])")),
+        Put(Edit("Default|Sensor.0", "confidenceThreshold", "44"), 200, "/value", "44"),
+        Put(Edit("Default", "confidenceThreshold", "2.5"), 400, "/error",
+            "value of t2tconfigdata.confidenceThreshold: '2.5' is not an integer (UInt32)"),
+        Put(Edit("Default", "nothing", "1"), 404, "/error", "no value nothing in t2tconfigdata"),
         {"GET", "/api/module?branch=Default&instance=nothing", "", 404, "/error",
          "no module nothing in mode Default"},
         {"GET", "/api/modules?branch=Default%7CUsecase.Preview", "", 404, "/error",
          "no mode 'Usecase.Preview' under Default in mode table 0"},
         // What needs FILE is refused with the reason the page is given.
-        {"POST", "/api/save", "", 409, "/error", session["unavailable"]["save"]},
-        {"GET", "/api/diff", "", 409, "/error", session["unavailable"]["diff"]},
-    };
-    for (Case const& test : cases) {
-        SCOPED_TRACE(std::string(test.method) + " " + test.target + " " + test.pointer);
-        auto const [status, body] = console.Send(test.method, test.target, test.body);
-        EXPECT_EQ(status, test.status) << body;
-        EXPECT_EQ(Json::parse(body, nullptr, false).value(Json::json_pointer(test.pointer), Json()),
-                  test.expected);
-    }
+        {"POST", "/api/save", "", 409, "/error", unavailable["save"]},
+        {"GET", "/api/diff", "", 409, "/error", unavailable["diff"]},
+    });
     EXPECT_EQ(console.Stop(), 0);
 }
 
 TEST(ParamctlConsoleTest, LiveSessionWorksOnTheModeTableItIsAskedFor)
 {
     // Two mode tables, each with its own tracker.
-    ParamTest::TempFile description;
     std::string const text = "version 7.0.0\nbinary-tag two-tables\n"
                              "modetable rear\n  path Default|Sensor.0\n"
                              "instance t2tconfigdata T2TCtrlType mode Default\n"
@@ -462,9 +425,12 @@ TEST(ParamctlConsoleTest, LiveSessionWorksOnTheModeTableItIsAskedFor)
                              "modetable front\n  path Default|Sensor.0\n"
                              "instance t2tconfigdata T2TCtrlType mode Default\n"
                              "  value operationMode 7\n";
-    description.Rewrite(std::vector<uint8_t>(text.begin(), text.end()));
+    ParamTest::TempFile description(std::vector<uint8_t>(text.begin(), text.end()));
     ParamTest::TempFile file;
     ASSERT_EQ(RunParamctl("pack " + description.Path() + " -o " + file.Path()).code, 0);
+    std::string const module = "/api/module?branch=Default&instance=t2tconfigdata&table=";
+    Json edit = Json::parse(Edit("Default", "operationMode", "9"));
+    edit["table"] = 1;
     // With FILE, and without it: the tables are the server's alike.
     for (bool const withFile : {true, false}) {
         SCOPED_TRACE(withFile ? "with FILE" : "without FILE");
@@ -472,22 +438,10 @@ TEST(ParamctlConsoleTest, LiveSessionWorksOnTheModeTableItIsAskedFor)
         ASSERT_FALSE(camera.live.empty()) << camera.server.Log();
         Console console("--live " + camera.live + (withFile ? " " + file.Path() : ""));
         ASSERT_TRUE(console.Up()) << console.Log();
-
-        auto operationMode = [&](char const* table) {
-            return console
-                .Answer("GET", std::string("/api/module?branch=Default&instance=t2tconfigdata"
-                                           "&table=") +
-                                   table)
-                .value(Json::json_pointer("/members/1/value"), "");
-        };
-        EXPECT_EQ(
-            console.Answer("GET", "/api/tree").value(Json::json_pointer("/tables/1/name"), ""),
-            "front");
-        EXPECT_EQ(operationMode("0"), "1");
-        EXPECT_EQ(operationMode("1"), "7");
-        Json edit = Json::parse(Edit("Default", "operationMode", "9"));
-        edit["table"] = 1;
-        EXPECT_EQ(console.Answer("PUT", "/api/value", edit.dump()).value("value", ""), "9");
+        console.Expect({Get("/api/tree", "/tables/1/name", "front"),
+                        Get(module + "0", "/members/1/value", "1"),
+                        Get(module + "1", "/members/1/value", "7"),
+                        Put(edit.dump(), 200, "/value", "9")});
         // The server works on table 0 again for every other client, and table 1 holds the edit.
         std::string const client = "client --timeout 5 " + camera.live + " ";
         std::string const get = client + "get 'Default:t2tconfigdata:operationMode'";

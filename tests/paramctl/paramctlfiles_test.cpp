@@ -1,11 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 // paramctl on writer-made files: verify on files whose schema differs from the build's in one way
 // each (the report names what a load matches, zeroes, steps over and converts, and what the module
-// class refuses), diff on descriptions that differ in one way each, and the output on hostile and
-// damaged files (every --json parses, no text from a file reaches the terminal raw).
+// class refuses), diff on descriptions that differ in one way each, the output on hostile and
+// damaged files (every --json parses, no text from a file reaches the terminal raw), and tuned
+// values saved by set -o and serve --save-to (the values changed are written in the file's own
+// encoding, every other byte stays, and what the file cannot hold writes nothing), with the exit
+// codes of paramctl client against that server on loopback.
 #include <algorithm>
+#include <csignal>
 #include <string>
 #include <vector>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -13,7 +22,7 @@
 #include "tools/writer/tuningfilewriter.h"
 
 #include "tests/common/tempfile.h"
-#include "tests/paramctl/runparamctl.h"
+#include "tests/paramctl/paramctlchild.h"
 #include "tests/paramctl/trackerfile.h"
 #include <nlohmann/json.hpp>
 
@@ -24,6 +33,8 @@ using ParamCtlTest::DefinitionStructure;
 using ParamCtlTest::ElementNamed;
 using ParamCtlTest::EntryValue;
 using ParamCtlTest::Output;
+using ParamCtlTest::ParamctlChild;
+using ParamCtlTest::ReadBytes;
 using ParamCtlTest::RunParamctl;
 using ParamCtlTest::StructureNamed;
 using ParamCtlTest::TrackerFile;
@@ -37,7 +48,26 @@ std::vector<uint8_t> Packed(std::string const& text)
     ParamTest::TempFile description(std::vector<uint8_t>(text.begin(), text.end()));
     ParamTest::TempFile file;
     EXPECT_EQ(RunParamctl("pack " + description.Path() + " -o " + file.Path()).code, 0) << text;
-    return ParamCtlTest::ReadBytes(file.Path());
+    return ReadBytes(file.Path());
+}
+
+/// A tracker file as a newer tuning tool writes it: a member the build does not know ahead of the
+/// others, and with narrow, operationMode two bytes wide.
+TrackerOptions Newer(bool narrow)
+{
+    static EntryValue const addedValue = EntryValue::Real(3.5);
+    return {[narrow](std::vector<DefinitionStructure>& s) {
+                DefinitionElement added;
+                added.name = "addedGain";
+                added.type = ElementType::Float;
+                DefinitionStructure& top = StructureNamed(s, "T2TCtrlType");
+                top.elements.insert(top.elements.begin(), added);
+                if (narrow)
+                    ElementNamed(top, "operationMode").type = ElementType::UInt16;
+            },
+            {1, 0, 0},
+            &addedValue,
+            "addedGain"};
 }
 
 struct VerifyCase
@@ -50,20 +80,10 @@ struct VerifyCase
 
 TEST(ParamctlVerifyTest, ReportsHowTheBuildReadsEachMemberAndInstance)
 {
-    DefinitionElement added;
-    added.name = "addedGain";
-    added.type = ElementType::Float;
-    EntryValue const addedValue = EntryValue::Real(3.5);
     std::vector<VerifyCase> const cases = {
         {"same schema", {}, {{"matched", 9}}, ""},
         {"member the build does not know, ahead of the others",
-         {[&](std::vector<DefinitionStructure>& s) {
-              auto& elements = StructureNamed(s, "T2TCtrlType").elements;
-              elements.insert(elements.begin(), added);
-          },
-          {1, 0, 0},
-          &addedValue,
-          "addedGain"},
+         Newer(false),
          {{"matched", 9}, {"extra", {"addedGain"}}},
          ""},
         {"member the file lacks, nested",
@@ -142,8 +162,7 @@ TEST(ParamctlVerifyTest, ChecksumDamageHidesNothingElse)
 // module is created. diff reads each version.
 TEST(ParamctlVerifyTest, WriterFilesOfEachVersionAreJudged)
 {
-    std::vector<uint8_t> const sample =
-        ParamCtlTest::ReadBytes(PARAM_SOURCE_DIR "/examples/sample.tuning");
+    std::vector<uint8_t> const sample = ReadBytes(PARAM_SOURCE_DIR "/examples/sample.tuning");
     for (char const* version : {"1.0.0", "3.0.1", "5.0.0", "6.0.0"}) {
         SCOPED_TRACE(version);
         std::string described(sample.begin(), sample.end());
@@ -295,19 +314,13 @@ TEST(ParamctlOutputTest, JsonParsesAndTextIsEscapedOnHostileAndDamagedFiles)
     for (size_t i = 0; i < files.size(); ++i) {
         ParamTest::TempFile file(files[i]);
         std::string const path = " " + file.Path();
-        std::string const runs[] = {"info --json" + path,
-                                    "info --modules --json" + path,
-                                    "modes --json" + path,
-                                    "entries --json" + path,
-                                    "dump --json" + path,
-                                    "get --json" + path + " Default versionsA_sw",
-                                    "set --json" + path + " Default t2tconfigdata operationMode=1",
-                                    "info" + path,
-                                    "info --modules" + path,
-                                    "modes" + path,
-                                    "modes --dot" + path,
-                                    "entries" + path,
-                                    "dump" + path};
+        std::vector<std::string> runs = {
+            "get --json" + path + " Default versionsA_sw",
+            "set --json" + path + " Default t2tconfigdata operationMode=1", "modes --dot" + path};
+        for (std::string const command : {"info", "info --modules", "modes", "entries", "dump"}) {
+            runs.push_back(command + path);
+            runs.push_back(command + " --json" + path);
+        }
         for (std::string const& run : runs) {
             SCOPED_TRACE("file " + std::to_string(i) + ": paramctl " + run);
             Output const output = RunParamctl(run);
@@ -332,6 +345,148 @@ TEST(ParamctlOutputTest, JsonParsesAndTextIsEscapedOnHostileAndDamagedFiles)
     EXPECT_NE(
         RunParamctl("info " + file.Path()).out.find("\\x1b[31mred\\x1b]0;title\\x07\\xff\\xc3("),
         std::string::npos);
+}
+
+constexpr size_t ChecksumSize = 8; // the files are of version 7.0.0
+
+/// Offsets, outside the checksum, at which two files of one length differ.
+std::vector<size_t> DifferingBytes(std::vector<uint8_t> const& a, std::vector<uint8_t> const& b)
+{
+    std::vector<size_t> offsets;
+    for (size_t i = 0; i + ChecksumSize < a.size() && i < b.size(); ++i) {
+        if (a[i] != b[i])
+            offsets.push_back(i);
+    }
+    return offsets;
+}
+
+std::string ReadBack(std::string const& path, char const* mode)
+{
+    return RunParamctl("get " + path + " '" + mode +
+                       "' t2tconfigdata operationMode,downscaleRatio,confidenceThreshold")
+        .out;
+}
+
+struct SaveCase
+{
+    char const* name;
+    TrackerOptions options;
+    char const* changes;
+    int code;
+    char const* sensorValues; ///< Default|Sensor.0 read back from the saved file
+    size_t changedBytes;      ///< bytes of the values changed, in the file's encoding
+    char const* error;        ///< for a refusal; what diff shows of the saved file otherwise
+};
+
+TEST(ParamctlSaveTest, SetWritesOnlyTheChangedValuesInTheFilesEncoding)
+{
+    TrackerOptions const newer = Newer(true);
+    TrackerOptions const older{[](std::vector<DefinitionStructure>& s) {
+        auto& elements = StructureNamed(s, "T2TCtrlType").elements;
+        elements.erase(elements.begin() + elements.size() - 1); // confidenceThreshold
+    }};
+    std::vector<SaveCase> const cases = {
+        {"same schema",
+         {},
+         "confidenceThreshold=99 downscaleRatio=0.125",
+         0,
+         "operationMode=2\ndownscaleRatio=0.125\nconfidenceThreshold=99\n",
+         8,
+         "t2tconfigdata in Default|Sensor.0 (table 0): confidenceThreshold: 75 -> 99\n"
+         "t2tconfigdata in Default|Sensor.0 (table 0): downscaleRatio: 0.25 -> 0.125\n"},
+        {"newer file", newer, "operationMode=7", 0,
+         "operationMode=7\ndownscaleRatio=0.25\nconfidenceThreshold=75\n", 2,
+         "t2tconfigdata in Default|Sensor.0 (table 0): operationMode: 2 -> 7\n"},
+        {"value outside the file's type", newer, "operationMode=70000", 1, "", 0,
+         "t2tconfigdata in Default|Sensor.0: operationMode: in the file's type, '70000' is "
+         "outside UInt16 (0 to 65535)"},
+        {"member the file lacks", older, "confidenceThreshold=5", 1, "", 0,
+         "t2tconfigdata in Default|Sensor.0: confidenceThreshold: not in the file's schema"},
+    };
+    for (SaveCase const& test : cases) {
+        SCOPED_TRACE(test.name);
+        std::vector<uint8_t> const bytes = TrackerFile(test.options);
+        ParamTest::TempFile input(bytes);
+        ParamTest::TempFile output;
+        Output const set = RunParamctl("set -o " + output.Path() + " " + input.Path() +
+                                           " 'Default|Sensor.0' t2tconfigdata " + test.changes,
+                                       true);
+        EXPECT_EQ(set.code, test.code) << set.out;
+        std::vector<uint8_t> const saved = ReadBytes(output.Path());
+        EXPECT_EQ(ReadBytes(input.Path()), bytes);
+        if (test.code != 0) {
+            EXPECT_NE(set.out.find(test.error), std::string::npos) << set.out;
+            EXPECT_TRUE(saved.empty());
+            continue;
+        }
+        Output const diff = RunParamctl("diff " + input.Path() + " " + output.Path());
+        EXPECT_EQ(diff.code, 1);
+        EXPECT_EQ(diff.out, test.error);
+        ASSERT_EQ(saved.size(), bytes.size());
+        std::vector<size_t> const changed = DifferingBytes(bytes, saved);
+        ASSERT_FALSE(changed.empty());
+        EXPECT_LE(changed.size(), test.changedBytes);
+        EXPECT_EQ(ReadBack(output.Path(), "Default|Sensor.0"),
+                  std::string("# mode Default|Sensor.0\n") + test.sensorValues);
+        EXPECT_EQ(ReadBack(output.Path(), "Default"), ReadBack(input.Path(), "Default"));
+        EXPECT_EQ(RunParamctl("verify " + output.Path()).code, test.options.edit ? 1 : 0);
+    }
+}
+
+/// A port on 127.0.0.1 that was free a moment ago.
+unsigned short FreeLoopbackPort()
+{
+    int const probe = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof(address);
+    unsigned short port = 0;
+    if (bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 &&
+        getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length) == 0)
+        port = ntohs(address.sin_port);
+    close(probe);
+    return port;
+}
+
+TEST(ParamctlSaveTest, ServeAnswersClientsAndSavesWhatWasTunedOnSignalAndOnExit)
+{
+    ParamTest::TempFile input(TrackerFile());
+    ParamTest::TempFile output;
+    // A port given is taken and no other: the server says it listens on it.
+    unsigned short const port = FreeLoopbackPort();
+    ASSERT_NE(port, 0);
+    ParamctlChild server("serve --bind 127.0.0.1 --port " + std::to_string(port) + " --save-to " +
+                         output.Path() + " " + input.Path());
+    ASSERT_EQ(server.NumberAfter("listening on port "), port) << server.Log();
+    std::string const client = "client --timeout 5 127.0.0.1:" + std::to_string(port) + " ";
+    struct Case
+    {
+        char const* request;
+        int code;
+    } const cases[] = {
+        {"get 'Default:t2tconfigdata:confidenceThreshold'", 0},
+        {"get 'Default:t2tconfigdata.nothing'", 1},
+        {"set 'Default|Sensor.0:t2tconfigdata' banana=1", 1},
+        {"info-var 'Default:t2tconfigdata'", 0},
+        {"info-var 'Default:nothing'", 1},
+        {"set 'Default|Sensor.0:t2tconfigdata' confidenceThreshold=42", 0},
+    };
+    for (Case const& test : cases)
+        EXPECT_EQ(RunParamctl(client + test.request).code, test.code) << test.request;
+    kill(server.Pid(), SIGUSR1);
+    EXPECT_TRUE(server.WaitForLog("saved 1 values")) << server.Log();
+    EXPECT_EQ(
+        ReadBack(output.Path(), "Default|Sensor.0"),
+        "# mode Default|Sensor.0\noperationMode=2\ndownscaleRatio=0.25\nconfidenceThreshold=42\n");
+
+    EXPECT_EQ(RunParamctl(client + "set 'Default|Sensor.0:t2tconfigdata' downscaleRatio=0.75").code,
+              0);
+    ASSERT_EQ(server.Stop(), 0);
+    EXPECT_EQ(
+        ReadBack(output.Path(), "Default|Sensor.0"),
+        "# mode Default|Sensor.0\noperationMode=2\ndownscaleRatio=0.75\nconfidenceThreshold=42\n");
+    EXPECT_EQ(ReadBack(output.Path(), "Default"), ReadBack(input.Path(), "Default"));
 }
 
 } // namespace

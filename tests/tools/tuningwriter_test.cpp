@@ -16,7 +16,6 @@
 #include "parameterparser/parameterdefinitions.h"
 #include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parsercrc.h"
-#include "tools/writer/definitiontablebuilder.h"
 #include "tools/writer/modesectionbuilder.h"
 #include "tools/writer/numbertext.h"
 #include "tools/writer/symboltablebuilder.h"
@@ -47,18 +46,6 @@ std::string ReadText(ParameterByteReader& reader, unsigned int count)
     std::string result(text);
     VornFree(text, VornTagRelease);
     return result;
-}
-
-/// count little-endian bytes taken exactly (no alignment step); 0 and a failed reader if short.
-uint64_t ReadRaw(ParameterByteReader& reader, unsigned int count)
-{
-    unsigned char const* bytes = reader.Peek(count);
-    if (!reader.SkipUnaligned(count))
-        return 0;
-    uint64_t value = 0;
-    for (unsigned int i = 0; i < count; ++i)
-        value |= static_cast<uint64_t>(bytes[i]) << (8 * i);
-    return value;
 }
 
 /// A field of width 1, 2, 4 or 8 at the reader's step; all ones when the read failed.
@@ -115,18 +102,16 @@ class FileLayoutTest : public testing::TestWithParam<VersionCase>
 TEST_P(FileLayoutTest, HeaderTableSectionsAndChecksumFollowTheVersion)
 {
     VersionCase const& c = GetParam();
-    TuningFileWriter const writer = DescribeFile(c.version);
-    std::vector<uint8_t> const file = writer.Build();
+    std::vector<uint8_t> const file = DescribeFile(c.version).Build();
     auto const length = static_cast<unsigned int>(file.size());
-    EXPECT_EQ(writer.HeaderSize(), c.headerSize);
 
     // Header, read field by field at alignment 1.
     ParameterByteReader header(file.data(), length, 1, nullptr);
     EXPECT_EQ(ReadText(header, 28), "ZEL Varitonal Header");
-    EXPECT_EQ(ReadField(header, 4), length);
-    EXPECT_EQ(ReadField(header, 2), c.version.major);
-    EXPECT_EQ(ReadField(header, 2), c.version.minor);
-    EXPECT_EQ(ReadField(header, 4), c.version.patch);
+    uint64_t const sizeAndVersion[] = {ReadField(header, 4), ReadField(header, 2),
+                                       ReadField(header, 2), ReadField(header, 4)};
+    EXPECT_EQ(std::vector<uint64_t>(std::begin(sizeAndVersion), std::end(sizeAndVersion)),
+              (std::vector<uint64_t>{length, c.version.major, c.version.minor, c.version.patch}));
     if (c.headerSize >= 160) {
         EXPECT_EQ(ReadText(header, 48), "unit test");
         EXPECT_EQ(ReadText(header, 64), "label-1");
@@ -136,37 +121,26 @@ TEST_P(FileLayoutTest, HeaderTableSectionsAndChecksumFollowTheVersion)
     }
     EXPECT_EQ(ReadField(header, 4), c.headerSize); // SectionOffset
     EXPECT_EQ(ReadField(header, 4), 3u);           // SectionCount
-    unsigned int const tableStart = header.Position();
-    EXPECT_EQ(tableStart, c.headerSize);
+    EXPECT_EQ(header.Position(), c.headerSize);
 
-    // Section table, directly behind, stepping at the file's alignment.
-    ParameterByteReader table(file.data(), length, c.alignment, nullptr, tableStart);
-    uint64_t records[3][3] = {};
-    for (auto& record : records)
-        for (uint64_t& field : record)
-            field = ReadField(table, 4);
-    unsigned int const pos = table.Position();
-    EXPECT_EQ(pos, c.headerSize + 3 * (c.alignment == 8 ? 24u : 12u));
-    EXPECT_EQ(writer.SectionTableSize(), pos - c.headerSize);
-    EXPECT_EQ(records[0][0], 0u);
-    EXPECT_EQ(records[1][0], 9u);
-    EXPECT_EQ(records[1][1], 0x1234u);
-    EXPECT_EQ(records[1][2], 77u);
-    EXPECT_EQ(records[2][0], 4u);
-    // Placed sections start at the first aligned offset behind what precedes them.
-    EXPECT_EQ(records[0][1], pos);
-    EXPECT_EQ(records[2][1], records[0][1] + (c.alignment == 8 ? 8 : 5));
-    for (size_t i : {0, 2})
-        EXPECT_EQ(records[i][1], writer.SectionOffsetAt(i));
-    ASSERT_EQ(records[0][2], 5u);
-    ASSERT_EQ(records[2][2], 3u);
-    EXPECT_EQ(std::vector<uint8_t>(file.begin() + records[0][1], file.begin() + records[0][1] + 5),
+    // Section table (type, offset, size), directly behind, stepping at the file's alignment. The
+    // raw record is written as given; placed sections start at the first aligned offset behind
+    // what precedes them.
+    ParameterByteReader table(file.data(), length, c.alignment, nullptr, c.headerSize);
+    std::vector<uint64_t> records(9);
+    for (uint64_t& field : records)
+        field = ReadField(table, 4);
+    uint64_t const first = table.Position();
+    uint64_t const second = first + (c.alignment == 8 ? 8 : 5);
+    EXPECT_EQ(first, c.headerSize + 3 * (c.alignment == 8 ? 24u : 12u));
+    EXPECT_EQ(records, (std::vector<uint64_t>{0, first, 5, 9, 0x1234, 77, 4, second, 3}));
+    EXPECT_EQ(std::vector<uint8_t>(file.begin() + first, file.begin() + first + 5),
               (std::vector<uint8_t>{1, 2, 3, 4, 5}));
-    EXPECT_EQ(std::vector<uint8_t>(file.begin() + records[2][1], file.begin() + records[2][1] + 3),
+    EXPECT_EQ(std::vector<uint8_t>(file.begin() + second, file.begin() + second + 3),
               (std::vector<uint8_t>{6, 7, 8}));
 
     // The checksum follows the last section at once and is of the version's kind.
-    EXPECT_EQ(length, records[2][1] + 3 + (c.crc64 ? 8u : 4u));
+    EXPECT_EQ(length, second + 3 + (c.crc64 ? 8u : 4u));
     EXPECT_TRUE(ChecksumValid(file, c.crc64));
     EXPECT_FALSE(ChecksumValid(file, !c.crc64));
 }
@@ -346,134 +320,7 @@ TEST(SymbolTableBuilderTest, PaddedEntriesStep72BytesWithTheCountedRestAtTheEnd)
         EXPECT_EQ(ReadField(reader, 4), 8u); // the first block padded to 8 bytes
         EXPECT_EQ(ReadField(reader, 4), 1u);
         EXPECT_EQ(reader.Position(), 144u);
-        EXPECT_EQ(ReadRaw(reader, 8), 0u);
-    }
-}
-
-// From 6.0.0: placeholders at position 0, name hashes, and duplicates that point at the block of
-// the entry they repeat, with its identifier as their DuplicateID.
-TEST(SymbolTableBuilderTest, DuplicatesShareTheFirstBlockAndItsIdentifier)
-{
-    SymbolTableBuilder builder({7, 0, 0});
-    uint32_t const module = builder.AddModule(Module("FLIndicesType", {9, 9}));
-    uint32_t const original = builder.AddData({1, 2, 3, 4});
-    uint32_t const copy = builder.AddData({1, 2, 3, 4}, original);
-    uint32_t const later = builder.AddData({7}, copy);
-    SymbolTableBuilder::Sections const sections = builder.Build();
-    // One copy of each distinct block.
-    EXPECT_EQ(sections.data.size(), 6u);
-
-    ParameterByteReader symbols(sections.symbol.data(),
-                                static_cast<unsigned int>(sections.symbol.size()), 1, nullptr);
-    uint64_t const fields[][2] = {// The placeholder, then the module's entry.
-                                  {8, 0},
-                                  {8, 0},
-                                  {4, NoModuleModeId},
-                                  {4, 0},
-                                  {4, 0},
-                                  {4, 0},
-                                  {8, ParserCRC64::HashName("FLIndicesType")},
-                                  {8, 0x0000000000040003ull},
-                                  {4, 0x01000002u},
-                                  {4, 0},
-                                  {4, 2},
-                                  {4, module}};
-    for (auto const& field : fields)
-        EXPECT_EQ(ReadField(symbols, static_cast<unsigned int>(field[0])), field[1]);
-
-    // | Offset | Size | DuplicateID | per data entry, after the zeroed placeholder.
-    ASSERT_EQ(sections.dataTable.size(), 48u);
-    ParameterByteReader table(sections.dataTable.data(), 48, 1, nullptr, 12);
-    for (uint32_t id : {original, copy, later}) {
-        SCOPED_TRACE(id);
-        EXPECT_EQ(ReadField(table, 4), 2u);
-        EXPECT_EQ(ReadField(table, 4), 4u);
-        EXPECT_EQ(ReadField(table, 4), original);
-    }
-}
-
-// One expected piece of the definition section: a field at its step, raw bytes taken exactly,
-// or a u32 length at its step followed by that many bytes of text.
-struct Step
-{
-    enum Kind
-    {
-        Field,
-        Raw,
-        Counted
-    } kind;
-    unsigned int width;
-    uint64_t value;
-    char const* text;
-};
-
-Step F(unsigned int width, uint64_t value)
-{
-    return {Step::Field, width, value, nullptr};
-}
-Step R(unsigned int width, uint64_t value)
-{
-    return {Step::Raw, width, value, nullptr};
-}
-Step C(uint32_t length, char const* text)
-{
-    return {Step::Counted, 4, length, text};
-}
-
-TEST(DefinitionTableBuilderTest, EveryRecordKindReadsBackFieldByFieldAtBothAlignments)
-{
-    DefinitionTableBuilder builder;
-    EXPECT_TRUE(builder.Empty());
-    builder.AddModule({7, "modA", std::nullopt, "skipme"})
-        .AddStructure({7,
-                       "structA",
-                       0xABCDEF0123456789u,
-                       {{"first", ElementType::Float, 0, 2, 2, TuningWriter::ElementFourByte, "",
-                         std::nullopt},
-                        {"nested", ElementType::Structure, 9, 0, 5, 0, "xy", 0u},
-                        {"abcdef", ElementType::UInt8, 0, 1, 1, 0, "", 3u}}})
-        .AddOpaque({0, "zero", ""})
-        .AddOpaque({1, "one", ""})
-        .AddOpaque({2, "two", "second"})
-        .AddEnum({11, "enumA", std::nullopt, {{3, true, "v3", "t"}, {4, false, "v4", ""}}})
-        .AddRawKind({7});
-    EXPECT_FALSE(builder.Empty());
-
-    Step const expected[] = {
-        // Module: the name's length counts its NUL; the hash defaults to the name hash.
-        F(1, 4), F(4, 7), F(8, ParserCRC64::HashName("modA")), C(5, "modA"), C(6, "skipme"),
-        // Structure with its elements, none with a kind byte.
-        F(1, 5), F(4, 7), C(8, "structA"), F(8, 0xABCDEF0123456789u), F(4, 3), F(1, 16), F(4, 0),
-        C(6, "first"), F(2, TuningWriter::ElementFourByte), F(4, 2), F(4, 2), C(0, ""), F(1, 5),
-        F(4, 9), C(0, ""), F(2, 0), F(4, 0), F(4, 5), C(2, "xy"), F(1, 9), F(4, 0), C(3, "abc"),
-        F(2, 0), F(4, 1), F(4, 1), C(0, ""),
-        // Opaque records: their raw bytes are never padded.
-        F(1, 0), R(1, 0), C(4, "zero"), R(1, 0), F(1, 1), R(3, 0), C(3, "one"), R(1, 0), F(1, 2),
-        R(2, 0), C(3, "two"), C(6, "second"),
-        // Enum: ID, hash and each value with its bool are raw; the lengths step.
-        F(1, 6), R(4, 11), C(6, "enumA"), R(8, ParserCRC64::HashName("enumA")), F(4, 2), R(4, 3),
-        R(1, 1), C(3, "v3"), C(1, "t"), R(4, 4), R(1, 0), C(3, "v4"), C(0, ""),
-        // A bare kind.
-        F(1, 7)};
-
-    for (unsigned char alignment : {1, 8}) {
-        std::vector<uint8_t> const bytes = builder.Build(alignment);
-        auto const length = static_cast<unsigned int>(bytes.size());
-        ParameterByteReader reader(bytes.data(), length, alignment, nullptr);
-        for (size_t i = 0; i < std::size(expected); ++i) {
-            Step const& step = expected[i];
-            SCOPED_TRACE("alignment " + std::to_string(alignment) + ", step " + std::to_string(i));
-            if (step.kind == Step::Raw) {
-                EXPECT_EQ(ReadRaw(reader, step.width), step.value);
-                continue;
-            }
-            EXPECT_EQ(ReadField(reader, step.width), step.value);
-            if (step.kind == Step::Counted) {
-                EXPECT_EQ(ReadText(reader, static_cast<unsigned int>(step.value)), step.text);
-            }
-        }
-        EXPECT_FALSE(reader.Failed());
-        EXPECT_EQ(reader.Position(), length);
+        EXPECT_EQ(ReadField(reader, 8), 0u);
     }
 }
 
@@ -501,27 +348,6 @@ TEST(ModeSectionBuilderTest, NamedPathsShareStepsAndNumberNewOnes)
     EXPECT_EQ(table.AddPath("Default|Usecase.Nope"), InvalidModeId);
     EXPECT_EQ(table.AddPath("Sensor.0|Usecase.Preview"), InvalidModeId);
     EXPECT_EQ(table.Entries().size(), 4u);
-}
-
-TEST(ModeSectionBuilderTest, LaysOutFieldsOfEachVersion)
-{
-    ModeSectionBuilder table(0, "rear");
-    table.AddEntry({0x01, 0x02, 0x0403, 0x0605, 0x0A090807, 0x0C0B0A09, 0x1});
-
-    // Alignment 1 before 1.1.0: ID, mode, parent; no name, link or flags.
-    std::vector<uint8_t> const v102 = table.Build(FileVersion{1, 0, 2});
-    EXPECT_EQ(v102, (std::vector<uint8_t>{1, 0, 0, 0, 3, 4, 5, 6, 7, 8, 9, 10, 2, 0, 0, 0}));
-    // Alignment 8 with a link from 2.0.0: every field takes 8 bytes.
-    std::vector<uint8_t> const v200 = table.Build(FileVersion{2, 0, 0});
-    ASSERT_EQ(v200.size(), 32u);
-    EXPECT_EQ(v200[24], 9);
-    EXPECT_EQ(v200[27], 12);
-    EXPECT_EQ(v200[28], 0);
-    // From 7.0.0 a 128-byte name, then 24-byte entries ending in the flags.
-    std::vector<uint8_t> const v700 = table.Build(FileVersion{7, 0, 0});
-    ASSERT_EQ(v700.size(), 128u + 24u);
-    EXPECT_EQ(std::string(reinterpret_cast<char const*>(v700.data())), "rear");
-    EXPECT_EQ(v700[128 + 20], 1);
 }
 
 constexpr char Sample[] = R"(
