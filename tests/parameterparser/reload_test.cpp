@@ -407,21 +407,4 @@ TEST_F(UpdateTest, TablesMatchByNameAtTheSameIndexOnly)
     }
 }
 
-TEST_F(UpdateTest, TargetWithALinkKeepsItsModules)
-{
-    // Preview links to Video in the target, so it serves Video's module.
-    LookupFile target("rear");
-    uint32_t const video = target.Path(Video);
-    target.Table().AddChild(target.Table().Find("Default|Sensor.0"), 2, 0, 0, 0, video);
-    target.AddModule('A', video, "video");
-    Load(m_manager, target);
-    LookupFile update("rear");
-    update.AddModule('A', update.Path(Preview), "update");
-    Load(m_update, update);
-
-    EXPECT_TRUE(m_manager.UpdateParameters(&m_update));
-    EXPECT_STREQ(Revision(m_manager.Get()), "video");
-    EXPECT_EQ(m_update.GetModeEntry(0, PreviewBranch, 3)->modules.size(), 1u);
-}
-
 } // namespace

@@ -508,25 +508,6 @@ protected:
     unsigned int m_pos = 0;
 };
 
-TEST(ParameterDefinitionElementInfoTest, CountFlagsFollowMinimumAndMaximum)
-{
-    // Minimum and maximum count, flags from the file, the flags then.
-    std::tuple<uint32_t, uint32_t, uint16_t, uint16_t> const cases[] = {
-        // clang-format off
-        {1, 1, 0, 0}, {0, 0, 0, 0}, {2, 1, 0, 0}, {2, 2, 0, ElementFixedCount},
-        {7, 7, ElementFourByte, ElementFixedCount | ElementFourByte},
-        {0, 1, 0, ElementVariableCount}, {0, 9, 0, ElementVariableCount},
-        {1, 2, 0, ElementVariableCount}, {2, 3, 0, ElementVariableCount},
-        {5, 2, 0, ElementVariableCount},
-        // clang-format on
-    };
-    for (auto const& [minimum, maximum, fileFlags, flags] : cases) {
-        ParameterDefinitionElementInfo info(TypeUInt32, 0, fileFlags, minimum, maximum);
-        EXPECT_EQ(std::make_pair(info.Flags, info.Count), std::make_pair(flags, maximum))
-            << minimum << "/" << maximum;
-    }
-}
-
 // One element in a structure of its own: what it adds to Size behind the load limit, and the
 // width of one element.
 TEST_F(DefinitionTableTest, ElementAddsItsLayoutToTheStructure)

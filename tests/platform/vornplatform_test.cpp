@@ -77,20 +77,6 @@ TEST(VornOsUtilsTest, BoundedCopyAndConcatenateTerminateAndReportWantedLength)
     EXPECT_STREQ(text, "abcde");
 }
 
-TEST(VornOsUtilsTest, TokenizerSkipsEmptyPieces)
-{
-    char line[] = "a==5";
-    char* context = nullptr;
-    char* first = Vorn::OsUtils::StrTokReentrant(line, "=", &context);
-    char* second = Vorn::OsUtils::StrTokReentrant(nullptr, "=", &context);
-    ASSERT_NE(first, nullptr);
-    ASSERT_NE(second, nullptr);
-    EXPECT_STREQ(first, "a");
-    EXPECT_STREQ(second, "5");
-    EXPECT_EQ(Vorn::OsUtils::StrTokReentrant(nullptr, "=", &context), nullptr);
-    EXPECT_EQ(Vorn::OsUtils::StrNICmp("Usecase", "USECASE", 7), 0);
-}
-
 void CountEntry(void const*, void* value, void* context)
 {
     *static_cast<int*>(context) += *static_cast<int*>(value);
