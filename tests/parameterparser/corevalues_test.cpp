@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// The core's small value types, checksums and log writer: VersionUnion's layout and order, PList's
-// growth and zeroed dummy, ParameterParserInfo records, the checksums and the name hash (check
-// values, the sliced and folded forms against the bytewise reference, seeds, Validate), and
-// ParameterLogging::Write's line formats, level styles, per-level switches and cutting.
+// The core's small records, checksums and log writer: ParameterParserInfo records, the checksums
+// and the name hash (check values, the sliced and folded forms against the bytewise reference,
+// seeds, Validate), and ParameterLogging::Write's line format, level styles and per-level switches.
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <random>
 #include <string>
 #include <tuple>
@@ -17,84 +15,14 @@
 #include "platform/vornlog.h"
 #include "platform/vornosutils.h"
 
-#include "parameterparser/modeunion.h"
 #include "parameterparser/parameterlogging.h"
 #include "parameterparser/parameterparserinfo.h"
 #include "parameterparser/parsercrc.h"
-#include "parameterparser/plist.h"
-#include "parameterparser/versionunion.h"
 #include "tools/writer/bytesink.h"
 
 #include "tests/common/logcapture.h"
 
 namespace {
-
-using Texts = std::vector<std::string>;
-
-// The raw view is little-endian major, minor, patch; versions order by parts where the raw view
-// orders most pairs the other way.
-TEST(VersionUnionTest, OrdersByMajorMinorPatchWhateverTheRawViewSays)
-{
-    EXPECT_EQ(VersionUnion(3, 0, 1).Raw, 0x100000003ul);
-    EXPECT_EQ(VersionUnion(0x0000000700060005ul), VersionUnion(5, 6, 7));
-    std::pair<VersionUnion, VersionUnion> const cases[] = {
-        {{1, 9, 0}, {2, 0, 0}}, {{3, 0, 1}, {4, 0, 0}},      {{1, 0, 5}, {1, 1, 0}},
-        {{3, 0, 0}, {3, 0, 1}}, {{0, 0xFFFF, 0}, {1, 0, 0}}, {{7, 0, 0}, {7, 0, 0xFFFFFFFFu}},
-    };
-    for (auto const& [lower, higher] : cases) {
-        SCOPED_TRACE(testing::Message() << std::hex << lower.Raw << " < " << higher.Raw);
-        EXPECT_EQ(std::make_pair(lower.Compare(higher), higher.Compare(lower)),
-                  std::make_pair(-1, 1));
-        EXPECT_TRUE(lower < higher && lower <= higher && lower != higher && higher > lower &&
-                    higher >= lower && lower.Compare(lower) == 0);
-        EXPECT_FALSE(lower == higher || lower > higher || lower >= higher || higher <= lower);
-    }
-}
-
-std::vector<unsigned int> Contents(PList<unsigned int> const& list)
-{
-    std::vector<unsigned int> items;
-    for (unsigned int i = 0; i < list.Count(); ++i)
-        items.push_back(list[i]);
-    return items;
-}
-
-// The list grows by exactly one element when full, inserts and removes by moving later elements,
-// reuses freed capacity before it grows again, and finds the first equal element. An index at
-// Count() or beyond reads the zeroed dummy.
-TEST(PListTest, InsertAndRemoveKeepOrderAndGrowByOne)
-{
-    PList<unsigned int> list;
-    EXPECT_EQ(list.Find(0), -1);
-    for (unsigned int value : {1u, 2u, 4u}) {
-        list.Add(value);
-        EXPECT_EQ(list.Capacity(), list.Count());
-    }
-    list.Insert(2, 3);
-    list.Insert(0, 0);
-    EXPECT_EQ(Contents(list), (std::vector<unsigned int>{0, 1, 2, 3, 4}));
-    list.Remove(1);
-    list.Remove(3);
-    list.Remove(3); // out of range: nothing happens
-    EXPECT_EQ(Contents(list), (std::vector<unsigned int>{0, 2, 3}));
-    list.Add(2);
-    list.Add(8);
-    EXPECT_EQ(list.Capacity(), 5u);
-    list.Add(9);
-    EXPECT_EQ(list.Capacity(), 6u);
-    EXPECT_EQ(std::make_tuple(list.Find(2), list.Find(9), list.Find(6)), std::make_tuple(1, 5, -1));
-    list.Remove(1);
-    EXPECT_EQ(list.Find(2), 2);
-    auto const& view = static_cast<PList<unsigned int> const&>(list);
-    EXPECT_EQ(std::make_tuple(view[4], view[5], view[0xFFFFFFFFu]), std::make_tuple(9u, 0u, 0u));
-    // The moved-from list must be empty, or both would free the same storage.
-    PList<unsigned int> moved(std::move(list));
-    EXPECT_EQ(Contents(moved), (std::vector<unsigned int>{0, 3, 2, 8, 9}));
-    EXPECT_EQ(list.Count(), 0u); // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
-    EXPECT_EQ(list.Capacity(), 0u);
-    PList<TuningMode> const modes;
-    EXPECT_EQ(modes[0].mode + modes[0].subMode, 0u);
-}
 
 // What each constructor leaves in the record: a number as text, a text cut to the record (the
 // longest that fits is kept whole), an array with its count.
