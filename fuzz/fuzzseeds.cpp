@@ -3,9 +3,10 @@
 //
 //     fuzz_seeds CORPUS FOLDER
 //
-// tuningfile (also the checksum, buffer load and module targets'): the repository's descriptions
-// at every layout; document: the same files and their JSON documents; livetuning: request streams; paths: mode and value paths of the path target's modules;
-// algosettings: override settings files.
+// tuningfile (also the checksum, buffer load and module targets' corpus): the repository's
+// descriptions at every layout; document: the same files and their JSON documents; livetuning:
+// request streams; paths: mode and value paths of the path target's modules; algosettings:
+// override settings files.
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -21,10 +22,11 @@
 #include "paramgen/TuningSetManager.writer.h"
 #include "paramgen/bitmlSetManager.writer.h"
 #include "paramgen/fdSetManager.writer.h"
+#include "tests/common/loopbackclient.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+using ParamTest::Bytes;
 
 std::string g_folder;
 unsigned int g_written = 0;
@@ -87,52 +89,36 @@ bool Descriptions(bool documents)
 bool LiveTuning()
 {
     namespace Wire = ParameterKnobbyPacket;
+    using ParamTest::Request;
     // The mode of the served file that the requests ask about.
     std::string const preview = "Default|Sensor.0|Usecase.Preview:";
-    struct Request
-    {
-        uint16_t command;
-        std::string text;
-        int lengthField = -1; ///< written over the head's own length when not -1
+    // A head with one field written over.
+    auto damaged = [](unsigned int offset, uint16_t value) {
+        Bytes packet = Request(Wire::ActiveModes);
+        Wire::PutU16(packet.data() + offset, value);
+        return packet;
     };
-    std::vector<Request> const streams[] = {
-        {{Wire::DeviceInfo, ""},
-         {Wire::ControlValues, ""},
-         {Wire::Modes, "Default|Sensor.0"},
-         {Wire::ModeIndex, "1"},
-         {Wire::Custom, "ping"},
-         {Wire::TriggerValues, preview + "t2tconfigdata:ipe"}},
-        {{Wire::Info, preview + "t2tconfigdata.module_version"},
-         {Wire::GetValues, preview + "t2tconfigdata:confidenceThreshold,downscaleRatio"},
-         {Wire::GetValues, preview + "t2tconfigdata.operationMode"},
-         {Wire::SetValues, preview + "t2tconfigdata:confidenceThreshold=90;downscaleRatio=0.125"},
-         {Wire::SetValues, preview + "t2tconfigdata:nothing=1;operationMode="}},
-        {{Wire::ActiveModes, "", 0},
-         {Wire::ActiveModes, ""},
-         {Wire::ActiveModes, "", 65535},
-         {Wire::CommandCount, ""},
-         {Wire::GetValues, preview + "t2tconfigdata.precisionMode"}},
+    std::vector<Bytes> const streams[] = {
+        {Request(Wire::DeviceInfo), Request(Wire::ControlValues),
+         Request(Wire::Modes, "Default|Sensor.0"), Request(Wire::ModeIndex, "1"),
+         Request(Wire::Custom, "ping"),
+         Request(Wire::TriggerValues, preview + "t2tconfigdata:ipe")},
+        {Request(Wire::Info, preview + "t2tconfigdata.module_version"),
+         Request(Wire::GetValues, preview + "t2tconfigdata:confidenceThreshold,downscaleRatio"),
+         Request(Wire::GetValues, preview + "t2tconfigdata.operationMode"),
+         Request(Wire::SetValues,
+                 preview + "t2tconfigdata:confidenceThreshold=90;downscaleRatio=0.125"),
+         Request(Wire::SetValues, preview + "t2tconfigdata:nothing=1;operationMode=")},
+        {damaged(Wire::LengthOffset, 0), Request(Wire::ActiveModes),
+         damaged(Wire::LengthOffset, 65535), damaged(Wire::CommandOffset, Wire::CommandCount),
+         Request(Wire::GetValues, preview + "t2tconfigdata.precisionMode")},
     };
-    for (std::vector<Request> const& stream : streams) {
+    for (std::vector<Bytes> const& stream : streams) {
         for (uint16_t split : {1, 4242}) {
             // The split seed frames the stream.
             Bytes framed = {static_cast<uint8_t>(split), static_cast<uint8_t>(split >> 8)};
-            uint32_t requestId = 0;
-            for (Request const& request : stream) {
-                Bytes packet(Wire::RequestHeadSize + request.text.size() + 1);
-                bool const known = request.command < Wire::CommandCount;
-                unsigned int const length = Wire::WriteRequest(
-                    packet.data(), static_cast<unsigned int>(packet.size()),
-                    known ? request.command : Wire::ActiveModes, 0, ++requestId,
-                    request.text.c_str(),
-                    request.text.empty() ? 0 : static_cast<unsigned int>(request.text.size() + 1));
-                if (!known)
-                    Wire::PutU16(packet.data() + Wire::CommandOffset, request.command);
-                if (request.lengthField >= 0)
-                    Wire::PutU16(packet.data() + Wire::LengthOffset,
-                                 static_cast<uint16_t>(request.lengthField));
-                framed.insert(framed.end(), packet.begin(), packet.begin() + length);
-            }
+            for (Bytes const& packet : stream)
+                framed.insert(framed.end(), packet.begin(), packet.end());
             if (!Write(framed))
                 return false;
         }

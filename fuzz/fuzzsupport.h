@@ -74,8 +74,8 @@ inline void RestampChecksum(std::vector<unsigned char>& file)
         file[covered + i] = static_cast<unsigned char>(checksum >> (8 * i));
 }
 
-/// A tuning manager with live tuning off: a target that serves requests drives a worker of its
-/// own, and no socket is opened.
+/// A tuning manager that knows every module kind of the tuning set, with live tuning off: no
+/// socket is opened, and a target that serves requests drives a worker of its own.
 class QuietTuningSetManager final : public TuningSetManager
 {
 public:

@@ -238,9 +238,7 @@ protected:
     /// Shapes one face directly, outside a frame.
     Rect ShapeOne(StatsROIData const& face, uint32_t* maskRemoved = nullptr)
     {
-        ROIData roi = Box(static_cast<float>(face.left), static_cast<float>(face.top),
-                          static_cast<float>(face.width), static_cast<float>(face.height),
-                          static_cast<uint32_t>(face.roiID));
+        ROIData roi = Box(face.left, face.top, face.width, face.height, face.roiID);
         m_priority.AdjustOneFaceROI(roi, face);
         if (maskRemoved != nullptr)
             *maskRemoved = roi.maskRemoved;

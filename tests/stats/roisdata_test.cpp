@@ -208,18 +208,4 @@ TEST_F(ROIsDataTest, PartialROIsAreTrimmedAndDroppedPastTheThreshold)
               1U);
 }
 
-TEST(ROIsDataSearchTest, FindsTheFirstMatchingIDWithinTheCount)
-{
-    ROIData list[3] = {Box(0, 0, 0, 0, 4), Box(0, 0, 0, 0, 7), Box(0, 0, 0, 0, 7)};
-    for (auto [rois, count, id, expected] :
-         {std::tuple<ROIData const*, int, int, int>{list, 3, 7, 1},
-          {list, 1, 7, -1},
-          {list, 2, 7, 1},
-          {list, 3, 9, -1},
-          {list, 1, 4, 0},
-          {list, 0, 4, -1},
-          {nullptr, 3, 4, -1}})
-        EXPECT_EQ(ROIsData::FindROIIndexByROIID(rois, count, id), expected) << count << " " << id;
-}
-
 } // namespace
