@@ -14,31 +14,54 @@
 
 #include "parameterparser/defaultmodule.h"
 #include "parameterparser/modeentry.h"
+#include "parameterparser/modeunion.h"
 #include "parameterparser/moduledata.h"
 #include "parameterparser/parametermodetable.h"
 #include "parameterparser/parametermodule.h"
 #include "parameterparser/parameterparserinfo.h"
 #include "parameterparser/parametervaluepath.h"
 #include "parameterparser/parsercrc.h"
+#include "tools/writer/tuningdescription.h"
 
 #include "paramgen/ImageSensorModuleSetManager.h"
 #include "paramgen/ImageSensorModuleSetManager.writer.h"
+#include "paramgen/TuningSetManager.h"
+#include "paramgen/TuningSetManager.writer.h"
 #include "paramgen/bitmlSetManager.h"
 #include "paramgen/bitmlSetManager.writer.h"
 #include "paramgen/fdSetManager.h"
+#include "paramgen/fdSetManager.writer.h"
 #include "paramgen/vornflindices.h"
 #include "paramgen/vornt2tconfig.h"
 #include "tests/common/logcapture.h"
 #include "tests/common/tempfile.h"
 #include "tests/common/trackerdescription.h"
-#include "tests/parametermodules/managerfixture.h"
 
 namespace {
 
-using ManagerTest::Step;
 using TuningWriter::InstanceSchema;
 
-TuningMode const Root[] = {Step(ModeDefault)};
+TuningMode const Root[] = {{ModeDefault, 0, 0}};
+
+/// The bytes of the file that text describes (see TuningDescription), with instances of
+/// TuningSetManager and fdSetManager. A description the parser refuses fails the test.
+std::vector<uint8_t> Pack(std::string const& text)
+{
+    TuningWriter::TuningDescription description(
+        {&ParamSchema::TuningSetManager::Instances(), &ParamSchema::fdSetManager::Instances()});
+    if (!description.Parse(text)) {
+        ADD_FAILURE() << "description refused: " << description.Error();
+        return {};
+    }
+    return description.MakeWriter().Build();
+}
+
+/// A TuningSetManager for tests: a successful load must not start the live tuning server.
+class QuietTuningSetManager : public TuningSetManager
+{
+public:
+    QuietTuningSetManager() : TuningSetManager("test") { m_knobbyEnabled = false; }
+};
 
 /// A concrete set manager and the catalogue of the instances it lists.
 struct ManagerCase
@@ -73,10 +96,7 @@ TEST(ConcreteSetManagerTest, EveryInstanceOfEveryManagerLoadsByItsName)
 {
     ManagerCase const managers[] = {
         {"TuningSetManager", &ParamSchema::TuningSetManager::Instances,
-         [] {
-             return std::unique_ptr<ParameterSetManager>(new ManagerTest::QuietTuningSetManager);
-         },
-         true},
+         [] { return std::unique_ptr<ParameterSetManager>(new QuietTuningSetManager); }, true},
         {"ImageSensorModuleSetManager", &ParamSchema::ImageSensorModuleSetManager::Instances,
          &MakeManager<ImageSensorModuleSetManager>, false},
         {"fdSetManager", &ParamSchema::fdSetManager::Instances, &MakeManager<fdSetManager>, false},
@@ -175,7 +195,7 @@ TEST(ConcreteSetManagerTest, DerivedManagersSelectTheirTableAndRefuseTheRest)
         log.HasMessage("CreateSetManager called mode table index (0) >= mode table count (0)\n"));
     EXPECT_EQ(main.CreateSetManager("front"), nullptr) << "nothing loaded";
     EXPECT_EQ(main.CreateSetManager(static_cast<char const*>(nullptr)), nullptr);
-    std::vector<uint8_t> file = ManagerTest::Pack(TwoTables);
+    std::vector<uint8_t> file = Pack(TwoTables);
     ASSERT_TRUE(main.LoadBinaryParameters(file.data(), file.size())) << main.GetErrorString();
 
     std::unique_ptr<fdSetManager> rear(main.CreateSetManager(static_cast<unsigned char>(1)));
@@ -263,7 +283,7 @@ class ValueAccessTest : public ::testing::Test
 protected:
     void SetUp() override
     {
-        m_bytes = ManagerTest::Pack(Description());
+        m_bytes = Pack(Description());
         ASSERT_TRUE(m_manager.LoadBinaryParameters(m_bytes.data(), m_bytes.size()))
             << m_manager.GetErrorString();
     }
@@ -279,7 +299,7 @@ protected:
     }
 
     ParamTest::LogCapture m_log;
-    ManagerTest::QuietTuningSetManager m_manager;
+    QuietTuningSetManager m_manager;
     std::vector<uint8_t> m_bytes;
 };
 
@@ -409,8 +429,8 @@ TEST_F(ValueAccessTest, GetInfoDescribesTheTopLevelForAModuleOrAOneCharacterPath
 // and leaves the active list of its own table, while the mode that was asked for stays as it was.
 TEST(ValueAccessFileModeTest, SetValuePinsTheOwnerNotTheModeAskedFor)
 {
-    ParamTest::TempFile file(ManagerTest::Pack(Description("modetable front\n")));
-    ManagerTest::QuietTuningSetManager manager;
+    ParamTest::TempFile file(Pack(Description("modetable front\n")));
+    QuietTuningSetManager manager;
     ASSERT_TRUE(manager.LoadBinaryParameters(file.Path().c_str())) << manager.GetErrorString();
     ASSERT_TRUE(manager.IsFileMode());
     std::unique_ptr<TuningSetManager> rear(manager.CreateSetManager("rear"));
@@ -418,8 +438,8 @@ TEST(ValueAccessFileModeTest, SetValuePinsTheOwnerNotTheModeAskedFor)
     ModeEntry* preview = manager.GetModeEntry(1, PreviewPath);
     ModeEntry* hdr = manager.GetModeEntry(1, HdrPath);
     ASSERT_TRUE(rear != nullptr && table != nullptr && preview != nullptr && hdr != nullptr);
-    TuningMode const branch[] = {Step(ModeDefault), Step(ModeSensor, 0), Step(ModeUsecase, 0),
-                                 Step(3, 1)};
+    TuningMode const branch[] = {
+        {ModeDefault, 0, 0}, {ModeSensor, 0, 0}, {ModeUsecase, 0, 0}, {3, 1, 0}};
     vornt2tconfig::T2TCtrlType* typed = rear->GetModule_t2tconfigdata(branch, 4, nullptr);
     ASSERT_NE(typed, nullptr);
     EXPECT_FALSE(preview->resident);
