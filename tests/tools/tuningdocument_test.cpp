@@ -279,53 +279,6 @@ TEST(TuningDocumentTest, ReadsValuesByTheFilesOwnNamesAndModePaths)
     EXPECT_EQ(document["modeTables"][0]["tree"][0]["children"][0]["step"], "Sensor.0");
 }
 
-// One edit of each kind gives a file the library takes (its checksum and tables sound) and
-// whose document shows the edit.
-TEST(TuningDocumentTest, EditedDocumentsPackIntoSoundFiles)
-{
-    struct Edit
-    {
-        char const* name;
-        std::function<void(Json&)> apply;
-        std::function<bool(Json const&)> shows;
-    };
-    Edit const edits[] = {
-        {"a value", [](Json& d) { d["symbols"][1]["values"]["inner"]["gain"] = -123; },
-         [](Json const& d) { return d["symbols"][1]["values"]["inner"]["gain"] == -123; }},
-        {"an array length",
-         [](Json& d) {
-             d["symbols"][2]["values"]["counted"]["values"] = Json::array({1.5, 2.5, 3.5, 4.5});
-             d["symbols"][1]["values"]["textList"]["values"].push_back("new text");
-         },
-         [](Json const& d) {
-             return d["symbols"][2]["values"]["counted"]["values"].size() == 4 &&
-                    d["symbols"][1]["values"]["textList"]["values"][2]["text"] == "new text";
-         }},
-        {"a new mode",
-         [](Json& d) {
-             Json& entries = d["modeTables"][0]["entries"];
-             entries.push_back({{"modeId", entries.size()},
-                                {"parentId", 0},
-                                {"mode", 1},
-                                {"subMode", 7},
-                                {"pipeline", 0},
-                                {"linkId", 0xFFFFFFFFu},
-                                {"flags", 0}});
-             d["symbols"][3]["modeId"] = entries.size() - 1;
-         },
-         [](Json const& d) { return d["symbols"][3]["mode"] == "Default|Sensor.7"; }},
-    };
-    for (Edit const& edit : edits) {
-        SCOPED_TRACE(edit.name);
-        Json document = Document(EveryFormFile({7, 0, 0}));
-        edit.apply(document);
-        // A header or checksum that does not fit the bytes would be a problem of the reread.
-        Json const reread = Document(Packed(document));
-        EXPECT_EQ(reread["problems"], Json::array());
-        EXPECT_TRUE(edit.shows(reread));
-    }
-}
-
 // Below 4.0.0 data entries are rows of the symbol table: counted values given anew (bare arrays)
 // become rows behind those of the document.
 TEST(TuningDocumentTest, NewDataEntriesOfOldFilesAreSymbolRows)
