@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Fuzz target: a buffer-mode load of arbitrary bytes into a tuning manager that knows every
-// module kind, so that the generated modules load what the file holds, then every module of the
-// repository's descriptions read whole through the root and sensor 0.
+// module kind, so that the generated modules load what the file holds, then a module of each
+// kind the repository's descriptions hold read whole through the root and sensor 0.
 #include <cstdint>
 #include <vector>
 
