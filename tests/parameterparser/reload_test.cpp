@@ -245,9 +245,7 @@ TEST_F(ReloadTest, ChangedFileFailsLaterReadsUntilReloaded)
         m_log.HasMessage("Failed to load module versionsA_sw, path: 0.0|1.0|2.2, skipping\n"));
     EXPECT_TRUE(m_log.HasMessage(
         "GetModule versionsA_sw failed to find a loaded module in 0.0|1.0|2.2, returning null\n"));
-    ModeEntry* video = m_manager.GetModeEntry(0, VideoBranch, 3);
-    EXPECT_EQ(video->GetReferenceCount(nullptr), 0u);
-    EXPECT_FALSE(video->loaded);
+    EXPECT_FALSE(m_manager.GetModeEntry(0, VideoBranch, 3)->loaded);
     // A module read before the change is still served and counted.
     EXPECT_EQ(m_manager.Get(PreviewBranch, preview), preview);
     EXPECT_STREQ(Revision(preview), "p1");
@@ -331,7 +329,6 @@ TEST_F(ReloadTest, UpdateFromItselfOrNothingIsRefused)
     ModeEntry* preview = m_manager.GetModeEntry(0, PreviewBranch, 3);
     EXPECT_FALSE(m_manager.UpdateParameters(preview, preview, nullptr));
     EXPECT_EQ(m_manager.ParkedModules(), 0u);
-    EXPECT_EQ(m_manager.Get(PreviewBranch, before), before);
     EXPECT_STREQ(Revision(before), "p1");
     before->Release();
 }
