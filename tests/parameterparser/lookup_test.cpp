@@ -548,40 +548,6 @@ TEST_F(LookupTest, UnloadModeDropsTheLastModeOfTheBranch)
     EXPECT_STREQ(Revision(Get('B', root)), "root");
 }
 
-TEST_F(LookupTest, SharedModuleGoesWithItsOwnerOnly)
-{
-    LookupFile file;
-    file.Path("Default");
-    uint32_t const preview = file.Path("Default|Usecase.Preview");
-    uint32_t const video = file.Path("Default|Usecase.Video");
-    file.AddModule('A', video, "shared", file.AddModule('A', preview, "shared"));
-    file.AddModule('B', video, "video");
-    Load(file);
-
-    std::vector<TuningMode> const previewBranch = Branch({{ModeUsecase, 0}});
-    std::vector<TuningMode> const videoBranch = Branch({{ModeUsecase, 2}});
-    ParameterModule* viaVideo = Get('A', videoBranch);
-    ASSERT_NE(viaVideo, nullptr);
-    EXPECT_EQ(viaVideo, Get('A', previewBranch, viaVideo));
-    // The reference lives with the owner, and the owner takes a place in the active list.
-    EXPECT_EQ(Node(preview)->GetReferenceCount(nullptr), 1u);
-    EXPECT_EQ(Node(video)->GetReferenceCount(nullptr), 0u);
-    viaVideo->Release();
-    EXPECT_NE(ActiveModes().Find(Node(preview)), -1);
-
-    ParameterModule* videoOwn = Get('B', videoBranch);
-    videoOwn->Release();
-    EXPECT_TRUE(m_manager->UnloadMode(0, videoBranch.data(), 2));
-    EXPECT_FALSE(videoOwn->loaded);
-    EXPECT_TRUE(viaVideo->loaded) << "a shared module stays with its owner";
-    EXPECT_TRUE(m_manager->UnloadMode(0, previewBranch.data(), 2));
-    EXPECT_FALSE(viaVideo->loaded);
-    // The sharer still names it; the next request reads it in again.
-    ParameterModule* again = Get('A', videoBranch);
-    ASSERT_EQ(again, viaVideo);
-    EXPECT_STREQ(Revision(again), "shared");
-}
-
 // ---- The registry's chain ----------------------------------------------------------------------
 
 TEST(DefaultModuleTest, RemovingKeepsTheChainSound)
