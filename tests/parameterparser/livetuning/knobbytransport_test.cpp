@@ -147,10 +147,18 @@ struct BuildCase
 TEST(KnobbyPacketTest, BuildResponseWritesTheHeadAndCutsThePayloadToTheBuffer)
 {
     BuildCase const cases[] = {
-        {Wire::DeviceInfo, 64, 4, false, 0, 0}, {Wire::Info, 14, 0, false, 0, 0},
-        {Wire::Info, 64, 4 + 8, true, 22, 12},  {Wire::Info, 22, 4 + 8, false, 22, 0},
-        {Wire::Info, 23, 4 + 8, true, 22, 5},   {Wire::Info, 17, 0, false, 10, 0},
-        {Wire::Info, 18, 0, true, 10, 0},       {Wire::ControlValues, 15, 4, true, 10, 0},
+        {Wire::DeviceInfo, 64, 4, false, 0, 0},
+        {Wire::Info, 14, 0, false, 0, 0},
+        {Wire::Info, 64, 4 + 8, true, 22, 12},
+        {Wire::Info, 22, 4 + 8, false, 22, 0},
+        {Wire::Info, 23, 4 + 8, true, 22, 5},
+        {Wire::Info, 17, 0, false, 10, 0},
+        {Wire::Info, 18, 0, true, 10, 0},
+        {Wire::ControlValues, 15, 4, true, 10, 0},
+        // The payload goes behind the head of the commands 3 to 8 only.
+        {Wire::Modes, 64, 4 + 8, true, 22, 12},
+        {Wire::Custom, 64, 4 + 8, true, 22, 12},
+        {Wire::ModeIndex, 64, 4 + 8, true, 18, 0},
     };
     Bytes const text = {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', 'k', 'l'};
     for (BuildCase const& test : cases) {
@@ -374,20 +382,26 @@ TEST(KnobbySocketTest, AddressesAreBuiltForBind)
     EXPECT_EQ(address.port, 7u);
 }
 
-// A thread object holds one thread from its start until it is joined.
+// A thread object holds one thread from its start until it is joined, at the latest by its
+// destructor, and then takes the next.
 TEST(KnobbyThreadTest, HoldsOneThreadUntilJoined)
 {
     std::atomic<int> runs{0};
     auto* const entry = +[](void* count) -> void* {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
         ++*static_cast<std::atomic<int>*>(count);
         return nullptr;
     };
-    ParameterKnobbyThread thread;
-    EXPECT_TRUE(thread.Start(entry, &runs, "test", nullptr));
-    EXPECT_FALSE(thread.Start(entry, &runs, "test", nullptr));
-    thread.Join();
-    EXPECT_FALSE(thread.Joinable());
-    EXPECT_EQ(runs.load(), 1);
+    {
+        ParameterKnobbyThread thread;
+        EXPECT_TRUE(thread.Start(entry, &runs, "test", nullptr));
+        EXPECT_FALSE(thread.Start(entry, &runs, "test", nullptr));
+        thread.Join();
+        EXPECT_FALSE(thread.Joinable());
+        EXPECT_EQ(runs.load(), 1);
+        EXPECT_TRUE(thread.Start(entry, &runs, "test", nullptr));
+    }
+    EXPECT_EQ(runs.load(), 2);
 }
 
 size_t OpenDescriptors()
