@@ -305,26 +305,29 @@ TEST(TuningDocumentTest, RefusesValuesThatDoNotFitTheirMembersNamingThePath)
 {
     struct Case
     {
-        char const* member;
+        char const* pointer;
         Json value;
         char const* message;
     };
     Case const cases[] = {
-        {"u8", 256, "symbols[1].values.u8 is out of range for 8-bit unsigned"},
-        {"i32", 1.5, "symbols[1].values.i32 must be an integer"},
-        {"u32", -1, "symbols[1].values.u32 must not be negative"},
-        {"f", 1e300, "symbols[1].values.f is out of the range of a float"},
-        {"fixed", Json::array({1, 2}), "fixed must be an array of 3 elements"},
-        {"text", 5, "text must be a text"},
-        {"nosuch", 1, "symbols[1].values.nosuch is no member of EveryForm"},
-        {"counted", Json::object({{"entry", 99}, {"values", Json::array()}}),
+        {"/symbols/1/values/u8", 256, "symbols[1].values.u8 is out of range for 8-bit unsigned"},
+        {"/symbols/1/values/i32", 1.5, "symbols[1].values.i32 must be an integer"},
+        {"/symbols/1/values/u32", -1, "symbols[1].values.u32 must not be negative"},
+        {"/symbols/1/values/f", 1e300, "symbols[1].values.f is out of the range of a float"},
+        {"/symbols/1/values/fixed", Json::array({1, 2}), "fixed must be an array of 3 elements"},
+        {"/symbols/1/values/text", 5, "text must be a text"},
+        {"/symbols/1/values/nosuch", 1, "symbols[1].values.nosuch is no member of EveryForm"},
+        {"/symbols/1/values/counted", Json::object({{"entry", 99}, {"values", Json::array()}}),
          "values.counted points at entry 99, which the data table does not have"},
+        {"/symbols/1/hex", "0g", "symbols[1].hex must be hex digits, two a byte"},
+        {"/symbols/1/hex", "g0", "symbols[1].hex must be hex digits, two a byte"},
+        {"/symbols/1/hex", "abc", "symbols[1].hex must be hex digits, two a byte"},
     };
     Json const original = Document(EveryFormFile({7, 0, 0}));
     for (Case const& c : cases) {
-        SCOPED_TRACE(c.member);
+        SCOPED_TRACE(c.pointer);
         Json document = original;
-        document["symbols"][1]["values"][c.member] = c.value;
+        document[Json::json_pointer(c.pointer)] = c.value;
         std::vector<uint8_t> bytes;
         std::string error;
         EXPECT_FALSE(ParamCtl::PackTuningDocument(document, bytes, error));
