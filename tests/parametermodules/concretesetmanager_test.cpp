@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <memory>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -211,6 +212,13 @@ TEST(ConcreteSetManagerTest, DerivedManagersSelectTheirTableAndRefuseTheRest)
         log.HasMessage("CreateSetManager called mode table index (2) >= mode table count (2)\n"));
     EXPECT_EQ(rear->CreateSetManager("side"), nullptr);
     EXPECT_TRUE(log.HasMessage("CreateSetManager unable to find mode table side\n"));
+    // Files before 4.0.0 name no table, so none is found by name.
+    fdSetManager unnamed("fd");
+    std::vector<uint8_t> unnamedFile =
+        Pack("version 3.1.0\nmodetable front\n  path Default|Sensor.1|Usecase.Video\n");
+    ASSERT_TRUE(unnamed.LoadBinaryParameters(unnamedFile.data(), unnamedFile.size()))
+        << unnamed.GetErrorString();
+    EXPECT_EQ(unnamed.CreateSetManager("front"), nullptr);
 
     unsigned char buffer[4] = {};
     EXPECT_FALSE(main.UpdateBinaryParameters(buffer, sizeof(buffer)));
@@ -368,6 +376,19 @@ TEST_F(ValueAccessTest, SetValueChangesTheSharedModuleForEveryModeBelowItsOwner)
               "distance_region=5,2000");
     // The root's instance is another one and keeps its value.
     EXPECT_EQ(Get(RootPath, "t2tconfigdata", "confidenceThreshold"), "confidenceThreshold=60");
+    // Each member's own text written back leaves the structure as it was.
+    ASSERT_TRUE(m_manager.SetValue(0, PreviewPath, "varitonalTOF", "sensitivity", "0.123456789"));
+    for (char const* base : {"varitonalTOF", "varitonalTOF.SceneChange"}) {
+        std::string const before = Get(PreviewPath, base);
+        std::istringstream items(before);
+        for (std::string item; std::getline(items, item, ';');) {
+            size_t const equals = item.find('=');
+            EXPECT_TRUE(m_manager.SetValue(0, PreviewPath, base, item.substr(0, equals).c_str(),
+                                           item.substr(equals + 1).c_str()))
+                << item;
+        }
+        EXPECT_EQ(Get(PreviewPath, base), before);
+    }
 
     // A derived manager reads and changes through its main manager.
     std::unique_ptr<TuningSetManager> derived(m_manager.CreateSetManager("rear"));

@@ -194,27 +194,36 @@ TEST_F(ParameterBinaryFileTest, ReferencesOpenAndCloseTheFile)
     EXPECT_TRUE(m_log.HasMessage("ParameterBinaryFile deleted with outstanding references: 2\n"));
 }
 
-// A file rewritten behind the reader fails the read it shortened; the reopen that follows sees
-// the new modification time, and from then on every read fails.
+// A file rewritten behind the reader fails the read it shortened, whether the read goes to the
+// file directly or fills a buffer first; the reopen that follows sees the new modification time,
+// and from then on every read fails.
 TEST_F(ParameterBinaryFileTest, FileChangedOnDiskFailsLaterReads)
 {
-    UseFile(20000);
-    ExpectRead(0, 16);
-    m_file->Rewrite(std::vector<uint8_t>(100, 1));
-    std::vector<uint8_t> value(2000);
-    unsigned int pos = 0;
-    EXPECT_FALSE(m_binary->Read(value.data(), 10000, pos, 2000, 1));
-    EXPECT_EQ(m_log.Messages(), (std::vector<std::string>{
-                                    "Read failed to read from file, ferror: 0, offset: 10000, "
-                                    "pos: 0, requested: 2000, actual: 0\n",
-                                    "ParameterBinaryFile::Read failed, retrying\n",
-                                    "ParameterBinaryFile::Open, file modified, must reload\n"}));
-    EXPECT_TRUE(m_binary->IsModified());
-    m_log.Clear();
-    EXPECT_FALSE(m_binary->Read(value.data(), 0, pos, 16, 1));
-    EXPECT_FALSE(m_binary->Read(value.data(), 0, pos, 0, 1));
-    EXPECT_EQ(m_binary->Read(0, 16), nullptr);
-    EXPECT_TRUE(m_log.Messages().empty());
+    // The read's size (above BufferSize it goes to the file directly) and the bytes asked of the
+    // file.
+    for (auto const& [count, requested] : {std::pair{2000ul, "2000"}, std::pair{16ul, "1024"}}) {
+        SCOPED_TRACE(count);
+        UseFile(20000);
+        ExpectRead(0, 16);
+        m_log.Clear();
+        m_file->Rewrite(std::vector<uint8_t>(100, 1));
+        std::vector<uint8_t> value(count);
+        unsigned int pos = 0;
+        EXPECT_FALSE(m_binary->Read(value.data(), 10000, pos, count, 1));
+        EXPECT_EQ(
+            m_log.Messages(),
+            (std::vector<std::string>{
+                "Read failed to read from file, ferror: 0, offset: 10000, pos: 0, requested: " +
+                    std::string(requested) + ", actual: 0\n",
+                "ParameterBinaryFile::Read failed, retrying\n",
+                "ParameterBinaryFile::Open, file modified, must reload\n"}));
+        EXPECT_TRUE(m_binary->IsModified());
+        m_log.Clear();
+        EXPECT_FALSE(m_binary->Read(value.data(), 0, pos, 16, 1));
+        EXPECT_FALSE(m_binary->Read(value.data(), 0, pos, 0, 1));
+        EXPECT_EQ(m_binary->Read(0, 16), nullptr);
+        EXPECT_TRUE(m_log.Messages().empty());
+    }
 }
 
 // A tool may write the file again within the second of the first write; the time is then set

@@ -152,6 +152,7 @@ std::vector<uint8_t> EveryFormFile(FileVersion version)
 }
 
 // Modules of a shipped set manager without a definition table: read by the compiled schemas.
+// The catalogue's first instance is among them, at its defaults.
 std::vector<uint8_t> CompiledSchemaFile(FileVersion version)
 {
     TuningWriter::TuningFileWriter writer(version);
@@ -160,8 +161,10 @@ std::vector<uint8_t> CompiledSchemaFile(FileVersion version)
     TuningWriter::InstanceCatalogue const& catalogue = ParamSchema::TuningSetManager::Instances();
     TuningWriter::InstanceSchema const* tracker = catalogue.Find("t2tconfigdata");
     TuningWriter::InstanceSchema const* versions = catalogue.Find("versionsA_sw");
+    TuningWriter::InstanceSchema const& first = catalogue.instances[0];
     uint32_t const trackerId = tracker->Describe(set);
     uint32_t const versionsId = versions->Describe(set);
+    uint32_t const firstId = first.Describe(set);
     TuningWriter::EntryEncoder encoder(version, set.Structures(), tables);
     EntryValue tuned = EntryValue::Struct(
         {{"operationMode", EntryValue::UInt(2)}, {"downscaleRatio", EntryValue::Real(0.25)}});
@@ -171,6 +174,8 @@ std::vector<uint8_t> CompiledSchemaFile(FileVersion version)
         {"t2tconfigdata", std::nullopt, tracker->version, 0, encoder.Encode(trackerId, &tuned), 0});
     tables.AddModule({"versionsA_sw", std::nullopt, versions->version, 0,
                       encoder.Encode(versionsId, &revision), 0});
+    tables.AddModule(
+        {first.instanceName, std::nullopt, first.version, 0, encoder.Encode(firstId, nullptr), 0});
     tables.AddTo(writer);
     return writer.Build();
 }
@@ -407,6 +412,19 @@ TEST(TuningDocumentTest, SchemaExportRenamesSectionTypesTheFamilyRulesName)
         << family;
     EXPECT_NE(family.find("    extra  varitonal_versionsA10_reserveType_1000\n"), std::string::npos)
         << family;
+
+    // A reserve that the file makes a number is no block's: the module goes out as plain types.
+    for (Json& record : records) {
+        if (!record.contains("members"))
+            continue;
+        for (Json& member : record["members"]) {
+            if (member["name"] == "varitonal_versionsA10_reserve")
+                member["type"] = "UInt32";
+        }
+    }
+    tables.clear();
+    ASSERT_TRUE(ParamCtl::ExportSchemaTables(document, "", "", tables, notes, error)) << error;
+    EXPECT_EQ(tables.count("versionsA.family"), 0u);
 }
 
 // An instance name fills the file's 64-character module name field at most: a longer one is no

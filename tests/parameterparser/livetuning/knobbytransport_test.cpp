@@ -440,6 +440,21 @@ TEST(KnobbyPortTest, TakenPortsAreWalkedUpOneByOne)
     EXPECT_EQ(log.Count("Knobby Server INET socket created"), 2u);
 }
 
+// A port the host chose is the only one tried: when it is taken the server opens none.
+TEST(KnobbyPortTest, ChosenPortThatIsTakenIsTheOnlyOneTried)
+{
+    LogCapture log;
+    FakeDataAPI store;
+    ParameterKnobbyCom holder(&store);
+    ParameterKnobbyCom com(&store);
+    ASSERT_TRUE(holder.SetListenAddress("127.0.0.1", 0));
+    unsigned short const taken = holder.StartCom();
+    ASSERT_NE(taken, 0);
+    ASSERT_TRUE(com.SetListenAddress("127.0.0.1", taken));
+    EXPECT_EQ(com.StartCom(), 0);
+    EXPECT_EQ(log.Count("Knobby Failed to bind any ports\n"), 1u);
+}
+
 // Both queues hold 1024 packets at most; without service threads nothing leaves them, so the
 // next receive and write are dropped, and what was queued reads back in order.
 TEST(KnobbyQueueTest, QueuesHoldTheirBoundAndReadBackInOrder)

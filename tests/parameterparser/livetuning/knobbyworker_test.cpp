@@ -423,6 +423,8 @@ TEST_F(KnobbyWorkerTest, ControlValuesReadBackSortedAndLeaveOutWhatDoesNotFit)
         m_worker.SetControlValue({identifier, identifier * 1.5});
     m_worker.SetControlValue({2, -0.25});
     EXPECT_EQ(TextAt(Ask(Request(2)), 14), "1=1.500000,2=-0.250000,3=4.500000");
+    EXPECT_TRUE(Logged("Knobby queued command: Control Values(2), Version: 2.0, Name: "
+                       "1=1.500000,2=-0.250000,3=4.500000\n"));
     PList<ParameterCTValue> list;
     list.Add({9, 1.0});
     list.Add({4, 2.0});
