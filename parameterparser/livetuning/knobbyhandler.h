@@ -23,5 +23,7 @@ public:
                                char const* pipeline) = 0;
 
     // Declared after the two operations so that they keep the first two slots of the table.
-    virtual ~KnobbyHandler() = default;
+    // Defined out of line: the library then emits the class's vtable and type information itself,
+    // in every build, rather than wherever a build happens to need them.
+    virtual ~KnobbyHandler();
 };
