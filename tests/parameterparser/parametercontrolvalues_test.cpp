@@ -2,9 +2,12 @@
 // Control and trigger value records: text form, owned value copies, instance lookup by name.
 #include "parameterparser/parametercontrolvalues.h"
 
+#include <cstdio>
 #include <cstring>
 #include <tuple>
 #include <utility>
+
+#include <locale.h>
 
 #include <gtest/gtest.h>
 
@@ -23,12 +26,25 @@ uint32_t IdentifierAt(ParameterTriggerIDValues const* instance, unsigned int ind
     return instance->Values()[index].identifier;
 }
 
+// The text is written with a decimal point whatever the thread's locale, which it finds again
+// afterwards.
 TEST(ParameterCTValueTest, TextFormIsIdentifierEqualsValue)
 {
     ParameterCTValue const value{42, -1.5};
-    char text[32];
+    char text[32] = "untouched";
+    EXPECT_EQ(value.ToString(text, 0), 0u);
+    EXPECT_STREQ(text, "untouched");
+    locale_t const comma = newlocale(LC_NUMERIC_MASK, "de_DE.UTF-8", static_cast<locale_t>(0));
+    if (comma != static_cast<locale_t>(0))
+        uselocale(comma);
     EXPECT_EQ(value.ToString(text, sizeof(text)), 12u);
     EXPECT_STREQ(text, "42=-1.500000");
+    if (comma != static_cast<locale_t>(0)) {
+        std::snprintf(text, sizeof(text), "%.1f", 1.5);
+        EXPECT_STREQ(text, "1,5");
+        uselocale(LC_GLOBAL_LOCALE);
+        freelocale(comma);
+    }
     EXPECT_EQ(value.ToString(text, 5), 4u); // cut, still terminated
     EXPECT_STREQ(text, "42=-");
     EXPECT_EQ(value.ToString(nullptr, 8), 0u);
