@@ -339,6 +339,22 @@ TEST_F(LookupTest, GetModulesFiltersByOwnerAndPipeline)
 
 // Table index 1 is the first past the one table; previous is given back all the same. Unknown
 // modules give null; a mode not in the tree is reported by a load and refused by an unload.
+// A record of a known kind whose class refuses it (another module version) fails the load; the
+// error names the kind by an instance made before.
+TEST_F(LookupTest, RefusedRecordFailsTheLoadNamingItsKind)
+{
+    LookupFile file;
+    file.AddModule('A', file.Path("Default"), "root");
+    file.AddModule('A', file.Path("Default|Usecase.Preview"), "preview", 0, {1, 0, 1});
+    m_bytes = file.Build();
+    TestSetManager::Options options;
+    options.registerModules = true;
+    TestSetManager manager(options);
+    EXPECT_FALSE(manager.LoadBinaryParameters(m_bytes.data(), m_bytes.size()));
+    EXPECT_STREQ(manager.GetErrorString(), "Failed to parse binary header data for:  Name: "
+                                           "versionsA_sw, Major: 1, Minor: 0, Patch: 1, Mode: 2");
+}
+
 TEST_F(LookupTest, BadArgumentsAreLoggedAndRefused)
 {
     Load(RuleFile());

@@ -87,10 +87,10 @@ public:
     uint32_t Path(std::string const& namedPath) { return Table().AddPath(namedPath); }
 
     /// Places module kind letter in the node of modeId, its revision and reserve texts holding
-    /// tag. duplicateOf, if not 0, makes it share the instance of that earlier entry. Returns the
-    /// entry's symbol ID.
+    /// tag. duplicateOf, if not 0, makes it share the instance of that earlier entry; the record
+    /// states version as the module's. Returns the entry's symbol ID.
     uint32_t AddModule(char letter, uint32_t modeId, std::string const& tag,
-                       uint32_t duplicateOf = 0)
+                       uint32_t duplicateOf = 0, TuningWriter::FileVersion version = {1, 0, 0})
     {
         using TuningWriter::EntryValue;
         std::string const ns = std::string("versions") + letter + "_1_0_0";
@@ -102,7 +102,7 @@ public:
              {reserve, EntryValue::Struct({{"xsd_version", EntryValue::Text(tag + "-xsd")}})}});
         TuningWriter::ModuleEntry entry;
         entry.name = LookupModule(letter);
-        entry.moduleVersion = TuningWriter::FileVersion{1, 0, 0};
+        entry.moduleVersion = version;
         entry.modeId = modeId;
         entry.data = m_encoder->Encode(m_schema.Id(type), &value);
         entry.duplicateOf = duplicateOf;
