@@ -649,6 +649,10 @@ TEST(ModeTextTest, ConvertsNamesAndPaths)
     EXPECT_EQ(node.GetSubModeName(), nullptr);
     node.Initialize(1, 1, 0, nullptr);
     EXPECT_EQ(node.GetSubModeName(), nullptr);
+    // Mode 6 is the last with names; 7 has none.
+    EXPECT_EQ(ModeEntry::GetSubModeNameCount(3), 8u);
+    EXPECT_EQ(ModeEntry::GetSubModeNameCount(7), 0u);
+    EXPECT_EQ(ModeEntry::GetSubModeName(7, 0), nullptr);
 }
 
 TEST_F(ModePathsTest, ChildModesNameTheNodesOwnChildren)

@@ -423,6 +423,7 @@ TEST_F(SharedObjectTest, ObjectIsSharedPerLocAndFreedByTheLastRelease)
     EXPECT_EQ(Table().GetDupObjectInternal(false, past, 8, true), nullptr);
     EXPECT_EQ(Table().SetDupObject(false, past, &objectA, 8), nullptr);
     EXPECT_EQ(m_loaded.Log().Count("SetDupObject called with invalid values"), 1u);
+    EXPECT_EQ(m_loaded.Log().Count(", IsModule: 0, ID: " + std::to_string(past) + ", "), 2u);
     // Without lookups no call fits.
     Table().FreeLookupData();
     EXPECT_EQ(Table().GetDupObjectInternal(false, m_original, 8, true), nullptr);
