@@ -252,6 +252,12 @@ TEST(TuningDocumentTest, EveryWriterMadeFileGoesToJsonAndBackByteForByte)
             for (Json const& row : document["symbols"]) {
                 EXPECT_TRUE(row["modeId"] == 0xFFFFFFFFu || row.contains("values")) << row.dump();
             }
+            // A member that is no structure names none.
+            for (Json const& record : document.value("definitions", Json::array())) {
+                for (Json const& member : record.value("members", Json::array()))
+                    EXPECT_TRUE(member["type"] == "Structure" || !member.contains("structure"))
+                        << member.dump();
+            }
             EXPECT_EQ(Packed(document), file);
         }
     }
