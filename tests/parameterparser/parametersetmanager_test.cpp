@@ -12,6 +12,8 @@
 
 #include "platform/vornalloc.h"
 
+#include "parameterparser/modeentry.h"
+#include "parameterparser/parametermodetable.h"
 #include "tools/writer/symboltablebuilder.h"
 #include "tools/writer/tuningfilewriter.h"
 
@@ -71,7 +73,8 @@ TEST_F(ParameterSetManagerTest, LoadsEachWayAndStoresTheSections)
                   way != 0);
         EXPECT_TRUE(
             m_log.HasMessage("ReadModeSection: No mode tables in binary, creating default\n"));
-        EXPECT_EQ(manager.GetModeTableCount(), 1u);
+        ASSERT_EQ(manager.GetModeTableCount(), 1u);
+        EXPECT_EQ(manager.GetModeTable(0)->rootMode->modeId, 0u);
     }
     EXPECT_TRUE(
         m_log.HasMessage("Load Binary Parameters completed: Tag: sample, Version: 6.0.0\n"));

@@ -305,6 +305,21 @@ TEST_F(ReloadTest, LiveTuningClientAsksThroughReloads)
     m_file.Rewrite(PreviewAndVideo("restored"));
     ASSERT_TRUE(manager.ReloadBinaryParameters(false));
     EXPECT_NE(manager.GetKnobbyPort(), 0);
+
+    // The host's control values reach the client, set on the main manager or through a derived
+    // one, whose value replaces the whole list.
+    ParamTest::LoopbackClient again;
+    ASSERT_TRUE(again.Connect(manager.GetKnobbyPort()));
+    std::unique_ptr<TuningSetManager> derived(
+        manager.CreateSetManager(static_cast<unsigned char>(0)));
+    ASSERT_NE(derived, nullptr);
+    manager.SetControlValue({4, 2.0});
+    manager.SetControlValue({3, 1.5});
+    ASSERT_TRUE(again.Send(ParamTest::Request(Wire::ControlValues)));
+    EXPECT_EQ(ParamTest::TextAt(again.ReadPacket(), Wire::HeadSize), "3=1.500000,4=2.000000");
+    derived->SetControlValue({5, 0.5});
+    ASSERT_TRUE(again.Send(ParamTest::Request(Wire::ControlValues)));
+    EXPECT_EQ(ParamTest::TextAt(again.ReadPacket(), Wire::HeadSize), "5=0.500000");
 }
 
 // ---- Merging a second manager's modules --------------------------------------------------------

@@ -263,6 +263,13 @@ TEST(TuningDocumentTest, EveryWriterMadeFileGoesToJsonAndBackByteForByte)
     }
 }
 
+TEST(DocumentJsonTest, IdentifiersStartWithALetterOrUnderscore)
+{
+    for (auto const& [name, identifier] :
+         {std::pair{"a1_b", true}, {"_x", true}, {"1a", false}, {"", false}, {"a-b", false}})
+        EXPECT_EQ(ParamCtl::IsIdentifier(name), identifier) << name;
+}
+
 TEST(TuningDocumentTest, ReadsValuesByTheFilesOwnNamesAndModePaths)
 {
     Json const document = Document(EveryFormFile({7, 0, 0}));
