@@ -75,6 +75,9 @@ TEST(VornOsUtilsTest, BoundedCopyAndConcatenateTerminateAndReportWantedLength)
     EXPECT_EQ(Vorn::OsUtils::StrLCpy(text, "ab", sizeof(text)), 2u);
     EXPECT_EQ(Vorn::OsUtils::StrLCat(text, "cdefg", sizeof(text)), 7u);
     EXPECT_STREQ(text, "abcde");
+    // No source copies an empty text.
+    EXPECT_EQ(Vorn::OsUtils::StrLCpy(text, nullptr, sizeof(text)), 0u);
+    EXPECT_STREQ(text, "");
 }
 
 void CountEntry(void const*, void* value, void* context)
