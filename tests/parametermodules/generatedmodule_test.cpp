@@ -404,6 +404,7 @@ TEST_F(ValuePathTest, GetInfoListsMembersOrDescribesOne)
     EXPECT_EQ(Records(top)[2], "noise_threshold_g UInt32 2");
     EXPECT_EQ(Records(top)[6], "labels String [3]");
     EXPECT_EQ(Records(top)[9], "corners Structure [2]");
+    EXPECT_FALSE(ParameterValuePath::GetInfo(nullptr, moduleTestType::Descriptor, "", top));
 }
 
 // ---- Shared arrays -------------------------------------------------------------------------

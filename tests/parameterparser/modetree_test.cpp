@@ -141,6 +141,7 @@ TEST_F(ModeTreeTest, ReadsTreeOfEveryFormat)
         {{1, 1, 0}, nullptr, "0.0|1.0|2.2 l"},
         {{2, 0, 0}, nullptr, "0.0|1.0|2.2 l ->0.0|1.0|2.0"},
         {{3, 0, 1}, nullptr, "0.0|1.0|2.2 l ->0.0|1.0|2.0"},
+        {{4, 0, 0}, "rear", "0.0|1.0|2.2 l ->0.0|1.0|2.0"},
         {{5, 0, 0}, "rear", "0.0|1.0|2.2 r l ->0.0|1.0|2.0"},
         {{7, 0, 0}, "rear", "0.0|1.0|2.2 r l ->0.0|1.0|2.0"},
     };
@@ -587,6 +588,7 @@ TEST(ModeTextTest, ConvertsNamesAndPaths)
         {Shorthand, "Sideways.Up|Effect.Mono", 64, "0.0|6.1"},
         {Shorthand, "Default|Sensor.2|Usecase.Preview", 6, "0|1.2"},
         {Shorthand, "", 8, ""},
+        {Shorthand, "Sensor.1|Scene.9||Effect.Mono", 64, "1.1|5.9"},
         {Shorthand, "Default", 0, "Z"},
         {Named, "0.0|1.2|2.0|3.2", 128, "Default|Sensor.2|Usecase.Preview|Feature1.ADRC"},
         {Named, "0.0|3.8", 128, "Default|Feature1.8"},
