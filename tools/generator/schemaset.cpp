@@ -2,7 +2,6 @@
 // SchemaSet: the structures of generated schemas as writer definition records.
 #include "tools/generator/schemaset.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "parameterparser/parametermemberaccess.h"
@@ -131,14 +130,6 @@ uint32_t SchemaSet::DescribeType(ParameterTypeDescriptor const& type)
     m_structures.push_back({id, type.name, std::nullopt, std::move(elements)});
     m_described[&type] = id;
     return id;
-}
-
-bool SchemaSet::Begin(std::string const& namespaceName)
-{
-    if (std::find(m_namespaces.begin(), m_namespaces.end(), namespaceName) != m_namespaces.end())
-        return false;
-    m_namespaces.push_back(namespaceName);
-    return true;
 }
 
 uint32_t SchemaSet::AddStructure(std::string const& qualifiedName, std::string const& name,

@@ -25,10 +25,6 @@ public:
     /// ("ns::TopType"). Returns type's ID.
     uint32_t Describe(std::string const& qualifiedName, ParameterTypeDescriptor const& type);
 
-    /// True the first time namespaceName is named: lets a hand-written description add its
-    /// records once.
-    bool Begin(std::string const& namespaceName);
-
     /// Adds a structure under its qualified name ("ns::Type", "ns::Outer::innerStruct") and
     /// returns its ID.
     uint32_t AddStructure(std::string const& qualifiedName, std::string const& name,
@@ -50,7 +46,6 @@ public:
 private:
     uint32_t DescribeType(ParameterTypeDescriptor const& type);
 
-    std::vector<std::string> m_namespaces;
     std::map<ParameterTypeDescriptor const*, uint32_t> m_described;
     std::vector<DefinitionStructure> m_structures;
     std::map<std::string, uint32_t> m_ids;
