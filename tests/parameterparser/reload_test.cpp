@@ -53,6 +53,8 @@ public:
         m_knobbyEnabled = live;
         m_logVerbose = true;
     }
+    // The live tuning threads call into this object: they stop before any part of it goes.
+    ~ReloadSetManager() override { StopKnobbyWorker(); }
 
     unsigned int ParkedModules() const { return m_replacedModules.Count(); }
     unsigned int ParkedModeTables() const { return m_modeTree.ParkedTables().Count(); }
