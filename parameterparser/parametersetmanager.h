@@ -421,9 +421,9 @@ protected:
     bool AttachLiveTuning(IParameterLiveTuning* service);
 
     /// Stops the live tuning service, waiting for its threads, and lets it go. A concrete
-    /// manager calls it first in its destructor, so that no command runs against a
-    /// half-destroyed object, and before its service is destroyed; the frame's destructor calls
-    /// it again, which does nothing.
+    /// manager, and any class a host derives from one, calls it first in its destructor, so that
+    /// no command runs against a half-destroyed object, and before its service is destroyed; the
+    /// frame's destructor calls it again, which does nothing.
     void StopKnobbyWorker();
 
     char* m_binaryTag = nullptr;
