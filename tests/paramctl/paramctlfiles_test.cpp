@@ -157,13 +157,14 @@ TEST(ParamctlVerifyTest, ChecksumDamageHidesNothingElse)
     EXPECT_EQ(RunParamctl("verify " + text.Path()).code, 2);
 }
 
-// The bundled sample written in the oldest version and on both sides of 6.0.0: from 6.0.0 on its
-// modules are found and match; below, entries carry no name hash, and the report says why no
-// module is created. diff reads each version.
+// The bundled sample written in the oldest version, on both sides of the creator field (1.0.2)
+// and on both sides of 6.0.0: from 6.0.0 on its modules are found and match, and a value set is
+// saved; below, entries carry no name hash, and the report says why no module is created. diff
+// reads each version.
 TEST(ParamctlVerifyTest, WriterFilesOfEachVersionAreJudged)
 {
     std::vector<uint8_t> const sample = ReadBytes(PARAM_SOURCE_DIR "/examples/sample.tuning");
-    for (char const* version : {"1.0.0", "3.0.1", "5.0.0", "6.0.0"}) {
+    for (char const* version : {"1.0.0", "1.0.2", "3.0.1", "5.0.0", "6.0.0"}) {
         SCOPED_TRACE(version);
         std::string described(sample.begin(), sample.end());
         described.replace(described.find("version 7.0.0"), 13, std::string("version ") + version);
@@ -176,6 +177,15 @@ TEST(ParamctlVerifyTest, WriterFilesOfEachVersionAreJudged)
                   hashed)
             << verify.out;
         EXPECT_EQ(RunParamctl("diff " + file.Path() + " " + file.Path()).code, 0);
+        std::string const creator = RunParamctl("info " + file.Path()).out;
+        EXPECT_EQ(creator.find("Created by:  paramctl pack\n") != std::string::npos,
+                  std::string(version) != "1.0.0")
+            << creator;
+        ParamTest::TempFile const saved;
+        EXPECT_EQ(RunParamctl("set -o " + saved.Path() + " " + file.Path() +
+                              " Default t2tconfigdata confidenceThreshold=61")
+                      .code,
+                  hashed ? 0 : 1);
     }
 }
 
@@ -250,6 +260,7 @@ TEST(ParamctlDiffTest, ShowsEachDifferenceWhereItStands)
     }
 }
 
+// Printable text reads back to the bytes it was made from.
 TEST(PrintableTest, KeepsTextAndEscapesEveryOtherByte)
 {
     struct Case
@@ -269,12 +280,16 @@ TEST(PrintableTest, KeepsTextAndEscapesEveryOtherByte)
         {"\xed\xa0\x80", "\\xed\\xa0\\x80"},          // a surrogate
         {"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"}, // above U+10FFFF
         {"\xe2\x82", "\\xe2\\x82"},                   // cut short at the end
+        {"\xe2\x82(", "\\xe2\\x82("},                 // a third byte that continues nothing
         {"\xff\xc3\x28", "\\xff\\xc3("},
         {std::string("a\0b", 3), "a\\x00b"},
     };
     for (Case const& test : cases) {
         SCOPED_TRACE(test.printed);
         EXPECT_EQ(ParamCtl::Printable(test.text), test.printed);
+        std::string bytes;
+        EXPECT_TRUE(ParamCtl::FromPrintable(test.printed, bytes));
+        EXPECT_EQ(bytes, test.text);
     }
 }
 
@@ -464,16 +479,25 @@ TEST(ParamctlSaveTest, ServeAnswersClientsAndSavesWhatWasTunedOnSignalAndOnExit)
     {
         char const* request;
         int code;
+        char const* shown; ///< part of the output
     } const cases[] = {
-        {"get 'Default:t2tconfigdata:confidenceThreshold'", 0},
-        {"get 'Default:t2tconfigdata.nothing'", 1},
-        {"set 'Default|Sensor.0:t2tconfigdata' banana=1", 1},
-        {"info-var 'Default:t2tconfigdata'", 0},
-        {"info-var 'Default:nothing'", 1},
-        {"set 'Default|Sensor.0:t2tconfigdata' confidenceThreshold=42", 0},
+        {"get 'Default:t2tconfigdata:confidenceThreshold'", 0, "confidenceThreshold=60\n"},
+        {"--json get 'Default:t2tconfigdata:confidenceThreshold'", 0,
+         "\"request\": 1,\n  \"values\": \"confidenceThreshold=60\"\n}"},
+        {"get 'Default:t2tconfigdata.nothing'", 1, ""},
+        {"set 'Default|Sensor.0:t2tconfigdata' banana=1", 1, ""},
+        {"info-var 'Default:t2tconfigdata'", 0, "confidenceThreshold=60,UInt32"},
+        {"info-var 'Default:nothing'", 1, ""},
+        // serve answers a trigger with two instances; 621 is the module's name hash folded.
+        {"trigger 'Default:t2tconfigdata:3'", 0,
+         "\n  instance0: 1=1.25 2=621 3=3\n  instance1: 1=2.5 2=621\n"},
+        {"set 'Default|Sensor.0:t2tconfigdata' confidenceThreshold=42", 0, ""},
     };
-    for (Case const& test : cases)
-        EXPECT_EQ(RunParamctl(client + test.request).code, test.code) << test.request;
+    for (Case const& test : cases) {
+        Output const answer = RunParamctl(client + test.request);
+        EXPECT_EQ(answer.code, test.code) << test.request;
+        EXPECT_NE(answer.out.find(test.shown), std::string::npos) << answer.out;
+    }
     kill(server.Pid(), SIGUSR1);
     EXPECT_TRUE(server.WaitForLog("saved 1 values")) << server.Log();
     EXPECT_EQ(
