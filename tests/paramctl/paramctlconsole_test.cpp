@@ -73,6 +73,13 @@ public:
         return {result->status, result->body};
     }
 
+    /// The content type of the answer to a GET; empty when no answer came.
+    std::string ContentType(std::string const& target)
+    {
+        httplib::Result result = m_client->Get(target);
+        return result ? result->get_header_value("Content-Type") : "";
+    }
+
     /// Sends each request in turn and checks its answer.
     void Expect(std::vector<Ask> const& asks)
     {
@@ -172,6 +179,7 @@ TEST(ParamctlConsoleTest, ExitsAtOnceOnWhatItCannotServe)
         {"--port 70000 " + sample.file.Path(), 2, "--port"},
         {"/nonexistent.bin", 1, "/nonexistent.bin: No such file"},
         {"--web /nonexistent " + sample.file.Path(), 1, "no console page at /nonexistent"},
+        {"--web " + sample.file.Path() + " " + sample.file.Path(), 1, "no console page at"},
         // Port 1 on loopback: nothing listens there, and the attempt stays on this machine.
         {"--live 127.0.0.1:1 " + sample.file.Path(), 1, "cannot connect to 127.0.0.1:1"},
         {"--live 127.0.0.1:1", 1, "cannot connect to 127.0.0.1:1"},
@@ -291,10 +299,13 @@ TEST(ParamctlConsoleTest, BadRequestsGetTheirStatusAndChangeNothing)
         Put(Edit("Default", "confidenceThreshold", "[1, 2]"), 400, "/error",
             "value of t2tconfigdata.confidenceThreshold: '1,2' is not a number (UInt32)"),
         Put(Edit("Default", "confidenceThreshold", "null"), 400, "/error", notANumber),
+        Put(Edit("Default", "confidenceThreshold", "[1, null]"), 400, "/error", notANumber),
         Put("{\"branch\": \"Default\",", 400, "/error", "the body is no JSON object"),
         Put("{\"branch\": 1, \"instance\": \"t2tconfigdata\"}", 400, "/error",
             "\"branch\" must be a string"),
-        Put(std::string(70000, ' '), 413, "/error", "the request body is too large"),
+        // Bodies are taken up to 64 KiB.
+        Put(std::string(64 * 1024, ' '), 400, "/error", "the body is no JSON object"),
+        Put(std::string(64 * 1024 + 1, ' '), 413, "/error", "the request body is too large"),
         Put(Edit("Default|Sensor.7", "confidenceThreshold", "1"), 404, "/error",
             "no mode 'Sensor.7' under Default in mode table 0"),
         {"GET", "/api/modules?table=3&branch=Default", "", 404, "/error",
@@ -310,6 +321,7 @@ TEST(ParamctlConsoleTest, BadRequestsGetTheirStatusAndChangeNothing)
     console.Expect(MissingTargets());
     EXPECT_EQ(console.Send("GET", PreviewHdr).second, before);
     EXPECT_EQ(console.Send("GET", "/").first, 200);
+    EXPECT_EQ(console.ContentType("/"), "text/html; charset=utf-8");
     EXPECT_EQ(console.Stop(), 0);
     unlink((web + "/outside").c_str());
     unlink((web + "/index.html").c_str());

@@ -17,6 +17,7 @@
 #include "parameterparser/modeentry.h"
 #include "parameterparser/modeunion.h"
 #include "parameterparser/moduledata.h"
+#include "parameterparser/parameterfilesymboltable.h"
 #include "parameterparser/parametermodetable.h"
 #include "parameterparser/parametermodule.h"
 #include "parameterparser/parameterparserinfo.h"
@@ -454,6 +455,10 @@ TEST(ValueAccessFileModeTest, SetValuePinsTheOwnerNotTheModeAskedFor)
     QuietTuningSetManager manager;
     ASSERT_TRUE(manager.LoadBinaryParameters(file.Path().c_str())) << manager.GetErrorString();
     ASSERT_TRUE(manager.IsFileMode());
+    // Of the schema, file mode keeps what later loads still check: nothing, when every module
+    // matches the build.
+    auto const* structures = manager.GetSymbolTable()->GetDefinitionStructures();
+    EXPECT_TRUE(structures != nullptr && structures->empty());
     std::unique_ptr<TuningSetManager> rear(manager.CreateSetManager("rear"));
     ParameterModeTable* table = manager.GetModeTable(1);
     ModeEntry* preview = manager.GetModeEntry(1, PreviewPath);

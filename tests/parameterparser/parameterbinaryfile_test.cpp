@@ -179,6 +179,9 @@ TEST_F(ParameterBinaryFileTest, ReferencesOpenAndCloseTheFile)
     EXPECT_EQ(m_binary->Reference(1), 2);
     EXPECT_EQ(m_binary->Reference(-2), 0);
     EXPECT_FALSE(m_binary->IsOpen());
+    // An adjustment of 0 only asks.
+    EXPECT_EQ(m_binary->Reference(0), 0);
+    EXPECT_EQ(m_log.Count("FileReference"), 0u);
     std::vector<uint8_t> value(4);
     unsigned int pos = 0;
     EXPECT_FALSE(m_binary->Read(value.data(), 0, pos, 4, 1));

@@ -74,7 +74,11 @@ TEST_F(ParameterSetManagerTest, LoadsEachWayAndStoresTheSections)
         EXPECT_TRUE(
             m_log.HasMessage("ReadModeSection: No mode tables in binary, creating default\n"));
         ASSERT_EQ(manager.GetModeTableCount(), 1u);
-        EXPECT_EQ(manager.GetModeTable(0)->rootMode->modeId, 0u);
+        ModeEntry* const root = manager.GetModeTable(0)->rootMode;
+        char path[16] = {};
+        root->GetModePath(path, sizeof(path));
+        EXPECT_EQ(std::make_pair(root->modeId, std::string(path)),
+                  std::make_pair(0u, std::string("0.0")));
     }
     EXPECT_TRUE(
         m_log.HasMessage("Load Binary Parameters completed: Tag: sample, Version: 6.0.0\n"));

@@ -57,6 +57,15 @@ TEST(VornLogTest, SinkReceivesFormattedLinesCutAt4095Characters)
     EXPECT_EQ(lines[1].text.size(), 4095u);
 }
 
+// Without a sink, errors and warnings of every group reach stderr, and chattier levels do not.
+TEST(VornLogTest, DefaultSinkWritesErrorsAndWarningsOnly)
+{
+    testing::internal::CaptureStderr();
+    Vorn::Log::LogSystem(Vorn::Log::GroupStats, 'E', Vorn::Log::LevelError, "broken %d\n", 1);
+    Vorn::Log::LogSystem(Vorn::Log::GroupStats, 'I', Vorn::Log::LevelInfo, "chatty\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "E STATS broken 1\n");
+}
+
 TEST(VornLogTest, FileNameAndGroupNames)
 {
     EXPECT_STREQ(Vorn::Log::GetFileName("/a/b/vornstatsroiprocessor.cpp"),
@@ -74,6 +83,9 @@ TEST(VornOsUtilsTest, BoundedCopyAndConcatenateTerminateAndReportWantedLength)
     EXPECT_STREQ(text, "abcde");
     EXPECT_EQ(Vorn::OsUtils::StrLCpy(text, "ab", sizeof(text)), 2u);
     EXPECT_EQ(Vorn::OsUtils::StrLCat(text, "cdefg", sizeof(text)), 7u);
+    EXPECT_STREQ(text, "abcde");
+    // A destination with no terminator within size is full: the wanted length counts all of it.
+    EXPECT_EQ(Vorn::OsUtils::StrLCat(text, "xy", 3), 5u);
     EXPECT_STREQ(text, "abcde");
     // No source copies an empty text.
     EXPECT_EQ(Vorn::OsUtils::StrLCpy(text, nullptr, sizeof(text)), 0u);

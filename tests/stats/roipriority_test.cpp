@@ -269,6 +269,8 @@ TEST_F(FaceROIShapingTest, LandmarksAndPoseShrinkTheBox)
         {{{150, 150}, {150, 1000}, {150, 249}, {249, 249}}, false, {100, 100, 200, 200}},
         // Right of the box: no margin on that side, so only the vertical factor shrinks.
         {{{150, 150}, {350, 150}, {150, 249}, {249, 249}}, false, {100, 125, 200, 150}},
+        // On the top edge: the same for the horizontal factor.
+        {{{150, 100}, {249, 150}, {150, 249}, {249, 249}}, false, {125, 100, 150, 200}},
         {{{150, 150}, {249, 150}, {150, 249}}, true, {150, 150, 100, 100}}, // pose alone
         // 0.75 * 0.5 quantised down to the step of 0.25.
         {{{150, 150}, {249, 150}, {150, 249}, {249, 249}}, true, {175, 175, 50, 50}},

@@ -77,6 +77,7 @@ TEST(KnobbyPacketTest, ParseFindsSessionRequestIdAndPayloadByDirectionAndCommand
                                {false, Wire::Modes, "Default", 18, false, 6, 0},
                                {false, Wire::TriggerValues, "0.0:m:p", 0, true, 6, 14},
                                {false, Wire::TriggerValues, "0.0:m:p", 18, false, 6, 0},
+                               {false, Wire::DeviceInfo, "", 0, true, 6, 0},
                                {Rsp, Wire::DeviceInfo, "name", 0, true, 8, 16},
                                {Rsp, Wire::DeviceInfo, "name", 18, false, 8, 0},
                                {Rsp, Wire::DeviceInfo, "name", 15, false, 0, 0},
