@@ -109,6 +109,16 @@ TEST(ParamctlVerifyTest, ReportsHowTheBuildReadsEachMemberAndInstance)
            {{{"member", "operationMode"}, {"file", "UInt16"}, {"build", "UInt32"}},
             {{"member", "confidenceThreshold"}, {"file", "UInt32[2]"}, {"build", "UInt32"}}}}},
          ""},
+        {"number the file holds as text",
+         {[](std::vector<DefinitionStructure>& s) {
+             // The last of the text codes.
+             ElementNamed(StructureNamed(s, "T2TCtrlType"), "precisionMode").type =
+                 static_cast<TuningWriter::ElementType>(28);
+         }},
+         {{"matched", 8},
+          {"converted",
+           {{{"member", "precisionMode"}, {"file", "String"}, {"build", "UInt32"}}}}},
+         ""},
         {"module of another version",
          {{}, {1, 2, 0}},
          {{"matched", 9}},
