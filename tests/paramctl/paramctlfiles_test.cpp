@@ -425,6 +425,16 @@ TEST(ParamctlSaveTest, SetWritesOnlyTheChangedValuesInTheFilesEncoding)
         {"value outside the file's type", newer, "operationMode=70000", 1, "", 0,
          "t2tconfigdata in Default|Sensor.0: operationMode: in the file's type, '70000' is "
          "outside UInt16 (0 to 65535)"},
+        {"last member counted in the file",
+         {[](std::vector<DefinitionStructure>& s) {
+             DefinitionElement& last = ElementNamed(StructureNamed(s, "T2TCtrlType"),
+                                                    "confidenceThreshold");
+             last.minCount = 1;
+             last.maxCount = 4;
+         }},
+         "confidenceThreshold=99", 0,
+         "operationMode=2\ndownscaleRatio=0.25\nconfidenceThreshold=99\n", 4,
+         "t2tconfigdata in Default|Sensor.0 (table 0): confidenceThreshold[0]: 75 -> 99\n"},
         {"member the file lacks", older, "confidenceThreshold=5", 1, "", 0,
          "t2tconfigdata in Default|Sensor.0: confidenceThreshold: not in the file's schema"},
     };
