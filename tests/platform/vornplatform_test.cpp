@@ -97,6 +97,7 @@ void CountEntry(void const*, void* value, void* context)
     *static_cast<int*>(context) += *static_cast<int*>(value);
 }
 
+// A visit without a visitor is refused and removes nothing.
 TEST(VornHashmapTest, FixedSizeKeysFindPutAndVisit)
 {
     Vorn::Hashmap::Handle map = nullptr;
@@ -112,6 +113,7 @@ TEST(VornHashmapTest, FixedSizeKeysFindPutAndVisit)
     EXPECT_EQ(Vorn::Hashmap::Get(map, &missing, &found), Vorn::Hashmap::NotFound);
 
     int sum = 0;
+    EXPECT_EQ(Vorn::Hashmap::Foreach(map, nullptr, &sum, true), Vorn::Hashmap::BadArgument);
     EXPECT_EQ(Vorn::Hashmap::Foreach(map, CountEntry, &sum, false), Vorn::Hashmap::Ok);
     EXPECT_EQ(sum, 7);
     EXPECT_EQ(Vorn::Hashmap::Foreach(map, CountEntry, &sum, true), Vorn::Hashmap::Ok);
