@@ -758,6 +758,54 @@ size_t CountNodes(shapetest::nodeType const& node)
     return nodes;
 }
 
+/// Writes levels blocks of breadth nodes, each node's children pointing at the whole block of the
+/// level below, and returns the top block's ID (0 if one could not be written). From the leaves
+/// up, each level is the tree of a module of its own, so that the level above can point at it.
+uint32_t AddLevels(ModuleFile& file, uint32_t levels, uint32_t breadth)
+{
+    uint32_t below = 0;
+    for (uint32_t level = levels; level >= 1; --level) {
+        std::vector<EntryValue> nodes;
+        for (uint32_t i = 0; i < breadth; ++i)
+            nodes.push_back(Node(level * 100 + i,
+                                 below != 0 ? PointerTo(below, breadth) : EntryValue::List({})));
+        EntryValue block = EntryValue::List(std::move(nodes));
+        block.blockName = "level" + std::to_string(level);
+        (void)file.AddModule(EntryValue::Struct({{"tree", Node(0, block)}}));
+        below = file.BlockId(block.blockName);
+        if (below == 0)
+            return 0;
+    }
+    return below;
+}
+
+size_t Depth(shapetest::nodeType const& node)
+{
+    return node.childrenCount != 0 && node.children != nullptr ? 1 + Depth(node.children[0]) : 0;
+}
+
+// A chain of data entries is read 32 entries deep; the 33rd is left empty, and the load says
+// where. Below 32 levels of nodes, their empty lists are the 33rd entry.
+TEST(EntryReaderDamageTest, PointerChainsAreReadTo32EntriesDeep)
+{
+    for (uint32_t const levels : {31u, 32u, 33u}) {
+        SCOPED_TRACE(levels);
+        ModuleFile file(Shape);
+        uint32_t const top = AddLevels(file, levels, 1);
+        ASSERT_NE(top, 0u);
+        EntryValue written = ValueMaker().Make(shapeTestType::Descriptor);
+        Field(Field(written, "tree"), "children") = PointerTo(top, 1);
+        uint32_t const id = file.AddModule(written);
+        ASSERT_TRUE(file.Build());
+        ParamTest::LogCapture log;
+        LoadedShape loaded(file, id, InstanceName);
+        ASSERT_TRUE(loaded.loadResult);
+        EXPECT_EQ(Depth(loaded.module->tree), std::min(levels, 32u));
+        EXPECT_EQ(log.Count("nested deeper than 32 entries, left empty\n"), levels >= 32 ? 1u : 0u);
+        EXPECT_EQ(loaded.module->last, Field(written, "last").unsignedValue);
+    }
+}
+
 // Every node of a level points its children at one block of the next level: read naively, the
 // nodes multiply with each level (8 to the 7th) in a file of a few kilobytes. The load decodes no
 // more than its bound for the file's size, says so once, and keeps every other member.
@@ -765,20 +813,8 @@ TEST(EntryReaderWorkTest, BlocksSharedByManyHoldersDoNotMultiplyTheWork)
 {
     constexpr uint32_t Breadth = 8;
     ModuleFile file(Shape);
-    // From the leaves up, each level is written as the tree of a module of its own, so that the
-    // level above can point at its block.
-    uint32_t below = 0;
-    for (uint32_t level = 7; level >= 1; --level) {
-        std::vector<EntryValue> nodes;
-        for (uint32_t i = 0; i < Breadth; ++i)
-            nodes.push_back(Node(level * 100 + i,
-                                 below != 0 ? PointerTo(below, Breadth) : EntryValue::List({})));
-        EntryValue block = EntryValue::List(std::move(nodes));
-        block.blockName = "level" + std::to_string(level);
-        (void)file.AddModule(EntryValue::Struct({{"tree", Node(0, block)}}));
-        below = file.BlockId(block.blockName);
-        ASSERT_NE(below, 0u);
-    }
+    uint32_t const below = AddLevels(file, 7, Breadth);
+    ASSERT_NE(below, 0u);
     EntryValue written = ValueMaker().Make(shapeTestType::Descriptor);
     Field(Field(written, "tree"), "children") = PointerTo(below, Breadth);
     uint32_t const id = file.AddModule(written);
