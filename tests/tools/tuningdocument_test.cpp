@@ -384,18 +384,34 @@ TEST(TuningDocumentTest, DamagedFilesGiveMessagesNotCrashes)
             static_cast<void>(ParamCtl::ExportSchemaTables(document, "", "", tables, notes, error));
         }
     }
-    // A type code that no name stands for is given as its number: the schema export names the
-    // member it cannot state instead of taking the number for a type name.
-    Json document = Document(EveryFormFile({7, 0, 0}));
-    for (Json& record : document["definitions"]) {
-        if (record["record"] == "structure" && record["id"] == 1)
-            record["members"][0]["type"] = 0x3F;
+    // The schema export names what it cannot state: a type code that no name stands for (given
+    // as its number, which is no type name), a module whose structure the table lacks.
+    struct Case
+    {
+        std::function<void(Json&)> edit; ///< applied to each definition record
+        char const* error;
+    } const cases[] = {
+        {[](Json& record) {
+             if (record["record"] == "structure" && record["id"] == 1)
+                 record["members"][0]["type"] = 0x3F;
+         },
+         "member i8 has a type code no table can state"},
+        {[](Json& record) {
+             if (record["record"] == "module")
+                 record["structure"] = 999;
+         },
+         "module everyForm names structure 999, which the table does not have"},
+    };
+    for (Case const& test : cases) {
+        Json document = Document(EveryFormFile({7, 0, 0}));
+        for (Json& record : document["definitions"])
+            test.edit(record);
+        std::map<std::string, std::string> tables;
+        std::vector<std::string> notes;
+        std::string error;
+        EXPECT_FALSE(ParamCtl::ExportSchemaTables(document, "", "", tables, notes, error));
+        EXPECT_EQ(error, test.error);
     }
-    std::map<std::string, std::string> tables;
-    std::vector<std::string> notes;
-    std::string error;
-    EXPECT_FALSE(ParamCtl::ExportSchemaTables(document, "", "", tables, notes, error));
-    EXPECT_EQ(error, "member i8 has a type code no table can state");
 }
 
 // A block comes back as a family version whose sections may use types of their own: one the
