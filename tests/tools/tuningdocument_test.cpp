@@ -8,6 +8,7 @@
 #include <fstream>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -107,8 +108,9 @@ EntryValue EveryFormValue(int64_t seed)
 
 // Two mode tables, one with pipeline variants, a link and a resident node; three instances of
 // one module, two of which share their data, a shared data block, every kind of definition
-// record, and padding up to the size a file-mode load reads first.
-std::vector<uint8_t> EveryFormFile(FileVersion version)
+// record, and padding up to the size a file-mode load reads first. rootLength is the length word
+// of the first and third instances' top structure, if not their structure's length.
+std::vector<uint8_t> EveryFormFile(FileVersion version, std::optional<uint32_t> rootLength)
 {
     TuningWriter::TuningFileWriter writer(version);
     TuningWriter::ModeSectionBuilder rear(0, "rear");
@@ -122,7 +124,8 @@ std::vector<uint8_t> EveryFormFile(FileVersion version)
     TuningWriter::SymbolTableBuilder tables(version);
     std::vector<TuningWriter::DefinitionStructure> const schema = EveryFormSchema();
     TuningWriter::EntryEncoder encoder(version, schema, tables);
-    EntryValue const root = EveryFormValue(1);
+    EntryValue root = EveryFormValue(1);
+    root.loadLimitOverride = rootLength;
     EntryValue second = EveryFormValue(2);
     second.items.back().duplicateOf = "counted1";
     second.items.back().items = root.Find("counted")->items;
@@ -149,6 +152,11 @@ std::vector<uint8_t> EveryFormFile(FileVersion version)
                       definitions.Build(TuningWriter::AlignmentFor(version)));
     writer.SetMinimumFileSize(TuningWriter::FileModeWindow);
     return writer.Build();
+}
+
+std::vector<uint8_t> EveryFormFile(FileVersion version)
+{
+    return EveryFormFile(version, std::nullopt);
 }
 
 // Modules of a shipped set manager without a definition table: read by the compiled schemas.
@@ -265,6 +273,21 @@ TEST(TuningDocumentTest, EveryWriterMadeFileGoesToJsonAndBackByteForByte)
             EXPECT_EQ(Packed(document), file);
         }
     }
+}
+
+// An entry that its values would not write back exactly (here a length word that is not its
+// structure's length) stays bytes, so that the document still packs back byte for byte.
+TEST(TuningDocumentTest, EntryThatItsValuesWouldNotWriteBackStaysBytes)
+{
+    std::vector<uint8_t> const file = EveryFormFile({7, 0, 0}, 4);
+    Json const document = ThroughText(Document(file));
+    std::vector<bool> withValues;
+    for (Json const& row : document["symbols"]) {
+        if (row["modeId"] != 0xFFFFFFFFu)
+            withValues.push_back(row.contains("values"));
+    }
+    EXPECT_EQ(withValues, (std::vector<bool>{false, true, false}));
+    EXPECT_EQ(Packed(document), file);
 }
 
 TEST(DocumentJsonTest, IdentifiersStartWithALetterOrUnderscore)
