@@ -17,6 +17,7 @@
 
 #include "parameterparser/livetuning/parameterknobbycom.h"
 #include "parameterparser/livetuning/parameterknobbyworker.h"
+#include "platform/vornalloc.h"
 
 #include "tests/common/livetuningfixture.h"
 #include "tests/common/logcapture.h"
@@ -533,6 +534,26 @@ TEST(KnobbyComTest, WritesWithinTheirBoundsReachTheClientAndNoDescriptorStaysOpe
     EXPECT_EQ(log.Count("Knobby client disconnected."), 1u);
     EXPECT_EQ(log.Count("Knobby receive failed on port 0x"), 1u);
     EXPECT_TRUE(log.Contains(std::string(": ") + std::strerror(ECONNRESET) + "\n"));
+}
+
+// A server that could not have its receive buffer takes no client, even with a request waiting.
+TEST(KnobbyComTest, WithoutItsReceiveBufferNoClientIsTaken)
+{
+    LogCapture log;
+    FakeDataAPI store;
+    Vorn::Testing::FailAllocationsAfter(0);
+    ParameterKnobbyCom com(&store);
+    Vorn::Testing::ResetAllocationFailure();
+    ASSERT_TRUE(com.SetListenAddress("127.0.0.1", 0));
+    LoopbackClient client;
+    ASSERT_TRUE(client.Connect(com.StartCom()));
+    ASSERT_TRUE(client.Send(Request(Wire::ActiveModes)));
+    std::atomic<bool> stop{false};
+    Bytes packet(Wire::MaxPacketSize);
+    EXPECT_EQ(com.ReceiveKnobbyRequest(packet.data(), Wire::MaxPacketSize, 10, 1, stop), 0u);
+    EXPECT_FALSE(log.Contains("accepted") || log.Contains("receive failed"))
+        << testing::PrintToString(log.Messages());
+    com.StopCom();
 }
 
 } // namespace
