@@ -31,6 +31,17 @@ struct Sample
     }
 };
 
+/// A tuning description, packed.
+struct PackedText
+{
+    ParamTest::TempFile file;
+    explicit PackedText(std::string const& text)
+    {
+        ParamTest::TempFile description(std::vector<uint8_t>(text.begin(), text.end()));
+        EXPECT_EQ(RunParamctl("pack " + description.Path() + " -o " + file.Path()).code, 0);
+    }
+};
+
 /// A request, and the status and the value at pointer its answer must have ("absent": none).
 struct Ask
 {
@@ -328,6 +339,20 @@ TEST(ParamctlConsoleTest, BadRequestsGetTheirStatusAndChangeNothing)
     rmdir(folder);
 }
 
+// A file below 6.0.0 is served, but nothing of it is saved: its modules have no names.
+TEST(ParamctlConsoleTest, FileBelow600IsServedButNotSaved)
+{
+    PackedText const old("version 5.0.0\nbinary-tag old\nmodetable rear\n  path Default|Sensor.0\n"
+                         "instance t2tconfigdata T2TCtrlType mode Default\n");
+    ParamTest::TempFile saved;
+    Console console("--save-to " + saved.Path() + " " + old.file.Path());
+    ASSERT_TRUE(console.Up()) << console.Log();
+    console.Expect({{"POST", "/api/save", "", 422, "/error",
+                     "cannot save the changes: files below 6.0.0 name no module that a build can "
+                     "find, so none of their values is tuned"}});
+    EXPECT_EQ(console.Stop(), 0);
+}
+
 // Edits go through the live server, where every other client sees them, and what other clients
 // change is what the console reads, compares with a file and saves.
 TEST(ParamctlConsoleTest, LiveSessionEditsAreSeenByOtherClientsAndSaved)
@@ -405,9 +430,8 @@ TEST(ParamctlConsoleTest, LiveSessionWorksOnTheModeTableItIsAskedFor)
                              "modetable front\n  path Default|Sensor.0\n"
                              "instance t2tconfigdata T2TCtrlType mode Default\n"
                              "  value operationMode 7\n";
-    ParamTest::TempFile description(std::vector<uint8_t>(text.begin(), text.end()));
-    ParamTest::TempFile file;
-    ASSERT_EQ(RunParamctl("pack " + description.Path() + " -o " + file.Path()).code, 0);
+    PackedText const packed(text);
+    ParamTest::TempFile const& file = packed.file;
     std::string const module = "/api/module?branch=Default&instance=t2tconfigdata&table=";
     Json edit = Json::parse(Edit("Default", "operationMode", "9"));
     edit["table"] = 1;
