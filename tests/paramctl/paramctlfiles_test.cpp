@@ -435,6 +435,10 @@ TEST(ParamctlSaveTest, SetWritesOnlyTheChangedValuesInTheFilesEncoding)
          "confidenceThreshold=99", 0,
          "operationMode=2\ndownscaleRatio=0.25\nconfidenceThreshold=99\n", 4,
          "t2tconfigdata in Default|Sensor.0 (table 0): confidenceThreshold[0]: 75 -> 99\n"},
+        {"module the file's schema lacks", {{}, {1, 0, 0}, nullptr, "", false},
+         "confidenceThreshold=5", 1, "", 0,
+         "t2tconfigdata in Default|Sensor.0: confidenceThreshold: the file's schema has no such "
+         "module"},
         {"member the file lacks", older, "confidenceThreshold=5", 1, "", 0,
          "t2tconfigdata in Default|Sensor.0: confidenceThreshold: not in the file's schema"},
     };

@@ -48,6 +48,9 @@ struct TrackerOptions
     /// A member the build does not know, written into both instances (with the edit adding it).
     EntryValue const* extraValue = nullptr;
     char const* extraName = "";
+    /// Whether the schema has the module's record (without it, the build reads the module by its
+    /// compiled layout).
+    bool moduleRecord = true;
 };
 
 /// The file: t2tconfigdata in Default (operationMode 1, downscaleRatio 0.5, confidenceThreshold
@@ -90,7 +93,8 @@ inline std::vector<uint8_t> TrackerFile(TrackerOptions const& options = {})
         symbols.AddModule(std::move(entry));
     }
     TuningWriter::DefinitionTableBuilder definitions;
-    definitions.AddModule(set.Module(instance->instanceName, instance->topType));
+    if (options.moduleRecord)
+        definitions.AddModule(set.Module(instance->instanceName, instance->topType));
     for (DefinitionStructure const& structure : structures)
         definitions.AddStructure(structure);
 
