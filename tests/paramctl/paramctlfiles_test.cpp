@@ -187,6 +187,10 @@ TEST(ParamctlVerifyTest, WriterFilesOfEachVersionAreJudged)
                   hashed)
             << verify.out;
         EXPECT_EQ(RunParamctl("diff " + file.Path() + " " + file.Path()).code, 0);
+        // From 6.0.0 entry 0 of each table is reserved and not counted.
+        std::string const entries = RunParamctl("entries " + file.Path()).out;
+        EXPECT_EQ(entries.find("4 symbol entries, 2 data entries (entry 0") == 0, hashed)
+            << entries;
         std::string const creator = RunParamctl("info " + file.Path()).out;
         EXPECT_EQ(creator.find("Created by:  paramctl pack\n") != std::string::npos,
                   std::string(version) != "1.0.0")
