@@ -342,8 +342,7 @@ unsigned short ParameterKnobbyCom::OpenPort()
     int family = AF_INET;
     if (!SetupFirstAddress(family, port))
         return 0;
-    int const descriptor =
-        CreateSocket(family, port, !UseInternalPort && !hostChosen && !portChosen);
+    int descriptor = CreateSocket(family, port, !UseInternalPort && !hostChosen && !portChosen);
     if (descriptor < 0)
         return port;
     m_socket.listenSocket = descriptor;
@@ -352,22 +351,34 @@ unsigned short ParameterKnobbyCom::OpenPort()
     for (;;) {
         int const result = bind(descriptor, reinterpret_cast<sockaddr*>(&m_socket.local.address),
                                 m_socket.local.length);
-        int const error = errno;
+        int error = errno;
         if (result == 0) {
             m_socket.listening = listen(descriptor, ListenBacklog) == 0;
-            if (!m_socket.listening) {
-                int const listenError = errno;
-                LogError("Knobby Server listen failed", descriptor, m_socket.local.name, -1,
-                         listenError);
+            error = errno;
+            // Two servers that bind one port at the same moment may both succeed, since each
+            // lets its port be reused; only the first to listen has it. The other walks on as
+            // from a taken port, on a fresh socket: a bound socket cannot be bound again.
+            bool const lostThePort = !m_socket.listening && error == EADDRINUSE &&
+                                     !portChosen && m_socket.local.type != SocketAddress::UNIX;
+            if (!lostThePort) {
+                if (!m_socket.listening)
+                    LogError("Knobby Server listen failed", descriptor, m_socket.local.name, -1,
+                             error);
+                LogDebug("Knobby Server bound", descriptor, m_socket.local.name, result, 0);
+                return port;
             }
-            LogDebug("Knobby Server bound", descriptor, m_socket.local.name, result, 0);
-            return port;
-        }
-        // A chosen port that is taken is an error the host must see; a walked one is not.
-        if (portChosen)
+            LogDebug("Knobby Server listen failed", descriptor, m_socket.local.name, -1, error);
+            close(descriptor);
+            descriptor = CreateSocket(family, port, false);
+            m_socket.listenSocket = descriptor;
+            if (descriptor < 0)
+                return 0;
+        } else if (portChosen) {
+            // A chosen port that is taken is an error the host must see; a walked one is not.
             LogError("Knobby Server bind failed", descriptor, m_socket.local.name, result, error);
-        else
+        } else {
             LogDebug("Knobby Server bind failed", descriptor, m_socket.local.name, result, error);
+        }
         port = static_cast<unsigned short>(port + 1);
         if (hostChosen)
             (void)m_socket.local.SetupHost(m_host, port);
