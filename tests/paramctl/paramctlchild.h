@@ -15,6 +15,8 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
+#include <gtest/gtest.h>
+
 #include "tests/common/tempfile.h"
 
 extern char** environ;
@@ -72,6 +74,15 @@ inline std::string TextOf(std::string const& path)
 {
     std::vector<uint8_t> const bytes = ReadBytes(path);
     return std::string(bytes.begin(), bytes.end());
+}
+
+/// The file paramctl pack makes of a tuning description.
+inline std::vector<uint8_t> Packed(std::string const& text)
+{
+    ParamTest::TempFile description(std::vector<uint8_t>(text.begin(), text.end()));
+    ParamTest::TempFile file;
+    EXPECT_EQ(RunParamctl("pack " + description.Path() + " -o " + file.Path()).code, 0) << text;
+    return ReadBytes(file.Path());
 }
 
 /// paramctl (this build's, unless program names another) with arguments (shell words), its

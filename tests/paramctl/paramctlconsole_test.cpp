@@ -16,6 +16,7 @@
 namespace {
 
 using Json = nlohmann::json;
+using ParamCtlTest::Packed;
 using ParamCtlTest::ParamctlChild;
 using ParamCtlTest::RunParamctl;
 
@@ -28,17 +29,6 @@ struct Sample
         EXPECT_EQ(
             RunParamctl("pack " PARAM_SOURCE_DIR "/examples/sample.tuning -o " + file.Path()).code,
             0);
-    }
-};
-
-/// A tuning description, packed.
-struct PackedText
-{
-    ParamTest::TempFile file;
-    explicit PackedText(std::string const& text)
-    {
-        ParamTest::TempFile description(std::vector<uint8_t>(text.begin(), text.end()));
-        EXPECT_EQ(RunParamctl("pack " + description.Path() + " -o " + file.Path()).code, 0);
     }
 };
 
@@ -342,10 +332,11 @@ TEST(ParamctlConsoleTest, BadRequestsGetTheirStatusAndChangeNothing)
 // A file below 6.0.0 is served, but nothing of it is saved: its modules have no names.
 TEST(ParamctlConsoleTest, FileBelow600IsServedButNotSaved)
 {
-    PackedText const old("version 5.0.0\nbinary-tag old\nmodetable rear\n  path Default|Sensor.0\n"
-                         "instance t2tconfigdata T2TCtrlType mode Default\n");
+    ParamTest::TempFile const old(Packed("version 5.0.0\nbinary-tag old\nmodetable rear\n"
+                                         "  path Default|Sensor.0\n"
+                                         "instance t2tconfigdata T2TCtrlType mode Default\n"));
     ParamTest::TempFile saved;
-    Console console("--save-to " + saved.Path() + " " + old.file.Path());
+    Console console("--save-to " + saved.Path() + " " + old.Path());
     ASSERT_TRUE(console.Up()) << console.Log();
     console.Expect({{"POST", "/api/save", "", 422, "/error",
                      "cannot save the changes: files below 6.0.0 name no module that a build can "
@@ -430,8 +421,7 @@ TEST(ParamctlConsoleTest, LiveSessionWorksOnTheModeTableItIsAskedFor)
                              "modetable front\n  path Default|Sensor.0\n"
                              "instance t2tconfigdata T2TCtrlType mode Default\n"
                              "  value operationMode 7\n";
-    PackedText const packed(text);
-    ParamTest::TempFile const& file = packed.file;
+    ParamTest::TempFile const file(Packed(text));
     std::string const module = "/api/module?branch=Default&instance=t2tconfigdata&table=";
     Json edit = Json::parse(Edit("Default", "operationMode", "9"));
     edit["table"] = 1;

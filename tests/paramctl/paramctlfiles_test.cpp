@@ -33,6 +33,7 @@ using ParamCtlTest::DefinitionStructure;
 using ParamCtlTest::ElementNamed;
 using ParamCtlTest::EntryValue;
 using ParamCtlTest::Output;
+using ParamCtlTest::Packed;
 using ParamCtlTest::ParamctlChild;
 using ParamCtlTest::ReadBytes;
 using ParamCtlTest::RunParamctl;
@@ -43,14 +44,6 @@ using TuningWriter::DefinitionElement;
 using TuningWriter::ElementType;
 
 /// The bytes of a packed tuning description.
-std::vector<uint8_t> Packed(std::string const& text)
-{
-    ParamTest::TempFile description(std::vector<uint8_t>(text.begin(), text.end()));
-    ParamTest::TempFile file;
-    EXPECT_EQ(RunParamctl("pack " + description.Path() + " -o " + file.Path()).code, 0) << text;
-    return ReadBytes(file.Path());
-}
-
 /// A tracker file as a newer tuning tool writes it: a member the build does not know ahead of the
 /// others, and with narrow, operationMode two bytes wide.
 TrackerOptions Newer(bool narrow)

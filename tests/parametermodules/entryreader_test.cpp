@@ -759,9 +759,10 @@ size_t CountNodes(shapetest::nodeType const& node)
 }
 
 /// Writes levels blocks of breadth nodes, each node's children pointing at the whole block of the
-/// level below, and returns the top block's ID (0 if one could not be written). From the leaves
-/// up, each level is the tree of a module of its own, so that the level above can point at it.
-uint32_t AddLevels(ModuleFile& file, uint32_t levels, uint32_t breadth)
+/// level below, and then a module (written) whose tree's children point at the top block; returns
+/// that module's ID, 0 if a block could not be written. From the leaves up, each level is the
+/// tree of a module of its own, so that the level above can point at it.
+uint32_t AddTree(ModuleFile& file, uint32_t levels, uint32_t breadth, EntryValue& written)
 {
     uint32_t below = 0;
     for (uint32_t level = levels; level >= 1; --level) {
@@ -776,7 +777,9 @@ uint32_t AddLevels(ModuleFile& file, uint32_t levels, uint32_t breadth)
         if (below == 0)
             return 0;
     }
-    return below;
+    written = ValueMaker().Make(shapeTestType::Descriptor);
+    Field(Field(written, "tree"), "children") = PointerTo(below, breadth);
+    return file.AddModule(written);
 }
 
 size_t Depth(shapetest::nodeType const& node)
@@ -791,11 +794,9 @@ TEST(EntryReaderDamageTest, PointerChainsAreReadTo32EntriesDeep)
     for (uint32_t const levels : {31u, 32u, 33u}) {
         SCOPED_TRACE(levels);
         ModuleFile file(Shape);
-        uint32_t const top = AddLevels(file, levels, 1);
-        ASSERT_NE(top, 0u);
-        EntryValue written = ValueMaker().Make(shapeTestType::Descriptor);
-        Field(Field(written, "tree"), "children") = PointerTo(top, 1);
-        uint32_t const id = file.AddModule(written);
+        EntryValue written;
+        uint32_t const id = AddTree(file, levels, 1, written);
+        ASSERT_NE(id, 0u);
         ASSERT_TRUE(file.Build());
         ParamTest::LogCapture log;
         LoadedShape loaded(file, id, InstanceName);
@@ -813,11 +814,9 @@ TEST(EntryReaderWorkTest, BlocksSharedByManyHoldersDoNotMultiplyTheWork)
 {
     constexpr uint32_t Breadth = 8;
     ModuleFile file(Shape);
-    uint32_t const below = AddLevels(file, 7, Breadth);
-    ASSERT_NE(below, 0u);
-    EntryValue written = ValueMaker().Make(shapeTestType::Descriptor);
-    Field(Field(written, "tree"), "children") = PointerTo(below, Breadth);
-    uint32_t const id = file.AddModule(written);
+    EntryValue written;
+    uint32_t const id = AddTree(file, 7, Breadth, written);
+    ASSERT_NE(id, 0u);
     ASSERT_TRUE(file.Build());
 
     ParamTest::LogCapture log;
