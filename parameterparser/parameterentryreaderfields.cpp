@@ -363,7 +363,9 @@ void ParameterFileSymbolTableEntry::ReadStructureFixedArray(LoadArrayFunction lo
     }
     ParameterDefinitionElementInfo const* info =
         field.element != nullptr ? field.element->Info : nullptr;
-    bool const countAhead = info != nullptr ? HasFlag(*info, ElementFixedCount) : count >= 2;
+    // Without an element's record the elements' structures are read from the cursor, so only a
+    // recorded fixed count moves their base.
+    bool const countAhead = info != nullptr && HasFlag(*info, ElementFixedCount);
     ParameterLoadParameters local = ElementParameters(*this, parameters, field, countAhead);
     // Elements the file does not hold stay as Load zeroed them: behind the file's last element
     // stand the bytes of other members.
