@@ -32,6 +32,7 @@ using nlohmann::json;
 using ParamCtlTest::DefinitionStructure;
 using ParamCtlTest::ElementNamed;
 using ParamCtlTest::EntryValue;
+using ParamCtlTest::InstanceFile;
 using ParamCtlTest::Output;
 using ParamCtlTest::Packed;
 using ParamCtlTest::ParamctlChild;
@@ -466,6 +467,34 @@ TEST(ParamctlSaveTest, SetWritesOnlyTheChangedValuesInTheFilesEncoding)
                   std::string("# mode Default|Sensor.0\n") + test.sensorValues);
         EXPECT_EQ(ReadBack(output.Path(), "Default"), ReadBack(input.Path(), "Default"));
         EXPECT_EQ(RunParamctl("verify " + output.Path()).code, test.options.edit ? 1 : 0);
+    }
+}
+
+// An integer that the file keeps in four bytes is saved as the float the build reads there, in
+// its four bytes alone: the member behind it keeps its value.
+TEST(ParamctlSaveTest, FourByteIntegerIsSavedInItsOwnForm)
+{
+    TrackerOptions const fourByte{[](std::vector<DefinitionStructure>& s) {
+        ElementNamed(StructureNamed(s, "varitonalStatsNNPDNetType"), "infProcessLevel").flags |=
+            TuningWriter::ElementFourByte;
+    }};
+    auto const levels = [](uint64_t level) {
+        return EntryValue::Struct({{"infProcessLevel", EntryValue::UInt(level)},
+                                   {"preProcessLevel", EntryValue::UInt(7)}});
+    };
+    ParamTest::TempFile const input(
+        InstanceFile("varitonalStatsNNPDNet",
+                     {{"Default", levels(1)}, {"Default|Sensor.0", levels(2)}}, fourByte));
+    ParamTest::TempFile const output;
+    std::string const module = " 'Default|Sensor.0' varitonalStatsNNPDNet ";
+    Output const set = RunParamctl(
+        "set -o " + output.Path() + " " + input.Path() + module + "infProcessLevel=3", true);
+    ASSERT_EQ(set.code, 0) << set.out;
+    for (auto const& [path, level] :
+         {std::make_pair(input.Path(), '2'), std::make_pair(output.Path(), '3')}) {
+        EXPECT_EQ(RunParamctl("get " + path + module + "infProcessLevel,preProcessLevel").out,
+                  std::string("# mode Default|Sensor.0\ninfProcessLevel=") + level +
+                      "\npreProcessLevel=7\n");
     }
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tracker files: the tuning set's t2tconfigdata written by the writer in two modes, from the
-// build's schema or from one changed the way an older or newer tuning tool writes it.
+// Instance files: one module of the tuning set (the tracker's t2tconfigdata, mostly) written by
+// the writer in two modes, from the build's schema or from one changed the way an older or newer
+// tuning tool writes it.
 #pragma once
 
 #include <cstdint>
@@ -53,14 +54,22 @@ struct TrackerOptions
     bool moduleRecord = true;
 };
 
-/// The file: t2tconfigdata in Default (operationMode 1, downscaleRatio 0.5, confidenceThreshold
-/// 60) and in Default|Sensor.0 (2, 0.25, 75), with the file's schema and a mode table "rear",
-/// long enough to be loaded from disk.
-inline std::vector<uint8_t> TrackerFile(TrackerOptions const& options = {})
+/// One instance's values in one mode of an instance file.
+struct InstanceValues
+{
+    char const* mode;
+    EntryValue value;
+};
+
+/// A 7.0.0 file holding instanceName's values in each given mode, written with the build's schema
+/// of it as options change it, and a mode table "rear"; long enough to be loaded from disk.
+inline std::vector<uint8_t> InstanceFile(char const* instanceName,
+                                         std::vector<InstanceValues> const& instances,
+                                         TrackerOptions const& options = {})
 {
     TuningWriter::FileVersion const version{7, 0, 0};
     TuningWriter::InstanceSchema const* instance =
-        ParamSchema::TuningSetManager::Instances().Find("t2tconfigdata");
+        ParamSchema::TuningSetManager::Instances().Find(instanceName);
     TuningWriter::SchemaSet set;
     uint32_t const top = instance->Describe(set);
     std::vector<DefinitionStructure> structures = set.Structures();
@@ -70,19 +79,8 @@ inline std::vector<uint8_t> TrackerFile(TrackerOptions const& options = {})
     TuningWriter::SymbolTableBuilder symbols(version);
     TuningWriter::EntryEncoder encoder(version, structures, symbols);
     TuningWriter::ModeSectionBuilder modes(0, "rear");
-    struct Values
-    {
-        char const* mode;
-        uint64_t operationMode;
-        double downscaleRatio;
-        uint64_t confidenceThreshold;
-    } const instances[] = {{"Default", 1, 0.5, 60}, {"Default|Sensor.0", 2, 0.25, 75}};
-    for (Values const& values : instances) {
-        EntryValue value = EntryValue::Struct(
-            {{"module_version", EntryValue::Struct({{"major_revision", EntryValue::Int(1)}})},
-             {"operationMode", EntryValue::UInt(values.operationMode)},
-             {"downscaleRatio", EntryValue::Real(values.downscaleRatio)},
-             {"confidenceThreshold", EntryValue::UInt(values.confidenceThreshold)}});
+    for (InstanceValues const& values : instances) {
+        EntryValue value = values.value;
         if (options.extraValue != nullptr)
             value.Set(options.extraName, *options.extraValue);
         TuningWriter::ModuleEntry entry;
@@ -104,6 +102,23 @@ inline std::vector<uint8_t> TrackerFile(TrackerOptions const& options = {})
     modes.AddTo(writer);
     writer.AddSection(TuningWriter::SectionType::Definition, definitions.Build(writer.Alignment()));
     return writer.Build();
+}
+
+/// The file: t2tconfigdata in Default (operationMode 1, downscaleRatio 0.5, confidenceThreshold
+/// 60) and in Default|Sensor.0 (2, 0.25, 75).
+inline std::vector<uint8_t> TrackerFile(TrackerOptions const& options = {})
+{
+    auto const values = [](uint64_t operationMode, double downscaleRatio,
+                           uint64_t confidenceThreshold) {
+        return EntryValue::Struct(
+            {{"module_version", EntryValue::Struct({{"major_revision", EntryValue::Int(1)}})},
+             {"operationMode", EntryValue::UInt(operationMode)},
+             {"downscaleRatio", EntryValue::Real(downscaleRatio)},
+             {"confidenceThreshold", EntryValue::UInt(confidenceThreshold)}});
+    };
+    return InstanceFile(
+        "t2tconfigdata",
+        {{"Default", values(1, 0.5, 60)}, {"Default|Sensor.0", values(2, 0.25, 75)}}, options);
 }
 
 /// The structure of the file's schema named name (the top one is "T2TCtrlType").
