@@ -22,9 +22,11 @@
 
 namespace ParamTest {
 
-/// Waits, in short steps up to timeout, until condition holds; returns its last value.
+/// Waits, in short steps up to timeout, until condition holds; returns its last value. The bound
+/// only ends a wait for what never comes; it is wide so that a loaded machine (a sanitizer build,
+/// other suites beside this one) is not taken for a fault.
 inline bool WaitFor(std::function<bool()> const& condition,
-                    std::chrono::milliseconds timeout = std::chrono::milliseconds(5000))
+                    std::chrono::milliseconds timeout = std::chrono::milliseconds(20000))
 {
     auto const end = std::chrono::steady_clock::now() + timeout;
     while (!condition() && std::chrono::steady_clock::now() < end)
