@@ -262,6 +262,8 @@ TEST_F(FaceROIShapingTest, LandmarksAndPoseShrinkTheBox)
     // on the right and bottom leave margins of 25 at factor 0.5: factor 0.75.
     std::tuple<std::vector<StatsROIPoint>, bool, Rect> const cases[] = {
         {{{150, 150}, {249, 150}, {150, 249}, {249, 249}}, false, {125, 125, 150, 150}},
+        // Further in from the left and top: the right and bottom margins are the smaller.
+        {{{170, 170}, {249, 170}, {170, 249}, {249, 249}}, false, {125, 125, 150, 150}},
         {{{150, 150}, {249, 150}, {150, 249}}, false, {100, 100, 200, 200}}, // too few
         {{{150, 150}, {249, 150}, {150, 249}, {0, 249}}, false, {100, 100, 200, 200}},
         {{{150, 150}, {249, 0}, {150, 249}, {249, 249}}, false, {100, 100, 200, 200}},
@@ -281,7 +283,7 @@ TEST_F(FaceROIShapingTest, LandmarksAndPoseShrinkTheBox)
         std::copy(points.begin(), points.end(), face.landmarks);
         EXPECT_EQ(ShapeOne(posed ? Posed(face, 0.0F) : face), expected) << points[1].x;
     }
-    EXPECT_EQ(CountLogged(32, "FaceROI: faceID 1 face landmark shrinkFactor (0.750, 0.750)."), 2U);
+    EXPECT_EQ(CountLogged(32, "FaceROI: faceID 1 face landmark shrinkFactor (0.750, 0.750)."), 3U);
     // The shaping steps log as the function they were cut from; untuned curves say so.
     for (LoggedLine const& line : LoggedLines())
         EXPECT_EQ(line.function, line.text == "FaceROI: zero tuning entry" ? "GetTriggeredValue"
