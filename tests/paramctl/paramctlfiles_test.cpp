@@ -185,10 +185,12 @@ TEST(ParamctlVerifyTest, WriterFilesOfEachVersionAreJudged)
         std::string const entries = RunParamctl("entries " + file.Path()).out;
         EXPECT_EQ(entries.find("4 symbol entries, 2 data entries (entry 0") == 0, hashed)
             << entries;
-        std::string const creator = RunParamctl("info " + file.Path()).out;
-        EXPECT_EQ(creator.find("Created by:  paramctl pack\n") != std::string::npos,
+        // info lists the sections the file has: the data table has one from 4.0.0 on.
+        std::string const info = RunParamctl("info " + file.Path()).out;
+        EXPECT_EQ(info.find("Created by:  paramctl pack\n") != std::string::npos,
                   std::string(version) != "1.0.0")
-            << creator;
+            << info;
+        EXPECT_EQ(info.find("  data-table ") != std::string::npos, version[0] >= '4') << info;
         ParamTest::TempFile const saved;
         EXPECT_EQ(RunParamctl("set -o " + saved.Path() + " " + file.Path() +
                               " Default t2tconfigdata confidenceThreshold=61")
@@ -408,6 +410,13 @@ TEST(ParamctlSaveTest, SetWritesOnlyTheChangedValuesInTheFilesEncoding)
         auto& elements = StructureNamed(s, "T2TCtrlType").elements;
         elements.erase(elements.begin() + elements.size() - 1); // confidenceThreshold
     }};
+    auto const countedLast = [](std::vector<DefinitionStructure>& s) {
+        DefinitionElement& last =
+            ElementNamed(StructureNamed(s, "T2TCtrlType"), "confidenceThreshold");
+        last.minCount = 0;
+        last.maxCount = 4;
+    };
+    EntryValue const none = EntryValue::List({});
     std::vector<SaveCase> const cases = {
         {"same schema",
          {},
@@ -423,16 +432,12 @@ TEST(ParamctlSaveTest, SetWritesOnlyTheChangedValuesInTheFilesEncoding)
         {"value outside the file's type", newer, "operationMode=70000", 1, "", 0,
          "t2tconfigdata in Default|Sensor.0: operationMode: in the file's type, '70000' is "
          "outside UInt16 (0 to 65535)"},
-        {"last member counted in the file",
-         {[](std::vector<DefinitionStructure>& s) {
-             DefinitionElement& last = ElementNamed(StructureNamed(s, "T2TCtrlType"),
-                                                    "confidenceThreshold");
-             last.minCount = 1;
-             last.maxCount = 4;
-         }},
-         "confidenceThreshold=99", 0,
+        {"last member counted in the file", {countedLast}, "confidenceThreshold=99", 0,
          "operationMode=2\ndownscaleRatio=0.25\nconfidenceThreshold=99\n", 4,
          "t2tconfigdata in Default|Sensor.0 (table 0): confidenceThreshold[0]: 75 -> 99\n"},
+        {"last member counted and empty in the file",
+         {countedLast, {1, 0, 0}, &none, "confidenceThreshold"}, "confidenceThreshold=99", 1, "",
+         0, "t2tconfigdata in Default|Sensor.0: confidenceThreshold: the file holds 0 elements"},
         {"module the file's schema lacks", {{}, {1, 0, 0}, nullptr, "", false},
          "confidenceThreshold=5", 1, "", 0,
          "t2tconfigdata in Default|Sensor.0: confidenceThreshold: the file's schema has no such "
