@@ -287,10 +287,14 @@ TEST(PrintableTest, KeepsTextAndEscapesEveryOtherByte)
          "2J",
          "\\xc2\\x9b2J"},                             // U+009B starts an escape sequence too
         {"\xc0\xaf", "\\xc0\\xaf"},                   // overlong "/"
+        {"\xe0\x9f\xbf", "\\xe0\\x9f\\xbf"},          // overlong U+07FF
+        {"\xf0\x8f\xbf\xbf", "\\xf0\\x8f\\xbf\\xbf"}, // overlong U+FFFF
         {"\xed\xa0\x80", "\\xed\\xa0\\x80"},          // a surrogate
         {"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"}, // above U+10FFFF
         {"\xe2\x82", "\\xe2\\x82"},                   // cut short at the end
         {"\xe2\x82(", "\\xe2\\x82("},                 // a third byte that continues nothing
+        // After other leads, a second byte may be as low as 0x80.
+        {"\xe1\x80\x80 \xf1\x80\x80\x80", "\xe1\x80\x80 \xf1\x80\x80\x80"},
         {"\xff\xc3\x28", "\\xff\\xc3("},
         {std::string("a\0b", 3), "a\\x00b"},
     };
