@@ -14,16 +14,11 @@ ParameterModeTable::ParameterModeTable(char* tableName, ModeSlot* slots, uint32_
 
 ParameterModeTable::~ParameterModeTable()
 {
-    // The root takes the whole tree with it; slots only borrow nodes.
+    // The root takes the whole tree with it; slots only borrow nodes, and the lists free their
+    // own storage.
     delete rootMode;
-    rootMode = nullptr;
     for (unsigned int i = 0; i < detachedModes.Count(); ++i)
         delete detachedModes[i];
-    detachedModes.Clear();
     VornFree(name, VornTagRelease);
     VornFree(modes, VornTagRelease);
-    name = nullptr;
-    modes = nullptr;
-    m_modeCount = 0;
-    activeModes.Clear();
 }
