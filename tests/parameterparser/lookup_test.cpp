@@ -485,6 +485,12 @@ TEST_F(LookupTest, OldestUnheldModeIsUnloadedPastTheLimit)
         again->Release();
         EXPECT_FALSE(seen[1]->loaded);
         EXPECT_EQ(ActiveModes().Count(), listed);
+
+        // A listed mode asked for again moves to the front: the next to go passes it over.
+        Get('A', Row(2))->Release();
+        Get('A', Row(1))->Release();
+        EXPECT_TRUE(seen[2]->loaded);
+        EXPECT_FALSE(seen[3]->loaded);
     }
 }
 
