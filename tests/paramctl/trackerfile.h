@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Instance files: one module of the tuning set (the tracker's t2tconfigdata, mostly) written by
-// the writer in two modes, from the build's schema or from one changed the way an older or newer
-// tuning tool writes it.
+// the writer in the modes given, from the build's schema or from one changed the way an older or
+// newer tuning tool writes it.
 #pragma once
 
 #include <cstdint>
